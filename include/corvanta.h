@@ -1,0 +1,332 @@
+/*
+ * libcorvanta: the layer-2 circuits, DSL line rates, interfaces and managed
+ * objects of an ATM-over-SHDSL modem-router, for the SNMP agent that loads it.
+ *
+ * The contract:
+ * - initialize() comes before every status query, update_managed_objects()
+ *   before the VLAN objects and atm_access_c().
+ * - One call at a time. The library takes no lock and starts no thread.
+ * - Every call but the mapping and conversion functions runs `quorlet` or
+ *   `vellstat` and blocks until it ends; a locked database makes one client
+ *   command take up to 19 seconds.
+ * - A returned char* is the caller's and is released with free(); a returned
+ *   const char* is constant text of the library.
+ * - No exception leaves a function declared here. A status query answers with
+ *   its failure value and a warning in the system log; every other function
+ *   answers with a status code. A null pointer is such a failure.
+ * - Outputs are written on success only, unless a function says otherwise.
+ *
+ * Valid C11 and C++17.
+ */
+#ifndef CORVANTA_H
+#define CORVANTA_H
+
+#include <stdbool.h>
+#include <stddef.h>
+#include <stdint.h>
+
+#ifdef __cplusplus
+#include <string>
+#endif
+
+#define CORVANTA_API __attribute__((visibility("default")))
+
+/* A fixed underlying type lets C++ hold a number that names no enumerator. */
+#ifdef __cplusplus
+#define CORVANTA_ENUM(name) enum name : int
+extern "C" {
+#else
+#define CORVANTA_ENUM(name) enum name
+#endif
+
+/* ---------------------------------------------------------------- types -- */
+
+/** What every int result below means, unless the function says otherwise. */
+typedef CORVANTA_ENUM(corvanta_status){
+    CORVANTA_OK = 0,          /**< done; outputs are written */
+    CORVANTA_FAILED = 1,      /**< client not started, no or unusable answer, null
+                                   pointer, no free slot, no cache, out of memory */
+    CORVANTA_LOCKED = 2,      /**< the database stayed locked through all attempts */
+    CORVANTA_UNKNOWN_ROW = 3, /**< no such row */
+    CORVANTA_NO_COMMAND = 4,  /**< no command, or no record, was given */
+    CORVANTA_BAD_INDEX = 5,   /**< no such cached ATM row */
+    CORVANTA_UNFIT = 6        /**< a command, an answer or a value does not fit,
+                                   or a text cannot stand in a command */
+} corvanta_status;
+
+/** The access that a handler or accessor performs. */
+typedef CORVANTA_ENUM(access_type){
+    access_none = 0,
+    access_get = 1,    /**< read the value */
+    access_set = 2,    /**< write the value */
+    access_create = 3, /**< create the rows behind an object */
+    access_delete = 4  /**< delete the rows behind an object */
+} access_type;
+
+/** State of a layer-2 interface in the text of getLayer2IfStatus(). */
+typedef CORVANTA_ENUM(ly2State){
+    ly2State_up = 1,  /**< the kernel has an open circuit on the VPI */
+    ly2State_down = 2 /**< it has none */
+} ly2State;
+
+/** DSL line rates, in the unit in which `vellstat info` prints them. */
+typedef struct speedInfo_s {
+    uint32_t dslActualDataRateDown;     /**< actual rate, downstream */
+    uint32_t dslActualDataRateUp;       /**< actual rate, upstream */
+    uint32_t dslAttainableDataRateDown; /**< attainable rate, downstream */
+    uint32_t dslAttainableDataRateUp;   /**< attainable rate, upstream */
+} speedInfo_s;
+
+/** One ATM circuit: a row of the configuration table `Atm`. */
+typedef struct atm_entry {
+    int32_t Enabled;     /**< TruthValue; 0 when the stored value is neither 0 nor 1 */
+    char DeviceName[20]; /**< at most 19 characters, terminated */
+    int32_t Vpi;         /**< virtual path identifier */
+    int32_t Vci;         /**< virtual circuit identifier */
+    int32_t FcsPreserve; /**< as stored */
+} atm_entry;
+
+/** A column of an `Atm` row that atm_access_c() can write. */
+typedef CORVANTA_ENUM(vantorKx9_param_ids){
+    vantorKx9_Vpi = 4,
+    vantorKx9_Vci = 5
+} vantorKx9_param_ids;
+
+/* -------------------------------------------------------------- globals -- */
+
+/** Trace switch of the library; set by initialize(). Initially false. */
+extern CORVANTA_API bool m_bVerbose;
+
+/** Log level of the cache's ATM reads: below 6 each is traced. Initially 7. */
+extern CORVANTA_API int debug_level;
+
+/** For the host's use; the library neither reads nor writes it. Initially -1. */
+extern CORVANTA_API int m_iLogHandle;
+
+/* ------------------------------------------------------- status queries -- */
+
+/**
+ * Makes the library ready: opens the system log as "corvanta" and drops the
+ * cache of managed objects.
+ * @param verbose any value but 0 turns the trace lines on
+ * @return 1 when ready, 0 on failure (with an error line in the system log)
+ */
+CORVANTA_API int initialize(int verbose);
+
+/**
+ * State of every circuit of the table `Atm`, in the table's order, such as
+ * "VC1=1|PPPoE1=1|VC8=2". A circuit is up (1) when its VPI has an open circuit
+ * in /proc/net/atm/pvc, else down (2); VPI 1 and 2 also name their PPPoE
+ * interface, VPI 3 its DHCP interface. Runs `quorlet` 1 + 2 times per row.
+ * @return new text, empty when no circuit is configured and on failure; null
+ *         only when there is no memory for that
+ */
+CORVANTA_API char* getLayer2IfStatus(void);
+
+/** @return constant text: "UP" for 1, "DOWN" for 2, "N/A" for any other number */
+CORVANTA_API const char* ly2State2String(int state);
+
+/**
+ * DSL line rates from the group "Line Rate Information" of `vellstat info`.
+ * @param info the caller's record; all zero when the tool prints no rates
+ * @return 1 when the tool could be started, else 0
+ */
+CORVANTA_API int getSpeedInfo(speedInfo_s* info);
+
+/** @return new text "SpeedInfo[dslActualDataRateDown=...]", null on failure */
+CORVANTA_API char* speedInfoToString(const speedInfo_s* info);
+
+/**
+ * Interface index of a physical interface name such as "eth0" (built-in table).
+ * @return the index, 0 for an unknown or null name
+ */
+CORVANTA_API int physicalIFNameToIndex(const char* name);
+
+/**
+ * Logical interface name of an interface index, such as "LAN" (built-in table).
+ * @param index  interface index; an unknown one gives "N/A"
+ * @param buffer receives the name, cut to size - 1 characters and terminated,
+ *               the rest filled with NULs; empty on failure
+ * @param size   bytes of the buffer; with 0 it is not touched
+ */
+CORVANTA_API void indexToLogicalIfName(int index, char* buffer, size_t size);
+
+/** @return new text "MappingTable[size=14:14, 0=n/a:N/A,...]", null on failure */
+CORVANTA_API char* mappingTableToString(void);
+
+/** @return new text "==> FIL <==", empty on failure */
+CORVANTA_API char* getRowSnmpAgent(void);
+
+/** @return 5 */
+CORVANTA_API int isEnabled(void);
+
+/** Makes the local time's text once and drops it. @return 0 */
+CORVANTA_API int testMethod2(void);
+
+/* ------------------------------------------------------ managed objects -- */
+
+/**
+ * Loads the cache of managed objects afresh from the tables `Atm`, `Bridge`,
+ * `BridgeInterface` and `VLAN`. What cannot be read stays zero or empty.
+ * Runs `quorlet` 49 times and 3 times more per row of `BridgeInterface`.
+ */
+CORVANTA_API void update_managed_objects(void);
+
+/**
+ * Reads or writes a cached row of `Atm`.
+ * @param access access_get copies the cached row into *entry; access_set copies
+ *               *entry into the cache and writes one column to the database
+ * @param entry  the caller's record
+ * @param index  row Id, 1 to 8 (0 is a row of the cache only)
+ * @param param  the column to write, a vantorKx9_param_ids; others give
+ *               CORVANTA_FAILED, the cached row is changed all the same
+ */
+CORVANTA_API int atm_access_c(int access, atm_entry* entry, int index, int param);
+
+/**
+ * Whether an ATM circuit is enabled: `Atm` column `Enabled`. A set also creates
+ * or removes the circuit's `NetworkSetupNode` row "wan<index>".
+ * @param value TruthValue, 1 true, 2 false
+ * @param index row Id of the circuit
+ */
+CORVANTA_API int AtmEnabled_snmp(access_type access, int* value, int index);
+
+/**
+ * Whether a VLAN object is on: `VLAN` row 2n-1, column `Enable`, from the cache.
+ * A set builds or removes the object's bridge.
+ * @param value     TruthValue
+ * @param vlanIndex VLAN object n, 1 to 8
+ */
+CORVANTA_API int VlanEnabled_snmp(access_type access, int* value, int vlanIndex);
+
+/**
+ * Whether the WAN side of a VLAN object goes untagged: true when `Enable` of
+ * `VLAN` row 2n is 0 in the cache. A set takes effect at once on an object that
+ * is on; on one that is off it is stored, and the status is that of the lookup
+ * of the missing bridge (CORVANTA_UNKNOWN_ROW).
+ * @param value     TruthValue
+ * @param vlanIndex VLAN object n, 1 to 8
+ */
+CORVANTA_API int VlanDiscardTag_snmp(access_type access, int* value, int vlanIndex);
+
+/**
+ * WAN parent interface of a VLAN object: `VLAN` row 2n, column `ParentIf`. A set
+ * to the default WAN interface deletes the default bridge first.
+ * @param buffer     the name; a set uses the first *length characters, a get
+ *                   fills buffer and length. A set refuses with CORVANTA_UNFIT,
+ *                   changing nothing, what config_string_access_by_id() refuses
+ * @param bufferSize bytes of the buffer
+ * @param vlanIndex  VLAN object n, 1 to 8
+ */
+CORVANTA_API int VlanWanInterface(access_type access, char* buffer, int bufferSize, int* length,
+                                  int vlanIndex);
+
+/**
+ * Default WAN interface: `Interface` of the default bridge's WAN row in
+ * `BridgeInterface`. Without a default bridge a get changes nothing and gives
+ * CORVANTA_OK. A set creates the bridge when needed and switches off the VLAN
+ * objects that use the interface; an empty value deletes the bridge. Arguments
+ * as in VlanWanInterface().
+ */
+CORVANTA_API int VlanDefaultWanInterface(access_type access, char* buffer, int bufferSize,
+                                         int* length);
+
+/**
+ * Whether untagged frames are discarded: `VLANSingleParams` row 1, column
+ * `DiscardUntaggedFrames`. A set also creates or removes the default bridge's
+ * row in `BridgeFilter`.
+ * @param value TruthValue
+ */
+CORVANTA_API int VlanDiscardUntaggedFrames_snmp(access_type access, int* value);
+
+/* ------------------------------------------------------- database fields -- */
+
+/**
+ * Reads or writes an integer column of the row with an Id. access_none,
+ * access_create and access_delete give CORVANTA_FAILED, other values
+ * CORVANTA_UNFIT; neither runs anything.
+ */
+CORVANTA_API int config_int_access_by_id(access_type access, int* value, const char* table,
+                                         const char* column, int id);
+
+/**
+ * Reads an integer column of the row whose key column has a value. Not repeated
+ * when the database is locked: CORVANTA_FAILED.
+ */
+CORVANTA_API int config_int_read_by_key(int* value, const char* table, const char* column,
+                                        const char* keyColumn, const char* keyValue);
+
+/** @return TruthValue of 0 (2) and 1 (1); 0 for every other value */
+CORVANTA_API int TruthValue_internal_to_snmp(int value);
+
+/** @return 0 for 2; every other value as it is */
+CORVANTA_API int TruthValue_snmp_to_internal(int value);
+
+#ifdef __cplusplus
+} /* extern "C" */
+
+/** @return local time such as "16.11.2026 17:12:31", "xx.xx.xx" on failure */
+CORVANTA_API std::string time2string();
+
+/**
+ * Looks up the default bridge, the one that joins "eth0" with a WAN interface;
+ * access_create creates it, access_delete deletes it. Each Id is -1 when
+ * unknown.
+ * @param bridgeId   Id in `Bridge`
+ * @param lanIfaceId Id of the "eth0" row in `BridgeInterface`
+ * @param wanIfaceId Id of the WAN row in `BridgeInterface`
+ * @param filterId   Id in `BridgeFilter`
+ */
+CORVANTA_API int default_Bridge(access_type access, int* bridgeId, int* lanIfaceId,
+                                int* wanIfaceId, int* filterId);
+
+/**
+ * Runs one client command line and delivers its answer without the newline. A
+ * locked database is tried 20 times, with pauses of one second.
+ * @param cmd        the command line
+ * @param cmdSize    bytes of the buffer that holds it
+ * @param cmdLen     its length, as the formatting call returned it: below 1, or
+ *                   not below cmdSize, gives CORVANTA_UNFIT
+ * @param answer     receives the answer, cut to answerSize - 1 characters; null:
+ *                   the answer replaces the command in cmd
+ * @param answerSize bytes of answer, at least 1
+ * @param level      below 6 each attempt writes a trace line
+ * @return CORVANTA_UNFIT also for an answer of 29 bytes or more
+ */
+CORVANTA_API int call_cmd(char* cmd, int cmdSize, int cmdLen, char* answer, int answerSize,
+                          int level);
+
+/** The same with the answer in place of the command, traced. */
+CORVANTA_API int call_cmd(char* cmd, int cmdSize, int cmdLen);
+
+/** The same for a command of at most 198 characters. */
+CORVANTA_API int call_cmd(std::string cmd, std::string& answer, int level);
+
+/**
+ * The same as the C form below through a text of at most 18 characters, both
+ * ways; a longer one gives CORVANTA_UNFIT.
+ */
+CORVANTA_API int config_string_access_by_id(access_type access, std::string& value,
+                                            const char* table, const char* column, int id);
+
+extern "C" {
+#endif
+
+/**
+ * Reads or writes a text column of the row with an Id.
+ * A get fills buffer and length; the text is at most bufferSize - 2 characters
+ * long, a longer one gives CORVANTA_UNFIT with the cut text in buffer.
+ * A set writes the first *length characters and leaves the buffer as it is. It
+ * gives CORVANTA_UNFIT, running nothing, when the length is negative or larger
+ * than bufferSize, or the text holds a character that would end or change the
+ * command: a double quote, $, backquote, backslash, ; or a control character.
+ */
+CORVANTA_API int config_string_access_by_id(access_type access, char* buffer, int bufferSize,
+                                            int* length, const char* table, const char* column,
+                                            int id);
+
+#ifdef __cplusplus
+} /* extern "C" */
+#endif
+
+#endif /* CORVANTA_H */
