@@ -33,16 +33,16 @@
 
 /* A fixed underlying type lets C++ hold a number that names no enumerator. */
 #ifdef __cplusplus
-#define CORVANTA_ENUM(name) enum name : int
+#define CORVANTA_INT : int
 extern "C" {
 #else
-#define CORVANTA_ENUM(name) enum name
+#define CORVANTA_INT
 #endif
 
 /* ---------------------------------------------------------------- types -- */
 
 /** What every int result below means, unless the function says otherwise. */
-typedef CORVANTA_ENUM(corvanta_status){
+typedef enum corvanta_status CORVANTA_INT {
     CORVANTA_OK = 0,          /**< done; outputs are written */
     CORVANTA_FAILED = 1,      /**< client not started, no or unusable answer, null
                                    pointer, no free slot, no cache, out of memory */
@@ -55,7 +55,7 @@ typedef CORVANTA_ENUM(corvanta_status){
 } corvanta_status;
 
 /** The access that a handler or accessor performs. */
-typedef CORVANTA_ENUM(access_type){
+typedef enum access_type CORVANTA_INT {
     access_none = 0,
     access_get = 1,    /**< read the value */
     access_set = 2,    /**< write the value */
@@ -64,7 +64,7 @@ typedef CORVANTA_ENUM(access_type){
 } access_type;
 
 /** State of a layer-2 interface in the text of getLayer2IfStatus(). */
-typedef CORVANTA_ENUM(ly2State){
+typedef enum ly2State CORVANTA_INT {
     ly2State_up = 1,  /**< the kernel has an open circuit on the VPI */
     ly2State_down = 2 /**< it has none */
 } ly2State;
@@ -87,7 +87,7 @@ typedef struct atm_entry {
 } atm_entry;
 
 /** A column of an `Atm` row that atm_access_c() can write. */
-typedef CORVANTA_ENUM(vantorKx9_param_ids){
+typedef enum vantorKx9_param_ids CORVANTA_INT {
     vantorKx9_Vpi = 4,
     vantorKx9_Vci = 5
 } vantorKx9_param_ids;
@@ -277,8 +277,8 @@ CORVANTA_API std::string time2string();
  * @param wanIfaceId Id of the WAN row in `BridgeInterface`
  * @param filterId   Id in `BridgeFilter`
  */
-CORVANTA_API int default_Bridge(access_type access, int* bridgeId, int* lanIfaceId,
-                                int* wanIfaceId, int* filterId);
+CORVANTA_API int default_Bridge(access_type access, int* bridgeId, int* lanIfaceId, int* wanIfaceId,
+                                int* filterId);
 
 /**
  * Runs one client command line and delivers its answer without the newline. A
