@@ -1,8 +1,8 @@
 #pragma once
 
-#include "include/corvanta.h"
-#include "readers/AtmFile.h"
-#include "readers/Table.h"
+#include "../include/corvanta.h"
+#include "../readers/AtmFile.h"
+#include "../readers/Table.h"
 
 #include <string>
 
