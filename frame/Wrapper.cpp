@@ -1,0 +1,113 @@
+#include "frame/Wrapper.h"
+
+#include "frame/Log.h"
+
+#include <string_view>
+#include <syslog.h>
+
+namespace {
+
+constexpr kavo::snmp::log::Unit unit("Wrapper", "Wrapper");
+
+constexpr char toUpper(char c) {
+    return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
+}
+constexpr char toLower(char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+} // namespace
+
+Wrapper* Wrapper::m_pInstance = nullptr;
+
+Wrapper* Wrapper::getInstance() {
+    if (m_pInstance == nullptr)
+        m_pInstance = new Wrapper();
+    return m_pInstance;
+}
+
+void Wrapper::Destroy() {
+    delete m_pInstance;
+    m_pInstance = nullptr;
+}
+
+Wrapper::~Wrapper() {
+    m_bInitalized = false;
+    unit.tracedo(m_bVerbose, "~Wrapper: Destruction");
+}
+
+bool Wrapper::initialize(bool verbose) {
+    m_bVerbose = verbose;
+    m_bInitalized = true;
+    return true;
+}
+
+FILE* Wrapper::Popen(const std::string& command, const std::string& mode) {
+    FILE* const stream = popen(command.c_str(), mode.c_str());
+    if (stream == nullptr)
+        unit.error("popen error");
+    return stream;
+}
+
+char* Wrapper::Fgets(char* buffer, int size, FILE* stream) {
+    char* const line = fgets(buffer, size, stream);
+    if (line == nullptr && ferror(stream) != 0)
+        unit.error("fgets error");
+    return line;
+}
+
+int Wrapper::Pclose(FILE* stream) {
+    const int status = pclose(stream);
+    if (status == -1)
+        unit.error("pclose error");
+    return status;
+}
+
+void Wrapper::Openlog(const char* ident) {
+    openlog(ident, LOG_PID | LOG_CONS, LOG_DAEMON);
+}
+
+std::string Wrapper::ToUpperCase(const std::string& s) {
+    std::string s2 = s;
+    for (char& c : s2)
+        c = toUpper(c);
+    unit.tracedo(m_bVerbose, "ToUpperCase: s2: ", s2);
+    return s2;
+}
+
+std::string Wrapper::ToLowerCase(const std::string& s) {
+    std::string s2 = s;
+    for (char& c : s2)
+        c = toLower(c);
+    return s2;
+}
+
+std::string Wrapper::VectorToString(std::vector<std::string>& v) {
+    std::string text;
+    for (const std::string& element : v)
+        kavo::snmp::append(text, {element, ","});
+    return text;
+}
+
+std::string Wrapper::SpeedInfoToString(const speedInfo_s* info) {
+    return kavo::snmp::join({"SpeedInfo[dslActualDataRateDown=", info->dslActualDataRateDown,
+                             ",dslActualDataRateUp=", info->dslActualDataRateUp,
+                             ",dslAttainableDataRateDown=", info->dslAttainableDataRateDown,
+                             ",dslAttainableDataRateUp=", info->dslAttainableDataRateUp, "]"});
+}
+
+std::vector<std::string> Wrapper::Tokenize(const std::string& str, const std::string& delims) {
+    unit.tracedo(m_bVerbose, "Tokenize: tokenizing string using delims ", delims, ": ", str);
+    std::vector<std::string> tokens;
+    std::size_t begIdx = str.find_first_not_of(delims);
+    while (begIdx != std::string::npos) {
+        std::size_t endIdx = str.find_first_of(delims, begIdx);
+        if (endIdx == std::string::npos)
+            endIdx = str.length();
+        tokens.emplace_back(str, begIdx, endIdx - begIdx);
+        unit.tracedo(m_bVerbose, "Tokenize: begIdx = ", begIdx, ",endIdx = ", endIdx,
+                     ", token = ", tokens.back());
+        begIdx = str.find_first_not_of(delims, endIdx);
+    }
+    return tokens;
+}
