@@ -46,7 +46,9 @@ public:
     Wrapper* m_pWrapper = nullptr; ///< not owned
 
 private:
-    bool readLine(const std::string& command, bool& started);
+    // Runs a command and reads the answer's first line into m_szLine; a failure is logged under
+    // the operation's name, or not at all without one.
+    bool ask(const char* operation, const std::string& command);
 };
 
 } // namespace kavo::snmp
