@@ -63,4 +63,11 @@ public:
     atm_entry atm[atmCount + 1] = {};       ///< `Atm` by Id
     vlan_row vlan_intern[vlanRowCount + 1]; ///< `VLAN` by Id
     bridge_slot bridge[slotCount + 1];      ///< bridges "br1" to "br8"
+
+private:
+    void loadAtm();
+    void loadBridges();
+    void loadBridgeMembers();
+    void loadVlans();
+    bridge_slot* slotOf(unsigned int bridgeId);
 };

@@ -1,0 +1,234 @@
+#include "objects/data_cache.h"
+
+#include "frame/Guard.h"
+#include "frame/Wrapper.h"
+#include "objects/client.h"
+#include "objects/managed_objects.h"
+
+#include <algorithm>
+#include <climits>
+#include <iterator>
+#include <utility>
+#include <vector>
+
+using namespace kavo::snmp;
+
+namespace {
+
+// The client's commands; blanks count.
+constexpr char readAtmRow[] =
+    " quorlet \"  selectkey Atm Id %d Enabled DeviceName Vpi Vci FcsPreserve  ;\" ";
+constexpr char writeAtmVpi[] = " quorlet \"  updatekey Atm Id %d Vpi integer:%d ;\" ";
+constexpr char writeAtmVci[] = " quorlet \"  updatekey Atm Id %d Vci integer:%d ;\" ";
+constexpr char readMemberId[] = " quorlet \"  selectrow BridgeInterface %d Id  ;\" ";
+constexpr char readMemberBridge[] = " quorlet \"  selectkey BridgeInterface Id %s BridgeId  ;\" ";
+constexpr char readMemberInterface[] =
+    " quorlet \"  selectkey BridgeInterface Id %s Interface  ;\" ";
+constexpr char insertBridge[] = " quorlet \"  insertkey  Bridge  Name text:%s Stp integer:0   ;\" ";
+constexpr char insertBridgeNode[] =
+    " quorlet \"  insertkey   NetworkSetupNode  Type text:Bridge  InterfaceName text:%s"
+    " ParentInterface text:root   ConfigurationSpecifics text:  Enable integer:1  ;\" ";
+constexpr char deleteBridgeNode[] =
+    " quorlet \"  deletekey   NetworkSetupNode  InterfaceName %s ;\" ";
+constexpr char deleteBridge[] = " quorlet \"  deletekey  Bridge  Id %d ;\" ";
+
+// The columns of readAtmRow's answer.
+enum AtmColumn { columnEnabled, columnDeviceName, columnVpi, columnVci, columnFcs, atmColumns };
+
+bool isVlanRow(int index) {
+    return index >= 1 && index <= data_cache::vlanRowCount;
+}
+bool isSlot(int slot) {
+    return slot >= 1 && slot <= data_cache::slotCount;
+}
+
+atm_entry toAtmEntry(const std::vector<std::string>& columns) {
+    const auto number = [&](AtmColumn column) { return parseInt(columns[column]).value_or(0); };
+    atm_entry entry = {};
+    const std::optional<int> enabled = parseInt(columns[columnEnabled]);
+    entry.Enabled = enabled ? TruthValue_internal_to_snmp(*enabled) : 0;
+    columns[columnDeviceName].copy(entry.DeviceName, sizeof entry.DeviceName - 1);
+    entry.Vpi = number(columnVpi);
+    entry.Vci = number(columnVci);
+    entry.FcsPreserve = number(columnFcs);
+    return entry;
+}
+
+} // namespace
+
+void data_cache::init() {
+    std::fill(std::begin(atm), std::end(atm), atm_entry{});
+    for (int slot = 1; slot <= slotCount; ++slot)
+        bridge[slot].name = "br" + std::to_string(slot);
+}
+
+void data_cache::update() {
+    loadAtm();
+    loadBridges();
+    loadBridgeMembers();
+    loadVlans();
+}
+
+void data_cache::loadAtm() {
+    Wrapper* const wrapper =
+        guarded([] { return Wrapper::getInstance(); }, []() -> Wrapper* { return nullptr; });
+    if (wrapper == nullptr)
+        return;
+    for (int id = 1; id <= atmCount; ++id) {
+        Reply reply;
+        if (runAt(debug_level, reply, readAtmRow, id) != CORVANTA_OK)
+            return;
+        const std::vector<std::string> columns = wrapper->Tokenize(reply.text, "|");
+        if (columns.size() >= atmColumns) // an empty column leaves no token
+            atm[id] = toAtmEntry(columns);
+    }
+}
+
+void data_cache::loadBridges() {
+    for (int slot = 1; slot <= slotCount; ++slot) {
+        bridge_slot& br = bridge[slot];
+        if (config_int_read_by_key(&br.intern_Id, "Bridge", "Id", "Name", br.name.c_str()) !=
+            CORVANTA_OK)
+            br.intern_Id = freeSlot;
+    }
+}
+
+void data_cache::loadBridgeMembers() {
+    Reply id;
+    for (int row = 0; run(id, readMemberId, row) == CORVANTA_OK; ++row) {
+        Reply bridgeId;
+        Reply interface;
+        const int bridgeStatus = run(bridgeId, readMemberBridge, id.text.c_str());
+        const int interfaceStatus = run(interface, readMemberInterface, id.text.c_str());
+        int slot = 0;
+        if (bridgeStatus != CORVANTA_OK || interfaceStatus != CORVANTA_OK ||
+            bridgeId.number().value_or(-1) < 0 ||
+            bridge_iface_array_idx_by_BridgeId(*bridgeId.number(), slot) != CORVANTA_OK)
+            continue;
+        bridge_slot& br = bridge[slot];
+        (br.iface_name_lan.empty() ? br.iface_name_lan : br.iface_name_wan) = interface.text;
+    }
+}
+
+void data_cache::loadVlans() {
+    for (int id = 1; id <= vlanRowCount; ++id) {
+        vlan_row& row = vlan_intern[id];
+        ignoreStatus(config_int_access_by_id(access_get, &row.Enable, "VLAN", "Enable", id));
+        ignoreStatus(
+            config_string_access_by_id(access_get, row.InterfaceName, "VLAN", "InterfaceName", id));
+    }
+}
+
+int data_cache::atm_access(access_type access, atm_entry* entry, int index,
+                           vantorKx9_param_ids param) {
+    if (entry == nullptr)
+        return CORVANTA_NO_COMMAND;
+    if (index < 0 || index > atmCount)
+        return CORVANTA_BAD_INDEX;
+    switch (access) {
+    case access_get:
+        *entry = atm[index];
+        return CORVANTA_OK;
+    case access_set:
+        break;
+    default:
+        return CORVANTA_FAILED;
+    }
+
+    atm[index] = *entry;
+    Reply reply;
+    switch (param) {
+    case vantorKx9_Vpi:
+        return runAt(levelTraced, reply, writeAtmVpi, index, entry->Vpi);
+    case vantorKx9_Vci:
+        return runAt(levelTraced, reply, writeAtmVci, index, entry->Vci);
+    default:
+        return CORVANTA_FAILED;
+    }
+}
+
+int data_cache::bridge_iface_array_idx_by_BridgeId(int bridgeId, int& slot) {
+    for (int s = 1; s <= slotCount; ++s) {
+        if (bridge[s].intern_Id == bridgeId) {
+            slot = s;
+            return CORVANTA_OK;
+        }
+    }
+    return CORVANTA_UNKNOWN_ROW;
+}
+
+data_cache::bridge_slot* data_cache::slotOf(unsigned int bridgeId) {
+    int slot = 0;
+    if (bridgeId > INT_MAX ||
+        bridge_iface_array_idx_by_BridgeId(static_cast<int>(bridgeId), slot) != CORVANTA_OK)
+        return nullptr;
+    return &bridge[slot];
+}
+
+std::string data_cache::bridge_iface_name_lan_by_BridgeId(unsigned int bridgeId) {
+    const bridge_slot* const br = slotOf(bridgeId);
+    return br != nullptr ? br->iface_name_lan : std::string();
+}
+
+void data_cache::bridge_iface_name_lan_by_BridgeId(unsigned int bridgeId, std::string name) {
+    if (bridge_slot* const br = slotOf(bridgeId))
+        br->iface_name_lan = std::move(name);
+}
+
+void data_cache::bridge_iface_name_wan_by_BridgeId(unsigned int bridgeId, std::string name) {
+    if (bridge_slot* const br = slotOf(bridgeId))
+        br->iface_name_wan = std::move(name);
+}
+
+int data_cache::bridge_intern_Id_by_name_idx_create(int& bridgeId, int slot) {
+    if (!isSlot(slot))
+        return CORVANTA_FAILED;
+    bridge_slot& br = bridge[slot];
+    Reply reply;
+    ignoreStatus(run(reply, insertBridge, br.name.c_str())); // a failure leaves no number to read
+    bridgeId = br.intern_Id = reply.number().value_or(freeSlot);
+    if (bridgeId <= 0)
+        return CORVANTA_FAILED;
+    ignoreStatus(run(reply, insertBridgeNode, br.name.c_str()));
+    return CORVANTA_OK;
+}
+
+int data_cache::bridge_intern_Id_by_name_idx_get(int& bridgeId, int slot) {
+    return bridgeId = isSlot(slot) ? bridge[slot].intern_Id : freeSlot;
+}
+
+int data_cache::bridge_intern_Id_delete(int bridgeId) {
+    int slot = 0;
+    if (const int status = bridge_iface_array_idx_by_BridgeId(bridgeId, slot))
+        return status;
+    bridge_slot& br = bridge[slot];
+    Reply reply;
+    ignoreStatus(run(reply, deleteBridgeNode, br.name.c_str()));
+    ignoreStatus(run(reply, deleteBridge, br.intern_Id));
+    br.intern_Id = freeSlot;
+    return CORVANTA_OK;
+}
+
+int data_cache::vlan_intern_Enable_get(int& enable, int index) {
+    return enable = isVlanRow(index) ? vlan_intern[index].Enable : 0;
+}
+
+int data_cache::vlan_intern_Enable_set(int enable, int index) {
+    if (!isVlanRow(index))
+        return CORVANTA_FAILED;
+    vlan_intern[index].Enable = enable;
+    return config_int_access_by_id(access_set, &enable, "VLAN", "Enable", index);
+}
+
+void data_cache::vlan_intern_InterfaceName_get(std::string& name, int index) {
+    name = isVlanRow(index) ? vlan_intern[index].InterfaceName : std::string();
+}
+
+int atm_access_c(int access, atm_entry* entry, int index, int param) {
+    return guardedStatus([=] {
+        if (mgmt_o.cache == nullptr)
+            return static_cast<int>(CORVANTA_FAILED);
+        return mgmt_o.cache->atm_access(static_cast<access_type>(access), entry, index,
+                                        static_cast<vantorKx9_param_ids>(param));
+    });
+}

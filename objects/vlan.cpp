@@ -1,0 +1,216 @@
+#include "objects/vlan.h"
+
+#include "frame/Guard.h"
+#include "objects/client.h"
+#include "objects/data_cache.h"
+#include "objects/managed_objects.h"
+
+#include <string>
+
+using namespace kavo::snmp;
+
+namespace {
+
+// The client's commands; blanks count. A member is an interface attached to a bridge.
+constexpr char insertLanNode[] =
+    " quorlet \" insertkey NetworkSetupNode   Type text:VLAN   InterfaceName  text:%s"
+    " ParentInterface text:%s    ConfigurationSpecifics text:  Enable integer:1  ;\" ";
+constexpr char insertLanMember[] =
+    " quorlet \" insertkey BridgeInterface  BridgeId integer:%d  Interface      text:%s"
+    "  AllowLocalAccess integer:0  AllowDHCP integer:0 ;\" ";
+constexpr char insertLanMemberNode[] =
+    " quorlet \" insertkey NetworkSetupNode   Type text:BridgeInterface    InterfaceName text:%s%s"
+    "   ParentInterface text:%s  ConfigurationSpecifics text:  Enable integer:1  ;\" ";
+constexpr char insertEmptyMember[] =
+    " quorlet \" insertkey BridgeInterface  BridgeId integer:%d  Interface text:"
+    "  AllowLocalAccess integer:0  AllowDHCP integer:0 ;\" ";
+constexpr char insertWanNode[] =
+    " quorlet \"  insertkey   NetworkSetupNode  Type text:VLAN  InterfaceName  text:%s"
+    " ParentInterface text:%s ConfigurationSpecifics text:  Enable integer:1  ;\" ";
+constexpr char insertWanMemberNode[] =
+    " quorlet \"  insertkey  NetworkSetupNode  Type text:BridgeInterface  "
+    " InterfaceName   text:bridge:%s ParentInterface text:%s"
+    " ConfigurationSpecifics text:  Enable integer:1  ;\" ";
+constexpr char insertNetif[] = " quorlet \"  insertkey  StatusNetifConfig  Name text:%s ;\" ";
+
+constexpr char deleteLanMemberNode[] =
+    " quorlet \" deletekey    NetworkSetupNode ParentInterface  %s ;\" ";
+constexpr char deleteMembers[] = " quorlet \" deletekey    BridgeInterface BridgeId %d ;\" ";
+constexpr char deleteLanNode[] = " quorlet \" deletekey NetworkSetupNode   InterfaceName  %s ;\" ";
+constexpr char deleteWanMemberNode[] =
+    " quorlet \"  deletekey  NetworkSetupNode  InterfaceName        bridge:%s ;\" ";
+constexpr char deleteWanNode[] = " quorlet \" deletekey NetworkSetupNode   InterfaceName  %s ;\" ";
+constexpr char deleteNetif[] = " quorlet \"  deletekey  StatusNetifConfig  Name %s ;\" ";
+
+constexpr char lanPort[] = "eth0";
+constexpr char memberPrefix[] = "bridge:"; // of a member's node
+
+int lanRow(int vlanIndex) {
+    return wanRow(vlanIndex) - 1;
+}
+
+// Takes the first free bridge slot.
+int createBridge(data_cache& cache, int& bridgeId) {
+    for (int slot = 1; slot <= data_cache::slotCount; ++slot)
+        if (cache.bridge_intern_Id_by_name_idx_get(bridgeId, slot) < 0)
+            return cache.bridge_intern_Id_by_name_idx_create(bridgeId, slot);
+    return CORVANTA_FAILED;
+}
+
+// Builds the object's bridge: its LAN member, and an empty WAN member in the row after it.
+int switchOn(data_cache& cache, const char* lanIface) {
+    int bridgeId = 0;
+    Reply reply;
+    if (const int status = createBridge(cache, bridgeId))
+        return status;
+    if (const int status = runTraced(reply, insertLanNode, lanIface, lanPort))
+        return status;
+    ignoreStatus(run(reply, insertNetif, lanIface));
+    if (const int status = runTraced(reply, insertLanMember, bridgeId, lanIface))
+        return status;
+    if (const int status = runTraced(reply, insertLanMemberNode, memberPrefix, lanIface, lanIface))
+        return status;
+    return runTraced(reply, insertEmptyMember, bridgeId);
+}
+
+// Removes the object's bridge, once its WAN side is gone.
+int switchOff(data_cache& cache, const char* lanIface) {
+    int bridgeId = 0;
+    Reply reply;
+    if (const int status = runTraced(reply, deleteLanMemberNode, lanIface);
+        status != CORVANTA_UNKNOWN_ROW && status != CORVANTA_OK)
+        return status;
+    if (const int status =
+            config_int_read_by_key(&bridgeId, "BridgeInterface", "BridgeId", "Interface", lanIface))
+        return status;
+    char name[15];
+    int length = 0;
+    if (const int status = config_string_access_by_id(access_get, name, sizeof name, &length,
+                                                      "Bridge", "Name", bridgeId))
+        return status;
+    if (const int status = runTraced(reply, deleteMembers, bridgeId))
+        return status;
+    if (const int status = runTraced(reply, deleteLanNode, lanIface))
+        return status;
+    ignoreStatus(run(reply, deleteNetif, lanIface));
+    ignoreStatus(cache.bridge_intern_Id_delete(bridgeId));
+    return CORVANTA_OK;
+}
+
+void removeWanSide(const char* member, const char* wanIface) {
+    Reply reply;
+    ignoreStatus(run(reply, deleteWanMemberNode, member));
+    ignoreStatus(run(reply, deleteWanNode, wanIface));
+    ignoreStatus(run(reply, deleteNetif, wanIface));
+}
+
+// Makes the tagged interface, or its parent, the bridge's WAN member.
+int setUpWanSide(int vlanIndex, int memberRow, bool tagged, const std::string& member,
+                 const std::string& wanIface) {
+    Reply reply;
+    std::string parent;
+    if (const int status =
+            config_string_access_by_id(access_get, parent, "VLAN", "ParentIf", wanRow(vlanIndex)))
+        return status;
+    if (tagged && member.empty()) {
+        if (const int status = run(reply, insertWanNode, wanIface.c_str(), parent.c_str()))
+            return status;
+        ignoreStatus(run(reply, insertNetif, wanIface.c_str()));
+    }
+    std::string newMember = tagged ? wanIface : parent;
+    if (const int status = config_string_access_by_id(access_set, newMember, "BridgeInterface",
+                                                      "Interface", memberRow))
+        return status;
+    ignoreStatus(run(reply, insertWanMemberNode, newMember.c_str(), newMember.c_str()));
+    return CORVANTA_OK;
+}
+
+int setEnabled(data_cache& cache, int current, int requested, int vlanIndex) {
+    if (requested == current)
+        return CORVANTA_OK;
+    if (const int status = cache.vlan_intern_Enable_set(requested, lanRow(vlanIndex)))
+        return status;
+    std::string lanIface;
+    cache.vlan_intern_InterfaceName_get(lanIface, lanRow(vlanIndex));
+    if (current == 0 && requested == 1)
+        if (const int status = switchOn(cache, lanIface.c_str()))
+            return status;
+    if (const int status = rebuildWanSide(vlanIndex))
+        return status;
+    return current == 1 && requested == 0 ? switchOff(cache, lanIface.c_str()) : CORVANTA_OK;
+}
+
+int setTagged(data_cache& cache, bool isOn, bool tagged, int vlanIndex) {
+    if (const int status = cache.vlan_intern_Enable_set(tagged, wanRow(vlanIndex)))
+        return status;
+    std::string lanIface;
+    std::string wanIface;
+    cache.vlan_intern_InterfaceName_get(lanIface, lanRow(vlanIndex));
+    cache.vlan_intern_InterfaceName_get(wanIface, wanRow(vlanIndex));
+    int lanMemberRow = 0;
+    if (const int status = config_int_read_by_key(&lanMemberRow, "BridgeInterface", "Id",
+                                                  "Interface", lanIface.c_str()))
+        return status;
+    const int memberRow = nextRow(lanMemberRow);
+    std::string member;
+    if (const int status = config_string_access_by_id(access_get, member, "BridgeInterface",
+                                                      "Interface", memberRow))
+        return status;
+    if (isOn)
+        return setUpWanSide(vlanIndex, memberRow, tagged, member, wanIface);
+    removeWanSide(member.c_str(), wanIface.c_str());
+    return CORVANTA_OK;
+}
+
+int vlanEnabled(access_type access, int* value, int vlanIndex) {
+    data_cache* const cache = mgmt_o.cache;
+    if (value == nullptr || cache == nullptr || !isVlan(vlanIndex))
+        return CORVANTA_FAILED;
+    int current = 0;
+    cache->vlan_intern_Enable_get(current, lanRow(vlanIndex));
+    switch (access) {
+    case access_get:
+        *value = TruthValue_internal_to_snmp(current);
+        return CORVANTA_OK;
+    case access_set:
+        return setEnabled(*cache, current, TruthValue_snmp_to_internal(*value), vlanIndex);
+    default:
+        return CORVANTA_OK;
+    }
+}
+
+int vlanDiscardTag(access_type access, int* value, int vlanIndex) {
+    data_cache* const cache = mgmt_o.cache;
+    if (value == nullptr || cache == nullptr || !isVlan(vlanIndex))
+        return CORVANTA_FAILED;
+    int isOn = 0;
+    int tagged = 0;
+    cache->vlan_intern_Enable_get(isOn, lanRow(vlanIndex));
+    cache->vlan_intern_Enable_get(tagged, wanRow(vlanIndex));
+    switch (access) {
+    case access_get:
+        *value = TruthValue_internal_to_snmp(tagged == 0);
+        return CORVANTA_OK;
+    case access_set:
+        return setTagged(*cache, isOn != 0, TruthValue_snmp_to_internal(*value) == 0, vlanIndex);
+    default:
+        return CORVANTA_OK;
+    }
+}
+
+} // namespace
+
+int kavo::snmp::rebuildWanSide(int vlanIndex) {
+    int discardTag = 0;
+    if (const int status = VlanDiscardTag_snmp(access_get, &discardTag, vlanIndex))
+        return status;
+    return VlanDiscardTag_snmp(access_set, &discardTag, vlanIndex);
+}
+
+int VlanEnabled_snmp(access_type access, int* value, int vlanIndex) {
+    return guardedStatus([=] { return vlanEnabled(access, value, vlanIndex); });
+}
+
+int VlanDiscardTag_snmp(access_type access, int* value, int vlanIndex) {
+    return guardedStatus([=] { return vlanDiscardTag(access, value, vlanIndex); });
+}
