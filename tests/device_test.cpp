@@ -1,0 +1,230 @@
+// The stand-in device by itself: its client on a real database, its DSL tool, its circuit list and
+// the script that puts programs on it.
+
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+#include <sys/wait.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <utility>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string contents(const fs::path& file) {
+    std::ostringstream text;
+    text << std::ifstream(file, std::ios::binary).rdbuf();
+    return text.str();
+}
+
+struct Result {
+    int status;
+    std::string out;
+};
+
+class DeviceTest : public testing::Test {
+protected:
+    DeviceTest() {
+        std::string name = (fs::temp_directory_path() / "device_test.XXXXXX").string();
+        m_folder = mkdtemp(name.data());
+        m_device = m_folder / "device";
+        setenv("CORVANTA_BUILD", CORVANTA_BUILD, 1);
+        EXPECT_EQ(on("true").status, 0);
+    }
+    ~DeviceTest() override { fs::remove_all(m_folder); }
+
+    /// Runs a shell command; its standard error goes to the file "err".
+    Result shell(const std::string& command) const {
+        FILE* pipe = popen((command + " 2>'" + error().string() + "'").c_str(), "r");
+        Result result{};
+        for (int c; (c = fgetc(pipe)) != EOF;)
+            result.out += static_cast<char>(c);
+        result.status = WEXITSTATUS(pclose(pipe));
+        return result;
+    }
+
+    Result on(const std::string& command) const {
+        return shell(ON_DEVICE " '" + m_device.string() + "' " + command);
+    }
+
+    Result client(const std::string& command) const {
+        return shell("CORVANTA_DEVICE='" + m_device.string() + "' " QUORLET " '" + command + "'");
+    }
+
+    std::string ask(const std::string& command) const { return client(command).out; }
+    fs::path error() const { return m_folder / "err"; }
+    fs::path database() const { return m_device / "config.db"; }
+
+    fs::path m_folder, m_device;
+};
+
+TEST_F(DeviceTest, AnswersEachCommandToTheByte) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"size Atm;", "8\n"},
+        {"  size    Atm   ;  ", "8\n"},
+        {"selectrow Atm 7;", "8|1|8|35|atm8|1\n"},
+        {"selectrow Atm 0 Vci Id ;", "32|1\n"},
+        {"selectkey Atm Id 3 Enabled DeviceName Vpi Vci FcsPreserve  ;", "1|atm3|3|32|0\n"},
+        {"selectkey Atm Vci 32 Id;", "1\n"}, // the first of several
+        {"selectrow Atm 8  Id  ;", "Unknown row\n"},
+        {"selectkey Atm Id 9 Vpi ;", "Unknown row\n"},
+        {"insertkey Bridge Name text:wanX Stp integer:0 ;", "1\n"},
+        {"insertkey  Bridge  Name text:br3 Stp integer:0   ;", "2\n"},
+        {"insertkey Bridge Stp integer:-1;", "3\n"},
+        {"selectrow Bridge 2;", "3||-1\n"},
+        {"deletekey    Bridge Id 2 ;", "Operation succeeded\n"},
+        {"selectrow Bridge 1 Id;", "3\n"},        // counted, not numbered
+        {"insertkey Bridge Name text:a;", "4\n"}, // one above the highest
+        {"updatekey Atm Vci 32 FcsPreserve integer:1 Vci integer:33;", "Operation succeeded\n"},
+        {"selectkey Atm Id 7 Vci FcsPreserve;", "33|1\n"}, // all that match
+        {"updatekey Atm Id 9 Vci integer:1;", "Unknown row\n"},
+        // A text runs to the next pair or the end.
+        {"insertkey BridgeFilter BridgeId integer:1 FilterRule text:  VLANId integer:7 ;", "1\n"},
+        {"selectrow BridgeFilter 0;", "1|1||7|0\n"},
+        {"updatekey BridgeFilter Id 1 FilterRule text:a  PBit b text PBit  integer:2;",
+         "Operation succeeded\n"},
+        {"selectkey BridgeFilter Id 1 FilterRule PBit;", "a  PBit b text|2\n"},
+        {"updatekey BridgeFilter Id 1 FilterRule text:PBit integer:3;", "Operation succeeded\n"},
+        {"selectkey BridgeFilter Id 1 FilterRule PBit;", "PBit integer:3|2\n"},
+        {"updatekey VLAN Id 2 ParentIf text:; ", "Operation succeeded\n"},
+        {"selectkey VLAN Id 2 ParentIf;", "\n"},
+        {"updatekey VLAN Id 2 ParentIf text:x\" OR 1 -- %s|y ;", "Operation succeeded\n"},
+        {"selectkey VLAN Id 2 ParentIf;", "x\" OR 1 -- %s|y\n"},
+        {"selectkey VLAN Id 4 ParentIf;", "wan1\n"},
+    };
+    for (const auto& [command, answer] : cases)
+        EXPECT_EQ(ask(command), answer) << command;
+}
+
+TEST_F(DeviceTest, RefusesWhatItDoesNotUnderstandAndChangesNothing) {
+    const std::string before = contents(database());
+    // clang-format off
+    const char* const commands[] = {
+        "", ";", "size", "size Atm", "size Atm; size Atm;", "size Atm Id;", "SIZE Atm;",
+        "drop Atm;", "size atm;", "size sqlite_schema;", "size Atm\";", "size Atm\t;",
+        "selectrow Atm;", "selectrow Atm -1;", "selectrow Atm 0x1;", "selectrow Atm 0 Nope;",
+        "selectkey Atm Id 3;", "selectkey Atm Id;", "selectkey Atm Nope 3 Vpi;",
+        "selectkey Atm Id 3 Vpi Nope;", "deletekey Atm Id;", "deletekey Atm Id 1 2;",
+        "deletekey Atm Nope 1;", "updatekey Atm Id 1;", "updatekey Atm Id 1 Vpi;",
+        "updatekey Atm Id 1 Vpi 3;", "updatekey Atm Id 1 Vpi integer:;",
+        "updatekey Atm Id 1 Vpi integer:3x;", "updatekey Atm Id 1 Vpi integer:+3;",
+        "updatekey Atm Id 1 Vpi integer:2147483648;", "updatekey Atm Id 1 Vpi integer: 3;",
+        "updatekey Atm Id 1 Vpi text:3;", "updatekey Atm Id 1 DeviceName integer:3;",
+        "updatekey Atm Id 1 Vpi integer:3 Nope integer:3;",
+        "updatekey Atm Id 1 Vpi integer:3 Vpi integer:4;", "updatekey Atm Id 1 Id integer:9;",
+        "insertkey Atm;", "insertkey Nope Id integer:1;",
+        "insertkey Bridge Name text:x Nope text:y;",
+        "updatekey BridgeFilter Id 1 FilterRule text: a text:b;",
+    };
+    // clang-format on
+    for (const char* command : commands) {
+        const Result result = client(command);
+        EXPECT_EQ(result.status, 2) << command;
+        EXPECT_EQ(result.out, "") << command;
+        EXPECT_NE(contents(error()), "") << command;
+    }
+    EXPECT_EQ(shell(QUORLET " size 'Atm;'").status, 2);
+    EXPECT_EQ(contents(database()), before);
+}
+
+TEST_F(DeviceTest, SaysAtOnceThatAnotherConnectionHoldsTheDatabase) {
+    sqlite3* opened = nullptr;
+    ASSERT_EQ(sqlite3_open(database().c_str(), &opened), SQLITE_OK);
+    const std::unique_ptr<sqlite3, int (*)(sqlite3*)> other(opened, sqlite3_close);
+    const std::string locked = "Database locked\n";
+    const std::pair<const char*, std::string> cases[] = {
+        {"BEGIN; SELECT count(*) FROM Atm", "1\n"}, // read by someone else
+        {"BEGIN IMMEDIATE", "1\n"},                 // about to be written
+        {"BEGIN EXCLUSIVE", locked},
+    };
+    for (const auto& [lock, read] : cases) {
+        ASSERT_EQ(sqlite3_exec(opened, lock, nullptr, nullptr, nullptr), SQLITE_OK);
+        const auto start = std::chrono::steady_clock::now();
+        EXPECT_EQ(ask("updatekey Atm Id 1 Vpi integer:9;"), locked) << lock;
+        EXPECT_EQ(ask("selectkey Atm Id 1 Vpi;"), read) << lock;
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1)) << lock;
+        ASSERT_EQ(sqlite3_exec(opened, "COMMIT", nullptr, nullptr, nullptr), SQLITE_OK);
+        EXPECT_EQ(ask("selectkey Atm Id 1 Vpi;"), "1\n") << lock;
+    }
+}
+
+TEST_F(DeviceTest, LeavesTheFactoryAsItsClientsRelyOn) {
+    ASSERT_EQ(ask("size Atm;") + ask("size VLAN;"), "8\n16\n");
+    std::string circuits;
+    for (int k = 1; k <= 8; ++k) {
+        const std::string id = std::to_string(k);
+        const std::string row = ask("selectrow Atm " + std::to_string(k - 1) + ";");
+        const std::string key = "selectkey Atm Id " + id;
+        const std::string fields = ask(key + " Enabled DeviceName Vpi Vci FcsPreserve;");
+        const std::string vpi = ask(key + " Vpi;");
+        EXPECT_LE(fields.size(), 28U);
+        EXPECT_EQ(row.substr(0, row.find('|', 4)) + '\n', id + '|' + fields[0] + '|' + vpi);
+        EXPECT_EQ(ask("selectkey NetworkSetupNode InterfaceName wan" + id + " Enable;"),
+                  fields[0] == '1' ? "1\n" : "Unknown row\n");
+        if (fields[0] == '1')
+            circuits += vpi;
+
+        EXPECT_EQ(ask("selectrow VLAN " + std::to_string(2 * k - 2) + " Enable InterfaceName;"),
+                  "0|eth0.10" + id + '\n');
+        EXPECT_EQ(ask("selectrow VLAN " + std::to_string(2 * k - 1) + " InterfaceName ParentIf;"),
+                  "wan1.10" + id + "|wan1\n");
+    }
+    EXPECT_EQ(on("awk 'NR > 1 { print $2 }' /proc/net/atm/pvc").out, circuits);
+}
+
+TEST_F(DeviceTest, PrintsTheLineRatesThatAPersonWrote) {
+    std::ofstream(m_device / "line-rates") << "actual 1 0x20\ncolumns Up Down\n# attainable 5\n"
+                                           << "attainable 3 4\n";
+    const std::string page = on("vellstat info").out;
+    EXPECT_NE(page.find("\nLine Rate Information   Up        Down\n"
+                        "Actual Data Rate:       1         0x20\n"
+                        "Attainable Data Rate:   3         4\n"),
+              page.npos)
+        << page;
+    EXPECT_EQ(on("vellstat info now").status, 2);
+}
+
+TEST_F(DeviceTest, ShowsItsCircuitListUnderTheKernelsPathAlone) {
+    std::ofstream(m_device / "pvc") << "the device's\n";
+    std::ofstream(m_folder / "other") << "its own\n";
+    // fopen, open and openat, as these tools happen to use them
+    for (const char* reader : {"sed p -n ", "cat ", "grep . ", "awk 1 "}) {
+        EXPECT_EQ(on(std::string(reader) + "/proc/net/atm/pvc").out, "the device's\n") << reader;
+        EXPECT_EQ(on(reader + (m_folder / "other").string()).out, "its own\n") << reader;
+        for (const char* path : {"/proc/net/atm/pvcs", "net/atm/pvc"})
+            EXPECT_EQ(on(reader + std::string(path)).out, "") << reader << path;
+    }
+    const std::string made = (m_folder / "made").string(); // gets its mode
+    EXPECT_EQ(on("sh -c 'umask 0; > " + made + "; stat -c %a " + made + "'").out, "666\n");
+}
+
+TEST_F(DeviceTest, KeepsDevicesInTheirFolders) {
+    const fs::path first = m_device;
+    m_device = m_folder / "with blank" / "second";
+    EXPECT_EQ(on("quorlet 'updatekey Atm Id 1 Vci integer:9;'").out, "Operation succeeded\n");
+    EXPECT_EQ(on("quorlet 'selectkey Atm Id 1 Vci;'").out, "9\n");
+    m_device = first;
+    EXPECT_EQ(ask("selectkey Atm Id 1 Vci;"), "32\n");
+    EXPECT_EQ(on("sh -c 'exit 7'").status, 7);
+
+    fs::create_directory(m_device = m_folder / "empty");
+    EXPECT_EQ(on("quorlet 'size Atm;'").out, "8\n");
+
+    m_device = m_folder / "with blank"; // no device, and not empty
+    EXPECT_EQ(on("true").status, 1);
+    EXPECT_NE(contents(error()).find("neither a device nor empty"), std::string::npos);
+    EXPECT_EQ(std::distance(fs::directory_iterator(m_folder), {}), 4); // nothing left behind
+    EXPECT_EQ(client("size Atm;").status, 1);
+    EXPECT_EQ(shell(ON_DEVICE " /tmp").status, 1);
+    EXPECT_EQ(shell("CORVANTA_BUILD=/nowhere " ON_DEVICE " /tmp/x true").status, 1);
+}
+
+} // namespace
