@@ -1,0 +1,27 @@
+# shellcheck shell=bash
+# Sourced by the scripts beside it: makes sure that Debian packages are there.
+
+# Installs the packages of the list that are missing, saying so.
+need_packages() {
+    local package missing=()
+    for package in "$@"; do
+        dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null | grep -qx installed ||
+            missing+=("$package")
+    done
+    [ ${#missing[@]} -eq 0 ] && return
+    echo "Installing missing packages: ${missing[*]}"
+    local root=()
+    if [ "$(id -u)" -ne 0 ]; then
+        command -v sudo >/dev/null || {
+            echo "error: run as root once, or install them yourself: ${missing[*]}" >&2
+            return 1
+        }
+        root=(sudo)
+    fi
+    "${root[@]}" apt-get update -qq
+    "${root[@]}" env DEBIAN_FRONTEND=noninteractive \
+        apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+}
+
+# What building and running every part takes.
+build_packages=(g++ cmake ninja-build pkg-config libgtest-dev libsqlite3-dev sqlite3 libsnmp-dev)
