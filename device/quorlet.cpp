@@ -203,9 +203,7 @@ std::string answer(const Command& command) try {
     if (folder == nullptr)
         throw std::runtime_error("CORVANTA_DEVICE names no device folder");
     const Database database(folder + std::string("/config.db"));
-    const bool reads = command.verb == Verb::selectkey || command.verb == Verb::selectrow ||
-                       command.verb == Verb::size;
-    database.run(reads ? "BEGIN" : "BEGIN IMMEDIATE");
+    database.run("BEGIN");
     checkAgainstSchema(database, command);
     const std::string result = execute(database, command);
     database.run("COMMIT");
