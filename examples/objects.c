@@ -101,7 +101,8 @@ static const struct object objects[] = {
     {"atm-vci", 8, kind_number, 65535, true, atm_vci, "its virtual circuit identifier"},
     {"atm-device", 8, kind_name, 0, false, atm_device, "its device name"},
     {"vlan-enabled", 8, kind_truth, 0, true, vlan_enabled, "the VLAN object is on"},
-    {"vlan-discard-tag", 8, kind_truth, 0, true, vlan_discard_tag, "its WAN side goes untagged"},
+    {"vlan-discard-tag", 8, kind_truth, 0, true, vlan_discard_tag,
+     "its WAN side goes untagged (only stored while the object is off)"},
     {"vlan-wan", 8, kind_name, 0, true, vlan_wan, "its WAN parent interface"},
     {"default-wan", 0, kind_name, 0, true, default_wan, "the default bridge's WAN interface"},
     {"discard-untagged", 0, kind_truth, 0, true, discard_untagged,
@@ -111,36 +112,25 @@ static const size_t object_count = sizeof objects / sizeof objects[0];
 
 /* --------------------------------------------------------- as people write -- */
 
-static const struct {
-    const char* text;
-    int number;
-} truths[] = {
-    {"true", truth_true},   {"on", truth_true},   {"yes", truth_true},
-    {"false", truth_false}, {"off", truth_false}, {"no", truth_false},
+/* By TruthValue; what is printed comes first. */
+static const char* const truths[][3] = {
+    [truth_true] = {"true", "on", "yes"},
+    [truth_false] = {"false", "off", "no"},
 };
 
-static const char* const kind_help[] = {"true or false (on, off, yes, no)", "a number",
+static const char* const kind_help[] = {"true or false (on, off, yes, no)",
+                                        "a number (VPI up to 255, VCI up to 65535)",
                                         "an interface name, or none"};
 
-static const char* meaning(int status) {
-    switch ((corvanta_status)status) {
-    case CORVANTA_OK:
-        return "done";
-    case CORVANTA_FAILED:
-        return "the database's client gave no usable answer, or no bridge is free";
-    case CORVANTA_LOCKED:
-        return "the database stayed locked by someone else";
-    case CORVANTA_UNKNOWN_ROW:
-        return "the database has no such row";
-    case CORVANTA_NO_COMMAND:
-        return "nothing was asked";
-    case CORVANTA_BAD_INDEX:
-        return "there is no such ATM circuit";
-    case CORVANTA_UNFIT:
-        return "a value does not fit, or cannot be written";
-    }
-    return "unknown status";
-}
+static const char* const meanings[] = {
+    [CORVANTA_OK] = "done",
+    [CORVANTA_FAILED] = "the database's client gave no usable answer, or no bridge is free",
+    [CORVANTA_LOCKED] = "the database stayed locked by someone else",
+    [CORVANTA_UNKNOWN_ROW] = "the database has no such row",
+    [CORVANTA_NO_COMMAND] = "nothing was asked",
+    [CORVANTA_BAD_INDEX] = "there is no such ATM circuit",
+    [CORVANTA_UNFIT] = "a value does not fit, or cannot be written",
+};
 
 static bool read_number(const char* text, int min, int max, int* number) {
     char* end;
@@ -155,12 +145,10 @@ static bool read_number(const char* text, int min, int max, int* number) {
 static bool read_value(const struct object* object, const char* text, struct value* value) {
     switch (object->kind) {
     case kind_truth:
-        for (size_t i = 0; i < sizeof truths / sizeof truths[0]; ++i) {
-            if (strcmp(text, truths[i].text) == 0) {
-                value->number = truths[i].number;
-                return true;
-            }
-        }
+        for (value->number = truth_true; value->number <= truth_false; ++value->number)
+            for (size_t i = 0; i < 3; ++i)
+                if (strcmp(text, truths[value->number][i]) == 0)
+                    return true;
         return false;
     case kind_number:
         return read_number(text, 0, object->max, &value->number);
@@ -179,9 +167,9 @@ static void print_value(const struct object* object, const struct value* value) 
     else if (object->kind == kind_name)
         puts(value->length > 0 ? value->text : "none");
     else
-        puts(value->number == truth_true    ? "true"
-             : value->number == truth_false ? "false"
-                                            : "neither true nor false");
+        puts(value->number == truth_true || value->number == truth_false
+                 ? truths[value->number][0]
+                 : "neither true nor false");
 }
 
 /* ---------------------------------------------------------------- commands -- */
@@ -196,7 +184,7 @@ static void print_name(FILE* out, const struct object* object, int index) {
 static int refused(const struct object* object, int index, int status) {
     fputs("objects: ", stderr);
     print_name(stderr, object, index);
-    fprintf(stderr, "%s (status %d)\n", meaning(status), status);
+    fprintf(stderr, "%s (status %d)\n", meanings[status], status);
     return 1;
 }
 
