@@ -25,3 +25,5 @@ need_packages() {
 
 # What building and running every part takes.
 build_packages=(g++ cmake ninja-build pkg-config libgtest-dev libsqlite3-dev sqlite3 libsnmp-dev)
+# What the tests take besides.
+test_packages=(snmp snmpd)

@@ -1,0 +1,340 @@
+// The whole road: the library, the shell, the client and its database, the circuit list and the
+// DSL tool. Each test runs on a device of its own; what a set changed is compared row by row.
+
+#include "corvanta.h"
+
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace {
+
+namespace fs = std::filesystem;
+using Lines = std::vector<std::string>;
+
+int sleeps = 0;
+bool pausesAreReal = true;
+
+class Database {
+public:
+    explicit Database(const fs::path& file) {
+        EXPECT_EQ(sqlite3_open(file.c_str(), &m_handle), SQLITE_OK);
+    }
+    ~Database() { sqlite3_close(m_handle); }
+    Database(const Database&) = delete;
+    Database& operator=(const Database&) = delete;
+
+    /// Runs a statement; the rows that it gives come as "value|value".
+    Lines run(const std::string& sql) {
+        Lines rows;
+        const auto take = [](void* out, int count, char** values, char**) {
+            std::string row;
+            for (int i = 0; i < count; ++i)
+                row += (i > 0 ? "|" : "") + std::string(values[i] != nullptr ? values[i] : "");
+            static_cast<Lines*>(out)->push_back(row);
+            return 0;
+        };
+        EXPECT_EQ(sqlite3_exec(m_handle, sql.c_str(), take, &rows, nullptr), SQLITE_OK) << sql;
+        return rows;
+    }
+
+private:
+    sqlite3* m_handle = nullptr;
+};
+
+class RoadTest : public testing::Test {
+protected:
+    RoadTest() {
+        std::string name = (fs::temp_directory_path() / "road_test.XXXXXX").string();
+        m_folder = mkdtemp(name.data());
+        m_device = m_folder / "device";
+        EXPECT_EQ(std::system((ON_DEVICE " '" + m_device.string() + "' true").c_str()), 0);
+        setenv("CORVANTA_DEVICE", m_device.c_str(), 1);
+        EXPECT_EQ(initialize(0), 1);
+        update_managed_objects();
+        m_rows = rows();
+        sleeps = 0;
+        pausesAreReal = true;
+    }
+    ~RoadTest() override { fs::remove_all(m_folder); }
+
+    Lines sql(const std::string& statement) {
+        return Database(m_device / "config.db").run(statement);
+    }
+
+    std::multiset<std::string> rows() {
+        std::multiset<std::string> all;
+        for (const std::string& table : sql("SELECT name FROM sqlite_master WHERE type = 'table'"))
+            for (const std::string& row : sql("SELECT * FROM " + table))
+                all.insert(table + " " + row);
+        return all;
+    }
+
+    /// The rows that came ("+") and went ("-") since the last call.
+    Lines changes() {
+        const std::multiset<std::string> before = std::exchange(m_rows, rows());
+        Lines gone;
+        Lines came;
+        std::set_difference(before.begin(), before.end(), m_rows.begin(), m_rows.end(),
+                            std::back_inserter(gone));
+        std::set_difference(m_rows.begin(), m_rows.end(), before.begin(), before.end(),
+                            std::back_inserter(came));
+        for (std::string& row : gone)
+            row.insert(0, "-");
+        for (const std::string& row : came)
+            gone.push_back("+" + row);
+        return gone;
+    }
+
+    void write(const char* file, const std::string& text) {
+        std::ofstream(m_device / file) << text;
+    }
+
+    static int setDefaultWan(std::string name) {
+        int length = static_cast<int>(name.size());
+        return VlanDefaultWanInterface(access_set, name.data(), length, &length);
+    }
+
+    static int setWan(std::string name, int vlanIndex) {
+        int length = static_cast<int>(name.size());
+        return VlanWanInterface(access_set, name.data(), length, &length, vlanIndex);
+    }
+
+    static std::string defaultWan() {
+        char text[15] = "";
+        int length = 0;
+        EXPECT_EQ(VlanDefaultWanInterface(access_get, text, sizeof text, &length), CORVANTA_OK);
+        return {text, static_cast<std::size_t>(length)};
+    }
+
+    template <class Handler, class... Index>
+    static int set(Handler handler, bool on, Index... index) {
+        int value = on ? 1 : 2;
+        return handler(access_set, &value, index...);
+    }
+
+    template <class Handler, class... Index>
+    static int get(Handler handler, Index... index) {
+        int value = 0;
+        EXPECT_EQ(handler(access_get, &value, index...), CORVANTA_OK);
+        return value;
+    }
+
+    fs::path m_folder;
+    fs::path m_device;
+    std::multiset<std::string> m_rows;
+};
+
+/// Another process that holds the database until it is told to let go, or for a time.
+class Locker {
+public:
+    Locker(const fs::path& file, unsigned int seconds) {
+        int ready[2];
+        EXPECT_EQ(pipe(ready), 0);
+        m_pid = fork();
+        if (m_pid == 0) {
+            Database database(file);
+            database.run("BEGIN EXCLUSIVE");
+            (void)!::write(ready[1], "x", 1);
+            usleep(seconds * 1000000);
+            database.run("ROLLBACK");
+            _exit(0);
+        }
+        char byte;
+        EXPECT_EQ(read(ready[0], &byte, 1), 1);
+        close(ready[0]);
+        close(ready[1]);
+    }
+    ~Locker() {
+        kill(m_pid, SIGKILL);
+        waitpid(m_pid, nullptr, 0);
+    }
+    Locker(const Locker&) = delete;
+    Locker& operator=(const Locker&) = delete;
+
+private:
+    pid_t m_pid;
+};
+
+TEST_F(RoadTest, StatusFollowsTheDevice) {
+    const auto report = [] {
+        char* text = getLayer2IfStatus();
+        const std::string copy = text;
+        free(text);
+        return copy;
+    };
+    EXPECT_EQ(report(),
+              "VC1=1|PPPoE1=1|VC2=1|PPPoE2=1|VC3=1|DHCP3=1|VC4=2|VC5=2|VC6=2|VC7=2|VC8=1");
+    write("pvc", "Itf VPI VCI   AAL RX(PCR,Class) TX(PCR,Class)\n"
+                 "  0   7  35    5       0 UBR         0 UBR\n");
+    sql("DELETE FROM Atm WHERE Id < 7");
+    EXPECT_EQ(report(), "VC7=1|VC8=2");
+
+    speedInfo_s rates;
+    ASSERT_EQ(getSpeedInfo(&rates), 1);
+    EXPECT_GT(rates.dslActualDataRateDown, rates.dslActualDataRateUp);
+    write("line-rates", "columns Up Down\nactual 640 2312\nattainable 704 2400\n");
+    ASSERT_EQ(getSpeedInfo(&rates), 1);
+    const std::uint32_t expected[] = {2312, 640, 2400, 704};
+    EXPECT_EQ(memcmp(&rates, expected, sizeof expected), 0);
+}
+
+TEST_F(RoadTest, AtmCircuit) {
+    EXPECT_EQ(get(AtmEnabled_snmp, 4), 2);
+    EXPECT_EQ(set(AtmEnabled_snmp, true, 4), CORVANTA_OK);
+    EXPECT_EQ(changes(), (Lines{"-Atm 4|0|4|32|atm4|0", "+Atm 4|1|4|32|atm4|0",
+                                "+NetworkSetupNode 7|MPoA|wan4|SHDSL|4|1"}));
+    EXPECT_EQ(set(AtmEnabled_snmp, false, 4), CORVANTA_OK);
+    EXPECT_EQ(changes(), (Lines{"-Atm 4|1|4|32|atm4|0", "-NetworkSetupNode 7|MPoA|wan4|SHDSL|4|1",
+                                "+Atm 4|0|4|32|atm4|0"}));
+    EXPECT_EQ(set(AtmEnabled_snmp, true, 9), CORVANTA_UNKNOWN_ROW);
+
+    atm_entry entry;
+    ASSERT_EQ(atm_access_c(access_get, &entry, 8, 0), CORVANTA_OK);
+    EXPECT_STREQ(entry.DeviceName, "atm8");
+    entry.Vci = 99;
+    EXPECT_EQ(atm_access_c(access_set, &entry, 8, vantorKx9_Vci), CORVANTA_OK);
+    EXPECT_EQ(changes(), (Lines{"-Atm 8|1|8|35|atm8|1", "+Atm 8|1|8|99|atm8|1"}));
+}
+
+TEST_F(RoadTest, VlanObject) {
+    EXPECT_EQ(set(VlanEnabled_snmp, true, 1), CORVANTA_OK);
+    EXPECT_EQ(
+        changes(),
+        (Lines{"-VLAN 1|0|eth0.101|eth0", "+Bridge 1|br1|0", "+BridgeInterface 1|1|eth0.101|0|0",
+               "+BridgeInterface 2|1|wan1.101|0|0", "+NetworkSetupNode 10|VLAN|wan1.101|wan1||1",
+               "+NetworkSetupNode 11|BridgeInterface|bridge:wan1.101|wan1.101||1",
+               "+NetworkSetupNode 7|Bridge|br1|root||1",
+               "+NetworkSetupNode 8|VLAN|eth0.101|eth0||1",
+               "+NetworkSetupNode 9|BridgeInterface|bridge:eth0.101|eth0.101||1",
+               "+StatusNetifConfig 2|eth0.101", "+StatusNetifConfig 3|wan1.101",
+               "+VLAN 1|1|eth0.101|eth0"}));
+
+    EXPECT_EQ(set(VlanDiscardTag_snmp, true, 1), CORVANTA_OK);
+    EXPECT_EQ(changes(), (Lines{"-BridgeInterface 2|1|wan1.101|0|0", "-VLAN 2|1|wan1.101|wan1",
+                                "+BridgeInterface 2|1|wan1|0|0",
+                                "+NetworkSetupNode 12|BridgeInterface|bridge:wan1|wan1||1",
+                                "+VLAN 2|0|wan1.101|wan1"}));
+    EXPECT_EQ(get(VlanDiscardTag_snmp, 1), 1);
+
+    EXPECT_EQ(set(VlanDiscardTag_snmp, false, 1), CORVANTA_OK);
+    EXPECT_EQ(changes(), (Lines{"-BridgeInterface 2|1|wan1|0|0", "-VLAN 2|0|wan1.101|wan1",
+                                "+BridgeInterface 2|1|wan1.101|0|0",
+                                "+NetworkSetupNode 13|BridgeInterface|bridge:wan1.101|wan1.101||1",
+                                "+VLAN 2|1|wan1.101|wan1"}));
+
+    // The node of the parent, a member for a while, is nobody's to remove.
+    EXPECT_EQ(set(VlanEnabled_snmp, false, 1), CORVANTA_OK);
+    const Lines gone = changes();
+    EXPECT_EQ(gone.size(), 12u + 1u);
+    EXPECT_EQ(sql("SELECT Id, InterfaceName FROM NetworkSetupNode WHERE Id > 6"),
+              Lines{"12|bridge:wan1"});
+    EXPECT_EQ(sql("SELECT * FROM BridgeInterface UNION ALL SELECT *, '', '' FROM Bridge"), Lines{});
+
+    EXPECT_EQ(set(VlanDiscardTag_snmp, true, 1), CORVANTA_UNKNOWN_ROW);
+    EXPECT_EQ(changes(), (Lines{"-VLAN 2|1|wan1.101|wan1", "+VLAN 2|0|wan1.101|wan1"}));
+}
+
+TEST_F(RoadTest, DefaultWanInterface) {
+    EXPECT_EQ(defaultWan(), "");
+    EXPECT_EQ(setDefaultWan("wan2"), CORVANTA_OK);
+    EXPECT_EQ(changes(), (Lines{"+Bridge 1|br1|0", "+BridgeInterface 1|1|eth0|0|0",
+                                "+BridgeInterface 2|1|wan2|0|0"}));
+    EXPECT_EQ(setDefaultWan("wan3"), CORVANTA_OK);
+    EXPECT_EQ(changes(), (Lines{"-BridgeInterface 2|1|wan2|0|0", "+BridgeInterface 2|1|wan3|0|0"}));
+    EXPECT_EQ(defaultWan(), "wan3");
+
+    // A VLAN object takes the interface: without a filter the bridge's deletion stops half way.
+    EXPECT_EQ(setWan("wan3", 2), CORVANTA_UNKNOWN_ROW);
+    EXPECT_EQ(changes(), (Lines{"-BridgeInterface 1|1|eth0|0|0", "-BridgeInterface 2|1|wan3|0|0",
+                                "-VLAN 4|1|wan1.102|wan1", "+VLAN 4|1|wan1.102|wan3"}));
+    EXPECT_EQ(defaultWan(), "");
+
+    // With a filter it goes whole, and the next one takes the first name that is free.
+    EXPECT_EQ(set(VlanDiscardUntaggedFrames_snmp, true), CORVANTA_OK);
+    EXPECT_EQ(setDefaultWan("wan8"), CORVANTA_OK);
+    EXPECT_EQ(sql("SELECT Name FROM Bridge"), (Lines{"br1", "br2"}));
+    EXPECT_EQ(sql("SELECT BridgeId FROM BridgeFilter"), Lines{"2"});
+    EXPECT_EQ(setDefaultWan(""), CORVANTA_OK);
+    EXPECT_EQ(sql("SELECT Name FROM Bridge"), Lines{"br1"});
+    EXPECT_EQ(sql("SELECT * FROM BridgeFilter"), Lines{});
+}
+
+TEST_F(RoadTest, DefaultWanInterfaceSwitchesItsVlanObjectsOff) {
+    update_managed_objects();
+    EXPECT_EQ(set(VlanEnabled_snmp, true, 1), CORVANTA_OK);
+    EXPECT_EQ(setWan("wan2", 2), CORVANTA_UNKNOWN_ROW);
+    EXPECT_EQ(set(VlanEnabled_snmp, true, 2), CORVANTA_OK);
+    EXPECT_EQ(setDefaultWan("wan2"), CORVANTA_OK);
+    EXPECT_EQ(get(VlanEnabled_snmp, 1), 1);
+    EXPECT_EQ(get(VlanEnabled_snmp, 2), 2);
+    EXPECT_EQ(sql("SELECT Interface FROM BridgeInterface"),
+              (Lines{"eth0.101", "wan1.101", "eth0", "wan2"}));
+    EXPECT_EQ(setDefaultWan("wan2;reboot"), CORVANTA_UNFIT);
+    EXPECT_EQ(defaultWan(), "wan2");
+}
+
+TEST_F(RoadTest, DiscardUntaggedFrames) {
+    EXPECT_EQ(set(VlanDiscardUntaggedFrames_snmp, true), CORVANTA_OK);
+    EXPECT_EQ(changes(), (Lines{"-VLANSingleParams 1|0", "+VLANSingleParams 1|1"}));
+    EXPECT_EQ(setDefaultWan("wan2"), CORVANTA_OK);
+    changes();
+    EXPECT_EQ(set(VlanDiscardUntaggedFrames_snmp, false), CORVANTA_OK);
+    EXPECT_EQ(changes(),
+              (Lines{"-BridgeFilter 1|1||0|0", "-VLANSingleParams 1|1", "+VLANSingleParams 1|0"}));
+    EXPECT_EQ(set(VlanDiscardUntaggedFrames_snmp, true), CORVANTA_OK);
+    EXPECT_EQ(changes(),
+              (Lines{"-VLANSingleParams 1|0", "+BridgeFilter 1|1||0|0", "+VLANSingleParams 1|1"}));
+}
+
+TEST_F(RoadTest, EveryBridgeSlot) {
+    for (int n = 1; n <= 8; ++n)
+        EXPECT_EQ(set(VlanEnabled_snmp, true, n), CORVANTA_OK) << n;
+    EXPECT_EQ(sql("SELECT count(*) FROM Bridge"), Lines{"8"});
+    EXPECT_EQ(sql("SELECT count(*) FROM BridgeInterface WHERE Interface = ''"), Lines{"0"});
+
+    EXPECT_EQ(set(VlanEnabled_snmp, false, 5), CORVANTA_OK);
+    sql("INSERT INTO Bridge (Name) VALUES ('br5')"); // somebody else's
+    update_managed_objects();
+    EXPECT_EQ(set(VlanEnabled_snmp, true, 5), CORVANTA_FAILED);
+    EXPECT_EQ(set(VlanEnabled_snmp, true, 5), CORVANTA_OK) << "the state is kept, nothing to do";
+    EXPECT_EQ(sql("SELECT Enable FROM VLAN WHERE Id = 9"), Lines{"1"});
+    EXPECT_EQ(sql("SELECT count(*) FROM BridgeInterface WHERE Interface = 'eth0.105'"), Lines{"0"});
+}
+
+TEST_F(RoadTest, LockedDatabase) {
+    {
+        const Locker twoSeconds(m_device / "config.db", 2);
+        EXPECT_EQ(set(AtmEnabled_snmp, true, 4), CORVANTA_OK);
+        EXPECT_GE(sleeps, 1);
+        EXPECT_LE(sleeps, 4);
+    }
+    EXPECT_EQ(sql("SELECT Enabled FROM Atm WHERE Id = 4"), Lines{"1"});
+
+    const Locker forGood(m_device / "config.db", 600);
+    sleeps = 0;
+    pausesAreReal = false;
+    EXPECT_EQ(set(AtmEnabled_snmp, false, 4), CORVANTA_LOCKED);
+    EXPECT_EQ(sleeps, 19);
+}
+
+} // namespace
+
+extern "C" unsigned int sleep(unsigned int seconds) {
+    ++sleeps;
+    if (pausesAreReal)
+        usleep(seconds * 1000000);
+    return 0;
+}
