@@ -1,0 +1,156 @@
+#include "Device.h"
+
+#include <chrono>
+#include <cstdlib>
+#include <memory>
+#include <string_view>
+
+namespace agent {
+
+namespace {
+
+/// A text of the library, empty when there was no memory for it.
+std::string take(char* text) {
+    const std::unique_ptr<char, decltype(&std::free)> owned(text, &std::free);
+    return owned ? std::string(owned.get()) : std::string();
+}
+
+/// Cuts the piece up to `end`, or what there is, off the front of a text.
+std::string cut(std::string_view& text, char end) {
+    const std::size_t size = text.find(end);
+    const std::string piece(text.substr(0, size));
+    text.remove_prefix(size == text.npos ? text.size() : size + 1);
+    return piece;
+}
+
+int loadDiscard(Model& model) {
+    int value = 0;
+    const int status = VlanDiscardUntaggedFrames_snmp(access_get, &value);
+    if (status != CORVANTA_OK && status != CORVANTA_UNKNOWN_ROW)
+        return status;
+    model.discardUntagged = value;
+    return CORVANTA_OK;
+}
+
+/// The library doesn't say how loading went. A read that a locked database defeats has waited 19
+/// seconds, so a load that was faster holds no such gap; the other failures show in loadCached().
+int loadCache(Model&) {
+    const auto start = std::chrono::steady_clock::now();
+    update_managed_objects();
+    const auto taken = std::chrono::steady_clock::now() - start;
+    return taken < std::chrono::seconds(19) ? CORVANTA_OK : CORVANTA_LOCKED;
+}
+
+int loadCached(Model& model) {
+    auto circuits = model.circuits;
+    auto vlans = model.vlans;
+    for (int n = 1; n <= kUnits; ++n) {
+        const auto k = static_cast<std::size_t>(n);
+        atm_entry entry{};
+        if (const int status = atm_access_c(access_get, &entry, n, 0); status != CORVANTA_OK)
+            return status;
+        circuits[k] = {entry.Enabled, true,      entry.DeviceName,
+                       entry.Vpi,     entry.Vci, TruthValue_internal_to_snmp(entry.FcsPreserve)};
+        if (entry.Enabled == 0 && entry.DeviceName[0] == '\0') { // not in the cache
+            circuits[k] = {};
+            const int status = AtmEnabled_snmp(access_get, &circuits[k].enabled, n);
+            if (status != CORVANTA_OK && status != CORVANTA_UNKNOWN_ROW)
+                return status;
+        }
+        VlanEnabled_snmp(access_get, &vlans[k].enabled, n);
+        VlanDiscardTag_snmp(access_get, &vlans[k].discardTag, n);
+    }
+    model.circuits = circuits;
+    model.vlans = vlans;
+    return CORVANTA_OK;
+}
+
+int loadParents(Model& model) {
+    auto vlans = model.vlans;
+    for (int n = 1; n <= kUnits; ++n) {
+        Vlan& vlan = vlans[static_cast<std::size_t>(n)];
+        const int status =
+            accessText(access_get, vlan.wanInterface, [n](char* text, int size, int* length) {
+                return VlanWanInterface(access_get, text, size, length, n);
+            });
+        if (status != CORVANTA_OK && status != CORVANTA_UNKNOWN_ROW)
+            return status;
+        vlan.present = status == CORVANTA_OK;
+    }
+    model.vlans = vlans;
+    return CORVANTA_OK;
+}
+
+int loadDefaultWan(Model& model) {
+    return accessText(access_get, model.defaultWan, [](char* text, int size, int* length) {
+        return VlanDefaultWanInterface(access_get, text, size, length);
+    });
+}
+
+/// "VC1=1|PPPoE1=1|VC8=2"
+int loadLayer2(Model& model) {
+    const std::string report = take(getLayer2IfStatus());
+    std::vector<Layer2If> interfaces;
+    for (std::string_view rest = report; !rest.empty();) {
+        const std::string field = cut(rest, '|');
+        std::string_view state = field;
+        std::string name = cut(state, '=');
+        interfaces.push_back({std::move(name), std::atoi(std::string(state).c_str())});
+    }
+    bool circuits = false;
+    for (const Circuit& circuit : model.circuits)
+        circuits = circuits || circuit.loaded;
+    if (interfaces.empty() && circuits) // a report that failed
+        return CORVANTA_FAILED;
+    model.layer2 = std::move(interfaces);
+    return CORVANTA_OK;
+}
+
+int loadRates(Model& model) {
+    return getSpeedInfo(&model.rates) == 1 ? CORVANTA_OK : CORVANTA_FAILED;
+}
+
+/// "MappingTable[size=14:14, 0=n/a:N/A,1=lo:LOOPBACK]"
+int loadMapping(Model& model) {
+    const std::string table = take(mappingTableToString());
+    std::string_view rest(table);
+    cut(rest, ' ');
+    if (rest.empty())
+        return CORVANTA_FAILED;
+    rest.remove_suffix(1);
+    std::vector<IfMapping> mapping;
+    while (!rest.empty()) {
+        const std::string row = cut(rest, ',');
+        std::string_view names = row;
+        const int index = std::atoi(cut(names, '=').c_str());
+        std::string physical = cut(names, ':');
+        mapping.push_back({index, std::move(physical), std::string(names)});
+    }
+    model.mapping = std::move(mapping);
+    return CORVANTA_OK;
+}
+
+struct Loader {
+    Part part;
+    int (*load)(Model&);
+};
+
+constexpr Loader kLoaders[] = {
+    {kDiscard, loadDiscard}, {kCache, loadCache},           {kCached, loadCached},
+    {kParents, loadParents}, {kDefaultWan, loadDefaultWan}, {kLayer2, loadLayer2},
+    {kRates, loadRates},     {kMapping, loadMapping},
+};
+
+} // namespace
+
+int load(Model& model, unsigned parts) {
+    for (const Loader& loader : kLoaders) {
+        if (parts & loader.part) {
+            if (const int status = loader.load(model); status != CORVANTA_OK)
+                return status;
+        }
+    }
+    return CORVANTA_OK;
+}
+
+} // namespace agent

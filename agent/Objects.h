@@ -1,0 +1,99 @@
+#pragma once
+
+#include "Device.h"
+
+#include <net-snmp/net-snmp-config.h>
+
+#include <net-snmp/net-snmp-includes.h>
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+/// The objects of CORVANTA-MIB as one table of data.
+namespace agent {
+
+using Clock = std::chrono::steady_clock;
+
+/// A value on its way to or from a manager: a number, or a text where the object's type is one.
+struct Value {
+    long number = 0;
+    std::string text;
+
+    bool operator==(const Value& other) const {
+        return number == other.number && text == other.text;
+    }
+};
+
+struct Object;
+
+/// A scalar, or a column in one row: what an OID names.
+struct Instance {
+    const Object* object;
+    int row; ///< 0 for a scalar
+};
+
+/// What requests are answered from: made by the worker, then never changed.
+struct Snapshot {
+    Model model;
+    std::vector<Instance> instances; ///< those that the model has a value for, in order of OID
+    bool complete = false;           ///< whether all of the model has ever been loaded
+    Clock::time_point refreshed;     ///< end of the last good refresh; without one, the start
+    Clock::time_point published;
+    std::uint32_t refreshesDone = 0;
+    std::uint32_t refreshesFailed = 0;
+};
+
+struct View {
+    const Snapshot& snapshot;
+    std::uint32_t setsRefused;
+};
+
+enum class Rows { health, scalar, layer2, mapping, circuits, vlans };
+
+struct Object {
+    oid arcs[3]; ///< below corvantaObjects: group and scalar, or table, entry and column
+    u_char type;
+    Rows rows;
+    /// @return whether the row has such a value
+    bool (*read)(const View& view, int row, Value& value);
+
+    // Only for objects that can be written:
+
+    /// Reads the value from the database, or changes it there; a corvanta_status. Worker only.
+    int (*access)(access_type access, int row, Value& value) = nullptr;
+    long minimum = 0; ///< of the number, or of the text's length
+    long maximum = 0;
+    unsigned affects = 0; ///< parts of the model to load after a set
+
+    std::size_t arcCount() const { return rows == Rows::health || rows == Rows::scalar ? 2 : 3; }
+};
+
+/// corvantaObjects, from the top.
+const std::vector<oid>& objectsRoot();
+
+/// The table, in order of OID.
+const std::vector<Object>& objects();
+
+/// The object that an OID below corvantaObjects names, whatever row; null when it names none.
+const Object* findObject(const oid* name, std::size_t length);
+
+/// The instances that a snapshot with this model has.
+std::vector<Instance> listInstances(const Snapshot& snapshot);
+
+/// Compares an instance's OID with one, both below corvantaObjects; below 0, 0 or above 0.
+int compare(const Instance& instance, const oid* name, std::size_t length);
+
+/// The name of an instance, from the top.
+std::vector<oid> nameOf(const Instance& instance);
+
+/// Puts a value as an object's type has it into a variable binding.
+void store(const Object& object, const Value& value, netsnmp_variable_list& binding);
+
+/// Checks what a manager wants to write; an SNMP error, or 0 and the value.
+int check(const Object& object, const netsnmp_variable_list& binding, Value& value);
+
+} // namespace agent

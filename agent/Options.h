@@ -1,0 +1,26 @@
+#pragma once
+
+#include <chrono>
+#include <string>
+
+namespace agent {
+
+struct Options {
+    std::string socket; ///< of the master; empty for the toolkit's default
+    std::string master; ///< address to listen on; empty for a subagent
+    std::string config;
+    std::string state;
+    std::string user;
+    std::chrono::seconds interval{30};
+    std::chrono::seconds maxAge{120};
+    std::chrono::seconds setDeadline{5};
+    bool notifications = false;
+    bool foreground = false;
+    bool verbose = false;
+};
+
+/// Reads the command line. Ends the program after --help and --version, and on a mistake with a
+/// line that names it and exit status 2.
+Options parseOptions(int argc, char** argv);
+
+} // namespace agent

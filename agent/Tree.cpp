@@ -1,0 +1,234 @@
+#include "Tree.h"
+
+#include "Log.h"
+
+#include <algorithm>
+#include <exception>
+#include <iterator>
+#include <string>
+#include <utility>
+
+namespace agent {
+
+namespace {
+
+using std::chrono::seconds;
+
+// A walk takes many requests. While one goes on, and that isn't for too long, it gets to see one
+// snapshot.
+constexpr seconds kWalkPause{1};
+constexpr seconds kWalkLimit{5};
+
+/// What a manager is told for each corvanta_status.
+constexpr int kErrors[] = {
+    SNMP_ERR_NOERROR,             // CORVANTA_OK
+    SNMP_ERR_COMMITFAILED,        // CORVANTA_FAILED
+    SNMP_ERR_RESOURCEUNAVAILABLE, // CORVANTA_LOCKED
+    SNMP_ERR_INCONSISTENTNAME,    // CORVANTA_UNKNOWN_ROW: gone since the last refresh
+    SNMP_ERR_GENERR,              // CORVANTA_NO_COMMAND
+    SNMP_ERR_INCONSISTENTNAME,    // CORVANTA_BAD_INDEX
+    SNMP_ERR_WRONGVALUE,          // CORVANTA_UNFIT
+};
+
+/// The part of a requested name below corvantaObjects; empty for a name before that.
+struct Name {
+    explicit Name(const netsnmp_variable_list& binding) {
+        const std::vector<oid>& root = objectsRoot();
+        if (binding.name_length > root.size() &&
+            std::equal(root.begin(), root.end(), binding.name)) {
+            arcs = binding.name + root.size();
+            length = binding.name_length - root.size();
+        }
+    }
+
+    const oid* arcs = nullptr;
+    std::size_t length = 0;
+};
+
+using Position = std::vector<Instance>::const_iterator;
+
+/// The first instance with this name or one behind it.
+Position find(const Snapshot& snapshot, const Name& name) {
+    return std::lower_bound(snapshot.instances.begin(), snapshot.instances.end(), name,
+                            [](const Instance& instance, const Name& wanted) {
+                                return compare(instance, wanted.arcs, wanted.length) < 0;
+                            });
+}
+
+/// cvCircuitUp or cvCircuitDown, which have the numbers of the states, with the objects of a row.
+void sendNotification(const Snapshot& snapshot, int row, int state) {
+    static const oid trapOid[] = {1, 3, 6, 1, 6, 3, 1, 1, 4, 1, 0};
+    const oid kind[] = {1, 3, 6, 1, 4, 1, CORVANTA_ENTERPRISE, 1, 0, static_cast<oid>(state)};
+    netsnmp_variable_list* bindings = nullptr;
+    snmp_varlist_add_variable(&bindings, trapOid, std::size(trapOid), ASN_OBJECT_ID, kind,
+                              sizeof kind);
+    for (const Object& object : objects()) {
+        Value value;
+        if (object.rows != Rows::layer2 || !object.read({snapshot, 0}, row, value))
+            continue;
+        const std::vector<oid> name = nameOf({&object, row});
+        if (auto* binding = snmp_varlist_add_variable(&bindings, name.data(), name.size(), ASN_NULL,
+                                                      nullptr, 0))
+            store(object, value, *binding);
+    }
+    send_v2trap(bindings);
+    snmp_free_varbind(bindings);
+}
+
+bool isAt(const Snapshot& snapshot, Position position, const Name& name) {
+    return position != snapshot.instances.end() && compare(*position, name.arcs, name.length) == 0;
+}
+
+} // namespace
+
+bool Tree::registerObjects() {
+    const std::vector<oid>& root = objectsRoot();
+    netsnmp_handler_registration* registration = netsnmp_create_handler_registration(
+        "corvanta", handle, root.data(), root.size(), HANDLER_CAN_RWRITE);
+    if (registration == nullptr)
+        return false;
+    registration->handler->myvoid = this;
+    return netsnmp_register_handler(registration) == MIB_REGISTERED_OK;
+}
+
+int Tree::handle(netsnmp_mib_handler* handler, netsnmp_handler_registration*,
+                 netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
+    try {
+        static_cast<Tree*>(handler->myvoid)->dispatch(info->mode, requests);
+    } catch (const std::exception& error) {
+        log(LOG_ERR, std::string("a request failed: ") + error.what());
+        netsnmp_request_set_error(requests, SNMP_ERR_GENERR);
+    }
+    return SNMP_ERR_NOERROR;
+}
+
+void Tree::dispatch(int mode, netsnmp_request_info* requests) {
+    switch (mode) {
+    case MODE_GET:
+    case MODE_GETNEXT:
+        renewSnapshot(mode);
+        for (auto* request = requests; request != nullptr; request = request->next) {
+            if (const int error = answer(mode, *request); error != SNMP_ERR_NOERROR)
+                netsnmp_request_set_error(request, error);
+        }
+        break;
+    case MODE_SET_RESERVE1:
+        m_snapshot = m_worker.snapshot();
+        m_set = std::make_shared<Transaction>();
+        for (auto* request = requests; request != nullptr; request = request->next) {
+            if (const int error = reserve(*request->requestvb); error != SNMP_ERR_NOERROR) {
+                netsnmp_request_set_error(request, error);
+                break;
+            }
+        }
+        break;
+    case MODE_SET_ACTION:
+        make(requests);
+        break;
+    case MODE_SET_UNDO:
+        if (m_set)
+            m_worker.undo(m_set);
+        [[fallthrough]];
+    case MODE_SET_FREE:
+        ++m_setsRefused;
+        [[fallthrough]];
+    case MODE_SET_COMMIT:
+        m_set.reset();
+        break;
+    default:
+        break;
+    }
+}
+
+void Tree::renewSnapshot(int mode) {
+    const auto now = Clock::now();
+    auto newest = m_worker.snapshot();
+    if (now - m_lastStep > kWalkPause || now - newest->published > kWalkLimit)
+        m_snapshot = std::move(newest);
+    if (mode == MODE_GETNEXT)
+        m_lastStep = now;
+}
+
+bool Tree::stale() const {
+    return !m_snapshot->complete || Clock::now() - m_snapshot->refreshed > m_settings.maxAge;
+}
+
+int Tree::answer(int mode, const netsnmp_request_info& request) const {
+    netsnmp_variable_list& binding = *request.requestvb;
+    const Name name(binding);
+    Position found = find(*m_snapshot, name);
+    const bool exact = isAt(*m_snapshot, found, name);
+    if (mode == MODE_GETNEXT && exact && !request.inclusive)
+        ++found;
+    const bool none = mode == MODE_GET ? !exact : found == m_snapshot->instances.end();
+    const Object* object = none ? findObject(name.arcs, name.length) : found->object;
+    if (stale() && (object == nullptr ? mode == MODE_GETNEXT : object->rows != Rows::health))
+        return SNMP_ERR_GENERR;
+    if (none)
+        return mode == MODE_GETNEXT ? SNMP_ERR_NOERROR // the toolkit looks on behind this tree
+               : object             ? SNMP_NOSUCHINSTANCE
+                                    : SNMP_NOSUCHOBJECT;
+    Value value;
+    if (!object->read({*m_snapshot, m_setsRefused}, found->row, value))
+        return SNMP_ERR_GENERR;
+    if (mode == MODE_GETNEXT) {
+        const std::vector<oid> next = nameOf(*found);
+        snmp_set_var_objid(&binding, next.data(), next.size());
+    }
+    store(*object, value, binding);
+    return SNMP_ERR_NOERROR;
+}
+
+int Tree::reserve(const netsnmp_variable_list& binding) {
+    const Name name(binding);
+    const Object* object = findObject(name.arcs, name.length);
+    if (object == nullptr || object->access == nullptr)
+        return SNMP_ERR_NOTWRITABLE;
+    Change change{object, 0, {}, {}};
+    if (const int error = check(*object, binding, change.value); error != SNMP_ERR_NOERROR)
+        return error;
+    if (stale())
+        return SNMP_ERR_GENERR;
+    const Position found = find(*m_snapshot, name);
+    if (!isAt(*m_snapshot, found, name))
+        return SNMP_ERR_NOCREATION;
+    change.row = found->row;
+    m_set->changes.push_back(std::move(change));
+    return SNMP_ERR_NOERROR;
+}
+
+void Tree::make(netsnmp_request_info* requests) {
+    if (!m_set)
+        return;
+    const bool inTime = m_worker.make(m_set, m_settings.setDeadline);
+    m_snapshot = m_worker.snapshot();
+    if (inTime && m_set->status == CORVANTA_OK)
+        return;
+    if (!inTime)
+        log(LOG_WARNING, "a set missed its deadline and will be undone");
+    auto* request = requests;
+    for (std::size_t i = m_set->position; i > 0 && request->next != nullptr; --i)
+        request = request->next;
+    netsnmp_request_set_error(request, inTime ? kErrors[m_set->status] : SNMP_ERR_GENERR);
+}
+
+void Tree::notifyChanges() {
+    const auto newest = m_worker.snapshot();
+    const auto previous = std::exchange(m_notified, newest);
+    if (!m_settings.notifications || !previous->complete)
+        return;
+    int row = 0;
+    for (const Layer2If& now : newest->model.layer2) {
+        ++row;
+        if (now.name.compare(0, 2, "VC") != 0) // what runs over a circuit goes with it
+            continue;
+        const auto& old = previous->model.layer2; // rows can have moved: known by name
+        const auto before = std::find_if(old.begin(), old.end(), [&now](const Layer2If& other) {
+            return other.name == now.name;
+        });
+        if (before != old.end() && before->state != now.state)
+            sendNotification(*newest, row, now.state);
+    }
+}
+
+} // namespace agent

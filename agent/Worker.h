@@ -1,0 +1,101 @@
+#pragma once
+
+#include "Objects.h"
+
+#include <atomic>
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+namespace agent {
+
+/// One value to write, and how to take that back.
+struct Change {
+    const Object* object;
+    int row;
+    Value value;
+    Value old;          ///< what the database held before
+    bool begun = false; ///< whether the database may have been changed
+};
+
+/// What one set request asks for: changes that are made in order and undone in reverse.
+struct Transaction {
+    std::vector<Change> changes;
+    int status = CORVANTA_OK;             ///< of the change that ended it
+    std::atomic<std::size_t> position{0}; ///< of the change that is being made, or was the last
+    std::atomic<bool> abandoned{false};   ///< nobody waits any more: begin no further change
+    bool ended = false;                   ///< guarded by the worker's mutex
+};
+
+/**
+ * The thread that owns the library. It refreshes the snapshot at intervals and
+ * makes changes, which go before what is left of a refresh.
+ */
+class Worker {
+public:
+    struct Settings {
+        bool verbose;
+        bool foreground;
+        std::chrono::seconds interval;
+    };
+
+    /// @param published called after each new snapshot, on the worker's thread
+    Worker(Settings settings, std::function<void()> published);
+
+    void start();
+
+    /// Ends the thread; changes that have begun, or have to be undone, come to their end first.
+    /// @return false when it hangs in a refresh, which has nothing to lose: just end the process
+    bool stop();
+
+    /// The newest snapshot; never null.
+    std::shared_ptr<const Snapshot> snapshot() const { return std::atomic_load(&m_snapshot); }
+
+    /// Makes changes and publishes what the database then says.
+    /// @return whether they have ended before the deadline; if not, none that hasn't begun will
+    bool make(const std::shared_ptr<Transaction>& transaction, std::chrono::seconds deadline);
+
+    /// Has the old values written back, behind what is under way. Doesn't wait.
+    void undo(const std::shared_ptr<Transaction>& transaction);
+
+private:
+    struct Job {
+        std::shared_ptr<Transaction> transaction;
+        void (Worker::*run)(Transaction&);
+    };
+
+    void run();
+    void makeAll(Transaction& transaction);
+    void undoAll(Transaction& transaction);
+    int make(Change& change);
+    int undo(const Change& change);
+    int load(unsigned parts);
+    void refreshPart();
+    void show(unsigned parts);
+    void publish();
+
+    const Settings m_settings;
+    const std::function<void()> m_published;
+    std::shared_ptr<const Snapshot> m_snapshot; ///< swapped as a whole
+
+    // The worker thread's own.
+    Snapshot m_next;          ///< what the next snapshot is a copy of
+    unsigned m_toLoad = 0;    ///< parts that the refresh under way has still to load
+    bool m_cacheGood = false; ///< whether the library's cache was loaded without a gap
+    bool m_failing = false;   ///< whether the last refresh failed
+    Clock::time_point m_due;  ///< the next refresh
+
+    std::thread m_thread;
+    std::mutex m_mutex;
+    std::condition_variable m_changed; ///< one of the following has
+    std::deque<Job> m_jobs;
+    bool m_working = false; ///< on a job, not on a refresh
+    bool m_ended = false;
+    std::atomic<bool> m_stopping{false};
+};
+
+} // namespace agent
