@@ -205,7 +205,7 @@ std::string answer(const Command& command) try {
     const Database database(folder + std::string("/config.db"));
     database.run("BEGIN");
     checkAgainstSchema(database, command);
-    const std::string result = execute(database, command);
+    std::string result = execute(database, command);
     database.run("COMMIT");
     return result;
 } catch (const Locked&) {

@@ -24,6 +24,8 @@ need_packages() {
 }
 
 # What building and running every part takes.
+# shellcheck disable=SC2034
 build_packages=(g++ cmake ninja-build pkg-config libgtest-dev libsqlite3-dev sqlite3 libsnmp-dev)
 # What the tests take besides.
+# shellcheck disable=SC2034
 test_packages=(snmp snmpd)
