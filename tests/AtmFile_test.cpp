@@ -1,0 +1,117 @@
+#include "tests/Platform.h"
+
+#include "frame/Wrapper.h"
+#include "readers/AtmFile.h"
+
+#include <set>
+
+using kavo::snmp::AtmFile;
+
+namespace {
+
+using AtmFileTest = PlatformTest;
+
+std::set<int> openVpis(AtmFile& file) {
+    std::set<int> open;
+    for (int vpi = 0; vpi < AtmFile::vpiCount; ++vpi)
+        if (file.contains(vpi))
+            open.insert(vpi);
+    return open;
+}
+
+std::string outOfRange(const std::string& vpi) {
+    return "error:AtmFile: initialize: VPI " + vpi + " is out of range for vpiList, max idx is 19";
+}
+
+/** Fills up to `offset` bytes with a header and a line of no circuit. */
+std::string upTo(std::size_t offset) {
+    const std::string header = "VCI VPI\n";
+    return header + std::string(offset - header.size() - 1, 'x') + "\n";
+}
+
+TEST_F(AtmFileTest, FindsTheVpisOfAnyFile) {
+    const std::string path = " file /proc/net/atm/pvc using defaults";
+    const std::string unread = "warning:AtmFile: initialize: could not read" + path;
+    const std::string unclosed = "warning:AtmFile: initialize: could not close" + path;
+    const struct {
+        const char* name;
+        Answer file;
+        std::set<int> open;
+        Lines log;
+    } cases[] = {
+        {"two circuits", "Itf VPI VCI\n  0   0 32 UBR\n  0   8 35\n  0   8 36\n", {0, 8}, {}},
+        {"header only", "Itf VPI\n", {}, {}},
+        {"empty", "", {}, {unread}},
+        {"newlines only", "\n\n\n", {}, {}},
+        {"runs of newlines", "\n\nItf VPI\n\n\n0 4\n\n0 5", {4, 5}, {}},
+        {"blanks count as the header", "   \nItf VPI\n0 8\n", {}, {}},
+        {"a later header is none", "0 1\nItf VPI\n0 8\n", {}, {}},
+        {"no VPI in the header", "Itf vpi V PI\n0 8 8\n", {}, {}},
+        {"the first field with VPI", "x(VPI)y VPI\n3 4\n", {3}, {}},
+        {"only blanks separate", "Itf\tVPI VCI\n2\t3 4\n", {2}, {}},
+        {"limits",
+         "VPI\n19\n20\n-1\n0\n25",
+         {0, 19},
+         {outOfRange("20"), outOfRange("-1"), outOfRange("25")}},
+        {"decimal, as a stream reads it", "VPI\n+7\n010\n0x9\n6y\n\t9", {0, 6, 7, 9, 10}, {}},
+        {"short lines", "Itf VPI\n8\n \n1 9\n", {9}, {}},
+        {"the last bytes that are read", upTo(1020) + "0 8\n0 9\n", {8}, {}},
+        {"a number cut by the limit", upTo(1020) + "0 18\n", {1}, {}},
+        {"beyond the limit", upTo(1023) + "0 8\n", {}, {}},
+        {"closing fails", Answer("VPI\n5\n", Answer::Fault::close), {5}, {unclosed}},
+        {"nothing but a read error", Answer("", Answer::Fault::read), {}, {unread}},
+        {"a late read error", Answer("VPI\n5\n", Answer::Fault::read), {5}, {}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        AtmFile file;
+        platform.circuits = "VPI\n17\n"; // an older list must go
+        file.initialize(false);
+        platform.circuits = c.file;
+        file.initialize(false);
+        EXPECT_TRUE(file.m_bInitalized);
+        EXPECT_EQ(c.log, platform.takeLog());
+        EXPECT_EQ(c.open, openVpis(file));
+        EXPECT_EQ(0, platform.openStreams);
+    }
+}
+
+TEST_F(AtmFileTest, AFieldThatIsNoVpiIsNamedAndSkipped) {
+    for (const std::string field : {"x8", "-", "(7)", "99999999999"}) {
+        AtmFile file;
+        platform.circuits = "Itf VPI\n0 " + field + " 2\n0 3\n";
+        file.initialize(false);
+        EXPECT_EQ(std::set<int>{3}, openVpis(file)) << field;
+        const Lines log = platform.takeLog();
+        ASSERT_EQ(1U, log.size()) << field;
+        EXPECT_TRUE(field == "99999999999" || (log[0].find("warning:AtmFile: ") == 0 &&
+                                               log[0].find(field) != std::string::npos))
+            << log[0];
+    }
+}
+
+TEST_F(AtmFileTest, AMissingFileLeavesTheList) {
+    {
+        AtmFile file;
+        file.initialize(false);
+        EXPECT_FALSE(file.m_bInitalized);
+        EXPECT_EQ(std::set<int>{}, openVpis(file));
+        platform.circuits = "VPI\n8\n";
+        file.initialize(false);
+        platform.circuits = notStarted;
+        file.initialize(false);
+        EXPECT_TRUE(file.m_bInitalized);
+        EXPECT_EQ(std::set<int>{8}, openVpis(file));
+        EXPECT_EQ(Lines{}, platform.takeLog());
+        EXPECT_EQ(1, file.size());
+        file.initialize(true);
+        EXPECT_TRUE(Wrapper::getInstance()->m_bVerbose);
+    }
+    const Lines expected = {
+        "tracedo:AtmFile: initialize: trying to open file /proc/net/atm/pvc",
+        "tracedo:AtmFile: initialize: unable to open file /proc/net/atm/pvc using defaults",
+        "tracedo:AtmFile: ~AtmFile: destruction"};
+    EXPECT_EQ(expected, platform.takeLog());
+}
+
+} // namespace

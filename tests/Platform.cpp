@@ -1,0 +1,272 @@
+#include "tests/Platform.h"
+
+#include "frame/Wrapper.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdlib>
+#include <cstring>
+#include <dlfcn.h>
+#include <map>
+#include <new>
+#include <set>
+#include <sys/types.h>
+#include <unistd.h>
+
+namespace {
+
+bool watching = false;
+std::set<void*>& liveAllocations() {
+    static std::set<void*> live;
+    return live;
+}
+
+/** What the harness allocates is not the library's. */
+class Unwatched {
+public:
+    Unwatched() { watching = false; }
+    ~Unwatched() { watching = before; }
+
+private:
+    bool before = watching;
+};
+
+void* allocate(std::size_t size) noexcept {
+    if (!watching)
+        return std::malloc(size ? size : 1);
+    const long number = Allocations::made++;
+    if (number >= Allocations::failFrom && number < Allocations::failUntil)
+        return nullptr;
+    void* const memory = std::malloc(size ? size : 1);
+    Unwatched unwatched;
+    liveAllocations().insert(memory);
+    return memory;
+}
+
+void release(void* memory) noexcept {
+    if (watching) {
+        Unwatched unwatched;
+        liveAllocations().erase(memory);
+    }
+    std::free(memory);
+}
+
+struct Stream {
+    Answer answer;
+    bool pipe;
+    std::size_t at = 0;
+    bool closing = false;
+};
+
+std::map<FILE*, Stream*>& pipes() {
+    static std::map<FILE*, Stream*> open;
+    return open;
+}
+
+ssize_t readStream(void* cookie, char* buffer, std::size_t size) {
+    Stream& stream = *static_cast<Stream*>(cookie);
+    const std::size_t piece = 7; // a pipe hands over what it has
+    const std::size_t count = std::min({size, piece, stream.answer.text.size() - stream.at});
+    if (count == 0 && stream.answer.fault == Answer::Fault::read) {
+        errno = EIO;
+        return -1;
+    }
+    std::memcpy(buffer, stream.answer.text.data() + stream.at, count);
+    stream.at += count;
+    return static_cast<ssize_t>(count);
+}
+
+int closeStream(void* cookie) {
+    Unwatched unwatched;
+    Stream* const stream = static_cast<Stream*>(cookie);
+    EXPECT_EQ(stream->pipe, stream->closing) << "a pipe is closed with pclose()";
+    const bool fails = stream->answer.fault == Answer::Fault::close;
+    --platform.openStreams;
+    delete stream;
+    return fails ? -1 : 0;
+}
+
+FILE* open(Answer answer, bool pipe) {
+    if (answer.fault == Answer::Fault::start)
+        return nullptr;
+    EXPECT_EQ(0, platform.openStreams) << "one stream at a time";
+    Stream* const stream = new Stream{std::move(answer), pipe};
+    cookie_io_functions_t functions = {};
+    functions.read = readStream;
+    functions.close = closeStream;
+    FILE* const file = fopencookie(stream, "r", functions);
+    ++platform.openStreams;
+    if (pipe)
+        pipes()[file] = stream;
+    return file;
+}
+
+/** Keeps a log line, after a look at what all log lines have in common. */
+void keepLogLine(int priority, const std::string& line) {
+    static const std::map<std::string, int> priorities = {
+        {"error", 3}, {"warning", 4}, {"trace", 6}, {"tracedo", 7}, {"debug", 7}};
+    char level[16] = "", tag[16] = "", file[24] = "";
+    int number = 0, end = 0;
+    std::sscanf(line.c_str(), "%15[a-z]:%15[A-Za-z]: %23[A-Za-z]:%d%n", level, tag, file, &number,
+                &end);
+    ASSERT_EQ(0, line.compare(static_cast<std::size_t>(end), 2, "  ")) << line;
+    ASSERT_TRUE(priorities.count(level)) << line;
+    EXPECT_EQ(priorities.at(level), priority) << line;
+    const std::string unit = tag;
+    EXPECT_EQ(unit == "SnmpCfgHdr"   ? "SnmpConfigHandler"
+              : unit == "MappingTbl" ? "MappingTable"
+                                     : unit,
+              file);
+    const std::string message = line.substr(static_cast<std::size_t>(end) + 2);
+    platform.log.push_back(std::string(level) + ":" + tag + ": " + message);
+    platform.logNumbers.push_back(number);
+}
+
+} // namespace
+
+Platform platform;
+
+void Platform::script(std::deque<Answer> inOrder) {
+    answers = std::move(inOrder);
+    client = [this](const std::string& command) {
+        if (answers.empty()) {
+            ADD_FAILURE() << "one too many: " << command;
+            return notStarted;
+        }
+        Answer next = answers.front();
+        answers.pop_front();
+        return next;
+    };
+}
+
+Lines Platform::takeLog() {
+    logNumbers.clear();
+    return std::exchange(log, {});
+}
+
+Lines Platform::takeCommands() {
+    return std::exchange(commands, {});
+}
+
+PlatformTest::PlatformTest() {
+    platform = Platform();
+    platform.script({});
+    m_bVerbose = false;
+    debug_level = 7;
+    Wrapper::getInstance()->m_bVerbose = false;
+}
+
+PlatformTest::~PlatformTest() {
+    EXPECT_EQ(0, platform.openStreams);
+    EXPECT_TRUE(platform.answers.empty()) << platform.answers.size() << " answers were not asked";
+}
+
+Allocations::Allocations() {
+    liveAllocations().clear();
+    made = 0;
+    watching = true;
+}
+
+Allocations::~Allocations() {
+    watching = false;
+}
+
+long Allocations::live() {
+    return static_cast<long>(liveAllocations().size());
+}
+
+std::string taken(char* text) {
+    Unwatched unwatched;
+    const std::string copy = text ? text : "(null)";
+    liveAllocations().erase(text);
+    std::free(text);
+    return copy;
+}
+
+// What the library calls instead of the platform's own.
+
+void* operator new(std::size_t size) {
+    if (void* const memory = allocate(size))
+        return memory;
+    throw std::bad_alloc();
+}
+void operator delete(void* memory) noexcept {
+    release(memory);
+}
+void operator delete(void* memory, std::size_t) noexcept {
+    release(memory);
+}
+
+extern "C" {
+
+char* strdup(const char* text) noexcept {
+    const std::size_t size = std::strlen(text) + 1;
+    void* const memory = allocate(size);
+    return static_cast<char*>(memory ? std::memcpy(memory, text, size) : nullptr);
+}
+
+FILE* popen(const char* command, const char* mode) {
+    Unwatched unwatched;
+    if (std::strcmp(mode, "r") != 0)
+        return nullptr;
+    platform.commands.push_back(command);
+    return open(platform.client(command), true);
+}
+
+int pclose(FILE* file) {
+    Unwatched unwatched;
+    const auto pipe = pipes().find(file);
+    if (pipe == pipes().end()) {
+        ADD_FAILURE() << "pclose() of a stream that no popen() opened";
+        return -1;
+    }
+    pipe->second->closing = true;
+    pipes().erase(pipe);
+    return std::fclose(file) == 0 ? 512 : -1; // the status of a client that failed: nobody looks
+}
+
+FILE* fopen(const char* path, const char* mode) {
+    Unwatched unwatched;
+    if (std::strcmp(path, "/proc/net/atm/pvc") == 0)
+        return open(platform.circuits, false);
+    using Function = FILE* (*)(const char*, const char*);
+    static const auto real = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "fopen"));
+    return real(path, mode);
+}
+
+unsigned sleep(unsigned seconds) {
+    Unwatched unwatched;
+    platform.sleeps.push_back(seconds);
+    return 0;
+}
+
+std::time_t time(std::time_t* where) noexcept {
+    timespec now = {};
+    clock_gettime(CLOCK_REALTIME, &now);
+    const std::time_t seconds = platform.clock.value_or(now.tv_sec);
+    if (where)
+        *where = seconds;
+    return seconds;
+}
+
+void openlog(const char* ident, int option, int facility) {
+    Unwatched unwatched;
+    platform.openedLog =
+        std::string(ident) + " " + std::to_string(option) + " " + std::to_string(facility);
+}
+
+void syslog(int priority, const char* format, ...) {
+    Unwatched unwatched;
+    EXPECT_STREQ("%s\n", format);
+    std::va_list arguments;
+    va_start(arguments, format);
+    keepLogLine(priority, va_arg(arguments, const char*));
+    va_end(arguments);
+}
+
+/** A second initialize() leaves the first handler in place. */
+const char* __lsan_default_suppressions() {
+    return "leak:^initialize$\n";
+}
+}

@@ -1,0 +1,102 @@
+#pragma once
+
+#include "include/corvanta.h"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <ctime>
+#include <deque>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+using Lines = std::vector<std::string>;
+
+/** What a program prints or a file holds, and what goes wrong with it. */
+struct Answer {
+    enum class Fault { none, start, read, close };
+
+    Answer(const char* what = "") : text(what) {}
+    Answer(std::string what, Fault how = Fault::none) : text(std::move(what)), fault(how) {}
+
+    std::string text;
+    Fault fault = Fault::none; ///< a read fails after the text; start also is a missing file
+};
+
+inline const Answer notStarted("", Answer::Fault::start);
+
+/**
+ * The platform under the library: this program defines popen(), fopen(),
+ * sleep(), syslog() and their like, so that the library's calls end here.
+ */
+struct Platform {
+    std::function<Answer(const std::string& command)> client; ///< what each program run answers
+    Answer circuits = notStarted;                             ///< /proc/net/atm/pvc
+    std::optional<std::time_t> clock;                         ///< what time() gives
+
+    Lines commands;
+    Lines log;                   ///< "level:tag: text"
+    std::vector<int> logNumbers; ///< source line numbers, one per line of the log
+    std::vector<unsigned> sleeps;
+    std::string openedLog; ///< "ident option facility"
+    int openStreams = 0;
+    std::deque<Answer> answers; ///< those of script() that were not asked yet
+
+    /** Answers the program runs to come in this order; a run too many is a failure. */
+    void script(std::deque<Answer> inOrder);
+    Lines takeLog();
+    Lines takeCommands();
+};
+
+extern Platform platform;
+
+/** A test on a fresh platform, at whose end every stream is closed and every answer was asked. */
+class PlatformTest : public testing::Test {
+protected:
+    PlatformTest();
+    ~PlatformTest() override;
+};
+
+/** While it lives, what the library allocates is counted, and fails as planned. */
+class Allocations {
+public:
+    Allocations();
+    ~Allocations();
+
+    static inline long failFrom = 0, failUntil = 0; ///< the plan: these allocations fail
+    static inline long made = 0;
+    static long live(); ///< made and not released
+};
+
+/** The result of a call of the library's, its allocations counted. */
+template <typename Call>
+auto counted(Call call) {
+    Allocations allocations;
+    return call();
+}
+
+/** Calls time and again, each time with one more allocation failing, or all from that one on. */
+template <typename Call>
+void withEachAllocationFailing(Call call) {
+    bool reached = true;
+    for (long from = 0; reached; ++from)
+        for (const long until : {from + 1, LONG_MAX}) {
+            SCOPED_TRACE(testing::Message() << "allocations " << from << " to " << until);
+            Allocations::failFrom = from;
+            Allocations::failUntil = until;
+            call();
+            reached = Allocations::made > from;
+            Allocations::failFrom = Allocations::failUntil = 0;
+            ASSERT_EQ(0, platform.openStreams);
+        }
+}
+
+/** Takes over a text of the library's; "(null)" for none. */
+std::string taken(char* text);
+
+/** A client command with blanks around. */
+inline std::string quorlet(const std::string& text) {
+    return " quorlet \"" + text + "\" ";
+}

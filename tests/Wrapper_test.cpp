@@ -1,0 +1,98 @@
+#include "tests/Platform.h"
+
+#include "frame/Wrapper.h"
+
+#include <locale>
+
+namespace {
+
+class WrapperTest : public PlatformTest {
+protected:
+    Wrapper wrapper;
+};
+
+TEST_F(WrapperTest, TokensAreTheRunsBetweenDelimiters) {
+    const struct {
+        const char *text, *delims;
+        Lines tokens;
+    } cases[] = {{"", "|", {}},
+                 {"|||", "|", {}},
+                 {"|a||b|", "|", {"a", "b"}},
+                 {"  one two  three", " ", {"one", "two", "three"}},
+                 {"abc", "", {"abc"}},
+                 {"0|1|8\n", "|", {"0", "1", "8\n"}},
+                 {"a, b;c", ",; ", {"a", "b", "c"}}};
+    for (const auto& c : cases)
+        EXPECT_EQ(c.tokens, wrapper.Tokenize(c.text, c.delims)) << c.text;
+    EXPECT_EQ(Lines{}, platform.log);
+}
+
+TEST_F(WrapperTest, NumbersAreTheSameUnderAnyLocale) {
+    struct Grouping : std::numpunct<char> {
+        char do_thousands_sep() const override { return '.'; }
+        std::string do_grouping() const override { return "\3"; }
+    };
+    const std::locale before = std::locale::global(std::locale(std::locale(), new Grouping));
+    const speedInfo_s rates = {2048, 0, 4294967295U, 640};
+    EXPECT_EQ("SpeedInfo[dslActualDataRateDown=2048,dslActualDataRateUp=0,"
+              "dslAttainableDataRateDown=4294967295,dslAttainableDataRateUp=640]",
+              wrapper.SpeedInfoToString(&rates));
+    ASSERT_EQ(1, initialize(0));
+    platform.circuits = "VPI\n1234\n";
+    platform.script({"1\n", "1\n", "1|1|1234\n"});
+    EXPECT_EQ("VC1234=2", taken(getLayer2IfStatus()));
+    const Lines expected = {
+        "error:AtmFile: initialize: VPI 1234 is out of range for vpiList, max idx is 19",
+        "warning:AtmFile: contains: a_vpiVal 1234 is out of range for vpiList, max idx is 19"};
+    EXPECT_EQ(expected, platform.takeLog());
+    std::locale::global(before);
+}
+
+TEST_F(WrapperTest, CaseAndVectors) {
+    EXPECT_EQ("ATM 1-X", wrapper.ToUpperCase("Atm 1-x"));
+    EXPECT_EQ("vc1_x", wrapper.ToLowerCase("VC1_X"));
+    Lines none, two = {"a", "b"};
+    EXPECT_EQ("", wrapper.VectorToString(none));
+    EXPECT_EQ("a,b,", wrapper.VectorToString(two));
+    EXPECT_EQ(Lines{}, platform.log);
+    wrapper.m_bVerbose = true;
+    wrapper.ToLowerCase("A");
+    wrapper.ToUpperCase("Atm");
+    EXPECT_EQ(Lines{"tracedo:Wrapper: ToUpperCase: s2: ATM"}, platform.takeLog());
+    wrapper.m_bVerbose = false;
+}
+
+TEST_F(WrapperTest, PipesReportWhatFails) {
+    char line[256];
+    platform.script({"one\n", Answer("", Answer::Fault::read), Answer("x", Answer::Fault::close)});
+    EXPECT_EQ(nullptr, wrapper.Popen("tool", "neither"));
+    EXPECT_EQ(Lines{"error:Wrapper: popen error"}, platform.takeLog());
+
+    FILE* stream = wrapper.Popen("tool", "r");
+    EXPECT_STREQ("one\n", wrapper.Fgets(line, 256, stream));
+    EXPECT_EQ(nullptr, wrapper.Fgets(line, 256, stream));
+    EXPECT_EQ(512, wrapper.Pclose(stream));
+    EXPECT_EQ(Lines{}, platform.takeLog());
+
+    stream = wrapper.Popen("tool", "r");
+    EXPECT_EQ(nullptr, wrapper.Fgets(line, 256, stream));
+    wrapper.Pclose(stream);
+    EXPECT_EQ(-1, wrapper.Pclose(wrapper.Popen("tool", "r")));
+    EXPECT_EQ((Lines{"error:Wrapper: fgets error", "error:Wrapper: pclose error"}),
+              platform.takeLog());
+}
+
+TEST_F(WrapperTest, OneInstanceUntilDestroyed) {
+    Wrapper::Destroy();
+    Wrapper* const instance = Wrapper::getInstance();
+    EXPECT_EQ(instance, Wrapper::getInstance());
+    EXPECT_FALSE(instance->m_bVerbose || instance->m_bInitalized);
+    EXPECT_TRUE(instance->initialize(true));
+    EXPECT_TRUE(instance->m_bVerbose && instance->m_bInitalized);
+    Wrapper::Destroy();
+    Wrapper::Destroy();
+    EXPECT_EQ(nullptr, Wrapper::m_pInstance);
+    EXPECT_EQ(Lines{"tracedo:Wrapper: ~Wrapper: Destruction"}, platform.takeLog());
+}
+
+} // namespace

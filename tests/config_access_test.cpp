@@ -1,0 +1,223 @@
+#include "tests/Platform.h"
+
+#include <cstring>
+
+namespace {
+
+using ConfigAccessTest = PlatformTest;
+
+const Answer locked("Database locked\n");
+const std::string unknownRow = "Unknown row\n";
+
+/** A column name that makes a command of `length` characters with the rest. */
+std::string column(std::size_t length, const std::string& rest) {
+    return std::string(length - rest.size(), 'C');
+}
+
+TEST_F(ConfigAccessTest, IntegersById) {
+    const struct {
+        Answer answer;
+        int status, value;
+    } reads[] = {
+        {"1\n", 0, 1}, {" -12x\n", 0, -12},    {"+3", 0, 3},        {"x\n", 1, 77},
+        {"\n", 1, 77}, {"Unknown row", 1, 77}, {unknownRow, 3, 77}, {std::string(29, '1'), 6, 77},
+        {"", 1, 77},   {notStarted, 1, 77}};
+    for (const auto& c : reads) {
+        platform.script({c.answer});
+        int value = 77;
+        EXPECT_EQ(c.status, config_int_access_by_id(access_get, &value, "Atm", "Enabled", 3));
+        EXPECT_EQ(c.value, value) << c.answer.text;
+        EXPECT_EQ(Lines{quorlet(" selectkey Atm Id 3 Enabled ;")}, platform.takeCommands());
+    }
+    EXPECT_EQ(Lines{}, platform.takeLog());
+
+    int value = INT_MIN;
+    platform.script({locked, "whatever\n"});
+    EXPECT_EQ(0, config_int_access_by_id(access_set, &value, "VLAN", "Enable", -1));
+    const std::string command = quorlet(" updatekey VLAN Id -1 Enable integer:-2147483648 ;");
+    EXPECT_EQ((Lines{command, command}), platform.takeCommands());
+    const std::string trace = "trace:corvanta: " + command + " ==> ";
+    EXPECT_EQ((Lines{trace + locked.text, trace + "whatever"}), platform.takeLog());
+
+    for (const int access : {0, 3, 4, 5, 9, -1})
+        EXPECT_EQ(access >= 0 && access <= 4 ? 1 : 6,
+                  config_int_access_by_id(access_type(access), &value, "Atm", "Enabled", 3));
+    const std::string rest = quorlet(" selectkey T Id 1  ;");
+    EXPECT_EQ(6, config_int_access_by_id(access_get, &value, "T", column(100, rest).c_str(), 1));
+    EXPECT_EQ(6, config_int_access_by_id(access_set, &value, "T", column(300, "").c_str(), 1));
+    EXPECT_EQ(Lines{}, platform.takeCommands());
+    platform.script({"5\n"});
+    EXPECT_EQ(0, config_int_access_by_id(access_get, &value, "T", column(99, rest).c_str(), 1));
+}
+
+TEST_F(ConfigAccessTest, IntegersByKey) {
+    const std::string blanks(97, ' ');
+    const struct {
+        Answer answer;
+        int status, value;
+    } reads[] = {{"4\n", 0, 4},
+                 {" 12 3\n", 0, 12},
+                 {"x\n", 1, 77},
+                 {unknownRow, 3, 77},
+                 {"Unknown row", 1, 77},
+                 {unknownRow + "x", 1, 77},
+                 {locked, 1, 77},
+                 {"", 1, 77},
+                 {notStarted, 1, 77},
+                 {"7" + blanks, 0, 7},
+                 {"7" + blanks + " ", 1, 77}};
+    const std::string command = quorlet(" selectkey BridgeInterface Interface eth0 BridgeId ;");
+    int value;
+    for (const auto& c : reads)
+        for (const bool verbose : {false, true}) {
+            m_bVerbose = verbose;
+            platform.script({c.answer});
+            value = 77;
+            EXPECT_EQ(c.status, config_int_read_by_key(&value, "BridgeInterface", "BridgeId",
+                                                       "Interface", "eth0"));
+            EXPECT_EQ(c.value, value) << c.answer.text;
+            EXPECT_EQ(Lines{command}, platform.takeCommands());
+            EXPECT_EQ(verbose ? Lines{"trace:corvanta: " + command} : Lines{}, platform.takeLog());
+        }
+    const std::string rest = quorlet(" selectkey T K v  ;");
+    EXPECT_EQ(1, config_int_read_by_key(&value, "T", column(100, rest).c_str(), "K", "v"));
+    EXPECT_EQ(Lines{}, platform.takeCommands());
+    platform.script({"5\n"});
+    EXPECT_EQ(0, config_int_read_by_key(&value, "T", column(99, rest).c_str(), "K", "v"));
+}
+
+TEST_F(ConfigAccessTest, TextReads) {
+    const std::string x13(13, 'x'), x14(14, 'x'), x28(28, 'x');
+    const struct {
+        Answer answer;
+        int capacity, status;
+        std::string text; // of the buffer
+        int length;
+    } reads[] = {{x13 + "\n", 15, 0, x13, 13},
+                 {x14 + "\n", 15, 6, x14, 77},
+                 {x14 + "yz\n", 15, 6, x14, 77},
+                 {" eth0  \n", 15, 0, " eth0  ", 7},
+                 {"\n", 15, 0, "", 0},
+                 {x13 + "\n\n", 16, 0, x13, 13},
+                 {x13 + "\n\n", 15, 6, x13 + "\n", 77}, // counted with the newline
+                 {"a\n", 3, 0, "a", 1},
+                 {"ab\n", 3, 6, "ab", 77},
+                 {x28, 200, 0, x28, 28},
+                 {x28 + "x", 200, 6, "old", 77},
+                 {unknownRow, 15, 3, "old", 77},
+                 {"Unknown row", 15, 3, "", 77},
+                 {unknownRow + "\n", 15, 3, "", 77},
+                 {"Unknown row", 12, 6, "Unknown row", 77},
+                 {"Unknown rows", 15, 0, "Unknown rows", 12},
+                 {"", 15, 1, "old", 77},
+                 {notStarted, 15, 1, "old", 77}};
+    for (const auto& c : reads) {
+        SCOPED_TRACE(c.answer.text + "/" + std::to_string(c.capacity));
+        char buffer[201] = "old";
+        buffer[c.capacity] = 'z';
+        int length = 77;
+        platform.script({c.answer});
+        EXPECT_EQ(c.status, config_string_access_by_id(access_get, buffer, c.capacity, &length,
+                                                       "Bridge", "Name", 4));
+        EXPECT_EQ(c.text, buffer);
+        EXPECT_EQ(c.length, length);
+        EXPECT_EQ('z', buffer[c.capacity]);
+        EXPECT_EQ(Lines{quorlet("  selectkey Bridge Id 4 Name  ;")}, platform.takeCommands());
+    }
+    EXPECT_EQ(Lines{}, platform.log);
+    char buffer[] = "old";
+    int length = 77;
+    platform.client = [](const std::string&) { return "\n"; };
+    for (const int capacity : {2, 1, 0, INT_MIN}) {
+        EXPECT_EQ(6,
+                  config_string_access_by_id(access_get, buffer, capacity, &length, "B", "N", 4));
+        EXPECT_STREQ("old", buffer);
+        EXPECT_EQ(77, length);
+    }
+}
+
+int write(const std::string& text, int length, int capacity) {
+    const std::vector<char> original(text.begin(), text.end()); // with no byte to spare
+    std::vector<char> buffer = original;
+    const int status = config_string_access_by_id(access_set, buffer.data(), capacity, &length,
+                                                  "BridgeInterface", "Interface", 2);
+    EXPECT_EQ(original, buffer);
+    return status;
+}
+
+std::string written(const std::string& text) {
+    return quorlet(" updatekey BridgeInterface Id 2 Interface text:" + text + " ;");
+}
+
+TEST_F(ConfigAccessTest, TextWrites) {
+    platform.script({"Operation succeeded\n", "\n", locked, "x\n", unknownRow, "Unknown row", ""});
+    EXPECT_EQ(0, write("eth0", 4, 4));
+    EXPECT_EQ(0, write("e h'&|<0", 6, 8));
+    EXPECT_EQ(0, write("x", 0, 1));
+    EXPECT_EQ(3, write("a", 1, 1));
+    EXPECT_EQ(3, write("b", 1, 1));
+    EXPECT_EQ(1, write("c", 1, 1));
+    EXPECT_EQ((Lines{written("eth0"), written("e h'&|"), written(""), written(""), written("a"),
+                     written("b"), written("c")}),
+              platform.takeCommands());
+    EXPECT_EQ(Lines{}, platform.takeLog());
+
+    const int fixed = static_cast<int>(written("").size());
+    const std::string x200(200, 'x');
+    platform.script({"\n"});
+    EXPECT_EQ(0, write(x200, 198 - fixed, 200));
+    EXPECT_EQ(198U, platform.takeCommands().at(0).size());
+    EXPECT_EQ(6, write(x200, 199 - fixed, 200)) << "does not fit the runner";
+    EXPECT_EQ(1, write(x200, 200 - fixed, 200)) << "does not fit the buffer";
+    EXPECT_EQ(6, write("eth0", 5, 4));
+    EXPECT_EQ(6, write("eth0", -1, 4));
+
+    std::string refused, hostile;
+    platform.client = [](const std::string&) { return "\n"; };
+    for (int byte = 0; byte < 256; ++byte) {
+        std::string value = std::string("a") + static_cast<char>(byte) + "b";
+        const int status = write(value, 3, 3);
+        EXPECT_EQ(status, config_string_access_by_id(access_set, value, "T", "C", 1)) << byte;
+        EXPECT_EQ(status == 0 ? 2U : 0U, platform.takeCommands().size()) << byte;
+        if (status == 6)
+            refused += static_cast<char>(byte);
+    }
+    for (char c = 0; c < ' '; ++c)
+        hostile += c;
+    EXPECT_EQ(hostile + "\"$;\\`\x7f", refused);
+}
+
+TEST_F(ConfigAccessTest, StringsAndAccessTypes) {
+    const std::string x18(18, 'x'), x19(19, 'x');
+    platform.script({x18 + "\n", x19 + "\n", "\n"});
+    std::string value = "old";
+    EXPECT_EQ(0, config_string_access_by_id(access_get, value, "VLAN", "ParentIf", 2));
+    EXPECT_EQ(6, config_string_access_by_id(access_get, value, "VLAN", "ParentIf", 2));
+    EXPECT_EQ(x18, value);
+    EXPECT_EQ(0, config_string_access_by_id(access_set, value, "VLAN", "ParentIf", 2));
+    const std::string read = quorlet("  selectkey VLAN Id 2 ParentIf  ;");
+    EXPECT_EQ((Lines{read, read, quorlet(" updatekey VLAN Id 2 ParentIf text:" + x18 + " ;")}),
+              platform.takeCommands());
+
+    value = x19;
+    EXPECT_EQ(6, config_string_access_by_id(access_set, value, "VLAN", "ParentIf", 2));
+    char buffer[] = "old";
+    int length = 3;
+    for (const int access : {0, 3, 4, 5, -1}) {
+        const access_type type = access_type(access);
+        EXPECT_EQ(1, config_string_access_by_id(type, buffer, 4, &length, "VLAN", "ParentIf", 2));
+        EXPECT_EQ(1, config_string_access_by_id(type, value, "VLAN", "ParentIf", 2));
+    }
+    EXPECT_EQ(x19, value);
+    EXPECT_EQ(Lines{}, platform.takeCommands());
+}
+
+TEST_F(ConfigAccessTest, TruthValues) {
+    const int cases[][3] = {{0, 2, 0}, {1, 1, 1}, {2, 0, 0}, {-1, 0, -1}, {3, 0, 3}};
+    for (const auto& [value, snmp, internal] : cases) {
+        EXPECT_EQ(snmp, TruthValue_internal_to_snmp(value));
+        EXPECT_EQ(internal, TruthValue_snmp_to_internal(value));
+    }
+}
+
+} // namespace
