@@ -76,7 +76,9 @@ TEST_F(SpeedInfoTest, TakesTheRatesFromTheGroup) {
         {std::string(255, 'x') + down + rates, downFirst, {}},
         {down + "x: 1 2" + std::string(249, ' ') + rates, {5696, 1024, 0, 0}, {}},
         {Answer(down + rates, Answer::Fault::read), downFirst, {fgetsError}},
-        {Answer(down + "Actual: 1 2\n", Answer::Fault::read), {1, 2, 0, 0}, {fgetsError}},
+        {Answer(down + "Actual: 1 2\n", Answer::Fault::read),
+         {1, 2, 0, 0},
+         {fgetsError, fgetsError}},
         {Answer(down + rates, Answer::Fault::close), downFirst, {"error:Wrapper: pclose error"}},
     };
     SpeedInfo reader;

@@ -62,6 +62,7 @@ TEST_F(CallCmdTest, AnswersAndStatuses) {
             platform.script(c.runs);
             EXPECT_EQ(c.status, call_cmd(command, string, level));
             EXPECT_EQ(level < 6 ? lines : Lines{}, platform.takeLog());
+            platform.takeCommands();
         }
         EXPECT_EQ(c.answer, answer);
         EXPECT_EQ(c.answer, string);
