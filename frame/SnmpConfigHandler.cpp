@@ -28,10 +28,24 @@ const char* interfaceOf(int vpi) {
 // Creates a reader, keeps it, then initializes it.
 template <class Reader>
 void createReader(Reader*& reader, bool verbose) {
+    auto* const fresh = new Reader;
     delete reader;
-    reader = nullptr;
-    reader = new Reader;
+    reader = fresh;
     reader->initialize(verbose);
+}
+
+// Runs a stage of the initialization; an exception becomes an error line and false.
+template <class Body>
+bool stage(log::Head failure, Body body) {
+    return guarded(
+        [&] {
+            body();
+            return true;
+        },
+        [&] {
+            unit.error(failure);
+            return false;
+        });
 }
 
 } // namespace
@@ -47,26 +61,21 @@ SnmpConfigHandler::~SnmpConfigHandler() {
     delete m_pSpeedInfo;
 }
 
+bool SnmpConfigHandler::classInvariant() const {
+    return true;
+}
+
 void SnmpConfigHandler::initialize() {
-    const auto stage = [](const char* failure, auto body) {
-        return guarded(
-            [&] {
-                body();
-                return true;
-            },
-            [&] {
-                unit.error("initialize: unable to instantiate ", failure);
-                return false;
-            });
-    };
-    m_bInitalized = stage("Wrapper",
+    m_bInitalized = stage("initialize: unable to instantiate Wrapper",
                           [this] {
                               m_pWrapper = Wrapper::getInstance();
                               m_pWrapper->m_bVerbose = m_bVerbose;
                               m_pWrapper->Openlog("corvanta");
                           }) &&
-                    stage("SpeedInfo", [this] { createReader(m_pSpeedInfo, m_bVerbose); }) &&
-                    stage("MappingTable", [this] { createReader(m_pMappingTable, m_bVerbose); });
+                    stage("initialize: unable to instantiate SpeedInfo",
+                          [this] { createReader(m_pSpeedInfo, m_bVerbose); }) &&
+                    stage("initialize: unable to instantiate MappingTable",
+                          [this] { createReader(m_pMappingTable, m_bVerbose); });
 }
 
 std::string SnmpConfigHandler::getLayer2IfStatus() {

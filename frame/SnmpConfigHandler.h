@@ -29,7 +29,7 @@ public:
 
     /** Opens the log and creates the readers; m_bInitalized tells the outcome. Throws nothing. */
     void initialize();
-    bool classInvariant() const { return true; }
+    bool classInvariant() const;
 
     /** @return one entry per `Atm` row and interface, such as "VC1=1|PPPoE1=1|VC8=2" */
     std::string getLayer2IfStatus();

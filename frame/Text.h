@@ -15,7 +15,8 @@ class Piece {
 public:
     using Digits = char[20];
 
-    Piece(std::string_view text) : m_text(text.data()), m_size(text.size()) {}
+    Piece(std::string_view text)
+        : m_text(text.data() != nullptr ? text.data() : ""), m_size(text.size()) {}
     Piece(const std::string& text) : Piece(std::string_view(text)) {}
     Piece(const char* text) : Piece(std::string_view(text)) {}
     Piece(bool flag) : Piece(flag ? "1" : "0") {}

@@ -2,7 +2,6 @@
 
 #include "frame/Log.h"
 
-#include <string_view>
 #include <syslog.h>
 
 namespace {
@@ -31,6 +30,8 @@ void Wrapper::Destroy() {
     m_pInstance = nullptr;
 }
 
+Wrapper::Wrapper() = default;
+
 Wrapper::~Wrapper() {
     m_bInitalized = false;
     unit.tracedo(m_bVerbose, "~Wrapper: Destruction");
@@ -39,6 +40,10 @@ Wrapper::~Wrapper() {
 bool Wrapper::initialize(bool verbose) {
     m_bVerbose = verbose;
     m_bInitalized = true;
+    return true;
+}
+
+bool Wrapper::classInvariant() const {
     return true;
 }
 

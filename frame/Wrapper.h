@@ -16,13 +16,13 @@ public:
     static Wrapper* getInstance();
     static void Destroy();
 
-    Wrapper() = default;
+    Wrapper();
     ~Wrapper();
     Wrapper(const Wrapper&) = delete;
     Wrapper& operator=(const Wrapper&) = delete;
 
     bool initialize(bool verbose);
-    bool classInvariant() const { return true; }
+    bool classInvariant() const;
 
     /** popen(), fgets() and pclose() with their results; failures are logged. */
     FILE* Popen(const std::string& command, const std::string& mode);

@@ -12,6 +12,7 @@
 #include <ctime>
 #include <new>
 #include <optional>
+#include <string_view>
 #include <unistd.h>
 
 using namespace kavo::snmp;
@@ -230,7 +231,7 @@ int runOnce(const char* cmd, Answer& answer, int level) {
     return status;
 }
 
-int run(const char* cmd, Answer& answer, int level) {
+int runUntilUnlocked(const char* cmd, Answer& answer, int level) {
     int status = runOnce(cmd, answer, level);
     for (int attempt = 1; status == CORVANTA_LOCKED && attempt < maxAttempts; ++attempt) {
         sleep(1);
@@ -244,7 +245,7 @@ int runShort(const char* cmd, Answer& answer, int level) {
     const std::size_t length = strnlen(cmd, commandSize);
     if (length == 0 || length > longestCommand)
         return CORVANTA_UNFIT;
-    return run(cmd, answer, level);
+    return runUntilUnlocked(cmd, answer, level);
 }
 
 // Copies a text, cut to the capacity. Returns the length that it then has.
@@ -265,7 +266,7 @@ int call_cmd(char* cmd, int cmdSize, int cmdLen, char* answer, int answerSize, i
     if (cmdLen <= 0 || cmdLen >= cmdSize || capacity < 1)
         return CORVANTA_UNFIT;
     Answer text;
-    if (const int status = run(cmd, text, level))
+    if (const int status = runUntilUnlocked(cmd, text, level))
         return status;
     deliver(text.text, target, capacity);
     return CORVANTA_OK;

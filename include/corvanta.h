@@ -6,14 +6,14 @@
  * - initialize() comes before every status query, update_managed_objects()
  *   before the VLAN objects and atm_access_c().
  * - One call at a time. The library takes no lock and starts no thread.
- * - Every call but the mapping and conversion functions runs `quorlet` or
- *   `vellstat` and blocks until it ends; a locked database makes one client
- *   command take up to 19 seconds.
+ * - A call that runs `quorlet` or `vellstat` blocks until it ends; a locked
+ *   database makes one client command take up to 19 seconds.
  * - A returned char* is the caller's and is released with free(); a returned
  *   const char* is constant text of the library.
  * - No exception leaves a function declared here. A status query answers with
  *   its failure value and a warning in the system log; every other function
- *   answers with a status code. A null pointer is such a failure.
+ *   answers with a status code. A null pointer is such a failure, except in the
+ *   database field functions, whose pointers must be valid.
  * - Outputs are written on success only, unless a function says otherwise.
  *
  * Valid C11 and C++17.
@@ -251,7 +251,8 @@ CORVANTA_API int config_int_access_by_id(access_type access, int* value, const c
 
 /**
  * Reads an integer column of the row whose key column has a value. Not repeated
- * when the database is locked: CORVANTA_FAILED.
+ * when the database is locked: CORVANTA_FAILED, as for a command of 100
+ * characters or more. A value that would change the command: CORVANTA_UNFIT.
  */
 CORVANTA_API int config_int_read_by_key(int* value, const char* table, const char* column,
                                         const char* keyColumn, const char* keyValue);

@@ -2,6 +2,7 @@
 
 #include <cstdarg>
 #include <cstdio>
+#include <string_view>
 
 namespace kavo::snmp {
 
@@ -10,34 +11,25 @@ namespace {
 constexpr std::string_view commandStart = " quorlet \"";
 constexpr std::string_view commandEnd = ";\" ";
 
-// A formatted command and the length it would have without the buffer's limit.
-struct Command {
-    char text[200];
-    int length;
+constexpr int commandSize = 200; // of a command, its terminator included
+constexpr int quietSize = 199;   // the same for one that the log does not show
 
-    Command(const char* format, va_list values)
-        : length(vsnprintf(text, sizeof text, format, values)) {
-        if (!isWhole())
-            length = 0;
-    }
+// Whether it is one command still, whatever the values hold. One that was cut has no end.
+bool isWhole(std::string_view command) {
+    if (command.size() < commandStart.size() + commandEnd.size() ||
+        command.substr(command.size() - commandEnd.size()) != commandEnd)
+        return false;
+    command.remove_prefix(commandStart.size());
+    command.remove_suffix(commandEnd.size());
+    return isSafeText(command);
+}
 
-    // Whether it is one command still, whatever the values hold. One that is cut has no end.
-    bool isWhole() const {
-        std::string_view rest = text;
-        if (rest.size() < commandStart.size() + commandEnd.size() ||
-            rest.substr(rest.size() - commandEnd.size()) != commandEnd)
-            return false;
-        rest.remove_prefix(commandStart.size());
-        rest.remove_suffix(commandEnd.size());
-        return isSafeText(rest);
-    }
-};
-
-int runShort(int level, Reply& reply, const char* format, va_list values) {
-    const Command command(format, values);
-    if (command.length <= 0)
+int runFormatted(int size, int level, Reply& reply, const char* format, va_list values) {
+    char command[commandSize];
+    const int length = vsnprintf(command, sizeof command, format, values);
+    if (!isWhole(command))
         return CORVANTA_UNFIT;
-    return call_cmd(command.text, reply.text, level);
+    return call_cmd(command, size, length, reply.text, sizeof reply.text, level);
 }
 
 } // namespace
@@ -45,7 +37,7 @@ int runShort(int level, Reply& reply, const char* format, va_list values) {
 int run(Reply& reply, const char* format, ...) {
     va_list values;
     va_start(values, format);
-    const int status = runShort(levelUntraced, reply, format, values);
+    const int status = runFormatted(quietSize, levelUntraced, reply, format, values);
     va_end(values);
     return status;
 }
@@ -53,7 +45,7 @@ int run(Reply& reply, const char* format, ...) {
 int runAt(int level, Reply& reply, const char* format, ...) {
     va_list values;
     va_start(values, format);
-    const int status = runShort(level, reply, format, values);
+    const int status = runFormatted(quietSize, level, reply, format, values);
     va_end(values);
     return status;
 }
@@ -61,12 +53,9 @@ int runAt(int level, Reply& reply, const char* format, ...) {
 int runTraced(Reply& reply, const char* format, ...) {
     va_list values;
     va_start(values, format);
-    Command command(format, values);
+    const int status = runFormatted(commandSize, levelTraced, reply, format, values);
     va_end(values);
-    if (const int status = call_cmd(command.text, sizeof command.text, command.length))
-        return status;
-    reply.text = command.text;
-    return CORVANTA_OK;
+    return status;
 }
 
 } // namespace kavo::snmp

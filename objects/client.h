@@ -5,7 +5,6 @@
 #include "include/corvanta.h"
 
 #include <optional>
-#include <string>
 
 /**
  * How the objects run the configuration database's client: a command is a
@@ -19,7 +18,7 @@ namespace kavo::snmp {
 struct Reply {
     std::optional<int> number() const { return parseInt(text); }
 
-    std::string text;
+    char text[30] = ""; // the runner takes no longer one
 };
 
 /** Runs a command that the log does not show. */

@@ -8,6 +8,8 @@
 #include <algorithm>
 #include <climits>
 #include <iterator>
+#include <optional>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -56,6 +58,10 @@ atm_entry toAtmEntry(const std::vector<std::string>& columns) {
 
 } // namespace
 
+data_cache::data_cache() = default;
+
+data_cache::~data_cache() = default;
+
 void data_cache::init() {
     std::fill(std::begin(atm), std::end(atm), atm_entry{});
     for (int slot = 1; slot <= slotCount; ++slot)
@@ -98,8 +104,8 @@ void data_cache::loadBridgeMembers() {
     for (int row = 0; run(id, readMemberId, row) == CORVANTA_OK; ++row) {
         Reply bridgeId;
         Reply interface;
-        const int bridgeStatus = run(bridgeId, readMemberBridge, id.text.c_str());
-        const int interfaceStatus = run(interface, readMemberInterface, id.text.c_str());
+        const int bridgeStatus = run(bridgeId, readMemberBridge, id.text);
+        const int interfaceStatus = run(interface, readMemberInterface, id.text);
         int slot = 0;
         if (bridgeStatus != CORVANTA_OK || interfaceStatus != CORVANTA_OK ||
             bridgeId.number().value_or(-1) < 0 ||

@@ -6,9 +6,10 @@
 #include <string>
 
 /**
- * Copy of the configuration state that the handlers consult most. Index 0 of
- * each array stays unused, so that an index is a row's Id or a slot's number.
- * An index outside its range reads as 0, empty or -1 and is not written.
+ * Copy of the configuration state that the handlers consult most. The arrays
+ * count from 1, so that an index is a row's Id or a slot's number; element 0 is
+ * never loaded. Of a row or slot that does not exist a get gives 0, an empty
+ * name or freeSlot, a set or create CORVANTA_FAILED.
  */
 class CORVANTA_API data_cache {
 public:
@@ -17,10 +18,15 @@ public:
     static constexpr int slotCount = 8;
     static constexpr int freeSlot = -1;
 
+    data_cache();
+    ~data_cache();
+    data_cache(const data_cache&) = default;
+    data_cache& operator=(const data_cache&) = default;
+
     /** Zeroes the ATM rows and names the bridge slots "br1" to "br8". */
     void init();
 
-    /** Loads everything from the database; what cannot be read keeps its value. */
+    /** Loads everything from the database; a failed read leaves 0, empty or freeSlot. */
     void update();
 
     /** See atm_access_c(). */
@@ -65,9 +71,9 @@ public:
     bridge_slot bridge[slotCount + 1];      ///< bridges "br1" to "br8"
 
 private:
-    void loadAtm();
-    void loadBridges();
-    void loadBridgeMembers();
-    void loadVlans();
-    bridge_slot* slotOf(unsigned int bridgeId);
+    [[gnu::visibility("hidden")]] void loadAtm();
+    [[gnu::visibility("hidden")]] void loadBridges();
+    [[gnu::visibility("hidden")]] void loadBridgeMembers();
+    [[gnu::visibility("hidden")]] void loadVlans();
+    [[gnu::visibility("hidden")]] bridge_slot* slotOf(unsigned int bridgeId);
 };

@@ -1,6 +1,8 @@
 #include "frame/Guard.h"
 #include "objects/client.h"
 
+#include <string>
+
 using namespace kavo::snmp;
 
 namespace {

@@ -36,10 +36,9 @@ constexpr char insertNetif[] = " quorlet \"  insertkey  StatusNetifConfig  Name 
 constexpr char deleteLanMemberNode[] =
     " quorlet \" deletekey    NetworkSetupNode ParentInterface  %s ;\" ";
 constexpr char deleteMembers[] = " quorlet \" deletekey    BridgeInterface BridgeId %d ;\" ";
-constexpr char deleteLanNode[] = " quorlet \" deletekey NetworkSetupNode   InterfaceName  %s ;\" ";
 constexpr char deleteWanMemberNode[] =
     " quorlet \"  deletekey  NetworkSetupNode  InterfaceName        bridge:%s ;\" ";
-constexpr char deleteWanNode[] = " quorlet \" deletekey NetworkSetupNode   InterfaceName  %s ;\" ";
+constexpr char deleteNode[] = " quorlet \" deletekey NetworkSetupNode   InterfaceName  %s ;\" ";
 constexpr char deleteNetif[] = " quorlet \"  deletekey  StatusNetifConfig  Name %s ;\" ";
 
 constexpr char lanPort[] = "eth0";
@@ -51,9 +50,10 @@ int lanRow(int vlanIndex) {
 
 // Takes the first free bridge slot.
 int createBridge(data_cache& cache, int& bridgeId) {
-    for (int slot = 1; slot <= data_cache::slotCount; ++slot)
+    for (int slot = 1; slot <= data_cache::slotCount; ++slot) {
         if (cache.bridge_intern_Id_by_name_idx_get(bridgeId, slot) < 0)
             return cache.bridge_intern_Id_by_name_idx_create(bridgeId, slot);
+    }
     return CORVANTA_FAILED;
 }
 
@@ -90,7 +90,7 @@ int switchOff(data_cache& cache, const char* lanIface) {
         return status;
     if (const int status = runTraced(reply, deleteMembers, bridgeId))
         return status;
-    if (const int status = runTraced(reply, deleteLanNode, lanIface))
+    if (const int status = runTraced(reply, deleteNode, lanIface))
         return status;
     ignoreStatus(run(reply, deleteNetif, lanIface));
     ignoreStatus(cache.bridge_intern_Id_delete(bridgeId));
@@ -100,7 +100,7 @@ int switchOff(data_cache& cache, const char* lanIface) {
 void removeWanSide(const char* member, const char* wanIface) {
     Reply reply;
     ignoreStatus(run(reply, deleteWanMemberNode, member));
-    ignoreStatus(run(reply, deleteWanNode, wanIface));
+    ignoreStatus(run(reply, deleteNode, wanIface));
     ignoreStatus(run(reply, deleteNetif, wanIface));
 }
 
@@ -132,9 +132,10 @@ int setEnabled(data_cache& cache, int current, int requested, int vlanIndex) {
         return status;
     std::string lanIface;
     cache.vlan_intern_InterfaceName_get(lanIface, lanRow(vlanIndex));
-    if (current == 0 && requested == 1)
+    if (current == 0 && requested == 1) {
         if (const int status = switchOn(cache, lanIface.c_str()))
             return status;
+    }
     if (const int status = rebuildWanSide(vlanIndex))
         return status;
     return current == 1 && requested == 0 ? switchOff(cache, lanIface.c_str()) : CORVANTA_OK;

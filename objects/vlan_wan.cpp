@@ -3,7 +3,9 @@
 #include "objects/managed_objects.h"
 #include "objects/vlan.h"
 
+#include <cstdio>
 #include <cstring>
+#include <string_view>
 
 using namespace kavo::snmp;
 
@@ -15,7 +17,7 @@ constexpr char insertFilter[] =
     " quorlet \" insertkey  BridgeFilter  BridgeId integer:%d  FilterRule text:"
     "  VLANId integer:0  PBit integer:0 ;\" ";
 
-constexpr char deleted[] = "Operation succeeded"; // the client's answer to a delete
+constexpr std::string_view deleted = "Operation succeeded"; // the client's answer to a delete
 
 constexpr int bridgeNames = 9; // "br1" to "br9"
 constexpr int snmpFalse = 2;

@@ -30,6 +30,10 @@ AtmFile::~AtmFile() {
     unit.tracedo(m_bVerbose, "~AtmFile: destruction");
 }
 
+bool AtmFile::classInvariant() const {
+    return true;
+}
+
 void AtmFile::initialize(bool verbose) {
     m_bVerbose = verbose;
     m_pWrapper = Wrapper::getInstance();

@@ -19,17 +19,17 @@ public:
 
     /** Reads the file anew; a file that cannot be opened leaves the list as it was. */
     void initialize(bool verbose);
-    bool classInvariant() const { return true; }
+    bool classInvariant() const;
 
     /** @return whether a circuit is open on the VPI; false, with a warning, outside 0 to 19 */
     bool contains(int a_vpiVal);
     std::string vpiList2String();
 
-    /** @return 1: the number of lists, not of circuits */
+    /** @return 1, whatever the list holds */
     int size();
 
     /** Rebuilds the list from the file's text. */
-    void parse(std::string_view text);
+    [[gnu::visibility("hidden")]] void parse(std::string_view text);
 
     static constexpr int vpiCount = 20;
 
@@ -40,7 +40,7 @@ public:
     Wrapper* m_pWrapper = nullptr; ///< not owned
 
 private:
-    void markVpi(std::string_view field, int row, int col);
+    [[gnu::visibility("hidden")]] void markVpi(std::string_view field, int row, int col);
 };
 
 } // namespace kavo::snmp

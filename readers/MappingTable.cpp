@@ -24,6 +24,8 @@ constexpr Row rows[] = {
 
 } // namespace
 
+MappingTable::MappingTable() = default;
+
 MappingTable::~MappingTable() {
     unit.tracedo(m_bVerbose, "~MappingTable: destruction");
 }
@@ -67,6 +69,10 @@ std::string MappingTable::indexToLogicalIfName(int index) {
         return found->second;
     unit.warning("indexToLogicalIfName: cannot find index in MappingTable: ", index);
     return m_mapIndex.empty() ? std::string() : m_mapIndex.begin()->second;
+}
+
+std::size_t MappingTable::size() const {
+    return m_mapPhysical.size();
 }
 
 std::string MappingTable::toString() {

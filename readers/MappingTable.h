@@ -13,7 +13,7 @@ namespace kavo::snmp {
 /** The fixed relation of interface index, physical name and logical name. */
 class CORVANTA_API MappingTable {
 public:
-    MappingTable() = default;
+    MappingTable();
     ~MappingTable();
     MappingTable(const MappingTable&) = delete;
     MappingTable& operator=(const MappingTable&) = delete;
@@ -30,7 +30,7 @@ public:
     std::string toString();
 
     /** @return the number of physical names */
-    std::size_t size() const { return m_mapPhysical.size(); }
+    std::size_t size() const;
 
     bool m_bVerbose = false;
     bool m_bInitalized = false;

@@ -54,16 +54,16 @@ bool SpeedInfo::readDSLInfo(speedInfo_s* info) {
         return false;
     }
 
-    int number = 0;
+    int lineNumber = 0;
     while (tool.readLine(m_szLine)) {
-        ++number;
-        unit.debug(m_bVerbose, "readDSLInfo: processing line ", number, ": ", m_szLine);
+        ++lineNumber;
+        unit.debug(m_bVerbose, "readDSLInfo: processing line ", lineNumber, ": ", m_szLine);
         if (!contains(m_szLine, groupHeading))
             continue;
         const bool downFirst = downComesFirst(m_szLine);
-        unit.debug(m_bVerbose, "readDSLInfo: line ", number, ": downFirst = ", downFirst);
+        unit.debug(m_bVerbose, "readDSLInfo: line ", lineNumber, ": downFirst = ", downFirst);
         for (int i = 0; i < groupLines && tool.readLine(m_szLine); ++i)
-            parseGroupLine(m_szLine, ++number, downFirst, info);
+            parseGroupLine(m_szLine, ++lineNumber, downFirst, info);
     }
     return true;
 }
@@ -73,9 +73,9 @@ bool SpeedInfo::downComesFirst(std::string_view heading) {
     return contains(nextToken(heading, ' '), "Down");
 }
 
-void SpeedInfo::parseGroupLine(std::string_view line, int number, bool downFirst,
+void SpeedInfo::parseGroupLine(std::string_view line, int lineNumber, bool downFirst,
                                speedInfo_s* info) {
-    unit.debug(m_bVerbose, "readDSLInfo: processing group line ", number, ": ", line);
+    unit.debug(m_bVerbose, "readDSLInfo: processing group line ", lineNumber, ": ", line);
 
     std::string_view rest = line;
     const std::string_view name = nextToken(rest, ':');
@@ -91,7 +91,7 @@ void SpeedInfo::parseGroupLine(std::string_view line, int number, bool downFirst
     // A missing token is empty and counts as 0.
     const std::uint32_t ui1 = parseUnsigned(first);
     const std::uint32_t ui2 = parseUnsigned(second);
-    unit.debug(m_bVerbose, "readDSLInfo: line ", number, ": ", "name = ", name, ", ui1 = ", ui1,
+    unit.debug(m_bVerbose, "readDSLInfo: line ", lineNumber, ": ", "name = ", name, ", ui1 = ", ui1,
                ", ui2 = ", ui2);
 
     const std::uint32_t down = downFirst ? ui1 : ui2;

@@ -26,10 +26,11 @@ public:
     bool readDSLInfo(speedInfo_s* info);
 
     /** @return whether the group's heading names the downstream column first */
-    static bool downComesFirst(std::string_view heading);
+    [[gnu::visibility("hidden")]] static bool downComesFirst(std::string_view heading);
 
-    /** Takes the rates from a line of the group. @param number the line's, for the log */
-    void parseGroupLine(std::string_view line, int number, bool downFirst, speedInfo_s* info);
+    /** Takes the rates from a line of the group; its number is for the log. */
+    [[gnu::visibility("hidden")]] void parseGroupLine(std::string_view line, int lineNumber,
+                                                      bool downFirst, speedInfo_s* info);
 
     bool m_bVerbose = false;
     bool m_bInitalized = false;

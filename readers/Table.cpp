@@ -51,23 +51,28 @@ bool Table::initialize(bool verbose) {
     return true;
 }
 
-bool Table::ask(const char* operation, const std::string& command) {
-    const char* failure = nullptr;
-    {
-        Pipe client(required(m_pWrapper), command);
-        if (!client)
-            failure = ": could not popen ";
-        else if (!client.readLine(m_szLine))
-            failure = ": could not read programs output ";
-    }
-    if (failure != nullptr && operation != nullptr)
-        unit.error(operation, failure, command);
-    return failure == nullptr;
+bool Table::classInvariant() const {
+    return true;
+}
+
+Table::Reply Table::ask(const std::string& command) {
+    Pipe client(required(m_pWrapper), command);
+    if (!client)
+        return Reply::notStarted;
+    return client.readLine(m_szLine) ? Reply::line : Reply::nothing;
 }
 
 int Table::size() {
-    if (!ask("size", m_sSizeCommand))
+    switch (ask(m_sSizeCommand)) {
+    case Reply::line:
+        break;
+    case Reply::nothing:
+        unit.error("size: could not read programs output ", m_sSizeCommand);
         return 0;
+    case Reply::notStarted:
+        unit.error("size: could not popen ", m_sSizeCommand);
+        return 0;
+    }
     m_iRowCount = static_cast<int>(parseUnsigned(m_szLine));
     unit.tracedo(m_bVerbose, "size: size of table ", m_sTableName, ": ", m_iRowCount);
     return m_iRowCount;
@@ -77,8 +82,17 @@ bool Table::readRow(int row) {
     if (m_iRowCount < 0 || row < m_iRowCount)
         m_iRowCount = size();
     unit.tracedo(m_bVerbose, "read: number of rows in table ", m_sTableName, ": ", m_iRowCount);
-    if (!ask("read", rowCommand(m_sTableName, row)))
+    const std::string command = rowCommand(m_sTableName, row);
+    switch (ask(command)) {
+    case Reply::line:
+        break;
+    case Reply::nothing:
+        unit.error("read: could not read programs output ", command);
         return false;
+    case Reply::notStarted:
+        unit.error("read: could not popen ", command);
+        return false;
+    }
     unit.tracedo(m_bVerbose, "read: row ", row, ": ", m_szLine);
     return true;
 }
@@ -109,7 +123,7 @@ int Table::getIntegerValue(const std::string& column, int row) {
 
 int Table::getIntegerValue(int& value, const std::string& column, const std::string& keyColumn,
                            const std::string& keyValue) {
-    if (!ask(nullptr, keyedCommand(m_sTableName, keyColumn, keyValue, column)))
+    if (ask(keyedCommand(m_sTableName, keyColumn, keyValue, column)) != Reply::line)
         return CORVANTA_FAILED;
     const std::optional<int> number = parseInt(m_szLine);
     if (!number)

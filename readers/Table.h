@@ -17,7 +17,7 @@ public:
     Table& operator=(const Table&) = delete;
 
     bool initialize(bool verbose);
-    bool classInvariant() const { return true; }
+    bool classInvariant() const;
 
     /** @return the number of rows, 0 when it cannot be read */
     int size();
@@ -46,9 +46,10 @@ public:
     Wrapper* m_pWrapper = nullptr; ///< not owned
 
 private:
-    // Runs a command and reads the answer's first line into m_szLine; a failure is logged under
-    // the operation's name, or not at all without one.
-    bool ask(const char* operation, const std::string& command);
+    enum class Reply { line, nothing, notStarted };
+
+    // Runs a command and reads the answer's first line into m_szLine.
+    [[gnu::visibility("hidden")]] Reply ask(const std::string& command);
 };
 
 } // namespace kavo::snmp
