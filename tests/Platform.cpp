@@ -52,72 +52,60 @@ void release(void* memory) noexcept {
     std::free(memory);
 }
 
+/** What is read from an open stream, and how far. */
 struct Stream {
     Answer answer;
-    bool pipe;
-    std::size_t at = 0;
-    bool closing = false;
+    std::size_t at;
 };
 
-std::map<FILE*, Stream*>& pipes() {
-    static std::map<FILE*, Stream*> open;
-    return open;
-}
+FILE* openPipe = nullptr;
 
 ssize_t readStream(void* cookie, char* buffer, std::size_t size) {
-    Stream& stream = *static_cast<Stream*>(cookie);
+    auto& [answer, at] = *static_cast<Stream*>(cookie);
     const std::size_t piece = 7; // a pipe hands over what it has
-    const std::size_t count = std::min({size, piece, stream.answer.text.size() - stream.at});
-    if (count == 0 && stream.answer.fault == Answer::Fault::read) {
+    const std::size_t count = std::min({size, piece, answer.text.size() - at});
+    if (count == 0 && answer.fault == Answer::Fault::read) {
         errno = EIO;
         return -1;
     }
-    std::memcpy(buffer, stream.answer.text.data() + stream.at, count);
-    stream.at += count;
+    std::memcpy(buffer, answer.text.data() + at, count);
+    at += count;
     return static_cast<ssize_t>(count);
 }
 
 int closeStream(void* cookie) {
     Unwatched unwatched;
+    EXPECT_EQ(nullptr, openPipe) << "a pipe is closed with pclose()";
     Stream* const stream = static_cast<Stream*>(cookie);
-    EXPECT_EQ(stream->pipe, stream->closing) << "a pipe is closed with pclose()";
     const bool fails = stream->answer.fault == Answer::Fault::close;
-    --platform.openStreams;
     delete stream;
+    --platform.openStreams;
     return fails ? -1 : 0;
 }
 
-FILE* open(Answer answer, bool pipe) {
+FILE* open(Answer answer) {
     if (answer.fault == Answer::Fault::start)
         return nullptr;
-    EXPECT_EQ(0, platform.openStreams) << "one stream at a time";
-    Stream* const stream = new Stream{std::move(answer), pipe};
+    EXPECT_EQ(0, platform.openStreams++) << "one stream at a time";
     cookie_io_functions_t functions = {};
     functions.read = readStream;
     functions.close = closeStream;
-    FILE* const file = fopencookie(stream, "r", functions);
-    ++platform.openStreams;
-    if (pipe)
-        pipes()[file] = stream;
-    return file;
+    return fopencookie(new Stream{std::move(answer), 0}, "r", functions);
 }
 
 /** Keeps a log line, after a look at what all log lines have in common. */
 void keepLogLine(int priority, const std::string& line) {
     static const std::map<std::string, int> priorities = {
         {"error", 3}, {"warning", 4}, {"trace", 6}, {"tracedo", 7}, {"debug", 7}};
+    static const std::map<std::string, std::string> files = {{"SnmpCfgHdr", "SnmpConfigHandler"},
+                                                             {"MappingTbl", "MappingTable"}};
     char level[16] = "", tag[16] = "", file[24] = "";
     int number = 0, end = 0;
     std::sscanf(line.c_str(), "%15[a-z]:%15[A-Za-z]: %23[A-Za-z]:%d%n", level, tag, file, &number,
                 &end);
     ASSERT_EQ(0, line.compare(static_cast<std::size_t>(end), 2, "  ")) << line;
-    ASSERT_TRUE(priorities.count(level)) << line;
-    EXPECT_EQ(priorities.at(level), priority) << line;
-    const std::string unit = tag;
-    EXPECT_EQ(unit == "SnmpCfgHdr"   ? "SnmpConfigHandler"
-              : unit == "MappingTbl" ? "MappingTable"
-                                     : unit,
-              file);
+    EXPECT_TRUE(priorities.count(level) && priorities.at(level) == priority) << line;
+    EXPECT_EQ(files.count(tag) ? files.at(tag) : tag, file);
     const std::string message = line.substr(static_cast<std::size_t>(end) + 2);
     platform.log.push_back(std::string(level) + ":" + tag + ": " + message);
     platform.logNumbers.push_back(number);
@@ -143,10 +131,6 @@ void Platform::script(std::deque<Answer> inOrder) {
 Lines Platform::takeLog() {
     logNumbers.clear();
     return std::exchange(log, {});
-}
-
-Lines Platform::takeCommands() {
-    return std::exchange(commands, {});
 }
 
 PlatformTest::PlatformTest() {
@@ -211,25 +195,20 @@ FILE* popen(const char* command, const char* mode) {
     if (std::strcmp(mode, "r") != 0)
         return nullptr;
     platform.commands.push_back(command);
-    return open(platform.client(command), true);
+    return openPipe = open(platform.client(command));
 }
 
 int pclose(FILE* file) {
     Unwatched unwatched;
-    const auto pipe = pipes().find(file);
-    if (pipe == pipes().end()) {
-        ADD_FAILURE() << "pclose() of a stream that no popen() opened";
-        return -1;
-    }
-    pipe->second->closing = true;
-    pipes().erase(pipe);
+    EXPECT_EQ(openPipe, file);
+    openPipe = nullptr;
     return std::fclose(file) == 0 ? 512 : -1; // the status of a client that failed: nobody looks
 }
 
 FILE* fopen(const char* path, const char* mode) {
     Unwatched unwatched;
     if (std::strcmp(path, "/proc/net/atm/pvc") == 0)
-        return open(platform.circuits, false);
+        return open(platform.circuits);
     using Function = FILE* (*)(const char*, const char*);
     static const auto real = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "fopen"));
     return real(path, mode);

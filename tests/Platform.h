@@ -10,6 +10,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 using Lines = std::vector<std::string>;
@@ -47,10 +48,13 @@ struct Platform {
     /** Answers the program runs to come in this order; a run too many is a failure. */
     void script(std::deque<Answer> inOrder);
     Lines takeLog();
-    Lines takeCommands();
 };
 
 extern Platform platform;
+
+/** The log lines, or the commands, since the last look. */
+#define EXPECT_LOG(...) EXPECT_EQ((Lines{__VA_ARGS__}), platform.takeLog())
+#define EXPECT_RUN(...) EXPECT_EQ((Lines{__VA_ARGS__}), std::exchange(platform.commands, {}))
 
 /** A test on a fresh platform, at whose end every stream is closed and every answer was asked. */
 class PlatformTest : public testing::Test {

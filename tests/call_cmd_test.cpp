@@ -6,15 +6,13 @@ namespace {
 
 using CallCmdTest = PlatformTest;
 
-const std::string command = " quorlet \" size Atm ;\" ", locked = "Database locked\n";
-
 TEST_F(CallCmdTest, AnswersAndStatuses) {
-    const std::string a27(27, 'a'), a28(28, 'a'), a29(29, 'a'), unknown = "Unknown row\n";
-    std::deque<Answer> always(20, locked), almost(19, locked);
+    const std::string command = " quorlet \" size Atm ;\" ", locked = "Database locked\n";
+    const std::string a27(27, 'a'), a28(28, 'a'), unknown = "Unknown row\n";
+    std::deque<Answer> almost(19, locked), always(20, locked);
     almost.push_back("7\n");
-    Lines traces(20, locked);
-    Lines almostTraces = traces;
-    almostTraces.back() = "7";
+    Lines seven(19, locked), never(20, locked);
+    seven.push_back("7");
     const struct {
         std::deque<Answer> runs;
         int status;
@@ -32,7 +30,7 @@ TEST_F(CallCmdTest, AnswersAndStatuses) {
         {{a28}, 0, a28, {a28}},
         {{a27 + "\n"}, 0, a27, {a27}},
         {{a28 + "\n"}, 6, "old", {a28 + "\n"}},
-        {{a29 + "bc\n"}, 6, "old", {a29}},
+        {{a28 + "abc\n"}, 6, "old", {a28 + "a"}},
         {{""}, 1, "old", {""}},
         {{Answer("", Answer::Fault::read)}, 1, "old", {""}},
         {{Answer("5\n", Answer::Fault::close)}, 0, "5", {"5"}},
@@ -40,8 +38,8 @@ TEST_F(CallCmdTest, AnswersAndStatuses) {
         {{locked, "7\n"}, 0, "7", {locked, "7"}},
         {{locked, notStarted}, 1, "old", {locked, locked}}, // it shows what was read before
         {{locked, unknown}, 3, "old", {locked, unknown}},
-        {almost, 0, "7", almostTraces},
-        {always, 2, "old", traces},
+        {almost, 0, "7", seven},
+        {always, 2, "old", never},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.runs.back().text + " after " + std::to_string(c.runs.size()));
@@ -57,12 +55,12 @@ TEST_F(CallCmdTest, AnswersAndStatuses) {
             platform.script(c.runs);
             EXPECT_EQ(c.status, call_cmd(text, sizeof text, length, answer, 30, level));
             EXPECT_EQ(level < 6 ? lines : Lines{}, platform.takeLog());
-            EXPECT_EQ(Lines(c.runs.size(), command), platform.takeCommands());
+            EXPECT_EQ(Lines(c.runs.size(), command), std::exchange(platform.commands, {}));
             EXPECT_EQ(std::vector<unsigned>(c.runs.size() - 1, 1), platform.sleeps);
             platform.script(c.runs);
             EXPECT_EQ(c.status, call_cmd(command, string, level));
             EXPECT_EQ(level < 6 ? lines : Lines{}, platform.takeLog());
-            platform.takeCommands();
+            platform.commands.clear();
         }
         EXPECT_EQ(c.answer, answer);
         EXPECT_EQ(c.answer, string);
@@ -71,40 +69,37 @@ TEST_F(CallCmdTest, AnswersAndStatuses) {
         EXPECT_EQ(c.status, call_cmd(text, sizeof text, length));
         EXPECT_EQ(c.status == 0 ? c.answer : command, text);
         EXPECT_EQ(lines, platform.takeLog());
-        platform.takeCommands();
+        platform.commands.clear();
     }
 }
 
-TEST_F(CallCmdTest, CommandsThatDoNotFitDoNotRun) {
-    char text[200] = "x", answer[4] = "old";
+TEST_F(CallCmdTest, Limits) {
+    char text[200] = "x", answer[] = "zzzzzzzz";
+    std::string string = "old";
     EXPECT_EQ(4, call_cmd(nullptr, 200, 10, answer, 4, 5));
     EXPECT_EQ(4, call_cmd(nullptr, 0, 0));
     for (const int length : {0, -1, 200, 201})
         EXPECT_EQ(6, call_cmd(text, 200, length, answer, 4, 5)) << length;
-    std::string string = "old";
     for (const std::size_t length : {0U, 199U, 200U, 1000U})
         EXPECT_EQ(6, call_cmd(std::string(length, 'x'), string, 5)) << length;
     EXPECT_EQ("old", string);
-    EXPECT_STREQ("old", answer);
-    EXPECT_EQ(Lines{}, platform.commands);
-    EXPECT_EQ(Lines{}, platform.log);
-
-    platform.script({"1\n", "2\n"});
+    EXPECT_EQ('z', answer[0]);
+    EXPECT_LOG();
+    EXPECT_RUN();
     const std::string longest(198, 'x'), longer(199, 'x');
+    platform.script({"1\n", "2\n"});
     EXPECT_EQ(0, call_cmd(longest, string, 7));
     std::strcpy(text, longer.c_str());
     EXPECT_EQ(0, call_cmd(text, 200, 199));
-    EXPECT_EQ((Lines{longest, longer}), platform.commands);
-}
+    EXPECT_RUN(longest, longer);
 
-TEST_F(CallCmdTest, AnswersAreCutToTheTarget) {
-    for (const int capacity : {1, 2, 5, 6, 7}) {
+    for (const int capacity : {1, 2, 5, 6, 7}) { // of the answer
         platform.script({"12345\n", "12345\n"});
-        char text[] = "xzzzzzzz", answer[] = "zzzzzzzz";
-        EXPECT_EQ(0, call_cmd(text, 2, 1, answer, capacity, 7));
+        EXPECT_EQ(0, call_cmd(text, 200, 1, answer, capacity, 7));
         EXPECT_EQ(std::string("12345").substr(0, static_cast<std::size_t>(capacity) - 1), answer);
         EXPECT_EQ('\0', answer[capacity - 1]);
         EXPECT_EQ('z', answer[capacity]) << "nothing beyond the capacity";
+        std::memcpy(text, "xzzz", 4);
         EXPECT_EQ(0, call_cmd(text, 3, 1));
         EXPECT_EQ(std::string("12\0z", 4), std::string(text, 4));
     }

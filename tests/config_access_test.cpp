@@ -27,17 +27,18 @@ TEST_F(ConfigAccessTest, IntegersById) {
         int value = 77;
         EXPECT_EQ(c.status, config_int_access_by_id(access_get, &value, "Atm", "Enabled", 3));
         EXPECT_EQ(c.value, value) << c.answer.text;
-        EXPECT_EQ(Lines{quorlet(" selectkey Atm Id 3 Enabled ;")}, platform.takeCommands());
+        EXPECT_EQ(Lines{quorlet(" selectkey Atm Id 3 Enabled ;")},
+                  std::exchange(platform.commands, {}));
     }
-    EXPECT_EQ(Lines{}, platform.takeLog());
+    EXPECT_LOG();
 
     int value = INT_MIN;
     platform.script({locked, "whatever\n"});
     EXPECT_EQ(0, config_int_access_by_id(access_set, &value, "VLAN", "Enable", -1));
     const std::string command = quorlet(" updatekey VLAN Id -1 Enable integer:-2147483648 ;");
-    EXPECT_EQ((Lines{command, command}), platform.takeCommands());
+    EXPECT_RUN(command, command);
     const std::string trace = "trace:corvanta: " + command + " ==> ";
-    EXPECT_EQ((Lines{trace + locked.text, trace + "whatever"}), platform.takeLog());
+    EXPECT_LOG(trace + locked.text, trace + "whatever");
 
     for (const int access : {0, 3, 4, 5, 9, -1})
         EXPECT_EQ(access >= 0 && access <= 4 ? 1 : 6,
@@ -45,7 +46,7 @@ TEST_F(ConfigAccessTest, IntegersById) {
     const std::string rest = quorlet(" selectkey T Id 1  ;");
     EXPECT_EQ(6, config_int_access_by_id(access_get, &value, "T", column(100, rest).c_str(), 1));
     EXPECT_EQ(6, config_int_access_by_id(access_set, &value, "T", column(300, "").c_str(), 1));
-    EXPECT_EQ(Lines{}, platform.takeCommands());
+    EXPECT_RUN();
     platform.script({"5\n"});
     EXPECT_EQ(0, config_int_access_by_id(access_get, &value, "T", column(99, rest).c_str(), 1));
 }
@@ -76,12 +77,12 @@ TEST_F(ConfigAccessTest, IntegersByKey) {
             EXPECT_EQ(c.status, config_int_read_by_key(&value, "BridgeInterface", "BridgeId",
                                                        "Interface", "eth0"));
             EXPECT_EQ(c.value, value) << c.answer.text;
-            EXPECT_EQ(Lines{command}, platform.takeCommands());
+            EXPECT_RUN(command);
             EXPECT_EQ(verbose ? Lines{"trace:corvanta: " + command} : Lines{}, platform.takeLog());
         }
     const std::string rest = quorlet(" selectkey T K v  ;");
     EXPECT_EQ(1, config_int_read_by_key(&value, "T", column(100, rest).c_str(), "K", "v"));
-    EXPECT_EQ(Lines{}, platform.takeCommands());
+    EXPECT_RUN();
     platform.script({"5\n"});
     EXPECT_EQ(0, config_int_read_by_key(&value, "T", column(99, rest).c_str(), "K", "v"));
 }
@@ -122,9 +123,10 @@ TEST_F(ConfigAccessTest, TextReads) {
         EXPECT_EQ(c.text, buffer);
         EXPECT_EQ(c.length, length);
         EXPECT_EQ('z', buffer[c.capacity]);
-        EXPECT_EQ(Lines{quorlet("  selectkey Bridge Id 4 Name  ;")}, platform.takeCommands());
+        EXPECT_EQ(Lines{quorlet("  selectkey Bridge Id 4 Name  ;")},
+                  std::exchange(platform.commands, {}));
     }
-    EXPECT_EQ(Lines{}, platform.log);
+    EXPECT_LOG();
     char buffer[] = "old";
     int length = 77;
     platform.client = [](const std::string&) { return "\n"; };
@@ -157,16 +159,15 @@ TEST_F(ConfigAccessTest, TextWrites) {
     EXPECT_EQ(3, write("a", 1, 1));
     EXPECT_EQ(3, write("b", 1, 1));
     EXPECT_EQ(1, write("c", 1, 1));
-    EXPECT_EQ((Lines{written("eth0"), written("e h'&|"), written(""), written(""), written("a"),
-                     written("b"), written("c")}),
-              platform.takeCommands());
-    EXPECT_EQ(Lines{}, platform.takeLog());
+    EXPECT_RUN(written("eth0"), written("e h'&|"), written(""), written(""), written("a"),
+               written("b"), written("c"));
+    EXPECT_LOG();
 
     const int fixed = static_cast<int>(written("").size());
     const std::string x200(200, 'x');
     platform.script({"\n"});
     EXPECT_EQ(0, write(x200, 198 - fixed, 200));
-    EXPECT_EQ(198U, platform.takeCommands().at(0).size());
+    EXPECT_EQ(198U, std::exchange(platform.commands, {}).at(0).size());
     EXPECT_EQ(6, write(x200, 199 - fixed, 200)) << "does not fit the runner";
     EXPECT_EQ(1, write(x200, 200 - fixed, 200)) << "does not fit the buffer";
     EXPECT_EQ(6, write("eth0", 5, 4));
@@ -178,7 +179,7 @@ TEST_F(ConfigAccessTest, TextWrites) {
         std::string value = std::string("a") + static_cast<char>(byte) + "b";
         const int status = write(value, 3, 3);
         EXPECT_EQ(status, config_string_access_by_id(access_set, value, "T", "C", 1)) << byte;
-        EXPECT_EQ(status == 0 ? 2U : 0U, platform.takeCommands().size()) << byte;
+        EXPECT_EQ(status == 0 ? 2U : 0U, std::exchange(platform.commands, {}).size()) << byte;
         if (status == 6)
             refused += static_cast<char>(byte);
     }
@@ -197,7 +198,7 @@ TEST_F(ConfigAccessTest, StringsAndAccessTypes) {
     EXPECT_EQ(0, config_string_access_by_id(access_set, value, "VLAN", "ParentIf", 2));
     const std::string read = quorlet("  selectkey VLAN Id 2 ParentIf  ;");
     EXPECT_EQ((Lines{read, read, quorlet(" updatekey VLAN Id 2 ParentIf text:" + x18 + " ;")}),
-              platform.takeCommands());
+              std::exchange(platform.commands, {}));
 
     value = x19;
     EXPECT_EQ(6, config_string_access_by_id(access_set, value, "VLAN", "ParentIf", 2));
@@ -209,7 +210,7 @@ TEST_F(ConfigAccessTest, StringsAndAccessTypes) {
         EXPECT_EQ(1, config_string_access_by_id(type, value, "VLAN", "ParentIf", 2));
     }
     EXPECT_EQ(x19, value);
-    EXPECT_EQ(Lines{}, platform.takeCommands());
+    EXPECT_RUN();
 }
 
 TEST_F(ConfigAccessTest, TruthValues) {

@@ -91,7 +91,7 @@ TEST_F(DataCacheTest, LoadsEverythingInOrder) {
     debug_level = 5; // traces the ATM reads
     update_managed_objects();
     EXPECT_EQ(8U + 8 + 3 * 5 + 1 + 32, loading.size());
-    EXPECT_EQ(loading, platform.takeCommands());
+    EXPECT_EQ(loading, std::exchange(platform.commands, {}));
     EXPECT_EQ(8U, platform.log.size());
     EXPECT_EQ("trace:corvanta: " + atmRead(1) + " ==> 1|dev1|1|32|0", platform.takeLog().at(0));
     EXPECT_EQ((Lines{"0  0 0 0", "1 dev1 1 32 0", "1 dev8 8 32 0"}),
@@ -131,8 +131,8 @@ TEST_F(DataCacheTest, WhatCannotBeReadStaysEmpty) {
     EXPECT_EQ((Lines{"br1 11 eth0 ", "br8 -1  "}), (Lines{slot(1), slot(8)}));
     EXPECT_EQ((Lines{"0 if3", "1 "}), (Lines{vlan(3), vlan(4)}));
     loading.erase(loading.begin() + 7);
-    EXPECT_EQ(loading, platform.takeCommands());
-    EXPECT_EQ(Lines{}, platform.takeLog());
+    EXPECT_EQ(loading, std::exchange(platform.commands, {}));
+    EXPECT_LOG();
 
     for (int row = 0; row < 100; ++row) // the walk has no bound
         database[memberRow(row)] = "5\n";
@@ -142,7 +142,7 @@ TEST_F(DataCacheTest, WhatCannotBeReadStaysEmpty) {
 
 TEST_F(DataCacheTest, ReadsAndWritesAtmRows) {
     update_managed_objects();
-    platform.takeCommands();
+    platform.commands.clear();
     atm_entry entry = {};
     EXPECT_EQ(0, atm_access_c(access_get, &entry, 8, 0));
     EXPECT_STREQ("dev8", entry.DeviceName);
@@ -159,7 +159,7 @@ TEST_F(DataCacheTest, ReadsAndWritesAtmRows) {
     entry = {1, "new", 5, 66, 1};
     for (const int param : {3, 6, -1})
         EXPECT_EQ(1, atm_access_c(access_set, &entry, 1, param));
-    EXPECT_EQ(Lines{}, platform.takeCommands());
+    EXPECT_RUN();
     EXPECT_EQ("1 new 5 66 1", atm(1)) << "kept, though no column is written";
 
     const Lines commands = {quorlet("  updatekey Atm Id 0 Vpi integer:5 ;"),
@@ -168,15 +168,14 @@ TEST_F(DataCacheTest, ReadsAndWritesAtmRows) {
     EXPECT_EQ(0, atm_access_c(access_set, &entry, 0, 4));
     EXPECT_EQ(3, atm_access_c(access_set, &entry, 2, 5));
     EXPECT_EQ("1 new 5 66 1", atm(2)) << "kept when the write fails";
-    EXPECT_EQ(commands, platform.takeCommands());
-    EXPECT_EQ((Lines{"trace:corvanta: " + commands[0] + " ==> Operation succeeded",
-                     "trace:corvanta: " + commands[1] + " ==> " + unknownRow}),
-              platform.takeLog());
+    EXPECT_EQ(commands, std::exchange(platform.commands, {}));
+    EXPECT_LOG("trace:corvanta: " + commands[0] + " ==> Operation succeeded",
+               "trace:corvanta: " + commands[1] + " ==> " + unknownRow);
 }
 
 TEST_F(DataCacheTest, BridgeSlots) {
     update_managed_objects();
-    platform.takeCommands();
+    platform.commands.clear();
     data_cache& cache = *mgmt_o.cache;
     int found = 77, id = 77;
     EXPECT_EQ(0, cache.bridge_iface_array_idx_by_BridgeId(18, found));
@@ -191,14 +190,14 @@ TEST_F(DataCacheTest, BridgeSlots) {
     EXPECT_EQ(11, cache.bridge_intern_Id_by_name_idx_get(id, 1));
     EXPECT_EQ(11, id);
     EXPECT_EQ(3, cache.bridge_intern_Id_delete(5));
-    EXPECT_EQ(Lines{}, platform.takeCommands());
+    EXPECT_RUN();
 
     const std::string insert = quorlet("  insertkey  Bridge  Name text:br3 Stp integer:0   ;");
     for (const Answer& answer : {Answer("none\n"), Answer("0\n"), Answer("-4\n"), notStarted}) {
         database[insert] = answer;
         EXPECT_EQ(1, cache.bridge_intern_Id_by_name_idx_create(id, 3));
         EXPECT_LE(cache.bridge[3].intern_Id, answer.text == "0\n" ? 0 : -1);
-        EXPECT_EQ(Lines{insert}, platform.takeCommands());
+        EXPECT_RUN(insert);
         cache.bridge[3].intern_Id = -1;
     }
     database[insert] = "1\n"; // an Id like any other
@@ -225,12 +224,12 @@ TEST_F(DataCacheTest, IndexesOutsideTheirRange) {
         EXPECT_EQ("", name);
         EXPECT_EQ(1, cache.vlan_intern_Enable_set(1, row));
     }
-    EXPECT_EQ(Lines{}, platform.takeCommands());
+    EXPECT_RUN();
 }
 
 TEST_F(DataCacheTest, OutOfMemoryLeavesAValidCacheOrNone) {
     withEachAllocationFailing([&] {
-        platform.takeCommands();
+        platform.commands.clear();
         counted([] {
             update_managed_objects();
             update_managed_objects();
