@@ -162,7 +162,6 @@ TEST_F(ConfigAccessTest, TextWrites) {
     EXPECT_RUN(written("eth0"), written("e h'&|"), written(""), written(""), written("a"),
                written("b"), written("c"));
     EXPECT_LOG();
-
     const int fixed = static_cast<int>(written("").size());
     const std::string x200(200, 'x');
     platform.script({"\n"});
@@ -190,24 +189,25 @@ TEST_F(ConfigAccessTest, TextWrites) {
 
 TEST_F(ConfigAccessTest, StringsAndAccessTypes) {
     const std::string x18(18, 'x'), x19(19, 'x');
+    const std::string read = quorlet("  selectkey VLAN Id 2 ParentIf  ;");
     platform.script({x18 + "\n", x19 + "\n", "\n"});
     std::string value = "old";
-    EXPECT_EQ(0, config_string_access_by_id(access_get, value, "VLAN", "ParentIf", 2));
-    EXPECT_EQ(6, config_string_access_by_id(access_get, value, "VLAN", "ParentIf", 2));
+    const auto access = [&](int kind) {
+        return config_string_access_by_id(access_type(kind), value, "VLAN", "ParentIf", 2);
+    };
+    EXPECT_EQ(0, access(access_get));
+    EXPECT_EQ(6, access(access_get));
     EXPECT_EQ(x18, value);
-    EXPECT_EQ(0, config_string_access_by_id(access_set, value, "VLAN", "ParentIf", 2));
-    const std::string read = quorlet("  selectkey VLAN Id 2 ParentIf  ;");
-    EXPECT_EQ((Lines{read, read, quorlet(" updatekey VLAN Id 2 ParentIf text:" + x18 + " ;")}),
-              std::exchange(platform.commands, {}));
-
+    EXPECT_EQ(0, access(access_set));
+    EXPECT_RUN(read, read, quorlet(" updatekey VLAN Id 2 ParentIf text:" + x18 + " ;"));
     value = x19;
-    EXPECT_EQ(6, config_string_access_by_id(access_set, value, "VLAN", "ParentIf", 2));
+    EXPECT_EQ(6, access(access_set));
     char buffer[] = "old";
     int length = 3;
-    for (const int access : {0, 3, 4, 5, -1}) {
-        const access_type type = access_type(access);
-        EXPECT_EQ(1, config_string_access_by_id(type, buffer, 4, &length, "VLAN", "ParentIf", 2));
-        EXPECT_EQ(1, config_string_access_by_id(type, value, "VLAN", "ParentIf", 2));
+    for (const int kind : {0, 3, 4, 5, -1}) {
+        EXPECT_EQ(1, access(kind));
+        EXPECT_EQ(1,
+                  config_string_access_by_id(access_type(kind), buffer, 4, &length, "V", "P", 2));
     }
     EXPECT_EQ(x19, value);
     EXPECT_RUN();

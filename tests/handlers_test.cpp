@@ -4,6 +4,7 @@
 #include "objects/managed_objects.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <fstream>
 #include <map>
 #include <sstream>
@@ -129,37 +130,33 @@ int call(const Sequence& sequence, State& outputs) {
     Lines words = sequence.call;
     words.resize(4);
     const std::string &handler = words[0], given = meant(words[2]);
-    static const Lines accesses = {"none", "get", "set", "create", "delete"};
-    const access_type access =
-        access_type(std::find(accesses.begin(), accesses.end(), words[1]) - accesses.begin());
-    if (handler == "bridge") {
-        int ids[4] = {7, 7, 7, 7};
-        const int status =
-            counted([&] { return default_Bridge(access, &ids[0], &ids[1], &ids[2], &ids[3]); });
-        const char* const names[] = {"bridge", "lan", "wan", "filter"};
-        for (int i = 0; i < 4; ++i)
-            outputs[names[i]] = std::to_string(ids[i]);
-        return status;
-    }
-    if (handler == "parent" || handler == "default") {
-        char buffer[15] = "zzzzzzzzzzzzzz"; // not terminated after the text
-        given.copy(buffer, given.size());
-        int length = static_cast<int>(given.size());
-        const int status = counted([&] {
-            return handler == "parent" ? VlanWanInterface(access, buffer, 15, &length, 1)
-                                       : VlanDefaultWanInterface(access, buffer, 15, &length);
-        });
-        outputs["text"] = std::string(buffer, static_cast<std::size_t>(length));
-        return status;
-    }
-    int value = std::stoi(given), index = words[3].empty() ? 0 : std::stoi(words[3]);
+    static const std::map<std::string, access_type> accesses = {{"get", access_get},
+                                                                {"set", access_set},
+                                                                {"create", access_create},
+                                                                {"delete", access_delete}};
+    const access_type access = accesses.at(words[1]);
+    int ids[4] = {7, 7, 7, 7}, length = static_cast<int>(given.size());
+    int value = std::atoi(given.c_str()), index = std::atoi(words[3].c_str());
+    char text[15] = "zzzzzzzzzzzzzz"; // not terminated after the value
+    given.copy(text, given.size());
     const int status = counted([&] {
         return handler == "atm"       ? AtmEnabled_snmp(access, &value, index)
                : handler == "enabled" ? VlanEnabled_snmp(access, &value, index)
                : handler == "tag"     ? VlanDiscardTag_snmp(access, &value, index)
-                                      : VlanDiscardUntaggedFrames_snmp(access, &value);
+               : handler == "discard" ? VlanDiscardUntaggedFrames_snmp(access, &value)
+               : handler == "parent"  ? VlanWanInterface(access, text, 15, &length, 1)
+               : handler == "default" ? VlanDefaultWanInterface(access, text, 15, &length)
+                                      : default_Bridge(access, &ids[0], &ids[1], &ids[2], &ids[3]);
     });
-    outputs["value"] = std::to_string(value);
+    if (handler == "bridge")
+        outputs = {{"bridge", std::to_string(ids[0])},
+                   {"lan", std::to_string(ids[1])},
+                   {"wan", std::to_string(ids[2])},
+                   {"filter", std::to_string(ids[3])}};
+    else if (handler == "parent" || handler == "default")
+        outputs["text"] = std::string(text, static_cast<std::size_t>(length));
+    else
+        outputs["value"] = std::to_string(value);
     return status;
 }
 
@@ -183,14 +180,34 @@ std::vector<Refusal> refusals(const Step& step) {
     return all;
 }
 
-/** The outputs before a call and the cache, which is all zeroes and free slots otherwise. */
-State stateBefore(const Sequence& sequence) {
-    State state = sequence.before;
+/** Visits what the sequences name of the cache. */
+void visitCache(const std::function<void(const std::string&, std::int32_t&)>& visit) {
     for (int row = 1; row <= 16; ++row)
-        state.insert({"v" + std::to_string(row), "0"});
+        visit("v" + std::to_string(row), mgmt_o.cache->vlan_intern[row].Enable);
     for (int slot = 1; slot <= 8; ++slot)
-        state.insert({"s" + std::to_string(slot), "-1"});
-    return state;
+        visit("s" + std::to_string(slot), mgmt_o.cache->bridge[slot].intern_Id);
+}
+
+/** The outputs and the cache as they are now. */
+State now(State outputs) {
+    visitCache([&](const std::string& name, std::int32_t& cached) {
+        outputs[name] = std::to_string(cached);
+    });
+    return outputs;
+}
+
+/** Makes the cache as it is before a call. */
+void fillCache(const Sequence& sequence) {
+    delete mgmt_o.cache;
+    mgmt_o.cache = new data_cache;
+    mgmt_o.cache->init();
+    for (int row = 1; row <= 16; ++row)
+        mgmt_o.cache->vlan_intern[row].InterfaceName =
+            (row % 2 ? "eth0.10" : "wan1.10") + std::to_string((row + 1) / 2);
+    visitCache([&](const std::string& name, std::int32_t& cached) {
+        const int otherwise = name[0] == 's' ? data_cache::freeSlot : 0;
+        cached = sequence.before.count(name) ? std::stoi(sequence.before.at(name)) : otherwise;
+    });
 }
 
 struct Outcome {
@@ -204,7 +221,8 @@ struct Outcome {
 /** What comes of a call by the table when one command, or none, is refused. */
 Outcome outcome(const Sequence& sequence, const Step* refused = nullptr,
                 const Refusal& refusal = {}) {
-    Outcome result = {"", {}, {}, {}, 0, stateBefore(sequence)};
+    fillCache(sequence);
+    Outcome result = {"", {}, {}, {}, 0, now(sequence.before)};
     const auto change = [&](const State& changed) {
         for (const auto& [name, to] : changed)
             if (result.state.count(name))
@@ -253,37 +271,18 @@ Outcome outcome(const Sequence& sequence, const Step* refused = nullptr,
 
 class HandlersTest : public PlatformTest {
 protected:
-    HandlersTest() { mgmt_o.cache = new data_cache; }
     ~HandlersTest() override {
         delete mgmt_o.cache;
         mgmt_o.cache = nullptr;
     }
 
-    static void fillCache(State state) {
-        delete mgmt_o.cache;
-        mgmt_o.cache = new data_cache;
-        mgmt_o.cache->init();
-        for (int row = 1; row <= 16; ++row)
-            mgmt_o.cache->vlan_intern[row] = {std::stoi(state["v" + std::to_string(row)]),
-                                              (row % 2 ? "eth0.10" : "wan1.10") +
-                                                  std::to_string((row + 1) / 2)};
-        for (int slot = 1; slot <= 8; ++slot)
-            mgmt_o.cache->bridge[slot].intern_Id = std::stoi(state["s" + std::to_string(slot)]);
-    }
-
     static void expect(const Sequence& sequence, const Outcome& outcome) {
-        fillCache(stateBefore(sequence));
+        fillCache(sequence);
         platform.script(outcome.answers);
         platform.sleeps.clear();
-        State state;
-        EXPECT_EQ(outcome.status, std::to_string(call(sequence, state)));
-        for (int row = 1; row <= 16; ++row)
-            state["v" + std::to_string(row)] =
-                std::to_string(mgmt_o.cache->vlan_intern[row].Enable);
-        for (int slot = 1; slot <= 8; ++slot)
-            state["s" + std::to_string(slot)] =
-                std::to_string(mgmt_o.cache->bridge[slot].intern_Id);
-        EXPECT_EQ(outcome.state, state);
+        State outputs;
+        EXPECT_EQ(outcome.status, std::to_string(call(sequence, outputs)));
+        EXPECT_EQ(outcome.state, now(outputs));
         EXPECT_EQ(outcome.commands, std::exchange(platform.commands, {}));
         EXPECT_EQ(outcome.log, platform.takeLog());
         EXPECT_EQ(std::vector<unsigned>(outcome.pauses, 1), platform.sleeps);
@@ -310,7 +309,7 @@ TEST_F(HandlersTest, OutOfMemoryAnywhere) {
         SCOPED_TRACE(sequence.name);
         const Outcome ordinary = outcome(sequence);
         withEachAllocationFailing([&] {
-            fillCache(stateBefore(sequence));
+            fillCache(sequence);
             platform.client = [&](const std::string& command) {
                 for (const Step& step : sequence.steps)
                     if (step.text == command)
@@ -329,7 +328,7 @@ TEST_F(HandlersTest, OutOfMemoryAnywhere) {
 }
 
 TEST_F(HandlersTest, WhatNeedsNoCommand) {
-    mgmt_o.cache->vlan_intern[1].Enable = mgmt_o.cache->vlan_intern[2].Enable = 1;
+    fillCache({"", {}, {{"v1", "1"}, {"v2", "1"}}, {}});
     int value = 1, length = 1;
     char text[20] = "a";
     EXPECT_EQ(1, AtmEnabled_snmp(access_get, nullptr, 1));
@@ -347,25 +346,23 @@ TEST_F(HandlersTest, WhatNeedsNoCommand) {
         EXPECT_EQ(1, default_Bridge(access_create, at[0], at[1], at[2], at[3]));
         EXPECT_EQ(28, ids[0] + ids[1] + ids[2] + ids[3]) << "nothing is written";
     }
-    for (const int index : {0, 9, -1, INT_MAX, INT_MIN})
-        for (const access_type access : {access_get, access_set}) {
-            EXPECT_EQ(1, VlanEnabled_snmp(access, &value, index)) << index;
-            EXPECT_EQ(1, VlanDiscardTag_snmp(access, &value, index)) << index;
-        }
-    const struct {
-        int (*handler)(access_type, int*, int);
-        access_type access;
-        int object, before, after;
-    } cached[] = {
-        {VlanEnabled_snmp, access_get, 1, 77, 1},     {VlanEnabled_snmp, access_get, 8, 77, 2},
-        {VlanEnabled_snmp, access_set, 1, 1, 1},      {VlanEnabled_snmp, access_set, 8, 2, 2},
-        {VlanEnabled_snmp, access_create, 1, 2, 2},   {VlanEnabled_snmp, access_none, 1, 2, 2},
-        {VlanDiscardTag_snmp, access_get, 1, 77, 2},  {VlanDiscardTag_snmp, access_get, 2, 77, 1},
-        {VlanDiscardTag_snmp, access_delete, 1, 5, 5}};
-    for (const auto& c : cached) {
-        value = c.before;
-        EXPECT_EQ(0, c.handler(c.access, &value, c.object));
-        EXPECT_EQ(c.after, value);
+    for (const auto handler : {VlanEnabled_snmp, VlanDiscardTag_snmp})
+        for (const access_type access : {access_get, access_set})
+            for (const int index : {0, 9, -1, INT_MAX, INT_MIN})
+                EXPECT_EQ(1, handler(access, &value, index)) << index;
+    const auto enabled = &VlanEnabled_snmp, tag = &VlanDiscardTag_snmp;
+    for (const auto& [handler, access, object, before, after] :
+         {std::tuple(enabled, access_get, 1, 77, 1),
+          {enabled, access_get, 8, 77, 2},
+          {enabled, access_set, 1, 1, 1},
+          {enabled, access_set, 8, 2, 2},
+          {enabled, access_create, 1, 2, 2},
+          {tag, access_get, 1, 77, 2},
+          {tag, access_get, 2, 77, 1},
+          {tag, access_delete, 1, 5, 5}}) {
+        value = before;
+        EXPECT_EQ(0, handler(access, &value, object));
+        EXPECT_EQ(after, value);
     }
     // Texts that cannot stand in a command, and lengths that are none.
     for (const char c : std::string("\"$`\\;\n\t\0", 8)) {
@@ -382,8 +379,8 @@ TEST_F(HandlersTest, WhatNeedsNoCommand) {
 }
 
 TEST_F(HandlersTest, TheCacheKeepsAnEnableThatCannotBeWritten) {
-    for (int slot = 1; slot <= 8; ++slot)
-        mgmt_o.cache->bridge[slot].intern_Id = slot;
+    fillCache({});
+    visitCache([](const std::string& name, std::int32_t& cached) { cached = name[0] == 's'; });
     int on = 1;
     platform.script({"x\n", "Unknown row\n"});
     EXPECT_EQ(1, VlanEnabled_snmp(access_set, &on, 1)) << "no free slot";

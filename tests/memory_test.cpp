@@ -24,17 +24,22 @@ protected:
 /** A call's result as text. */
 using Call = std::function<std::string()>;
 
-Call giving(int (*call)()) {
-    return [=] { return std::to_string(counted(call)); };
-}
-Call giving(char* (*call)()) {
-    return [=] { return taken(counted(call)); };
+template <typename LibraryCall>
+Call giving(LibraryCall call) {
+    return [call] {
+        if constexpr (std::is_same_v<decltype(call()), char*>)
+            return taken(counted(call));
+        else
+            return std::to_string(counted(call));
+    };
 }
 
 int value;
 char text[200];
 
 TEST_F(MemoryTest, EveryExportedFunctionFailsWholly) {
+    const speedInfo_s rates = {1, 2, 3, 4};
+    speedInfo_s info;
     const struct {
         const char* name;
         Call call;
@@ -42,23 +47,13 @@ TEST_F(MemoryTest, EveryExportedFunctionFailsWholly) {
     } cases[] = {
         {"initialize", giving([] { return initialize(m_bVerbose); }), {"0"}},
         {"report", giving(getLayer2IfStatus), {"", "(null)"}},
-        {"rates",
-         giving([] {
-             speedInfo_s info;
-             return getSpeedInfo(&info);
-         }),
-         {"0"}},
-        {"rates as text",
-         giving([] {
-             const speedInfo_s info = {1, 2, 3, 4};
-             return speedInfoToString(&info);
-         }),
-         {"(null)"}},
+        {"rates", giving([&] { return getSpeedInfo(&info); }), {"0"}},
+        {"rates as text", giving([&] { return speedInfoToString(&rates); }), {"(null)"}},
         {"index", giving([] { return physicalIFNameToIndex("eth0"); }), {"0"}},
         {"no index", giving([] { return physicalIFNameToIndex("a name of some length"); }), {"0"}},
         {"name",
-         [] { return counted([] { return indexToLogicalIfName(1, text, 200), 0; }), text; },
-         {""}},
+         giving([] { return indexToLogicalIfName(1, text, 200), text[0] == 'L' ? 1 : 0; }),
+         {"0"}},
         {"table", giving(mappingTableToString), {"(null)"}},
         {"agent row", giving(getRowSnmpAgent), {"", "(null)"}},
         {"time", giving([] { return time2string() == "xx.xx.xx" ? 0 : 1; }), {"0"}},
@@ -67,9 +62,7 @@ TEST_F(MemoryTest, EveryExportedFunctionFailsWholly) {
         {"integer",
          giving([] { return config_int_access_by_id(access_set, &value, "A", "E", 1); }),
          {"1"}},
-        {"key",
-         giving([] { return config_int_read_by_key(&value, "B", "Id", "Name", "br1"); }),
-         {"1"}},
+        {"key", giving([] { return config_int_read_by_key(&value, "B", "I", "N", "b"); }), {"1"}},
         {"text",
          giving(
              [] { return config_string_access_by_id(access_get, text, 20, &value, "B", "N", 1); }),
@@ -81,7 +74,7 @@ TEST_F(MemoryTest, EveryExportedFunctionFailsWholly) {
             SCOPED_TRACE(c.name);
             const std::string whole = c.call();
             const long kept = Allocations::live();
-            EXPECT_TRUE(kept == 0 || std::strcmp(c.name, "initialize") == 0) << kept;
+            EXPECT_TRUE(kept == 0 || std::string("initialize") == c.name) << kept;
             withEachAllocationFailing([&] {
                 const std::string result = c.call();
                 EXPECT_TRUE(result == whole || c.failures.count(result)) << result;
