@@ -23,6 +23,11 @@ need_packages() {
         apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
 }
 
+# npm, where it did not come with something else.
+need_npm() {
+    command -v npm >/dev/null || need_packages npm
+}
+
 # What building and running every part takes.
 # shellcheck disable=SC2034
 build_packages=(g++ cmake ninja-build pkg-config libgtest-dev libsqlite3-dev sqlite3 libsnmp-dev)
