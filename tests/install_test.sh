@@ -26,6 +26,7 @@ echo "C: $said"
 
 cmake -S . -B build -DCMAKE_PREFIX_PATH="$work/moved" -Dwanted="$version" >/dev/null
 cmake --build build >/dev/null
-echo "C++: $(build/consumer 2>/dev/null)"
+said=$(build/consumer 2>/dev/null)
+echo "C++: $said"
 # A later one of another major number would not fit.
 ! cmake -S . -B other -DCMAKE_PREFIX_PATH="$work/moved" -Dwanted=$((${version%%.*} + 1)) >/dev/null 2>&1
