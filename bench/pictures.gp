@@ -4,24 +4,24 @@ set datafile separator '|'
 rows(what) = "<grep '^| ".what."' ".folder.'/table.md'
 set grid ytics
 set style fill solid 0.5
+set boxwidth 0.5
 set output folder.'/library.svg'
 set ylabel 'µs per client run, without shell and client'
-set yrange [0:4]
-plot rows('library') using 0:6:xtic(3) with boxes title 'library', 3 title 'goal: at most 3'
+plot [-0.5:2.5] [0:4] rows('library') using 0:6:xtic(3) with boxes title 'library', \
+    3 title 'goal: at most 3'
 set output folder.'/refresh.svg'
 set ylabel 'processor time in s per hour'
 set logscale y
-set yrange [0.01:1000]
-plot rows('refresh at') using 0:5:xtic('every '.stringcolumn(3)) with boxes title 'refresh', \
-    '' using 0:4 with boxes title 'of that in the agent'
+plot [-0.5:2.5] [0.01:1000] rows('refresh at') using 0:5:xtic('every '.stringcolumn(3)) with boxes \
+    title 'refresh', '' using 0:4 with boxes title 'of that in the agent'
 unset logscale y
 set logscale x 2
 set xlabel 'rows'
 set output folder.'/report.svg'
 set ylabel "report: library's time / bare loop's time"
-set yrange [0.95:1.05]
-plot rows('report beside the') using 3:6 with linespoints title 'measured', 1.03 title 'goal: at most 1.03'
+plot [1:512] [0.9:1.1] rows('report beside the') using 3:6 with linespoints title 'measured', \
+    1.03 title 'goal: at most 1.03'
 set output folder.'/scripts.svg'
 set ylabel "report: library's time / script's time"
-set yrange [0:2]
-plot for [script in 'shell Perl'] rows('report beside a '.script) using 3:6 with linespoints title script
+plot [1:512] [0:2] for [script in 'shell Perl'] rows('report beside a '.script) \
+    using 3:6 with linespoints title script
