@@ -1,5 +1,6 @@
 #include "Device.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <memory>
@@ -23,12 +24,17 @@ std::string cut(std::string_view& text, char end) {
     return piece;
 }
 
+/// A row or setting that the device doesn't have is no failure.
+bool isAnswer(int status) {
+    return status == CORVANTA_OK || status == CORVANTA_UNKNOWN_ROW;
+}
+
 int loadDiscard(Model& model) {
-    int value = 0;
-    const int status = VlanDiscardUntaggedFrames_snmp(access_get, &value);
-    if (status != CORVANTA_OK && status != CORVANTA_UNKNOWN_ROW)
+    Truth truth;
+    const int status = VlanDiscardUntaggedFrames_snmp(access_get, &truth.value);
+    if (!isAnswer(status))
         return status;
-    model.discardUntagged = value;
+    model.discardUntagged = truth;
     return CORVANTA_OK;
 }
 
@@ -42,42 +48,38 @@ int loadCache(Model&) {
 }
 
 int loadCached(Model& model) {
-    auto circuits = model.circuits;
-    auto vlans = model.vlans;
     for (int n = 1; n <= kUnits; ++n) {
-        const auto k = static_cast<std::size_t>(n);
+        Circuit& circuit = model.circuits[static_cast<std::size_t>(n)];
+        Vlan& vlan = model.vlans[static_cast<std::size_t>(n)];
         atm_entry entry{};
         if (const int status = atm_access_c(access_get, &entry, n, 0); status != CORVANTA_OK)
             return status;
-        circuits[k] = {entry.Enabled, true,      entry.DeviceName,
-                       entry.Vpi,     entry.Vci, TruthValue_internal_to_snmp(entry.FcsPreserve)};
-        if (entry.Enabled == 0 && entry.DeviceName[0] == '\0') { // not in the cache
-            circuits[k] = {};
-            const int status = AtmEnabled_snmp(access_get, &circuits[k].enabled, n);
-            if (status != CORVANTA_OK && status != CORVANTA_UNKNOWN_ROW)
+        const bool cached = entry.Enabled != 0 || entry.DeviceName[0] != '\0';
+        if (!cached) { // because there is no such row, or because the cache could not be loaded?
+            int enabled = 0;
+            const int status = AtmEnabled_snmp(access_get, &enabled, n);
+            if (!isAnswer(status))
                 return status;
         }
-        VlanEnabled_snmp(access_get, &vlans[k].enabled, n);
-        VlanDiscardTag_snmp(access_get, &vlans[k].discardTag, n);
+        const int fcsPreserve = TruthValue_internal_to_snmp(entry.FcsPreserve);
+        circuit = {cached, {entry.Enabled}, entry.DeviceName, entry.Vpi, entry.Vci, {fcsPreserve}};
+        VlanEnabled_snmp(access_get, &vlan.enabled.value, n);
+        VlanDiscardTag_snmp(access_get, &vlan.discardTag.value, n);
     }
-    model.circuits = circuits;
-    model.vlans = vlans;
     return CORVANTA_OK;
 }
 
 int loadParents(Model& model) {
-    auto vlans = model.vlans;
     for (int n = 1; n <= kUnits; ++n) {
-        Vlan& vlan = vlans[static_cast<std::size_t>(n)];
+        Vlan& vlan = model.vlans[static_cast<std::size_t>(n)];
         const int status =
             accessText(access_get, vlan.wanInterface, [n](char* text, int size, int* length) {
                 return VlanWanInterface(access_get, text, size, length, n);
             });
-        if (status != CORVANTA_OK && status != CORVANTA_UNKNOWN_ROW)
+        if (!isAnswer(status))
             return status;
         vlan.present = status == CORVANTA_OK;
     }
-    model.vlans = vlans;
     return CORVANTA_OK;
 }
 
@@ -97,9 +99,8 @@ int loadLayer2(Model& model) {
         std::string name = cut(state, '=');
         interfaces.push_back({std::move(name), std::atoi(std::string(state).c_str())});
     }
-    bool circuits = false;
-    for (const Circuit& circuit : model.circuits)
-        circuits = circuits || circuit.loaded;
+    const bool circuits = std::any_of(model.circuits.begin(), model.circuits.end(),
+                                      [](const Circuit& circuit) { return circuit.present; });
     if (interfaces.empty() && circuits) // a report that failed
         return CORVANTA_FAILED;
     model.layer2 = std::move(interfaces);

@@ -9,11 +9,16 @@
 /**
  * The device as the agent shows it, and the library calls that read it. The
  * library allows one call at a time and blocks while a client runs, so that
- * whatever stands here with a load in its name is for the worker thread only.
+ * all functions here are for the worker thread.
  */
 namespace agent {
 
 constexpr int kUnits = 8; ///< ATM circuits, and VLAN objects; both are numbered from 1
+
+/// An SNMP TruthValue, or 0: the database held neither 0 nor 1, or nothing was read yet.
+struct Truth {
+    int value = 0;
+};
 
 struct Layer2If {
     std::string name;
@@ -27,18 +32,18 @@ struct IfMapping {
 };
 
 struct Circuit {
-    int enabled = 0;     ///< TruthValue; 0 when the circuit has none, or is not there
-    bool loaded = false; ///< whether the fields below have been read
+    bool present = false;
+    Truth enabled;
     std::string deviceName;
     int vpi = 0;
     int vci = 0;
-    int fcsPreserve = 0; ///< TruthValue
+    Truth fcsPreserve;
 };
 
 struct Vlan {
     bool present = false;
-    int enabled = 0;    ///< TruthValue
-    int discardTag = 0; ///< TruthValue
+    Truth enabled;
+    Truth discardTag;
     std::string wanInterface;
 };
 
@@ -49,7 +54,7 @@ struct Model {
     std::array<Circuit, kUnits + 1> circuits; ///< by number; the first is unused
     std::array<Vlan, kUnits + 1> vlans;       ///< likewise
     std::string defaultWan;
-    int discardUntagged = 0; ///< TruthValue; 0 when the device has no such setting
+    Truth discardUntagged;
 };
 
 /// What is loaded on its own, in the order of a refresh.

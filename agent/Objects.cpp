@@ -1,95 +1,75 @@
 #include "Objects.h"
 
 #include <algorithm>
+#include <numeric>
 #include <string_view>
 
 namespace agent {
 
 namespace {
 
-// How values are read from a snapshot. Where the database held neither 0 nor 1, the library gives a
-// TruthValue as 0: no value of the object's type.
+// How values are read from a snapshot: the record that a row stands for, and a field of it.
 
-bool have(Value& value, long number) {
+bool put(Value& value, long number) {
     value.number = number;
     return true;
 }
 
-bool have(Value& value, const std::string& text) {
+bool put(Value& value, const std::string& text) {
     value.text = text;
     return true;
 }
 
-bool haveTruth(Value& value, int truth) {
-    return have(value, truth) && truth != 0;
+bool put(Value& value, Truth truth) {
+    return put(value, truth.value) && truth.value != 0;
 }
 
-template <auto Counter>
-bool readHealth(const View& view, int, Value& value) {
-    return have(value, view.snapshot.*Counter);
+template <auto Record, auto Field>
+bool read(const View& view, int row, Value& value) {
+    const auto* record = Record(view, row);
+    return record != nullptr && put(value, record->*Field);
 }
 
 bool readAge(const View& view, int, Value& value) {
     const auto age = Clock::now() - view.snapshot.refreshed;
-    return have(value, std::chrono::duration_cast<std::chrono::seconds>(age).count());
+    return put(value, std::chrono::duration_cast<std::chrono::seconds>(age).count());
 }
 
-bool readSetsRefused(const View& view, int, Value& value) {
-    return have(value, view.setsRefused);
+const View* agent(const View& view, int) {
+    return &view;
 }
 
-template <auto Rate>
-bool readRate(const View& view, int, Value& value) {
-    return have(value, view.snapshot.model.rates.*Rate);
+const Snapshot* health(const View& view, int) {
+    return &view.snapshot;
 }
 
-bool readDefaultWan(const View& view, int, Value& value) {
-    return have(value, view.snapshot.model.defaultWan);
+const Model* device(const View& view, int) {
+    return &view.snapshot.model;
 }
 
-bool readDiscardUntagged(const View& view, int, Value& value) {
-    return haveTruth(value, view.snapshot.model.discardUntagged);
+const speedInfo_s* rates(const View& view, int) {
+    return &view.snapshot.model.rates;
 }
 
-template <auto Field>
-bool readLayer2(const View& view, int row, Value& value) {
-    return have(value, view.snapshot.model.layer2[static_cast<std::size_t>(row - 1)].*Field);
+const Layer2If* layer2(const View& view, int row) {
+    return &view.snapshot.model.layer2[static_cast<std::size_t>(row - 1)];
 }
 
-template <auto Field>
-bool readMapping(const View& view, int index, Value& value) {
-    for (const IfMapping& row : view.snapshot.model.mapping) {
-        if (row.index == index)
-            return have(value, row.*Field);
-    }
-    return false;
+const IfMapping* mapping(const View& view, int index) {
+    const std::vector<IfMapping>& rows = view.snapshot.model.mapping;
+    const auto found = std::find_if(rows.begin(), rows.end(),
+                                    [index](const IfMapping& row) { return row.index == index; });
+    return found == rows.end() ? nullptr : &*found;
 }
 
-const Circuit& circuit(const View& view, int row) {
-    return view.snapshot.model.circuits[static_cast<std::size_t>(row)];
+const Circuit* circuit(const View& view, int row) {
+    const Circuit& found = view.snapshot.model.circuits[static_cast<std::size_t>(row)];
+    return found.present ? &found : nullptr;
 }
 
-template <auto Field>
-bool readCircuit(const View& view, int row, Value& value) {
-    return circuit(view, row).loaded && have(value, circuit(view, row).*Field);
-}
-
-template <auto Field>
-bool readCircuitTruth(const View& view, int row, Value& value) {
-    return haveTruth(value, circuit(view, row).*Field);
-}
-
-const Vlan& vlan(const View& view, int row) {
-    return view.snapshot.model.vlans[static_cast<std::size_t>(row)];
-}
-
-template <auto Field>
-bool readVlanTruth(const View& view, int row, Value& value) {
-    return vlan(view, row).present && haveTruth(value, vlan(view, row).*Field);
-}
-
-bool readVlanWan(const View& view, int row, Value& value) {
-    return vlan(view, row).present && have(value, vlan(view, row).wanInterface);
+const Vlan* vlan(const View& view, int row) {
+    const Vlan& found = view.snapshot.model.vlans[static_cast<std::size_t>(row)];
+    return found.present ? &found : nullptr;
 }
 
 // How values are read from and written to the database.
@@ -179,73 +159,75 @@ bool inName(char c) {
 
 /// Rows that may have values; what a row lacks, its objects' read functions tell.
 std::vector<int> rowsOf(const Model& model, Rows rows) {
-    std::vector<int> list;
     if (rows == Rows::health || rows == Rows::scalar)
-        list.push_back(0);
-    else if (rows == Rows::mapping)
+        return {0};
+    std::vector<int> list;
+    if (rows == Rows::mapping) {
         for (const IfMapping& row : model.mapping)
             list.push_back(row.index);
-    else
-        for (int n = 1;
-             n <= (rows == Rows::layer2 ? static_cast<int>(model.layer2.size()) : kUnits); ++n)
-            list.push_back(n);
+    } else {
+        list.resize(rows == Rows::layer2 ? model.layer2.size() : kUnits);
+        std::iota(list.begin(), list.end(), 1);
+    }
     return list;
 }
 
 } // namespace
 
-const std::vector<oid>& objectsRoot() {
-    static const std::vector<oid> root = {1, 3, 6, 1, 4, 1, CORVANTA_ENTERPRISE, 1, 1};
-    return root;
+std::vector<oid> below(std::initializer_list<oid> arcs) {
+    std::vector<oid> name = {1, 3, 6, 1, 4, 1, CORVANTA_ENTERPRISE, 1, 1};
+    name.insert(name.end(), arcs);
+    return name;
 }
 
 const std::vector<Object>& objects() {
     using S = Snapshot;
     using R = speedInfo_s;
     constexpr u_char kText = ASN_OCTET_STR;
+    constexpr unsigned kFresh = kCache | kCached; // others change the database too
     constexpr unsigned kWan = kCached | kParents | kDefaultWan;
     constexpr auto accessVpi = accessCircuitId<vantorKx9_Vpi>;
     constexpr auto accessVci = accessCircuitId<vantorKx9_Vci>;
     // clang-format off
     static const std::vector<Object> table = {
         // corvantaHealth
-        {{1, 1}, ASN_COUNTER, Rows::health, readHealth<&S::refreshesDone>},
-        {{1, 2}, ASN_COUNTER, Rows::health, readHealth<&S::refreshesFailed>},
-        {{1, 3}, ASN_GAUGE,   Rows::health, readAge},
-        {{1, 4}, ASN_COUNTER, Rows::health, readSetsRefused},
+        {below({1, 1}), ASN_COUNTER, Rows::health, read<health, &S::refreshesDone>},
+        {below({1, 2}), ASN_COUNTER, Rows::health, read<health, &S::refreshesFailed>},
+        {below({1, 3}), ASN_GAUGE,   Rows::health, readAge},
+        {below({1, 4}), ASN_COUNTER, Rows::health, read<agent, &View::setsRefused>},
         // corvantaDsl
-        {{2, 1}, ASN_GAUGE, Rows::scalar, readRate<&R::dslActualDataRateDown>},
-        {{2, 2}, ASN_GAUGE, Rows::scalar, readRate<&R::dslActualDataRateUp>},
-        {{2, 3}, ASN_GAUGE, Rows::scalar, readRate<&R::dslAttainableDataRateDown>},
-        {{2, 4}, ASN_GAUGE, Rows::scalar, readRate<&R::dslAttainableDataRateUp>},
+        {below({2, 1}), ASN_GAUGE, Rows::scalar, read<rates, &R::dslActualDataRateDown>},
+        {below({2, 2}), ASN_GAUGE, Rows::scalar, read<rates, &R::dslActualDataRateUp>},
+        {below({2, 3}), ASN_GAUGE, Rows::scalar, read<rates, &R::dslAttainableDataRateDown>},
+        {below({2, 4}), ASN_GAUGE, Rows::scalar, read<rates, &R::dslAttainableDataRateUp>},
         // corvantaBridging
-        {{3, 1}, kText,       Rows::scalar, readDefaultWan,      accessDefaultWan,      0, 13, kWan},
-        {{3, 2}, ASN_INTEGER, Rows::scalar, readDiscardUntagged, accessDiscardUntagged, 1, 2, kDiscard},
+        {below({3, 1}), kText,       Rows::scalar, read<device, &Model::defaultWan>,      accessDefaultWan,      0, 13, kFresh, kWan},
+        {below({3, 2}), ASN_INTEGER, Rows::scalar, read<device, &Model::discardUntagged>, accessDiscardUntagged, 1, 2, 0, kDiscard},
         // cvLayer2IfTable
-        {{4, 1, 2}, kText,       Rows::layer2, readLayer2<&Layer2If::name>},
-        {{4, 1, 3}, ASN_INTEGER, Rows::layer2, readLayer2<&Layer2If::state>},
+        {below({4, 1, 2}), kText,       Rows::layer2, read<layer2, &Layer2If::name>},
+        {below({4, 1, 3}), ASN_INTEGER, Rows::layer2, read<layer2, &Layer2If::state>},
         // cvIfMapTable
-        {{5, 1, 2}, kText, Rows::mapping, readMapping<&IfMapping::physical>},
-        {{5, 1, 3}, kText, Rows::mapping, readMapping<&IfMapping::logical>},
+        {below({5, 1, 2}), kText, Rows::mapping, read<mapping, &IfMapping::physical>},
+        {below({5, 1, 3}), kText, Rows::mapping, read<mapping, &IfMapping::logical>},
         // cvCircuitTable
-        {{6, 1, 2}, ASN_INTEGER, Rows::circuits, readCircuitTruth<&Circuit::enabled>, accessCircuitEnabled, 1, 2, kCache | kCached},
-        {{6, 1, 3}, kText,       Rows::circuits, readCircuit<&Circuit::deviceName>},
-        {{6, 1, 4}, ASN_INTEGER, Rows::circuits, readCircuit<&Circuit::vpi>, accessVpi, 0, 255, kCached | kLayer2},
-        {{6, 1, 5}, ASN_INTEGER, Rows::circuits, readCircuit<&Circuit::vci>, accessVci, 0, 65535, kCached},
-        {{6, 1, 6}, ASN_INTEGER, Rows::circuits, readCircuitTruth<&Circuit::fcsPreserve>},
+        {below({6, 1, 2}), ASN_INTEGER, Rows::circuits, read<circuit, &Circuit::enabled>, accessCircuitEnabled, 1, 2, 0, kFresh},
+        {below({6, 1, 3}), kText,       Rows::circuits, read<circuit, &Circuit::deviceName>},
+        {below({6, 1, 4}), ASN_INTEGER, Rows::circuits, read<circuit, &Circuit::vpi>, accessVpi, 0, 255, 0, kCached | kLayer2},
+        {below({6, 1, 5}), ASN_INTEGER, Rows::circuits, read<circuit, &Circuit::vci>, accessVci, 0, 65535, 0, kCached},
+        {below({6, 1, 6}), ASN_INTEGER, Rows::circuits, read<circuit, &Circuit::fcsPreserve>},
         // cvVlanTable
-        {{7, 1, 2}, ASN_INTEGER, Rows::vlans, readVlanTruth<&Vlan::enabled>,    accessVlanEnabled,    1, 2, kCached},
-        {{7, 1, 3}, ASN_INTEGER, Rows::vlans, readVlanTruth<&Vlan::discardTag>, accessVlanDiscardTag, 1, 2, kCached},
-        {{7, 1, 4}, kText,       Rows::vlans, readVlanWan,                      accessVlanWan,        0, 13, kWan},
+        {below({7, 1, 2}), ASN_INTEGER, Rows::vlans, read<vlan, &Vlan::enabled>,      accessVlanEnabled,    1, 2, kFresh, kCached},
+        {below({7, 1, 3}), ASN_INTEGER, Rows::vlans, read<vlan, &Vlan::discardTag>,   accessVlanDiscardTag, 1, 2, kFresh, kCached},
+        {below({7, 1, 4}), kText,       Rows::vlans, read<vlan, &Vlan::wanInterface>, accessVlanWan,        0, 13, kFresh, kWan},
     };
     // clang-format on
     return table;
 }
 
-const Object* findObject(const oid* name, std::size_t length) {
+const Object* findObject(const netsnmp_variable_list& binding) {
     for (const Object& object : objects()) {
-        if (length >= object.arcCount() &&
-            std::equal(object.arcs, object.arcs + object.arcCount(), name))
+        if (netsnmp_oid_is_subtree(object.name.data(), object.name.size(), binding.name,
+                                   binding.name_length) == 0)
             return &object;
     }
     return nullptr;
@@ -256,29 +238,13 @@ std::vector<Instance> listInstances(const Snapshot& snapshot) {
     Value value;
     for (const Object& object : objects()) {
         for (const int row : rowsOf(snapshot.model, object.rows)) {
-            if (object.read({snapshot, 0}, row, value))
-                list.push_back({&object, row});
+            if (!object.read({snapshot, 0}, row, value))
+                continue;
+            list.push_back({&object, row, object.name});
+            list.back().name.push_back(static_cast<oid>(row));
         }
     }
     return list;
-}
-
-int compare(const Instance& instance, const oid* name, std::size_t length) {
-    const Object& object = *instance.object;
-    const int arcs =
-        snmp_oid_compare(object.arcs, object.arcCount(), name, std::min(length, object.arcCount()));
-    if (arcs != 0)
-        return arcs;
-    const oid row = static_cast<oid>(instance.row);
-    return snmp_oid_compare(&row, 1, name + object.arcCount(), length - object.arcCount());
-}
-
-std::vector<oid> nameOf(const Instance& instance) {
-    const Object& object = *instance.object;
-    std::vector<oid> name = objectsRoot();
-    name.insert(name.end(), object.arcs, object.arcs + object.arcCount());
-    name.push_back(static_cast<oid>(instance.row));
-    return name;
 }
 
 void store(const Object& object, const Value& value, netsnmp_variable_list& binding) {

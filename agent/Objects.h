@@ -9,7 +9,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <memory>
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -30,10 +30,11 @@ struct Value {
 
 struct Object;
 
-/// A scalar, or a column in one row: what an OID names.
+/// A scalar, or a column in one row.
 struct Instance {
     const Object* object;
     int row; ///< 0 for a scalar
+    std::vector<oid> name;
 };
 
 /// What requests are answered from: made by the worker, then never changed.
@@ -42,7 +43,6 @@ struct Snapshot {
     std::vector<Instance> instances; ///< those that the model has a value for, in order of OID
     bool complete = false;           ///< whether all of the model has ever been loaded
     Clock::time_point refreshed;     ///< end of the last good refresh; without one, the start
-    Clock::time_point published;
     std::uint32_t refreshesDone = 0;
     std::uint32_t refreshesFailed = 0;
 };
@@ -55,7 +55,7 @@ struct View {
 enum class Rows { health, scalar, layer2, mapping, circuits, vlans };
 
 struct Object {
-    oid arcs[3]; ///< below corvantaObjects: group and scalar, or table, entry and column
+    std::vector<oid> name; ///< without the row
     u_char type;
     Rows rows;
     /// @return whether the row has such a value
@@ -67,30 +67,23 @@ struct Object {
     int (*access)(access_type access, int row, Value& value) = nullptr;
     long minimum = 0; ///< of the number, or of the text's length
     long maximum = 0;
-    unsigned affects = 0; ///< parts of the model to load after a set
-
-    std::size_t arcCount() const { return rows == Rows::health || rows == Rows::scalar ? 2 : 3; }
+    unsigned before = 0; ///< parts of the model to load before a set: what its handler trusts
+    unsigned after = 0;  ///< parts to load after it: what it can have changed
 };
 
-/// corvantaObjects, from the top.
-const std::vector<oid>& objectsRoot();
+/// corvantaObjects and a name below it.
+std::vector<oid> below(std::initializer_list<oid> arcs);
 
 /// The table, in order of OID.
 const std::vector<Object>& objects();
 
-/// The object that an OID below corvantaObjects names, whatever row; null when it names none.
-const Object* findObject(const oid* name, std::size_t length);
+/// The object that a variable is of, whatever its row; null when there is none.
+const Object* findObject(const netsnmp_variable_list& binding);
 
-/// The instances that a snapshot with this model has.
+/// The instances that a snapshot with this model has, in order of OID.
 std::vector<Instance> listInstances(const Snapshot& snapshot);
 
-/// Compares an instance's OID with one, both below corvantaObjects; below 0, 0 or above 0.
-int compare(const Instance& instance, const oid* name, std::size_t length);
-
-/// The name of an instance, from the top.
-std::vector<oid> nameOf(const Instance& instance);
-
-/// Puts a value as an object's type has it into a variable binding.
+/// Puts a value into a variable, with the type that its object has.
 void store(const Object& object, const Value& value, netsnmp_variable_list& binding);
 
 /// Checks what a manager wants to write; an SNMP error, or 0 and the value.

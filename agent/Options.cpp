@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <variant>
 #include <vector>
 
 #include <getopt.h>
@@ -11,28 +12,15 @@ namespace agent {
 
 namespace {
 
+using Seconds = std::chrono::seconds;
+
 struct Option {
     char letter;
     const char* name;
     const char* argument; ///< null when it takes none
     const char* help;
-    void (*apply)(Options& options, const char* argument);
+    std::variant<std::string Options::*, Seconds Options::*, bool Options::*, void (*)()> target;
 };
-
-[[noreturn]] void fail(const std::string& text) {
-    std::fprintf(stderr, "corvantad: %s\nTry 'corvantad --help'.\n", text.c_str());
-    std::exit(2);
-}
-
-std::chrono::seconds seconds(const char* text, long minimum, long maximum) {
-    char* end = nullptr;
-    errno = 0;
-    const long value = std::strtol(text, &end, 10);
-    if (end == text || *end != '\0' || errno != 0 || value < minimum || value > maximum)
-        fail("'" + std::string(text) + "' is no number of seconds from " + std::to_string(minimum) +
-             " to " + std::to_string(maximum));
-    return std::chrono::seconds(value);
-}
 
 [[noreturn]] void help();
 
@@ -43,35 +31,21 @@ std::chrono::seconds seconds(const char* text, long minimum, long maximum) {
 
 // clang-format off
 constexpr Option kOptions[] = {
-    {'x', "agentx", "SOCKET", "connect to the master agent at SOCKET",
-     [](Options& o, const char* a) { o.socket = a; }},
+    {'x', "agentx", "SOCKET", "connect to the master agent at SOCKET", &Options::socket},
     {'m', "master", "ADDRESS", "need no master agent: listen at ADDRESS, such as\n"
-                               "udp:127.0.0.1:1161",
-     [](Options& o, const char* a) { o.master = a; }},
-    {'c', "config", "FILE", "read FILE, in the format of snmpd.conf, instead of the\n"
-                            "corvantad.conf in the places of snmp_config(5)",
-     [](Options& o, const char* a) { o.config = a; }},
-    {'s', "state", "DIR", "keep what must outlive a restart of a --master in DIR",
-     [](Options& o, const char* a) { o.state = a; }},
-    {'i', "interval", "SECONDS", "pause between two refreshes (30)",
-     [](Options& o, const char* a) { o.interval = seconds(a, 1, 86400); }},
-    {'a', "max-age", "SECONDS", "answer genErr when the values are older (120)",
-     [](Options& o, const char* a) { o.maxAge = seconds(a, 1, 604800); }},
+                               "udp:127.0.0.1:1161", &Options::master},
+    {'c', "config", "FILE", "read FILE, in the format of snmpd.conf", &Options::config},
+    {'s', "state", "DIR", "keep what must outlive a restart of a --master in DIR", &Options::state},
+    {'i', "interval", "SECONDS", "pause between two refreshes (30)", &Options::interval},
+    {'a', "max-age", "SECONDS", "answer genErr when the values are older (120)", &Options::maxAge},
     {'d', "set-deadline", "SECONDS", "longest wait for a set (5); the master's agentXTimeout\n"
-                                     "must be longer",
-     [](Options& o, const char* a) { o.setDeadline = seconds(a, 1, 300); }},
-    {'n', "notifications", nullptr, "send a notification when a circuit goes up or down",
-     [](Options& o, const char*) { o.notifications = true; }},
-    {'u', "user", "NAME", "run as this user once connected",
-     [](Options& o, const char* a) { o.user = a; }},
-    {'f', "foreground", nullptr, "stay in the foreground, log to standard error too",
-     [](Options& o, const char*) { o.foreground = true; }},
-    {'v', "verbose", nullptr, "log the library's trace",
-     [](Options& o, const char*) { o.verbose = true; }},
-    {'V', "version", nullptr, "print the version",
-     [](Options&, const char*) { version(); }},
-    {'h', "help", nullptr, "print this text",
-     [](Options&, const char*) { help(); }},
+                                     "must be longer", &Options::setDeadline},
+    {'n', "notifications", nullptr, "send one when a circuit goes up or down", &Options::notifications},
+    {'u', "user", "NAME", "run as this user once connected", &Options::user},
+    {'f', "foreground", nullptr, "stay in the foreground, log to standard error too", &Options::foreground},
+    {'v', "verbose", nullptr, "log the library's trace", &Options::verbose},
+    {'V', "version", nullptr, "print the version", version},
+    {'h', "help", nullptr, "print this text", help},
 };
 // clang-format on
 
@@ -96,27 +70,48 @@ void help() {
     std::exit(0);
 }
 
+[[noreturn]] void fail(const std::string& text) {
+    std::fprintf(stderr, "corvantad: %s\nTry 'corvantad --help'.\n", text.c_str());
+    std::exit(2);
+}
+
+/// Puts an option's argument where it belongs.
+struct Apply {
+    Options& options;
+
+    void operator()(std::string Options::*target) const { options.*target = optarg; }
+    void operator()(bool Options::*target) const { options.*target = true; }
+    void operator()(void (*target)()) const { target(); }
+    void operator()(Seconds Options::*target) const {
+        char* end = nullptr;
+        errno = 0;
+        const long value = std::strtol(optarg, &end, 10);
+        if (end == optarg || *end != '\0' || errno != 0 || value < 1 || value > 604800)
+            fail(std::string("'") + optarg + "' is no number of seconds from 1 to 604800");
+        options.*target = Seconds(value);
+    }
+};
+
 } // namespace
 
 Options parseOptions(int argc, char** argv) {
     std::string letters;
     std::vector<option> names;
     for (const Option& option : kOptions) {
-        const bool takesOne = option.argument != nullptr;
         letters += option.letter;
-        letters += takesOne ? ":" : "";
-        names.push_back(
-            {option.name, takesOne ? required_argument : no_argument, nullptr, option.letter});
+        letters += option.argument ? ":" : "";
+        names.push_back({option.name, option.argument ? required_argument : no_argument, nullptr,
+                         option.letter});
     }
     names.push_back({});
     Options options;
-    for (int letter;
-         (letter = getopt_long(argc, argv, letters.c_str(), names.data(), nullptr)) != -1;) {
+    int letter;
+    while ((letter = getopt_long(argc, argv, letters.c_str(), names.data(), nullptr)) != -1) {
         if (letter == '?')
             fail("unknown or incomplete option");
         for (const Option& option : kOptions) {
             if (option.letter == letter)
-                option.apply(options, optarg);
+                std::visit(Apply{options}, option.target);
         }
     }
     if (optind < argc)

@@ -29,7 +29,7 @@ namespace agent::toolkit {
 namespace {
 
 constexpr const char* kName = "corvantad"; ///< of the configuration and the state file
-constexpr int kPingInterval = 5;           ///< seconds between attempts to reach the master
+constexpr int kPingInterval = 2;           ///< seconds between attempts to reach the master
 
 /// The toolkit's lines go where the agent's go.
 int forwardLog(int, int, void* message, void*) {

@@ -30,28 +30,18 @@ constexpr int kErrors[] = {
     SNMP_ERR_WRONGVALUE,          // CORVANTA_UNFIT
 };
 
-/// The part of a requested name below corvantaObjects; empty for a name before that.
-struct Name {
-    explicit Name(const netsnmp_variable_list& binding) {
-        const std::vector<oid>& root = objectsRoot();
-        if (binding.name_length > root.size() &&
-            std::equal(root.begin(), root.end(), binding.name)) {
-            arcs = binding.name + root.size();
-            length = binding.name_length - root.size();
-        }
-    }
-
-    const oid* arcs = nullptr;
-    std::size_t length = 0;
-};
-
 using Position = std::vector<Instance>::const_iterator;
 
-/// The first instance with this name or one behind it.
-Position find(const Snapshot& snapshot, const Name& name) {
-    return std::lower_bound(snapshot.instances.begin(), snapshot.instances.end(), name,
-                            [](const Instance& instance, const Name& wanted) {
-                                return compare(instance, wanted.arcs, wanted.length) < 0;
+int compare(const Instance& instance, const netsnmp_variable_list& binding) {
+    return snmp_oid_compare(instance.name.data(), instance.name.size(), binding.name,
+                            binding.name_length);
+}
+
+/// The first instance with a variable's name or one behind it.
+Position find(const std::vector<Instance>& instances, const netsnmp_variable_list& binding) {
+    return std::lower_bound(instances.begin(), instances.end(), binding,
+                            [](const Instance& instance, const netsnmp_variable_list& wanted) {
+                                return compare(instance, wanted) < 0;
                             });
 }
 
@@ -62,27 +52,23 @@ void sendNotification(const Snapshot& snapshot, int row, int state) {
     netsnmp_variable_list* bindings = nullptr;
     snmp_varlist_add_variable(&bindings, trapOid, std::size(trapOid), ASN_OBJECT_ID, kind,
                               sizeof kind);
-    for (const Object& object : objects()) {
+    for (const Instance& instance : snapshot.instances) {
         Value value;
-        if (object.rows != Rows::layer2 || !object.read({snapshot, 0}, row, value))
+        if (instance.object->rows != Rows::layer2 || instance.row != row ||
+            !instance.object->read({snapshot, 0}, row, value))
             continue;
-        const std::vector<oid> name = nameOf({&object, row});
-        if (auto* binding = snmp_varlist_add_variable(&bindings, name.data(), name.size(), ASN_NULL,
-                                                      nullptr, 0))
-            store(object, value, *binding);
+        if (auto* binding = snmp_varlist_add_variable(&bindings, instance.name.data(),
+                                                      instance.name.size(), ASN_NULL, nullptr, 0))
+            store(*instance.object, value, *binding);
     }
     send_v2trap(bindings);
     snmp_free_varbind(bindings);
 }
 
-bool isAt(const Snapshot& snapshot, Position position, const Name& name) {
-    return position != snapshot.instances.end() && compare(*position, name.arcs, name.length) == 0;
-}
-
 } // namespace
 
 bool Tree::registerObjects() {
-    const std::vector<oid>& root = objectsRoot();
+    const std::vector<oid> root = below({});
     netsnmp_handler_registration* registration = netsnmp_create_handler_registration(
         "corvanta", handle, root.data(), root.size(), HANDLER_CAN_RWRITE);
     if (registration == nullptr)
@@ -127,7 +113,8 @@ void Tree::dispatch(int mode, netsnmp_request_info* requests) {
         break;
     case MODE_SET_UNDO:
         if (m_set)
-            m_worker.undo(m_set);
+            m_worker.undo(m_set, m_settings.setDeadline);
+        m_snapshot = m_worker.snapshot();
         [[fallthrough]];
     case MODE_SET_FREE:
         ++m_setsRefused;
@@ -142,9 +129,10 @@ void Tree::dispatch(int mode, netsnmp_request_info* requests) {
 
 void Tree::renewSnapshot(int mode) {
     const auto now = Clock::now();
-    auto newest = m_worker.snapshot();
-    if (now - m_lastStep > kWalkPause || now - newest->published > kWalkLimit)
-        m_snapshot = std::move(newest);
+    if (now - m_lastStep > kWalkPause || now - m_walkBegan > kWalkLimit) {
+        m_snapshot = m_worker.snapshot();
+        m_walkBegan = now;
+    }
     if (mode == MODE_GETNEXT)
         m_lastStep = now;
 }
@@ -155,33 +143,32 @@ bool Tree::stale() const {
 
 int Tree::answer(int mode, const netsnmp_request_info& request) const {
     netsnmp_variable_list& binding = *request.requestvb;
-    const Name name(binding);
-    Position found = find(*m_snapshot, name);
-    const bool exact = isAt(*m_snapshot, found, name);
-    if (mode == MODE_GETNEXT && exact && !request.inclusive)
-        ++found;
-    const bool none = mode == MODE_GET ? !exact : found == m_snapshot->instances.end();
-    const Object* object = none ? findObject(name.arcs, name.length) : found->object;
+    const std::vector<Instance>& instances = m_snapshot->instances;
+    Position found = find(instances, binding);
+    bool here = found != instances.end();
+    const bool exact = here && compare(*found, binding) == 0;
+    if (mode == MODE_GET)
+        here = exact;
+    else if (exact && !request.inclusive)
+        here = ++found != instances.end();
+    const Object* object = here ? found->object : findObject(binding);
     if (stale() && (object == nullptr ? mode == MODE_GETNEXT : object->rows != Rows::health))
         return SNMP_ERR_GENERR;
-    if (none)
-        return mode == MODE_GETNEXT ? SNMP_ERR_NOERROR // the toolkit looks on behind this tree
-               : object             ? SNMP_NOSUCHINSTANCE
-                                    : SNMP_NOSUCHOBJECT;
+    if (!here && mode == MODE_GETNEXT)
+        return SNMP_ERR_NOERROR; // the toolkit looks on behind this tree
+    if (!here)
+        return object == nullptr ? SNMP_NOSUCHOBJECT : SNMP_NOSUCHINSTANCE;
     Value value;
     if (!object->read({*m_snapshot, m_setsRefused}, found->row, value))
         return SNMP_ERR_GENERR;
-    if (mode == MODE_GETNEXT) {
-        const std::vector<oid> next = nameOf(*found);
-        snmp_set_var_objid(&binding, next.data(), next.size());
-    }
+    if (mode == MODE_GETNEXT)
+        snmp_set_var_objid(&binding, found->name.data(), found->name.size());
     store(*object, value, binding);
     return SNMP_ERR_NOERROR;
 }
 
 int Tree::reserve(const netsnmp_variable_list& binding) {
-    const Name name(binding);
-    const Object* object = findObject(name.arcs, name.length);
+    const Object* object = findObject(binding);
     if (object == nullptr || object->access == nullptr)
         return SNMP_ERR_NOTWRITABLE;
     Change change{object, 0, {}, {}};
@@ -189,8 +176,8 @@ int Tree::reserve(const netsnmp_variable_list& binding) {
         return error;
     if (stale())
         return SNMP_ERR_GENERR;
-    const Position found = find(*m_snapshot, name);
-    if (!isAt(*m_snapshot, found, name))
+    const Position found = find(m_snapshot->instances, binding);
+    if (found == m_snapshot->instances.end() || compare(*found, binding) != 0)
         return SNMP_ERR_NOCREATION;
     change.row = found->row;
     m_set->changes.push_back(std::move(change));

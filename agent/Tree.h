@@ -42,7 +42,8 @@ private:
     Worker& m_worker;
     std::shared_ptr<const Snapshot> m_snapshot = m_worker.snapshot();
     std::shared_ptr<const Snapshot> m_notified = m_snapshot; ///< whose states were sent last
-    Clock::time_point m_lastStep;                            ///< of a walk
+    Clock::time_point m_walkBegan;
+    Clock::time_point m_lastStep;       ///< of a walk
     std::shared_ptr<Transaction> m_set; ///< the toolkit handles one set request at a time
     std::uint32_t m_setsRefused = 0;
 };

@@ -10,10 +10,9 @@ namespace {
 
 using std::chrono::seconds;
 
-constexpr seconds kRetry{5}; ///< longest pause after a refresh that failed
-constexpr seconds kSettle{
-    1}; ///< after a set, before a refresh that shows what the device made of it
-constexpr seconds kGrace{3}; ///< for a refresh to end, when stopping
+constexpr seconds kRetry{5};  ///< longest pause after a refresh that failed
+constexpr seconds kSettle{1}; ///< from a set to a refresh, which shows what the device made of it
+constexpr seconds kGrace{3};  ///< for a refresh to end, when stopping
 
 } // namespace
 
@@ -46,19 +45,22 @@ bool Worker::stop() {
 }
 
 bool Worker::make(const std::shared_ptr<Transaction>& transaction, seconds deadline) {
-    std::unique_lock lock(m_mutex);
-    m_jobs.push_back({transaction, &Worker::makeAll});
-    m_changed.notify_all();
-    if (m_changed.wait_for(lock, deadline, [&] { return transaction->ended; }))
+    if (await({transaction, &Worker::makeAll}, deadline))
         return true;
     transaction->abandoned = true;
     return false;
 }
 
-void Worker::undo(const std::shared_ptr<Transaction>& transaction) {
-    const std::lock_guard lock(m_mutex);
-    m_jobs.push_back({transaction, &Worker::undoAll});
+void Worker::undo(const std::shared_ptr<Transaction>& transaction, seconds deadline) {
+    await({transaction, &Worker::undoAll}, transaction->abandoned ? seconds(0) : deadline);
+}
+
+bool Worker::await(Job job, seconds deadline) {
+    std::unique_lock lock(m_mutex);
+    const bool& ended = job.transaction->ended = false;
+    m_jobs.push_back(job);
     m_changed.notify_all();
+    return m_changed.wait_for(lock, deadline, [&ended] { return ended; });
 }
 
 void Worker::run() {
@@ -92,35 +94,31 @@ void Worker::run() {
 }
 
 void Worker::makeAll(Transaction& transaction) {
+    unsigned loaded = 0;
     unsigned affected = 0;
-    for (std::size_t i = 0; i < transaction.changes.size() && !transaction.abandoned; ++i) {
+    for (std::size_t i = 0; i < transaction.changes.size(); ++i) {
+        Change& change = transaction.changes[i];
+        const Object& object = *change.object;
         transaction.position = i;
-        transaction.status = make(transaction.changes[i]);
-        if (transaction.status != CORVANTA_OK) {
-            affected = kAll;
-            break;
+        int status =
+            load(m_next.model, kDiscard | (object.before & ~loaded)); // waits for a locked database
+        if (status == CORVANTA_OK)
+            status = object.access(access_get, change.row, change.old);
+        if (status == CORVANTA_OK && transaction.abandoned)
+            status = CORVANTA_FAILED;
+        if (status == CORVANTA_OK) {
+            change.begun = true;
+            Value value = change.value;
+            status = object.access(access_set, change.row, value);
         }
-        affected |= transaction.changes[i].object->affects;
+        transaction.status = status;
+        if (status != CORVANTA_OK)
+            return show(kAll);
+        // The default bridge comes and goes without the cache.
+        loaded = object.after & kDefaultWan ? 0 : loaded | object.before;
+        affected |= object.after;
     }
     show(affected);
-}
-
-int Worker::make(Change& change) {
-    if (const int status = load(kDiscard); status != CORVANTA_OK) // waits for a locked database
-        return status;
-    const Object& object = *change.object;
-    if (const int status = object.access(access_get, change.row, change.old); status != CORVANTA_OK)
-        return status;
-    // The handlers trust the cache. Someone else may have changed the database since it was loaded.
-    Value known;
-    object.read({m_next, 0}, change.row, known);
-    if (!m_cacheGood || !(known == change.old)) {
-        if (const int status = load(kCache | kCached); status != CORVANTA_OK)
-            return status;
-    }
-    change.begun = true;
-    Value value = change.value;
-    return object.access(access_set, change.row, value);
 }
 
 void Worker::undoAll(Transaction& transaction) {
@@ -143,7 +141,8 @@ void Worker::undoAll(Transaction& transaction) {
 
 int Worker::undo(const Change& change) {
     Value current;
-    if (const int status = load(kDiscard); status != CORVANTA_OK)
+    if (const int status = load(m_next.model, kDiscard | change.object->before);
+        status != CORVANTA_OK)
         return status;
     if (const int status = change.object->access(access_get, change.row, current);
         status != CORVANTA_OK)
@@ -154,19 +153,12 @@ int Worker::undo(const Change& change) {
     return change.object->access(access_set, change.row, current);
 }
 
-int Worker::load(unsigned parts) {
-    const int status = agent::load(m_next.model, parts);
-    if (parts & kCache)
-        m_cacheGood = status == CORVANTA_OK;
-    return status;
-}
-
 void Worker::refreshPart() {
     if (m_toLoad == 0)
         m_toLoad = kAll;
     const unsigned part = m_toLoad & (~m_toLoad + 1); // the lowest bit
     m_toLoad &= ~part;
-    const int status = load(part);
+    const int status = load(m_next.model, part);
     const auto now = Clock::now();
     if (status == CORVANTA_OK && m_toLoad != 0)
         return;
@@ -190,14 +182,13 @@ void Worker::refreshPart() {
 }
 
 void Worker::show(unsigned parts) {
-    if (load(parts) != CORVANTA_OK)
+    if (load(m_next.model, parts) != CORVANTA_OK)
         log(LOG_WARNING, "the device cannot be read after a set");
     m_due = std::min(m_due, Clock::now() + kSettle);
     publish();
 }
 
 void Worker::publish() {
-    m_next.published = Clock::now();
     m_next.instances = listInstances(m_next);
     std::atomic_store(&m_snapshot, std::make_shared<const Snapshot>(m_next));
     m_published();

@@ -59,8 +59,9 @@ public:
     /// @return whether they have ended before the deadline; if not, none that hasn't begun will
     bool make(const std::shared_ptr<Transaction>& transaction, std::chrono::seconds deadline);
 
-    /// Has the old values written back, behind what is under way. Doesn't wait.
-    void undo(const std::shared_ptr<Transaction>& transaction);
+    /// Has the old values written back, behind what is under way. Waits for the end, but only up to
+    /// the deadline, and not when the changes have missed theirs.
+    void undo(const std::shared_ptr<Transaction>& transaction, std::chrono::seconds deadline);
 
 private:
     struct Job {
@@ -68,12 +69,11 @@ private:
         void (Worker::*run)(Transaction&);
     };
 
+    bool await(Job job, std::chrono::seconds deadline);
     void run();
     void makeAll(Transaction& transaction);
     void undoAll(Transaction& transaction);
-    int make(Change& change);
     int undo(const Change& change);
-    int load(unsigned parts);
     void refreshPart();
     void show(unsigned parts);
     void publish();
@@ -83,11 +83,10 @@ private:
     std::shared_ptr<const Snapshot> m_snapshot; ///< swapped as a whole
 
     // The worker thread's own.
-    Snapshot m_next;          ///< what the next snapshot is a copy of
-    unsigned m_toLoad = 0;    ///< parts that the refresh under way has still to load
-    bool m_cacheGood = false; ///< whether the library's cache was loaded without a gap
-    bool m_failing = false;   ///< whether the last refresh failed
-    Clock::time_point m_due;  ///< the next refresh
+    Snapshot m_next;         ///< what the next snapshot is a copy of
+    unsigned m_toLoad = 0;   ///< parts that the refresh under way has still to load
+    bool m_failing = false;  ///< whether the last refresh failed
+    Clock::time_point m_due; ///< the next refresh
 
     std::thread m_thread;
     std::mutex m_mutex;

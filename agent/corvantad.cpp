@@ -3,8 +3,8 @@
 #include "Tree.h"
 #include "Worker.h"
 
-#include <cerrno>
 #include <csignal>
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -12,6 +12,7 @@
 #include <fcntl.h>
 #include <grp.h>
 #include <pwd.h>
+#include <sys/signalfd.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -20,44 +21,25 @@ namespace {
 
 using agent::log;
 
-int g_pipe[2]; ///< wakes the protocol thread; a byte says what for
-constexpr char kStop = 's';
-constexpr char kPublished = 'p';
-bool g_stopping = false;
-
-void wake(char why) {
-    const int saved = errno;
-    [[maybe_unused]] const ssize_t written = write(g_pipe[1], &why, 1); // full: it will wake anyway
-    errno = saved;
-}
-
-void onWake(int descriptor, void* tree) {
-    char why[64];
-    const ssize_t size = read(descriptor, why, sizeof why);
-    for (ssize_t i = 0; i < size; ++i)
-        g_stopping = g_stopping || why[i] == kStop;
+void onPublished(int descriptor, void* tree) {
+    char bytes[64];
+    [[maybe_unused]] const ssize_t size = read(descriptor, bytes, sizeof bytes);
     static_cast<agent::Tree*>(tree)->notifyChanges();
 }
 
-void handleSignals() {
-    struct sigaction action {};
-    action.sa_handler = [](int) { wake(kStop); };
-    for (const int number : {SIGTERM, SIGINT, SIGHUP})
-        sigaction(number, &action, nullptr);
-    action.sa_handler = [](int) {}; // not ignored, which the worker's clients would inherit
-    sigaction(SIGPIPE, &action, nullptr);
-}
-
-/// Starts the worker where no signal to stop reaches it or its clients: a change isn't cut short.
-void startWorker(agent::Worker& worker) {
+/// Signals that end the agent come through a descriptor. They are ignored, which the clients that
+/// the worker starts inherit: whoever ends the whole group doesn't cut a change short. Being
+/// blocked, they stay pending for the descriptor all the same.
+int openSignals() {
     sigset_t stop;
-    sigset_t saved;
     sigemptyset(&stop);
     for (const int number : {SIGTERM, SIGINT, SIGHUP})
         sigaddset(&stop, number);
-    pthread_sigmask(SIG_BLOCK, &stop, &saved);
-    worker.start();
-    pthread_sigmask(SIG_SETMASK, &saved, nullptr);
+    sigprocmask(SIG_BLOCK, &stop, nullptr);
+    for (const int number : {SIGTERM, SIGINT, SIGHUP})
+        signal(number, SIG_IGN);
+    signal(SIGPIPE, [](int) {}); // not ignored, which would be inherited too
+    return signalfd(-1, &stop, SFD_CLOEXEC);
 }
 
 /// Tells a service manager that wants to know.
@@ -95,12 +77,13 @@ int fail(const std::string& text) {
 int main(int argc, char** argv) {
     const agent::Options options = agent::parseOptions(argc, argv);
     agent::openLog(true); // what goes wrong now can still be seen
-    if (pipe2(g_pipe, O_CLOEXEC | O_NONBLOCK) != 0)
-        return fail("no pipe");
-    handleSignals();
+    const int signals = openSignals();
+    int pipe[2]; // the worker wakes this thread with it
+    if (signals < 0 || pipe2(pipe, O_CLOEXEC | O_NONBLOCK) != 0)
+        return fail("no descriptors");
 
     agent::Worker worker({options.verbose, options.foreground, options.interval},
-                         [] { wake(kPublished); });
+                         [&pipe] { [[maybe_unused]] const auto size = write(pipe[1], "", 1); });
     agent::Tree tree({options.maxAge, options.setDeadline, options.notifications}, worker);
     agent::toolkit::prepare(options);
     if (!tree.registerObjects())
@@ -113,11 +96,14 @@ int main(int argc, char** argv) {
         return fail("cannot go to the background");
     agent::openLog(options.foreground);
 
-    startWorker(worker);
-    register_readfd(g_pipe[0], onWake, &tree);
+    worker.start();
+    bool stopping = false;
+    register_readfd(
+        signals, [](int, void* flag) { *static_cast<bool*>(flag) = true; }, &stopping);
+    register_readfd(pipe[0], onPublished, &tree);
     log(LOG_INFO, "started");
     tellServiceManager("READY=1");
-    while (!g_stopping)
+    while (!stopping)
         agent_check_and_process(1);
     tellServiceManager("STOPPING=1");
     const bool ended = worker.stop();

@@ -1,0 +1,31 @@
+# The agent on the stand-in device, asked by the stock SNMP tools, as an agent of its own and as a
+# subagent of a real snmpd.
+if(NOT TARGET corvantad OR NOT TARGET quorlet)
+  return()
+endif()
+find_program(SNMPD snmpd PATHS /usr/sbin)
+find_program(SNMPGET snmpget)
+if(NOT SNMPD OR NOT SNMPGET)
+  message(STATUS "tests: agent_test left out, no SNMP tools found (snmp, snmpd)")
+  return()
+endif()
+
+# The MIB needs modules that Debian doesn't have; without npm, what needs the MIB is skipped.
+set(smi ${PROJECT_BINARY_DIR}/smi)
+add_test(NAME smi_modules COMMAND ${PROJECT_SOURCE_DIR}/agent/smi-modules ${smi})
+set_tests_properties(smi_modules PROPERTIES FIXTURES_SETUP smi SKIP_RETURN_CODE 77)
+
+add_executable(agent_test agent_test.cpp)
+target_link_libraries(agent_test PRIVATE GTest::gtest_main corvanta_flags)
+target_compile_definitions(agent_test PRIVATE
+  SNMPD="${SNMPD}"
+  CORVANTAD="$<TARGET_FILE:corvantad>"
+  QUORLET="$<TARGET_FILE:quorlet>"
+  ON_DEVICE="env CORVANTA_BUILD=${PROJECT_BINARY_DIR} ${PROJECT_SOURCE_DIR}/scripts/on-device"
+  SMI="${smi}"
+  MIB="${PROJECT_SOURCE_DIR}/agent/CORVANTA-MIB.txt"
+  SNMPD_CONF="${PROJECT_BINARY_DIR}/agent/snmpd-corvanta.conf"
+  ROOT_OID=".1.3.6.1.4.1.${CORVANTA_ENTERPRISE}.1")
+add_dependencies(agent_test corvantad quorlet pvcshim)
+add_test(NAME agent_test COMMAND agent_test)
+set_tests_properties(agent_test PROPERTIES FIXTURES_REQUIRED smi TIMEOUT 300)
