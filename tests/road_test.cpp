@@ -56,13 +56,16 @@ private:
 
 class RoadTest : public testing::Test {
 protected:
+    static void SetUpTestSuite() {
+        ASSERT_EQ(initialize(0), 1);
+    } // a second one would leak the first
+
     RoadTest() {
         std::string name = (fs::temp_directory_path() / "road_test.XXXXXX").string();
         m_folder = mkdtemp(name.data());
         m_device = m_folder / "device";
         EXPECT_EQ(std::system((ON_DEVICE " '" + m_device.string() + "' true").c_str()), 0);
         setenv("CORVANTA_DEVICE", m_device.c_str(), 1);
-        EXPECT_EQ(initialize(0), 1);
         update_managed_objects();
         m_rows = rows();
         sleeps = 0;
