@@ -2,6 +2,7 @@
 
 #include "readers/AtmFile.h"
 
+#include <algorithm>
 #include <set>
 
 using kavo::snmp::AtmFile;
@@ -75,6 +76,18 @@ TEST_F(AtmFileTest, FindsTheVpisOfAnyFile) {
     }
 }
 
+TEST_F(AtmFileTest, LogLinesOfAnyLengthAreWhole) {
+    AtmFile file;
+    for (std::size_t size = 400; size <= 1030; ++size) { // the first 1023 bytes are read
+        platform.circuits = std::string(size, 'x');
+        file.initialize(true);
+        EXPECT_EQ("tracedo:AtmFile: initialize: file read in:\n" +
+                      std::string(std::min<std::size_t>(size, 1023), 'x'),
+                  platform.takeLog().at(1));
+    }
+    file.m_bVerbose = false;
+}
+
 TEST_F(AtmFileTest, AMissingFileLeavesTheList) {
     {
         AtmFile file;
@@ -88,6 +101,7 @@ TEST_F(AtmFileTest, AMissingFileLeavesTheList) {
         EXPECT_TRUE(file.m_bInitalized);
         EXPECT_EQ(std::set<int>{8}, openVpis(file));
         EXPECT_LOG();
+        EXPECT_EQ(1, file.size());
         file.initialize(true);
     }
     EXPECT_LOG("tracedo:AtmFile: initialize: trying to open file /proc/net/atm/pvc",

@@ -10,7 +10,7 @@ namespace {
 
 class TableTest : public PlatformTest {
 protected:
-    TableTest() { table.initialize(false); }
+    TableTest() { EXPECT_TRUE(table.initialize(false) && table.m_bInitalized); }
 
     Table table{"Atm"};
     const std::string size = "quorlet \"size Atm;\"", row2 = "quorlet \"selectrow Atm 2;\"",

@@ -18,8 +18,8 @@ TEST_F(WrapperTest, Texts) {
     EXPECT_EQ((Lines{"abc"}), wrapper.Tokenize("abc", ""));
     EXPECT_EQ((Lines{"0", "1", "8\n"}), wrapper.Tokenize("0|1|8\n", "|"));
     EXPECT_EQ((Lines{"a", "b", "c"}), wrapper.Tokenize("a, b;c", ",; "));
-    EXPECT_EQ("ATM 1-X", wrapper.ToUpperCase("Atm 1-x"));
-    EXPECT_EQ("vc1_x", wrapper.ToLowerCase("VC1_X"));
+    EXPECT_EQ("AZ@[`{1", wrapper.ToUpperCase("az@[`{1"));
+    EXPECT_EQ("az@[`{1", wrapper.ToLowerCase("AZ@[`{1"));
     Lines none, two = {"a", "b"};
     EXPECT_EQ("", wrapper.VectorToString(none));
     EXPECT_EQ("a,b,", wrapper.VectorToString(two));

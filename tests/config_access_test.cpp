@@ -200,6 +200,8 @@ TEST_F(ConfigAccessTest, StringsAndAccessTypes) {
     EXPECT_EQ(x18, value);
     EXPECT_EQ(0, access(access_set));
     EXPECT_RUN(read, read, quorlet(" updatekey VLAN Id 2 ParentIf text:" + x18 + " ;"));
+    value = std::string(300, 'x');
+    EXPECT_EQ(6, access(access_set));
     value = x19;
     EXPECT_EQ(6, access(access_set));
     char buffer[] = "old";

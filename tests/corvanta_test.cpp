@@ -90,14 +90,16 @@ TEST_F(CorvantaTest, EachStageOfInitializeReportsItsFailure) {
     EXPECT_EQ((std::set{stage + "MappingTable", stage + "SpeedInfo", stage + "Wrapper"}), reported);
 
     mgmt_o.cache = reinterpret_cast<data_cache*>(&platform);
-    Allocations::failFrom = 8; // after the handler itself
-    Allocations::failUntil = LONG_MAX;
-    EXPECT_EQ(0, counted([] { return initialize(1); }));
-    Allocations::failFrom = Allocations::failUntil = 0;
-    EXPECT_TRUE(m_bVerbose);
-    EXPECT_NE(nullptr, mgmt_o.cache) << "reset on success only";
-    EXPECT_EQ("error:corvanta: initialize: call to ConfigDBHandler.initialize() failed",
-              platform.takeLog().back());
+    for (const auto& [from, error] : {std::pair(0, "unable to initialize ConfigDBHandler()"),
+                                      {8, "call to ConfigDBHandler.initialize() failed"}}) {
+        Allocations::failFrom = from;
+        Allocations::failUntil = LONG_MAX;
+        EXPECT_EQ(0, counted([] { return initialize(1); }));
+        Allocations::failFrom = Allocations::failUntil = 0;
+        EXPECT_TRUE(m_bVerbose);
+        EXPECT_NE(nullptr, mgmt_o.cache) << "reset on success only";
+        EXPECT_EQ(std::string("error:corvanta: initialize: ") + error, platform.takeLog().back());
+    }
     EXPECT_EQ(1, initialize(0));
 }
 

@@ -116,8 +116,8 @@ TEST_F(DataCacheTest, WhatCannotBeReadStaysEmpty) {
     database[atmRead(5)] = "2||x| 7y|-1\n"; // no empty fields: four tokens
     database[atmRead(6)] = "2|d|x| 7y|-1|9\n";
     database[atmRead(7)] = notStarted;
-    database[slotRead(8)] = "x\n";
-    database[memberRead(8, "BridgeId")] = "";
+    database[slotRead(2)] = "x\n";
+    database[memberRead(10, "BridgeId")] = "";
     database[memberRead(9, "Interface")] = "";
     database[vlanEnable(3)] = notStarted;
     database[vlanName(4)] = std::string(19, 'x');
@@ -127,7 +127,8 @@ TEST_F(DataCacheTest, WhatCannotBeReadStaysEmpty) {
         EXPECT_EQ("0  0 0 0", atm(empty)) << empty;
     EXPECT_EQ("2 " + std::string(19, 'd') + " 1 2 3", atm(4));
     EXPECT_EQ("0 d 0 7 -1", atm(6));
-    EXPECT_EQ((Lines{"br1 11 eth0 ", "br8 -1  "}), (Lines{slot(1), slot(8)}));
+    EXPECT_EQ((Lines{"br1 11 eth0 wan1", "br2 -1  ", "br8 18  "}),
+              (Lines{slot(1), slot(2), slot(8)}));
     EXPECT_EQ((Lines{"0 if3", "1 "}), (Lines{vlan(3), vlan(4)}));
     loading.erase(loading.begin() + 7);
     EXPECT_EQ(loading, std::exchange(platform.commands, {}));
@@ -215,6 +216,7 @@ TEST_F(DataCacheTest, BridgeSlots) {
         EXPECT_EQ(1, cache.vlan_intern_Enable_set(1, index));
     }
     EXPECT_EQ(-1, cache.bridge_intern_Id_by_name_idx_get(id, 9));
+    EXPECT_EQ(18, cache.bridge_intern_Id_by_name_idx_get(id, 8));
     EXPECT_EQ(1, cache.vlan_intern_Enable_set(1, 17));
     EXPECT_RUN();
 }
