@@ -30,11 +30,10 @@ TEST_F(SpeedInfoTest, TakesTheRatesFromTheGroup) {
     } cases[] = {
         {"State: UP\n\n" + down + rates + "end\n", downFirst, "", ""},
         {heading + "   Up      Down\n" + rates, upFirst, "", ""},
-        {down + "Attainable: 3 4\nActual: 1 2\n", {1, 2, 3, 4}, "", ""},
+        {down + "Attainable: 3 4\nxAttainableActual: 1 2", {1, 2, 3, 4}, "", ""},
         {"", {}, "", ""},
         {"line rate information   Down\n" + rates, {}, "", ""},
         {rates + down, {}, "", ""},
-        {down + "Actual: 1 2", {1, 2, 0, 0}, "", ""},
         {down + rates + heading + "\nActual: 7 8\nx: 1 1\n", {8, 7, 6144, 1280}, "", ""},
         // the token at offset 22 of the heading's line
         {heading + " xDownstream\n" + rates, downFirst, "", ""},
@@ -43,12 +42,10 @@ TEST_F(SpeedInfoTest, TakesTheRatesFromTheGroup) {
         {"  " + heading + " Down Up\n" + rates, upFirst, "", ""},
         {dots + heading + "\n" + rates, upFirst, "", ""},
         {dots + heading, {}, "", ""},
-        {heading + "     \n" + rates, upFirst, "", ""},
         // names and numbers
         {down + "Actual: 0x1000 010\n", {4096, 8, 0, 0}, "", ""},
         {down + "Actual: n/a 9kbit/s\n", {0, 9, 0, 0}, "", ""},
         {down + "Actual: 4294967295 1\n", {4294967295U, 1, 0, 0}, "", ""},
-        {down + "xAttainableActual: 1 2\nAttainable: 3 4\n", {1, 2, 3, 4}, "", ""},
         {down + "actual: 1 2\nAttainable:3 4\n", {0, 0, 3, 4}, "", ""},
         {down + "::Actual:1 2\n", {1, 2, 0, 0}, "", ""},
         {down + "Actual: :5 6\n", {0, 6, 0, 0}, "", ""},

@@ -51,22 +51,6 @@ TEST_F(WrapperTest, NumbersAreTheSameUnderAnyLocale) {
     std::locale::global(before);
 }
 
-TEST_F(WrapperTest, PipesReportWhatFails) {
-    char line[256];
-    platform.script({"one\n", Answer("", Answer::Fault::read), Answer("x", Answer::Fault::close)});
-    EXPECT_EQ(nullptr, wrapper.Popen("tool", "neither"));
-    FILE* stream = wrapper.Popen("tool", "r");
-    EXPECT_STREQ("one\n", wrapper.Fgets(line, 256, stream));
-    EXPECT_EQ(nullptr, wrapper.Fgets(line, 256, stream));
-    EXPECT_EQ(512, wrapper.Pclose(stream));
-    EXPECT_LOG("error:Wrapper: popen error");
-    stream = wrapper.Popen("tool", "r");
-    EXPECT_EQ(nullptr, wrapper.Fgets(line, 256, stream));
-    wrapper.Pclose(stream);
-    EXPECT_EQ(-1, wrapper.Pclose(wrapper.Popen("tool", "r")));
-    EXPECT_LOG("error:Wrapper: fgets error", "error:Wrapper: pclose error");
-}
-
 TEST_F(WrapperTest, OneInstanceUntilDestroyed) {
     Wrapper::Destroy();
     Wrapper* const instance = Wrapper::getInstance();

@@ -380,36 +380,23 @@ TEST_F(HandlersTest, WhatNeedsNoCommand) {
 
 /** Those that are logged have 199 characters at most, the others 198. */
 TEST_F(HandlersTest, CommandsUpToTheirLimits) {
-    const auto longName = [](std::size_t limit, const std::string& rest) {
-        return std::string(limit - quorlet(rest).size(), 'x');
-    };
-    const std::string lanNode =
-        longName(199, " insertkey NetworkSetupNode   Type text:VLAN   InterfaceName  text: "
-                      "ParentInterface text:eth0    ConfigurationSpecifics text:  Enable "
-                      "integer:1  ;");
-    const std::string wanNode =
-        longName(198, "  insertkey   NetworkSetupNode  Type text:VLAN  InterfaceName  text: "
-                      "ParentInterface text:wan1 ConfigurationSpecifics text:  Enable "
-                      "integer:1  ;");
-    int value = 1;
-    fillCache({});
-    mgmt_o.cache->vlan_intern[1].InterfaceName = lanNode;
-    mgmt_o.cache->vlan_intern[3].InterfaceName = lanNode + "x";
-    platform.script({"x\n", "9\n", "1\n", ""});
-    EXPECT_EQ(1, VlanEnabled_snmp(access_set, &value, 1));
+    // Less the length of the rest of the command.
+    const std::string lan(199 - 158, 'x'), wan(198 - 156, 'x');
+    fillCache({"", {}, {{"v5", "1"}, {"v7", "1"}}, {}});
+    data_cache::vlan_row* const rows = mgmt_o.cache->vlan_intern;
+    rows[1].InterfaceName = lan;
+    rows[3].InterfaceName = lan + "x";
+    rows[6].InterfaceName = wan;
+    rows[8].InterfaceName = wan + "x";
+    int on = 1, carried = 2;
+    platform.script({"x\n", "9\n", "1\n", "", "x\n", "10\n", "1\n"});
+    EXPECT_EQ(1, VlanEnabled_snmp(access_set, &on, 1));
     EXPECT_EQ(199U, platform.commands.back().size());
-    platform.script({"x\n", "10\n", "1\n"});
-    EXPECT_EQ(6, VlanEnabled_snmp(access_set, &value, 2)) << "stops before the node";
-
-    value = 2;
-    fillCache({"", {}, {{"v1", "1"}, {"v3", "1"}}, {}});
-    mgmt_o.cache->vlan_intern[2].InterfaceName = wanNode;
-    mgmt_o.cache->vlan_intern[4].InterfaceName = wanNode + "x";
-    platform.script({"x\n", "20\n", "\n", "wan1\n", ""});
-    EXPECT_EQ(1, VlanDiscardTag_snmp(access_set, &value, 1));
+    EXPECT_EQ(6, VlanEnabled_snmp(access_set, &on, 2)) << "stops before the node";
+    platform.script({"x\n", "20\n", "\n", "wan1\n", "", "x\n", "20\n", "\n", "wan1\n"});
+    EXPECT_EQ(1, VlanDiscardTag_snmp(access_set, &carried, 3));
     EXPECT_EQ(198U, platform.commands.back().size());
-    platform.script({"x\n", "20\n", "\n", "wan1\n"});
-    EXPECT_EQ(6, VlanDiscardTag_snmp(access_set, &value, 2)) << "stops before the node";
+    EXPECT_EQ(6, VlanDiscardTag_snmp(access_set, &carried, 4)) << "stops before the node";
 }
 
 TEST_F(HandlersTest, TheCacheKeepsAnEnableThatCannotBeWritten) {
