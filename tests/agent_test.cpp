@@ -464,6 +464,17 @@ TEST(Agent, UndoesInReverseWhatFailsInPart) {
               "1\n2\n");
 }
 
+TEST(Agent, ShowsAWalkOneSnapshot) {
+    Site site("-i 1");
+    const auto next = [&] { return site.tool("snmpgetnext", Site::oid("6.1.5")); };
+    const std::string before = next();
+    site.sql("UPDATE Atm SET Vci=99");
+    for (int step = 0; step < 6; ++step, pause(400))
+        EXPECT_EQ(next(), before);
+    pause(1000);
+    EXPECT_NE(next(), before);
+}
+
 TEST(Agent, AnswersWhileTheDatabaseIsLocked) {
     Site site("-i 1");
     const auto lock = site.lock("3");
