@@ -1,6 +1,9 @@
 #include "frame/Log.h"
 
+#include "frame/Text.h"
+
 #include <algorithm>
+#include <cstdarg>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -11,7 +14,7 @@ namespace kavo::snmp::log {
 namespace {
 
 struct LevelName {
-    const char* word;
+    char word[8];
     int priority;
 };
 
@@ -20,12 +23,14 @@ constexpr LevelName levels[] = {
     {"tracedo", LOG_DEBUG}, {"debug", LOG_DEBUG},
 };
 
-// Writes texts one after the other into a buffer and counts them; what does not fit is left out.
+// Writes pieces one after the other into a buffer and counts them; what does not fit is left out.
 class Cursor {
 public:
     Cursor(char* begin, std::size_t capacity) : m_next(begin), m_room(capacity - 1) {}
 
-    void put(std::string_view text) {
+    void put(const Piece& piece) {
+        Piece::Digits digits;
+        const std::string_view text = piece.text(digits);
         const std::size_t size = std::min(m_room, text.size());
         std::memcpy(m_next, text.data(), size);
         m_next += size;
@@ -42,18 +47,41 @@ private:
     std::size_t m_wanted = 0;
 };
 
+// The next piece, as pass() sent it.
+Piece take(char letter, va_list& values) {
+    switch (letter) {
+    case log::letter<const char*>:
+        return va_arg(values, const char*);
+    case log::letter<const std::string*>:
+        return *va_arg(values, const std::string*);
+    case log::letter<const std::string_view*>:
+        return *va_arg(values, const std::string_view*);
+    case log::letter<int>:
+        return va_arg(values, int);
+    case log::letter<unsigned int>:
+        return va_arg(values, unsigned int);
+    default:
+        return va_arg(values, unsigned long);
+    }
+}
+
 } // namespace
 
-void Unit::write(Level level, Head head, std::initializer_list<Piece> pieces) const noexcept {
+void Unit::write(Level level, Head head, const char* letters, ...) const noexcept {
     const LevelName& name = levels[static_cast<int>(level)];
-    const Piece start[] = {name.word, ":", m_tag, ": ", m_file, ":", head.line, "  ", head.text};
+    va_list values;
+    va_start(values, letters);
     const auto put = [&](char* line, std::size_t capacity) {
         Cursor cursor(line, capacity);
-        Piece::Digits digits;
-        for (const Piece& piece : start)
-            cursor.put(piece.text(digits));
-        for (const Piece& piece : pieces)
-            cursor.put(piece.text(digits));
+        for (const Piece& piece :
+             {Piece(name.word), Piece(":"), Piece(m_tag), Piece(": "), Piece(m_file), Piece(":"),
+              Piece(head.line), Piece("  "), Piece(head.text)})
+            cursor.put(piece);
+        va_list rest;
+        va_copy(rest, values);
+        for (const char* letter = letters; *letter != '\0'; ++letter)
+            cursor.put(take(*letter, rest));
+        va_end(rest);
         return cursor.wanted();
     };
 
@@ -70,6 +98,7 @@ void Unit::write(Level level, Head head, std::initializer_list<Piece> pieces) co
             put(line, size + 1);
         }
     }
+    va_end(values);
     syslog(name.priority, "%s\n", line);
 }
 

@@ -1,8 +1,7 @@
 #pragma once
 
-#include "frame/Text.h"
-
-#include <initializer_list>
+#include <string>
+#include <string_view>
 #include <type_traits>
 
 /**
@@ -22,6 +21,47 @@ struct Head {
     int line;
 };
 
+/**
+ * How a piece travels as a C argument, which takes the caller the least code:
+ * by value or by address, with a letter that tells its type.
+ */
+inline const char* pass(const char* text) {
+    return text;
+}
+inline const std::string* pass(const std::string& text) {
+    return &text;
+}
+inline const std::string_view* pass(const std::string_view& text) {
+    return &text;
+}
+inline int pass(bool flag) {
+    return flag ? 1 : 0;
+}
+inline int pass(int number) {
+    return number;
+}
+inline unsigned int pass(unsigned int number) {
+    return number;
+}
+inline unsigned long pass(unsigned long number) {
+    return number;
+}
+
+template <class Passed>
+inline constexpr char letter = 0;
+template <>
+inline constexpr char letter<const char*> = 'c';
+template <>
+inline constexpr char letter<const std::string*> = 's';
+template <>
+inline constexpr char letter<const std::string_view*> = 'v';
+template <>
+inline constexpr char letter<int> = 'i';
+template <>
+inline constexpr char letter<unsigned int> = 'u';
+template <>
+inline constexpr char letter<unsigned long> = 'l';
+
 /** One source unit's lines: its module tag and source file name. */
 class Unit {
 public:
@@ -29,12 +69,12 @@ public:
 
     template <class... Pieces>
     void error(Head head, const Pieces&... pieces) const {
-        write(Level::error, head, {value(pieces)...});
+        send(Level::error, head, value(pieces)...);
     }
 
     template <class... Pieces>
     void warning(Head head, const Pieces&... pieces) const {
-        write(Level::warning, head, {value(pieces)...});
+        send(Level::warning, head, value(pieces)...);
     }
 
     // The lines below are written only when `on`; a piece that is costly to make is given as a
@@ -43,19 +83,19 @@ public:
     template <class... Pieces>
     void trace(bool on, Head head, const Pieces&... pieces) const {
         if (on)
-            write(Level::trace, head, {value(pieces)...});
+            send(Level::trace, head, value(pieces)...);
     }
 
     template <class... Pieces>
     void tracedo(bool on, Head head, const Pieces&... pieces) const {
         if (on)
-            write(Level::tracedo, head, {value(pieces)...});
+            send(Level::tracedo, head, value(pieces)...);
     }
 
     template <class... Pieces>
     void debug(bool on, Head head, const Pieces&... pieces) const {
         if (on)
-            write(Level::debug, head, {value(pieces)...});
+            send(Level::debug, head, value(pieces)...);
     }
 
 private:
@@ -67,7 +107,13 @@ private:
             return (piece);
     }
 
-    void write(Level level, Head head, std::initializer_list<Piece> pieces) const noexcept;
+    template <class... Pieces>
+    void send(Level level, Head head, const Pieces&... pieces) const {
+        static constexpr char letters[] = {letter<decltype(pass(pieces))>..., '\0'};
+        write(level, head, letters, pass(pieces)...);
+    }
+
+    void write(Level level, Head head, const char* letters, ...) const noexcept;
 
     const char* m_tag;
     const char* m_file;

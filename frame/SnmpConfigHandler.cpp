@@ -2,6 +2,7 @@
 
 #include "frame/Guard.h"
 #include "frame/Log.h"
+#include "frame/Text.h"
 #include "frame/Wrapper.h"
 #include "readers/MappingTable.h"
 #include "readers/SpeedInfo.h"

@@ -1,10 +1,8 @@
 #include "frame/Text.h"
 
 #include <algorithm>
-#include <charconv>
 #include <iterator>
 #include <limits>
-#include <system_error>
 
 namespace kavo::snmp {
 
@@ -20,14 +18,31 @@ bool takeSign(std::string_view& text) {
     return negative;
 }
 
-// The digits that the text begins with; one too large gives the largest, none gives nothing.
+constexpr std::uint32_t largestUnsigned = std::numeric_limits<std::uint32_t>::max();
+
+// The value of a digit; no base has one so large when it is none.
+int digitValue(char c) {
+    if (c >= '0' && c <= '9')
+        return c - '0';
+    if (c >= 'a' && c <= 'f')
+        return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F')
+        return c - 'A' + 10;
+    return std::numeric_limits<int>::max();
+}
+
+// The number that the text begins with, nothing without a digit. Past 32 bits it stops growing.
 std::optional<std::uint64_t> digits(std::string_view text, int base) {
-    std::uint64_t number = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, base);
-    if (error == std::errc::result_out_of_range)
-        return std::numeric_limits<std::uint64_t>::max();
-    if (error != std::errc())
-        return std::nullopt;
+    std::optional<std::uint64_t> number;
+    for (const char c : text) {
+        const int value = digitValue(c);
+        if (value >= base)
+            break;
+        const std::uint64_t before = number.value_or(0);
+        number = before > largestUnsigned
+                     ? before
+                     : before * static_cast<unsigned int>(base) + static_cast<unsigned int>(value);
+    }
     return number;
 }
 
@@ -36,8 +51,15 @@ std::optional<std::uint64_t> digits(std::string_view text, int base) {
 std::string_view Piece::text(Digits& digits) const {
     if (m_text != nullptr)
         return {m_text, m_size};
-    char* const end = std::to_chars(std::begin(digits), std::end(digits), m_number).ptr;
-    return {digits, static_cast<std::size_t>(end - digits)};
+    char* const end = std::end(digits);
+    char* begin = end;
+    unsigned long rest = m_number;
+    do
+        *--begin = static_cast<char>('0' + rest % 10);
+    while ((rest /= 10) != 0);
+    if (m_negative)
+        *--begin = '-';
+    return {begin, static_cast<std::size_t>(end - begin)};
 }
 
 void append(std::string& text, std::initializer_list<Piece> pieces) {
@@ -79,9 +101,8 @@ std::uint32_t parseUnsigned(std::string_view text) {
     const bool hexadecimal = octal && text.size() > 1 && (text[1] == 'x' || text[1] == 'X');
     const std::uint64_t magnitude =
         (hexadecimal ? digits(text.substr(2), 16) : digits(text, octal ? 8 : 10)).value_or(0);
-    constexpr std::uint32_t largest = std::numeric_limits<std::uint32_t>::max();
-    if (magnitude > largest)
-        return largest;
+    if (magnitude > largestUnsigned)
+        return largestUnsigned;
     const auto number = static_cast<std::uint32_t>(magnitude);
     return negative ? 0 - number : number;
 }

@@ -13,16 +13,18 @@ namespace kavo::snmp {
 /** A text, referred to, or a decimal number. */
 class Piece {
 public:
-    using Digits = char[20];
+    using Digits = char[21];
 
     Piece(std::string_view text)
         : m_text(text.data() != nullptr ? text.data() : ""), m_size(text.size()) {}
     Piece(const std::string& text) : Piece(std::string_view(text)) {}
     Piece(const char* text) : Piece(std::string_view(text)) {}
-    Piece(bool flag) : Piece(flag ? "1" : "0") {}
-    Piece(int number) : m_number(number) {}
+    Piece(int number)
+        : m_number(number < 0 ? 0UL - static_cast<unsigned long>(number)
+                              : static_cast<unsigned long>(number)),
+          m_negative(number < 0) {}
     Piece(unsigned int number) : m_number(number) {}
-    Piece(unsigned long number) : m_number(static_cast<long long>(number)) {}
+    Piece(unsigned long number) : m_number(number) {}
 
     /** @return the text; a number's stands in the digits */
     std::string_view text(Digits& digits) const;
@@ -31,8 +33,9 @@ private:
     const char* m_text = nullptr; // null for a number
     union {
         std::size_t m_size;
-        long long m_number;
+        unsigned long m_number;
     };
+    bool m_negative = false;
 };
 
 void append(std::string& text, std::initializer_list<Piece> pieces);

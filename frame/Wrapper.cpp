@@ -1,6 +1,7 @@
 #include "frame/Wrapper.h"
 
 #include "frame/Log.h"
+#include "frame/Text.h"
 
 #include <syslog.h>
 

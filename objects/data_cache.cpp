@@ -65,7 +65,7 @@ data_cache::~data_cache() = default;
 void data_cache::init() {
     std::fill(std::begin(atm), std::end(atm), atm_entry{});
     for (int slot = 1; slot <= slotCount; ++slot)
-        bridge[slot].name = "br" + std::to_string(slot);
+        bridge[slot].name = join({"br", slot});
 }
 
 void data_cache::update() {

@@ -1,8 +1,6 @@
 #include "frame/Guard.h"
 #include "objects/client.h"
 
-#include <string>
-
 using namespace kavo::snmp;
 
 namespace {
@@ -48,7 +46,7 @@ void lookUp(int& bridgeId, int& lanIfaceId, int& wanIfaceId, int& filterId) {
     }
     if (bridgeId > 0)
         ignoreStatus(config_int_read_by_key(&filterId, "BridgeFilter", "Id", "BridgeId",
-                                            std::to_string(bridgeId).c_str()));
+                                            join({bridgeId}).c_str()));
 }
 
 int remove(int bridgeId) {

@@ -1,6 +1,7 @@
 #include "readers/MappingTable.h"
 
 #include "frame/Log.h"
+#include "frame/Text.h"
 #include "frame/Wrapper.h"
 
 namespace kavo::snmp {
@@ -11,8 +12,8 @@ constexpr log::Unit unit("MappingTbl", "MappingTable");
 
 struct Row {
     int index;
-    const char* physicalName;
-    const char* logicalName;
+    char physicalName[6];
+    char logicalName[9];
 };
 
 constexpr Row rows[] = {
@@ -37,7 +38,7 @@ void MappingTable::initialize(bool verbose) {
     m_pWrapper->m_bVerbose = verbose;
 
     for (const Row& row : rows)
-        m_mapPhysical[row.physicalName] = m_mapIndex.emplace(row.index, row.logicalName).first;
+        m_mapPhysical[row.physicalName] = m_mapIndex.insert({row.index, row.logicalName}).first;
     unit.tracedo(m_bVerbose, "initialize: printing Mapping Table: ", [this] { return toString(); });
 
     m_bInitalized = m_mapIndex.size() == m_mapPhysical.size();
