@@ -6,6 +6,7 @@
 
 #include <cstring>
 #include <fstream>
+#include <limits>
 #include <map>
 #include <set>
 
@@ -137,11 +138,11 @@ TEST_F(CorvantaTest, QueriesPassOnWhatTheReadersSay) {
 TEST_F(CorvantaTest, LocalTimeAsText) {
     setenv("TZ", "CET-1", 1);
     tzset();
-    for (const auto& [clock, text] : {std::pair(1801641900L, "03.02.2027 09:05:00"),
+    for (const auto& [clock, text] : {std::pair(std::time_t(1801641900), "03.02.2027 09:05:00"),
                                       {-1, "01.01.1970 01:00:00"},
                                       {253402297199, "31.12.9999 23:59:59"},
                                       {253402297200, "xx.xx.xx"},
-                                      {LONG_MAX, "xx.xx.xx"}}) {
+                                      {std::numeric_limits<std::time_t>::max(), "xx.xx.xx"}}) {
         platform.clock = clock;
         EXPECT_EQ(text, time2string());
     }
