@@ -33,4 +33,4 @@ need_npm() {
 build_packages=(g++ cmake ninja-build pkg-config libgtest-dev libsqlite3-dev sqlite3 libsnmp-dev)
 # What the tests take besides.
 # shellcheck disable=SC2034
-test_packages=(snmp snmpd)
+test_packages=(snmp snmpd abigail-tools dpkg-dev file lintian)
