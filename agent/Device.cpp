@@ -19,9 +19,13 @@ std::string take(char* text) {
 /// Cuts the piece up to `end`, or what there is, off the front of a text.
 std::string cut(std::string_view& text, char end) {
     const std::size_t size = text.find(end);
-    const std::string piece(text.substr(0, size));
+    std::string piece(text.substr(0, size));
     text.remove_prefix(size == text.npos ? text.size() : size + 1);
     return piece;
+}
+
+int toInt(const std::string& text) {
+    return static_cast<int>(std::strtol(text.c_str(), nullptr, 10));
 }
 
 /// A row or setting that the device doesn't have is no failure.
@@ -97,7 +101,7 @@ int loadLayer2(Model& model) {
         const std::string field = cut(rest, '|');
         std::string_view state = field;
         std::string name = cut(state, '=');
-        interfaces.push_back({std::move(name), std::atoi(std::string(state).c_str())});
+        interfaces.push_back({std::move(name), toInt(std::string(state))});
     }
     const bool circuits = std::any_of(model.circuits.begin(), model.circuits.end(),
                                       [](const Circuit& circuit) { return circuit.present; });
@@ -123,7 +127,7 @@ int loadMapping(Model& model) {
     while (!rest.empty()) {
         const std::string row = cut(rest, ',');
         std::string_view names = row;
-        const int index = std::atoi(cut(names, '=').c_str());
+        const int index = toInt(cut(names, '='));
         std::string physical = cut(names, ':');
         mapping.push_back({index, std::move(physical), std::string(names)});
     }

@@ -19,16 +19,20 @@ using std::chrono::seconds;
 constexpr seconds kWalkPause{1};
 constexpr seconds kWalkLimit{5};
 
-/// What a manager is told for each corvanta_status.
-constexpr int kErrors[] = {
-    SNMP_ERR_NOERROR,             // CORVANTA_OK
-    SNMP_ERR_COMMITFAILED,        // CORVANTA_FAILED
-    SNMP_ERR_RESOURCEUNAVAILABLE, // CORVANTA_LOCKED
-    SNMP_ERR_INCONSISTENTNAME,    // CORVANTA_UNKNOWN_ROW: gone since the last refresh
-    SNMP_ERR_GENERR,              // CORVANTA_NO_COMMAND
-    SNMP_ERR_INCONSISTENTNAME,    // CORVANTA_BAD_INDEX
-    SNMP_ERR_WRONGVALUE,          // CORVANTA_UNFIT
-};
+/// What a manager is told for a corvanta_status.
+int errorOf(int status) {
+    constexpr int errors[] = {
+        SNMP_ERR_NOERROR,             // CORVANTA_OK
+        SNMP_ERR_COMMITFAILED,        // CORVANTA_FAILED
+        SNMP_ERR_RESOURCEUNAVAILABLE, // CORVANTA_LOCKED
+        SNMP_ERR_INCONSISTENTNAME,    // CORVANTA_UNKNOWN_ROW: gone since the last refresh
+        SNMP_ERR_GENERR,              // CORVANTA_NO_COMMAND
+        SNMP_ERR_INCONSISTENTNAME,    // CORVANTA_BAD_INDEX
+        SNMP_ERR_WRONGVALUE,          // CORVANTA_UNFIT
+    };
+    const auto index = static_cast<std::size_t>(status);
+    return index < std::size(errors) ? errors[index] : SNMP_ERR_GENERR;
+}
 
 using Position = std::vector<Instance>::const_iterator;
 
@@ -144,7 +148,7 @@ bool Tree::stale() const {
 int Tree::answer(int mode, const netsnmp_request_info& request) const {
     netsnmp_variable_list& binding = *request.requestvb;
     const std::vector<Instance>& instances = m_snapshot->instances;
-    Position found = find(instances, binding);
+    auto found = find(instances, binding);
     bool here = found != instances.end();
     const bool exact = here && compare(*found, binding) == 0;
     if (mode == MODE_GET)
@@ -176,7 +180,7 @@ int Tree::reserve(const netsnmp_variable_list& binding) {
         return error;
     if (stale())
         return SNMP_ERR_GENERR;
-    const Position found = find(m_snapshot->instances, binding);
+    const auto found = find(m_snapshot->instances, binding);
     if (found == m_snapshot->instances.end() || compare(*found, binding) != 0)
         return SNMP_ERR_NOCREATION;
     change.row = found->row;
@@ -196,7 +200,7 @@ void Tree::make(netsnmp_request_info* requests) {
     auto* request = requests;
     for (std::size_t i = m_set->position; i > 0 && request->next != nullptr; --i)
         request = request->next;
-    netsnmp_request_set_error(request, inTime ? kErrors[m_set->status] : SNMP_ERR_GENERR);
+    netsnmp_request_set_error(request, inTime ? errorOf(m_set->status) : SNMP_ERR_GENERR);
 }
 
 void Tree::notifyChanges() {

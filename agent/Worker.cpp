@@ -17,8 +17,8 @@ constexpr seconds kGrace{3};  ///< for a refresh to end, when stopping
 } // namespace
 
 Worker::Worker(Settings settings, std::function<void()> published)
-    : m_settings(settings), m_published(std::move(published)) {
-    m_next.refreshed = m_due = Clock::now();
+    : m_settings(settings), m_published(std::move(published)), m_due(Clock::now()) {
+    m_next.refreshed = m_due;
     publish();
 }
 

@@ -44,15 +44,16 @@ int openSignals() {
 
 /// Tells a service manager that wants to know.
 void tellServiceManager(const char* state) {
-    const char* path = std::getenv("NOTIFY_SOCKET");
+    const char* variable = std::getenv("NOTIFY_SOCKET");
+    const std::string path = variable != nullptr ? variable : "";
     sockaddr_un address{};
-    if (path == nullptr || std::strlen(path) >= sizeof address.sun_path)
+    if (path.empty() || path.size() >= sizeof address.sun_path)
         return;
     address.sun_family = AF_UNIX;
-    std::strcpy(address.sun_path, path);
+    path.copy(address.sun_path, path.size());
     if (path[0] == '@')
         address.sun_path[0] = '\0';
-    const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + std::strlen(path));
+    const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + path.size());
     const int descriptor = socket(AF_UNIX, SOCK_DGRAM, 0);
     if (descriptor < 0)
         return;
@@ -77,9 +78,8 @@ int fail(const std::string& text) {
 int main(int argc, char** argv) {
     const agent::Options options = agent::parseOptions(argc, argv);
     agent::openLog(true); // what goes wrong now can still be seen
-    const int signals = openSignals();
-    int pipe[2]; // the worker wakes this thread with it
-    if (signals < 0 || pipe2(pipe, O_CLOEXEC | O_NONBLOCK) != 0)
+    int pipe[2];          // the worker wakes this thread with it
+    if (pipe2(pipe, O_CLOEXEC | O_NONBLOCK) != 0)
         return fail("no descriptors");
 
     agent::Worker worker({options.verbose, options.foreground, options.interval},
@@ -94,6 +94,9 @@ int main(int argc, char** argv) {
         return fail("cannot run as user " + options.user);
     if (!options.foreground && daemon(0, 0) != 0)
         return fail("cannot go to the background");
+    const int signals = openSignals();
+    if (signals < 0)
+        return fail("no descriptors");
     agent::openLog(options.foreground);
 
     worker.start();

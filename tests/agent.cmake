@@ -28,4 +28,4 @@ target_compile_definitions(agent_test PRIVATE
   ROOT_OID=".1.3.6.1.4.1.${CORVANTA_ENTERPRISE}.1")
 add_dependencies(agent_test corvantad quorlet pvcshim)
 add_test(NAME agent_test COMMAND agent_test)
-set_tests_properties(agent_test PROPERTIES FIXTURES_REQUIRED smi TIMEOUT 300)
+set_tests_properties(agent_test PROPERTIES FIXTURES_REQUIRED smi RUN_SERIAL ON TIMEOUT 300)

@@ -568,7 +568,7 @@ TEST(Agent, TellsWhatHappens) {
     EXPECT_STREQ(buffer, "READY=1");
     close(notices);
     EXPECT_EQ(site.get("4.1.3.11"), "INTEGER: 1");
-    const std::string user = site.run("ps -o user= -p " + std::to_string(site.agent->pid()));
+    const std::string user = site.run("stat -c %U /proc/" + std::to_string(site.agent->pid()));
     EXPECT_EQ(user, geteuid() == 0 ? "nobody\n" : user);
 
     site.run("grep -v ' 8 ' device/pvc >pvc && cat pvc >device/pvc");
