@@ -1,0 +1,12 @@
+# The worked example of adding an object, in a copy of the sources.
+if(NOT CORVANTA_HARDENED OR NOT TEST agent_test)
+  return()
+endif()
+find_program(SMILINT smilint)
+if(NOT SMILINT)
+  message(STATUS "tests: example_test left out, smilint not found (smitools)")
+  return()
+endif()
+add_test(NAME example_test COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/example_test.sh ${smi})
+set_tests_properties(example_test PROPERTIES FIXTURES_REQUIRED smi SKIP_RETURN_CODE 77 TIMEOUT 300
+  ENVIRONMENT CMAKE_GENERATOR=${CMAKE_GENERATOR})

@@ -1,0 +1,44 @@
+#!/usr/bin/env bash
+# Keeps docs/adding-an-object.md true: its code stands in its patch, the patch fits the sources, the
+# library's tests pass with it, and the agent then shows the new object of the stand-in device.
+#
+#     example_test.sh SMI_DIR
+set -euo pipefail
+smi=$(realpath -m -- "$1")
+[ -e "$smi/SNMPv2-CONF" ] || { echo "skip: no standard modules in $smi"; exit 77; }
+source=$(realpath -- "$(dirname -- "${BASH_SOURCE[0]}")/..")
+example=$source/docs/adding-an-object
+work=$(mktemp -d)
+agent=
+trap '[ -z "$agent" ] || { kill "$agent" && wait "$agent" || true; }; rm -rf -- "$work"' EXIT
+cd "$work"
+
+perl -0777 -e 'my ($text, $patch) = <>;
+    my $added = join "\n", "", $patch =~ /^\+(.*)$/mg, "";
+    my @code = $text =~ /^```\w*\n(.*?)^```$/msg or die "no code\n";
+    index($added, "\n$_") >= 0 or die "not in the patch:\n$_" for @code;' "$example".{md,patch}
+
+mkdir tree
+find "$source" -mindepth 1 -maxdepth 1 ! -name 'build*' ! -name .git -exec cp -r -t tree {} +
+# As outside any repository, whatever the caller is in.
+GIT_DIR=$work/none git -C tree apply "$example.patch"
+cmake -S tree -B build -DCORVANTA_WERROR=ON -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG=-O0 >/dev/null
+cmake --build build --target library_test corvantad quorlet pvcshim --parallel 2
+build/tests/library_test --gtest_brief=1
+
+export SNMPCONFPATH=$work SMIPATH=$smi MIBDIRS=$smi:$work/tree/agent MIBS=CORVANTA-MIB
+smilint -m -s -l 6 -i namelength-32 tree/agent/CORVANTA-MIB.txt |& tee smilint
+[ ! -s smilint ]
+secret=$(od -An -N16 -tx1 /dev/urandom | tr -d ' \n')
+printf 'createUser reader SHA %s\nrouser reader auth .1.3.6.1.4.1\n' "$secret" >agent.conf
+printf 'def%s\n' 'Version 3' 'SecurityName reader' 'SecurityLevel authNoPriv' 'AuthType SHA' \
+    "Passphrase $secret" >snmp.conf
+CORVANTA_BUILD=build tree/scripts/on-device device build/agent/corvantad --foreground \
+    --master "unix:$work/agent" --config agent.conf --state "$work/state" &
+agent=$!
+for _ in $(seq 100); do
+    said=$(snmpget -r 0 -t 1 -Oqv "unix:$work/agent" CORVANTA-MIB::cvDslSnrMargin.0 2>&1) && break
+    kill -0 "$agent" && sleep 0.2
+done
+echo "SNR margin: $said"
+[ "$said" = "9 dB" ]
