@@ -30,7 +30,7 @@ need_npm() {
 
 # What building and running every part takes.
 # shellcheck disable=SC2034
-build_packages=(g++ cmake ninja-build pkg-config libgtest-dev libsqlite3-dev sqlite3 libsnmp-dev)
+build_packages=(g++ cmake make ninja-build pkg-config libgtest-dev libsqlite3-dev sqlite3 libsnmp-dev)
 # What the tests take besides.
 # shellcheck disable=SC2034
-test_packages=(snmp snmpd abigail-tools dpkg-dev file lintian)
+test_packages=(snmp snmpd smitools abigail-tools dpkg-dev file lintian)
