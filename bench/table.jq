@@ -20,7 +20,7 @@ if any($alone[0].benchmarks[], $road[0].benchmarks[]; .error_occurred) then erro
       | ["library beside its stream", $case, ($all.cpu_time / $parts | us), ($stream / $parts | us),
           "\($each | us) per client run", ($each / 1e3 | goal(3; " µs"))],
         ["allocations", $case, ($all.allocations / $parts | digits(3)), "", "\($all.runs / $parts | digits(3)) client runs", ""]),
-  ["one client run", "wall time", "", ($by["road/client"].all | ms), "\($by["road/shell"].all | ms) without the client", ""],
+  ["one client run", "wall time", "", ($by["road/run"].client | ms), "\($by["road/run"].shell | ms) without the client", ""],
   ["one refresh", "processor time", ($by["road/refresh"].own | ms), ($by["road/refresh"].all | ms), "", ""],
   ((5, 30, 300) as $s | $by["road/refresh"] | ["refresh at intervals", "\($s) s", "\(.own * 3600 / $s | digits(3)) s/h",
       "\(.all * 3600 / $s | digits(3)) s/h", "\(.all / $s * 100 | digits(2)) % of a core", ""])
