@@ -1,4 +1,5 @@
-/*
+/**
+ * @file
  * libcorvanta: the layer-2 circuits, DSL line rates, interfaces and managed
  * objects of an ATM-over-SHDSL modem-router, for the SNMP agent that loads it.
  *
@@ -29,9 +30,10 @@
 #include <string>
 #endif
 
+/** Marks what the library exports. */
 #define CORVANTA_API __attribute__((visibility("default")))
 
-/* A fixed underlying type lets C++ hold a number that names no enumerator. */
+/** A fixed underlying type, which lets C++ hold a number that names no enumerator. */
 #ifdef __cplusplus
 #define CORVANTA_INT : int
 extern "C" {
@@ -186,6 +188,7 @@ CORVANTA_API int atm_access_c(int access, atm_entry* entry, int index, int param
 /**
  * Whether an ATM circuit is enabled: `Atm` column `Enabled`. A set also creates
  * or removes the circuit's `NetworkSetupNode` row "wan<index>".
+ * @param access access_get or access_set
  * @param value TruthValue, 1 true, 2 false
  * @param index row Id of the circuit
  */
@@ -194,6 +197,7 @@ CORVANTA_API int AtmEnabled_snmp(access_type access, int* value, int index);
 /**
  * Whether a VLAN object is on: `VLAN` row 2n-1, column `Enable`, from the cache.
  * A set builds or removes the object's bridge.
+ * @param access access_get or access_set
  * @param value     TruthValue
  * @param vlanIndex VLAN object n, 1 to 8
  */
@@ -204,6 +208,7 @@ CORVANTA_API int VlanEnabled_snmp(access_type access, int* value, int vlanIndex)
  * `VLAN` row 2n is 0 in the cache. A set takes effect at once on an object that
  * is on; on one that is off it is stored, and the status is that of the lookup
  * of the missing bridge (CORVANTA_UNKNOWN_ROW).
+ * @param access access_get or access_set
  * @param value     TruthValue
  * @param vlanIndex VLAN object n, 1 to 8
  */
@@ -212,10 +217,12 @@ CORVANTA_API int VlanDiscardTag_snmp(access_type access, int* value, int vlanInd
 /**
  * WAN parent interface of a VLAN object: `VLAN` row 2n, column `ParentIf`. A set
  * to the default WAN interface deletes the default bridge first.
+ * @param access access_get or access_set
  * @param buffer     the name; a set uses the first *length characters, a get
  *                   fills buffer and length. A set refuses with CORVANTA_UNFIT,
  *                   changing nothing, what config_string_access_by_id() refuses
  * @param bufferSize bytes of the buffer
+ * @param length     of the name
  * @param vlanIndex  VLAN object n, 1 to 8
  */
 CORVANTA_API int VlanWanInterface(access_type access, char* buffer, int bufferSize, int* length,
@@ -235,6 +242,7 @@ CORVANTA_API int VlanDefaultWanInterface(access_type access, char* buffer, int b
  * Whether untagged frames are discarded: `VLANSingleParams` row 1, column
  * `DiscardUntaggedFrames`. A set also creates or removes the default bridge's
  * row in `BridgeFilter`.
+ * @param access access_get or access_set
  * @param value TruthValue
  */
 CORVANTA_API int VlanDiscardUntaggedFrames_snmp(access_type access, int* value);
@@ -273,6 +281,7 @@ CORVANTA_API std::string time2string();
  * Looks up the default bridge, the one that joins "eth0" with a WAN interface;
  * access_create creates it, access_delete deletes it. Each Id is -1 when
  * unknown.
+ * @param access     access_create, access_delete, or any other to look it up
  * @param bridgeId   Id in `Bridge`
  * @param lanIfaceId Id of the "eth0" row in `BridgeInterface`
  * @param wanIfaceId Id of the WAN row in `BridgeInterface`
