@@ -71,7 +71,6 @@ public:
 
     static inline long failFrom = 0, failUntil = 0; ///< the plan: these allocations fail
     static inline long made = 0;
-    static long live(); ///< made and not released
 };
 
 /** The result of a call of the library's, its allocations counted. */

