@@ -25,6 +25,11 @@ extern "C" int socket(int domain, int type, int protocol) noexcept {
     return static_cast<int>(syscall(SYS_socket, domain, type | SOCK_CLOEXEC, protocol));
 }
 
+/// Likewise for managers that connect, when the address of a --master is of such a kind.
+extern "C" int accept(int descriptor, sockaddr* address, socklen_t* length) {
+    return accept4(descriptor, address, length, SOCK_CLOEXEC);
+}
+
 namespace agent::toolkit {
 
 namespace {
