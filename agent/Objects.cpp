@@ -201,7 +201,7 @@ const std::vector<Object>& objects() {
         {below({2, 3}), ASN_GAUGE, Rows::scalar, read<rates, &R::dslAttainableDataRateDown>},
         {below({2, 4}), ASN_GAUGE, Rows::scalar, read<rates, &R::dslAttainableDataRateUp>},
         // corvantaBridging
-        {below({3, 1}), kText,       Rows::scalar, read<device, &Model::defaultWan>,      accessDefaultWan,      0, 13, kFresh, kWan},
+        {below({3, 1}), kText,       Rows::scalar, read<device, &Model::defaultWan>,      accessDefaultWan,      0, 13, kFresh, kWan, true},
         {below({3, 2}), ASN_INTEGER, Rows::scalar, read<device, &Model::discardUntagged>, accessDiscardUntagged, 1, 2, 0, kDiscard},
         // cvLayer2IfTable
         {below({4, 1, 2}), kText,       Rows::layer2, read<layer2, &Layer2If::name>},
@@ -216,7 +216,7 @@ const std::vector<Object>& objects() {
         {below({6, 1, 5}), ASN_INTEGER, Rows::circuits, read<circuit, &Circuit::vci>, accessVci, 0, 65535, 0, kCached},
         {below({6, 1, 6}), ASN_INTEGER, Rows::circuits, read<circuit, &Circuit::fcsPreserve>},
         // cvVlanTable
-        {below({7, 1, 2}), ASN_INTEGER, Rows::vlans, read<vlan, &Vlan::enabled>,      accessVlanEnabled,    1, 2, kFresh, kCached},
+        {below({7, 1, 2}), ASN_INTEGER, Rows::vlans, read<vlan, &Vlan::enabled>,      accessVlanEnabled,    1, 2, kFresh, kCached, true},
         {below({7, 1, 3}), ASN_INTEGER, Rows::vlans, read<vlan, &Vlan::discardTag>,   accessVlanDiscardTag, 1, 2, kFresh, kCached},
         {below({7, 1, 4}), kText,       Rows::vlans, read<vlan, &Vlan::wanInterface>, accessVlanWan,        0, 13, kFresh, kWan},
     };

@@ -67,8 +67,9 @@ struct Object {
     int (*access)(access_type access, int row, Value& value) = nullptr;
     long minimum = 0; ///< of the number, or of the text's length
     long maximum = 0;
-    unsigned before = 0; ///< parts of the model to load before a set: what its handler trusts
-    unsigned after = 0;  ///< parts to load after it: what it can have changed
+    unsigned before = 0;     ///< parts of the model to load before a set: what its handler trusts
+    unsigned after = 0;      ///< parts to load after it: what it can have changed
+    bool followsWan = false; ///< whether sets of other objects change it, with kDefaultWan after
 };
 
 /// corvantaObjects and a name below it.

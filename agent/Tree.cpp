@@ -116,8 +116,8 @@ void Tree::dispatch(int mode, netsnmp_request_info* requests) {
         make(requests);
         break;
     case MODE_SET_UNDO:
-        if (m_set)
-            m_worker.undo(m_set, m_settings.setDeadline);
+        if (m_set) // which was made, but something else in the request failed
+            m_worker.undo(m_set, Clock::now() + m_settings.setDeadline);
         m_snapshot = m_worker.snapshot();
         [[fallthrough]];
     case MODE_SET_FREE:
@@ -133,7 +133,7 @@ void Tree::dispatch(int mode, netsnmp_request_info* requests) {
 
 void Tree::renewSnapshot(int mode) {
     const auto now = Clock::now();
-    if (now - m_lastStep > kWalkPause || now - m_walkBegan > kWalkLimit) {
+    if (now - m_lastStep > kWalkPause || now - m_walkBegan > kWalkLimit || stale()) {
         m_snapshot = m_worker.snapshot();
         m_walkBegan = now;
     }
@@ -175,7 +175,7 @@ int Tree::reserve(const netsnmp_variable_list& binding) {
     const Object* object = findObject(binding);
     if (object == nullptr || object->access == nullptr)
         return SNMP_ERR_NOTWRITABLE;
-    Change change{object, 0, {}, {}};
+    Change change{object, 0, {}};
     if (const int error = check(*object, binding, change.value); error != SNMP_ERR_NOERROR)
         return error;
     if (stale())
@@ -191,16 +191,22 @@ int Tree::reserve(const netsnmp_variable_list& binding) {
 void Tree::make(netsnmp_request_info* requests) {
     if (!m_set)
         return;
-    const bool inTime = m_worker.make(m_set, m_settings.setDeadline);
-    m_snapshot = m_worker.snapshot();
-    if (inTime && m_set->status == CORVANTA_OK)
-        return;
+    const auto deadline = Clock::now() + m_settings.setDeadline;
+    const bool inTime = m_worker.make(m_set, deadline);
+    int error = inTime ? errorOf(m_set->status) : SNMP_ERR_GENERR;
     if (!inTime)
         log(LOG_WARNING, "a set missed its deadline and will be undone");
+    // Not left to the undo step, which comes from the master: it may be gone, or this agent stop.
+    if (error != SNMP_ERR_NOERROR && m_worker.undo(m_set, deadline) && inTime && !m_set->undone)
+        error = SNMP_ERR_UNDOFAILED;
+    m_snapshot = m_worker.snapshot();
+    if (error == SNMP_ERR_NOERROR)
+        return;
     auto* request = requests;
     for (std::size_t i = m_set->position; i > 0 && request->next != nullptr; --i)
         request = request->next;
-    netsnmp_request_set_error(request, inTime ? errorOf(m_set->status) : SNMP_ERR_GENERR);
+    netsnmp_request_set_error(request, error);
+    m_set.reset();
 }
 
 void Tree::notifyChanges() {

@@ -44,23 +44,23 @@ bool Worker::stop() {
     return true;
 }
 
-bool Worker::make(const std::shared_ptr<Transaction>& transaction, seconds deadline) {
+bool Worker::make(const std::shared_ptr<Transaction>& transaction, Clock::time_point deadline) {
     if (await({transaction, &Worker::makeAll}, deadline))
         return true;
     transaction->abandoned = true;
     return false;
 }
 
-void Worker::undo(const std::shared_ptr<Transaction>& transaction, seconds deadline) {
-    await({transaction, &Worker::undoAll}, transaction->abandoned ? seconds(0) : deadline);
+bool Worker::undo(const std::shared_ptr<Transaction>& transaction, Clock::time_point deadline) {
+    return await({transaction, &Worker::undoAll}, deadline);
 }
 
-bool Worker::await(Job job, seconds deadline) {
+bool Worker::await(Job job, Clock::time_point deadline) {
     std::unique_lock lock(m_mutex);
     const bool& ended = job.transaction->ended = false;
     m_jobs.push_back(job);
     m_changed.notify_all();
-    return m_changed.wait_for(lock, deadline, [&ended] { return ended; });
+    return m_changed.wait_until(lock, deadline, [&ended] { return ended; });
 }
 
 void Worker::run() {
@@ -103,7 +103,7 @@ void Worker::makeAll(Transaction& transaction) {
         int status =
             load(m_next.model, kDiscard | (object.before & ~loaded)); // waits for a locked database
         if (status == CORVANTA_OK)
-            status = object.access(access_get, change.row, change.old);
+            status = remember(change);
         if (status == CORVANTA_OK && transaction.abandoned)
             status = CORVANTA_FAILED;
         if (status == CORVANTA_OK) {
@@ -113,7 +113,7 @@ void Worker::makeAll(Transaction& transaction) {
         }
         transaction.status = status;
         if (status != CORVANTA_OK)
-            return show(kAll);
+            return;
         // The default bridge comes and goes without the cache.
         loaded = object.after & kDefaultWan ? 0 : loaded | object.before;
         affected |= object.after;
@@ -121,36 +121,66 @@ void Worker::makeAll(Transaction& transaction) {
     show(affected);
 }
 
+/// Reads the old value, and those of the objects that change along.
+int Worker::remember(Change& change) {
+    if (change.object->after & kDefaultWan) {
+        for (const Instance& instance : m_next.instances) {
+            const Object& object = *instance.object;
+            if (!object.followsWan)
+                continue;
+            Change bystander{&object, instance.row, {}};
+            const int status = object.access(access_get, instance.row, bystander.old);
+            if (status == CORVANTA_OK)
+                change.bystanders.push_back(bystander);
+            else if (status != CORVANTA_UNKNOWN_ROW)
+                return status;
+        }
+    }
+    return change.object->access(access_get, change.row, change.old);
+}
+
 void Worker::undoAll(Transaction& transaction) {
-    bool undone = false;
     for (auto change = transaction.changes.rbegin(); change != transaction.changes.rend();
          ++change) {
         if (!change->begun)
             continue;
-        undone = true;
-        int status;
-        do
-            status = undo(*change);
-        while (status == CORVANTA_LOCKED && !m_stopping);
-        if (status != CORVANTA_OK)
-            log(LOG_ERR, "a set that failed could not be undone, status " + std::to_string(status));
+        undo(transaction, *change);
+        for (const Change& bystander : change->bystanders)
+            undo(transaction, bystander);
     }
-    if (undone)
-        show(kAll);
+    show(kAll);
 }
 
-int Worker::undo(const Change& change) {
+void Worker::undo(Transaction& transaction, const Change& change) {
+    int status;
+    do
+        status = restore(change);
+    while (status == CORVANTA_LOCKED && !m_stopping);
+    if (status == CORVANTA_OK)
+        return;
+    transaction.undone = false;
+    log(LOG_ERR, "a set that failed could not be undone, status " + std::to_string(status));
+}
+
+int Worker::restore(const Change& change) {
+    const auto access = change.object->access;
     Value current;
-    if (const int status = load(m_next.model, kDiscard | change.object->before);
-        status != CORVANTA_OK)
+    if (const int status = load(m_next.model, kDiscard); status != CORVANTA_OK)
         return status;
-    if (const int status = change.object->access(access_get, change.row, current);
-        status != CORVANTA_OK)
+    if (const int status = access(access_get, change.row, current); status != CORVANTA_OK)
         return status;
     if (current == change.old)
         return CORVANTA_OK;
+    if (const int status = load(m_next.model, change.object->before); status != CORVANTA_OK)
+        return status;
     current = change.old;
-    return change.object->access(access_set, change.row, current);
+    const int status = access(access_set, change.row, current);
+    if (status == CORVANTA_OK || status == CORVANTA_LOCKED)
+        return status;
+    // What a change that failed half way has not made is missed here, but the value may be back.
+    const bool back =
+        access(access_get, change.row, current) == CORVANTA_OK && current == change.old;
+    return back ? CORVANTA_OK : status;
 }
 
 void Worker::refreshPart() {

@@ -18,8 +18,9 @@ struct Change {
     const Object* object;
     int row;
     Value value;
-    Value old;          ///< what the database held before
-    bool begun = false; ///< whether the database may have been changed
+    Value old{};                      ///< what the database held before
+    bool begun = false;               ///< whether the database may have been changed
+    std::vector<Change> bystanders{}; ///< what may change with it; only their old values count
 };
 
 /// What one set request asks for: changes that are made in order and undone in reverse.
@@ -28,6 +29,7 @@ struct Transaction {
     int status = CORVANTA_OK;             ///< of the change that ended it
     std::atomic<std::size_t> position{0}; ///< of the change that is being made, or was the last
     std::atomic<bool> abandoned{false};   ///< nobody waits any more: begin no further change
+    bool undone = true;                   ///< whether all that was begun could be taken back
     bool ended = false;                   ///< guarded by the worker's mutex
 };
 
@@ -55,13 +57,13 @@ public:
     /// The newest snapshot; never null.
     std::shared_ptr<const Snapshot> snapshot() const { return std::atomic_load(&m_snapshot); }
 
-    /// Makes changes and publishes what the database then says.
+    /// Makes changes and publishes what the database then says, unless one fails: undo() is next.
     /// @return whether they have ended before the deadline; if not, none that hasn't begun will
-    bool make(const std::shared_ptr<Transaction>& transaction, std::chrono::seconds deadline);
+    bool make(const std::shared_ptr<Transaction>& transaction, Clock::time_point deadline);
 
-    /// Has the old values written back, behind what is under way. Waits for the end, but only up to
-    /// the deadline, and not when the changes have missed theirs.
-    void undo(const std::shared_ptr<Transaction>& transaction, std::chrono::seconds deadline);
+    /// Has the old values written back, behind what is under way, and publishes what the database
+    /// then says. @return whether that has ended before the deadline
+    bool undo(const std::shared_ptr<Transaction>& transaction, Clock::time_point deadline);
 
 private:
     struct Job {
@@ -69,11 +71,13 @@ private:
         void (Worker::*run)(Transaction&);
     };
 
-    bool await(Job job, std::chrono::seconds deadline);
+    bool await(Job job, Clock::time_point deadline);
     void run();
     void makeAll(Transaction& transaction);
     void undoAll(Transaction& transaction);
-    int undo(const Change& change);
+    int remember(Change& change);
+    void undo(Transaction& transaction, const Change& change);
+    int restore(const Change& change);
     void refreshPart();
     void show(unsigned parts);
     void publish();

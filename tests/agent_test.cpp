@@ -155,7 +155,7 @@ public:
     }
 
     void startAlone(const std::string& options) {
-        startAgent("-m udp:" + address + " -c agent.conf -s state " + options);
+        startAgent("-m " + address + " -c agent.conf -s state " + options);
         awaitAgent();
     }
 
@@ -331,7 +331,9 @@ void checkTree(Site& site) {
 }
 
 TEST(Agent, ServesTheTreeAlone) {
-    Site site("-i 60");
+    Site site;
+    site.address = "tcp:" + site.address; // connections are not inherited either
+    site.startAlone("-i 60");
     checkTree(site);
     EXPECT_EQ(site.get("6.1.4.9"), "No Such Instance currently exists at this OID");
     EXPECT_EQ(site.get("6.1.1.1"), "No Such Object available on this agent at this OID");
@@ -453,6 +455,14 @@ TEST(Agent, UndoesInReverseWhatFailsInPart) {
               "commitFailed");
     EXPECT_EQ(site.sql(".dump"), before);
     EXPECT_EQ(site.get("6.1.5.1"), "INTEGER: 32");
+
+    // What changes along comes back as well: the default bridge gives its interface away.
+    site.sql("DELETE FROM Bridge WHERE Name='br1'");
+    EXPECT_EQ(site.set("3.1.0", "s wan2"), "");
+    EXPECT_EQ(site.set("7.1.4.1", "s wan2 " + Site::oid("7.1.2.1") + " i 1"), "commitFailed");
+    EXPECT_EQ(site.get("3.1.0") + site.get("7.1.4.1"), "STRING: \"wan2\"STRING: \"wan1\"");
+    EXPECT_EQ(site.run("grep undone agent.log"), "");
+    EXPECT_EQ(site.set("3.1.0", "s ''"), "");
 
     // A change made elsewhere since the last refresh is neither missed nor put back wrongly.
     site.sql("DELETE FROM Bridge");
