@@ -62,6 +62,12 @@ State changes(const std::string& list) {
     return changed;
 }
 
+std::string replaced(std::string text, const std::string& name, const std::string& value) {
+    for (std::size_t at; (at = text.find(name)) != std::string::npos;)
+        text.replace(at, name.size(), value);
+    return text;
+}
+
 /** Appends a line's steps. */
 void append(Steps& steps, const std::map<std::string, Macro>& macros, const std::string& line) {
     Lines words = split(line.substr(0, line.find('|')), ' ');
@@ -76,16 +82,16 @@ void append(Steps& steps, const std::map<std::string, Macro>& macros, const std:
         append(steps, macros, "label " + words[1]);
     } else if (words[0] == "use") {
         static int uses = 0;
-        State values = {{"#", std::to_string(++uses)}};
+        const std::string number = std::to_string(++uses);
         const Macro& macro = macros.at(words.at(1));
-        for (std::size_t i = 0; i < macro.parameters.size(); ++i)
-            values[macro.parameters[i]] = words.at(i + 2);
         for (std::string body : macro.body) {
-            for (const auto& [name, value] : values)
-                for (std::size_t at; (at = body.find("{" + name + "}")) != std::string::npos;)
-                    body.replace(at, name.size() + 2, value);
-            append(steps, macros, body);
+            for (std::size_t i = 0; i < macro.parameters.size(); ++i)
+                body = replaced(body, "{" + macro.parameters[i] + "}", words.at(i + 2));
+            append(steps, macros, replaced(body, "{#}", number));
         }
+    } else if (words[0] == "each") {
+        for (const std::string& each : split(words[1], ','))
+            append(steps, macros, replaced(line.substr(line.find(words[2])), "{each}", each));
     } else {
         words.resize(4);
         Step step = {words[0], words[1], words[1], words[1], meant(words[2]), {}, {}};
@@ -121,6 +127,8 @@ std::vector<Sequence> sequences() {
             append(all.back().steps, macros, line);
         }
     }
+    for (Sequence& sequence : all)
+        append(sequence.steps, macros, "end 0");
     EXPECT_EQ(34U, all.size());
     return all;
 }
