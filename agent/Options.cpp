@@ -7,6 +7,7 @@
 #include <vector>
 
 #include <getopt.h>
+#include <unistd.h>
 
 namespace agent {
 
@@ -118,6 +119,11 @@ Options parseOptions(int argc, char** argv) {
         fail(std::string("unexpected argument '") + argv[optind] + "'");
     if (!options.socket.empty() && !options.master.empty())
         fail("--agentx and --master exclude each other");
+    if (options.maxAge <= options.interval)
+        fail("--max-age must be longer than --interval: values would be too old before each "
+             "refresh");
+    if (!options.config.empty() && access(options.config.c_str(), R_OK) != 0)
+        fail("cannot read " + options.config);
     return options;
 }
 
