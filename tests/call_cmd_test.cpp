@@ -11,41 +11,40 @@ TEST_F(CallCmdTest, AnswersAndStatuses) {
     const std::string a27(27, 'a'), a28(28, 'a'), unknown = "Unknown row\n";
     std::deque<Answer> almost(19, locked), always(20, locked);
     almost.push_back("7\n");
-    Lines seven(19, locked), never(20, locked);
-    seven.push_back("7");
     const struct {
         std::deque<Answer> runs;
         int status;
-        std::string answer; // "old" when left alone
-        Lines traces;
-    } cases[] = {
-        {{"42\n"}, 0, "42", {"42"}},
-        {{"42"}, 0, "42", {"42"}},
-        {{"a\nb\n\n"}, 0, "a\nb\n", {"a\nb\n"}},
-        {{"\n"}, 0, "", {""}},
-        {{"Operation succeeded\n"}, 0, "Operation succeeded", {"Operation succeeded"}},
-        {{unknown}, 3, "old", {unknown}},
-        {{"Unknown row"}, 0, "Unknown row", {"Unknown row"}},
-        {{"Database locked"}, 0, "Database locked", {"Database locked"}},
-        {{a28}, 0, a28, {a28}},
-        {{a27 + "\n"}, 0, a27, {a27}},
-        {{a28 + "\n"}, 6, "old", {a28 + "\n"}},
-        {{a28 + "abc\n"}, 6, "old", {a28 + "a"}},
-        {{""}, 1, "old", {""}},
-        {{Answer("", Answer::Fault::read)}, 1, "old", {""}},
-        {{Answer("5\n", Answer::Fault::close)}, 0, "5", {"5"}},
-        {{notStarted}, 1, "old", {""}},
-        {{locked, "7\n"}, 0, "7", {locked, "7"}},
-        {{locked, notStarted}, 1, "old", {locked, locked}}, // it shows what was read before
-        {{locked, unknown}, 3, "old", {locked, unknown}},
-        {almost, 0, "7", seven},
-        {always, 2, "old", never},
-    };
+        std::string answer = "old"; // left alone
+    } cases[] = {{{"42\n"}, 0, "42"},
+                 {{"42"}, 0, "42"},
+                 {{"a\nb\n\n"}, 0, "a\nb\n"},
+                 {{"\n"}, 0, ""},
+                 {{unknown}, 3},
+                 {{"Unknown row"}, 0, "Unknown row"},
+                 {{"Database locked"}, 0, "Database locked"},
+                 {{a28}, 0, a28},
+                 {{a27 + "\n"}, 0, a27},
+                 {{a28 + "\n"}, 6},
+                 {{a28 + "abc\n"}, 6},
+                 {{""}, 1},
+                 {{Answer("", Answer::Fault::read)}, 1},
+                 {{Answer("5\n", Answer::Fault::close)}, 0, "5"},
+                 {{notStarted}, 1},
+                 {{locked, notStarted}, 1},
+                 {{locked, unknown}, 3},
+                 {almost, 0, "7"},
+                 {always, 2}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.runs.back().text + " after " + std::to_string(c.runs.size()));
         Lines lines;
-        for (const std::string& shown : c.traces)
+        std::string shown; // a client that does not start leaves what was read before
+        for (const Answer& run : c.runs) {
+            if (run.fault != Answer::Fault::start)
+                shown = run.text.substr(0, 29);
             lines.push_back("trace:corvanta: " + command + " ==> " + shown);
+        }
+        if (c.status == 0 && shown.back() == '\n')
+            lines.back().pop_back();
         char text[200], answer[30] = "old";
         std::string string = "old";
         std::strcpy(text, command.c_str());
