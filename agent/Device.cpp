@@ -33,9 +33,15 @@ bool isAnswer(int status) {
     return status == CORVANTA_OK || status == CORVANTA_UNKNOWN_ROW;
 }
 
+using Duration = std::chrono::steady_clock::duration;
+
+Duration fastestRun = std::chrono::hours(1); ///< of the client; loadDiscard() measures it
+
 int loadDiscard(Model& model) {
     Truth truth;
+    const auto start = std::chrono::steady_clock::now();
     const int status = VlanDiscardUntaggedFrames_snmp(access_get, &truth.value);
+    fastestRun = std::min<Duration>(fastestRun, std::chrono::steady_clock::now() - start);
     if (!isAnswer(status))
         return status;
     model.discardUntagged = truth;
@@ -43,12 +49,13 @@ int loadDiscard(Model& model) {
 }
 
 /// The library doesn't say how loading went. A read that a locked database defeats has waited 19
-/// seconds, so a load that was faster holds no such gap; the other failures show in loadCached().
+/// seconds besides the 49 runs of every load, so a load that was faster holds no such gap. The
+/// other failures show in loadCached().
 int loadCache(Model&) {
     const auto start = std::chrono::steady_clock::now();
     update_managed_objects();
     const auto taken = std::chrono::steady_clock::now() - start;
-    return taken < std::chrono::seconds(19) ? CORVANTA_OK : CORVANTA_LOCKED;
+    return taken < std::chrono::seconds(19) + 49 * fastestRun ? CORVANTA_OK : CORVANTA_LOCKED;
 }
 
 int loadCached(Model& model) {
