@@ -7,56 +7,47 @@ namespace {
 using CallCmdTest = PlatformTest;
 
 TEST_F(CallCmdTest, AnswersAndStatuses) {
-    const std::string command = " quorlet \" size Atm ;\" ", locked = "Database locked\n";
-    const std::string a27(27, 'a'), a28(28, 'a'), unknown = "Unknown row\n";
-    std::deque<Answer> almost(19, locked), always(20, locked);
-    almost.push_back("7\n");
+    const std::string command = " quorlet \" size Atm ;\" ", busy = "Database locked";
+    const std::string a27(27, 'a'), a28(28, 'a'), none = "Unknown row";
+    const std::string locked = busy + "\n";
+    const Answer unread("", Answer::Fault::read), unclosed("5\n", Answer::Fault::close);
     const struct {
-        std::deque<Answer> runs;
+        Answer last;
         int status;
-        std::string answer = "old"; // left alone
-    } cases[] = {{{"42\n"}, 0, "42"},
-                 {{"42"}, 0, "42"},
-                 {{"a\nb\n\n"}, 0, "a\nb\n"},
-                 {{"\n"}, 0, ""},
-                 {{unknown}, 3},
-                 {{"Unknown row"}, 0, "Unknown row"},
-                 {{"Database locked"}, 0, "Database locked"},
-                 {{a28}, 0, a28},
-                 {{a27 + "\n"}, 0, a27},
-                 {{a28 + "\n"}, 6},
-                 {{a28 + "abc\n"}, 6},
-                 {{""}, 1},
-                 {{Answer("", Answer::Fault::read)}, 1},
-                 {{Answer("5\n", Answer::Fault::close)}, 0, "5"},
-                 {{notStarted}, 1},
-                 {{locked, notStarted}, 1},
-                 {{locked, unknown}, 3},
-                 {almost, 0, "7"},
-                 {always, 2}};
+        std::string answer;
+        std::size_t locks; // before the last answer
+    } cases[] = {{"42\n", 0, "42", 0},         {"42", 0, "42", 0},
+                 {"a\nb\n\n", 0, "a\nb\n", 0}, {"\n", 0, "", 0},
+                 {none + "\n", 3, "old", 0},   {none, 0, none, 0},
+                 {busy, 0, busy, 0},           {a28, 0, a28, 0},
+                 {a27 + "\n", 0, a27, 0},      {a28 + "\n", 6, "old", 0},
+                 {a28 + "abc\n", 6, "old", 0}, {"", 1, "old", 0},
+                 {unread, 1, "old", 0},        {unclosed, 0, "5", 0},
+                 {notStarted, 1, "old", 0},    {notStarted, 1, "old", 1},
+                 {none + "\n", 3, "old", 1},   {"7\n", 0, "7", 19},
+                 {locked, 2, "old", 19}};
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.runs.back().text + " after " + std::to_string(c.runs.size()));
-        Lines lines;
-        std::string shown; // a client that does not start leaves what was read before
-        for (const Answer& run : c.runs) {
-            if (run.fault != Answer::Fault::start)
-                shown = run.text.substr(0, 29);
-            lines.push_back("trace:corvanta: " + command + " ==> " + shown);
-        }
-        if (c.status == 0 && shown.back() == '\n')
-            lines.back().pop_back();
+        SCOPED_TRACE(c.last.text + " after " + std::to_string(c.locks));
+        std::deque<Answer> runs(c.locks, locked);
+        runs.push_back(c.last);
+        Lines lines(runs.size(), "trace:corvanta: " + command + " ==> ");
+        for (std::size_t i = 0; i < c.locks; ++i)
+            lines[i] += locked;
+        if (c.last.fault == Answer::Fault::start && c.locks > 0)
+            lines.back() += locked; // it shows what was read before
+        lines.back() += c.status == 0 ? c.answer : c.last.text.substr(0, 29);
         char text[200], answer[30] = "old";
         std::string string = "old";
         std::strcpy(text, command.c_str());
         const int length = static_cast<int>(command.size());
         for (const int level : {5, 6, -1}) {
             platform.sleeps.clear();
-            platform.script(c.runs);
+            platform.script(runs);
             EXPECT_EQ(c.status, call_cmd(text, sizeof text, length, answer, 30, level));
             EXPECT_EQ(level < 6 ? lines : Lines{}, platform.takeLog());
-            EXPECT_EQ(Lines(c.runs.size(), command), std::exchange(platform.commands, {}));
-            EXPECT_EQ(std::vector<unsigned>(c.runs.size() - 1, 1), platform.sleeps);
-            platform.script(c.runs);
+            EXPECT_EQ(Lines(runs.size(), command), std::exchange(platform.commands, {}));
+            EXPECT_EQ(std::vector<unsigned>(runs.size() - 1, 1), platform.sleeps);
+            platform.script(runs);
             EXPECT_EQ(c.status, call_cmd(command, string, level));
             EXPECT_EQ(level < 6 ? lines : Lines{}, platform.takeLog());
             platform.commands.clear();
@@ -64,7 +55,7 @@ TEST_F(CallCmdTest, AnswersAndStatuses) {
         EXPECT_EQ(c.answer, answer);
         EXPECT_EQ(c.answer, string);
         EXPECT_EQ(command, text);
-        platform.script(c.runs); // the short form: the answer replaces the command
+        platform.script(runs); // the short form: the answer replaces the command
         EXPECT_EQ(c.status, call_cmd(text, sizeof text, length));
         EXPECT_EQ(c.status == 0 ? c.answer : command, text);
         EXPECT_EQ(lines, platform.takeLog());

@@ -75,26 +75,19 @@ TEST_F(ConfigAccessTest, IntegersByKey) {
 }
 
 TEST_F(ConfigAccessTest, TextReads) {
-    const std::string x13(13, 'x'), x14(14, 'x'), x28(28, 'x');
+    const std::string x13(13, 'x'), x14(14, 'x'), x28(28, 'x'), none = "Unknown row";
     const struct {
-        Answer answer;
+        Answer answer; // counted with its newline
         int capacity, status;
         std::string text; // of the buffer
         int length;
-    } reads[] = {{x13 + "\n", 15, 0, x13, 13},
-                 {x14 + "\n", 15, 6, x14, 77},
-                 {x14 + "yz\n", 15, 6, x14, 77},
-                 {"\n", 15, 0, "", 0},
-                 {x13 + "\n\n", 16, 0, x13, 13},
-                 {x13 + "\n\n", 15, 6, x13 + "\n", 77}, // counted with the newline
-                 {"a\n", 3, 0, "a", 1},
-                 {x28, 200, 0, x28, 28},
-                 {x28 + "x", 200, 6, "old", 77},
-                 {unknownRow, 15, 3, "old", 77},
-                 {"Unknown row", 15, 3, "", 77},
-                 {unknownRow + "\n", 15, 3, "", 77},
-                 {"Unknown row", 12, 6, "Unknown row", 77},
-                 {"Unknown rows", 15, 0, "Unknown rows", 12}};
+    } reads[] = {{x13 + "\n", 15, 0, x13, 13},   {x14 + "\n", 15, 6, x14, 77},
+                 {x14 + "yz\n", 15, 6, x14, 77}, {"\n", 15, 0, "", 0},
+                 {x13 + "\n\n", 16, 0, x13, 13}, {x13 + "\n\n", 15, 6, x13 + "\n", 77},
+                 {"a\n", 3, 0, "a", 1},          {x28, 200, 0, x28, 28},
+                 {x28 + "x", 200, 6, "old", 77}, {none + "\n", 15, 3, "old", 77},
+                 {none, 15, 3, "", 77},          {none + "\n\n", 15, 3, "", 77},
+                 {none, 12, 6, none, 77},        {none + "s", 15, 0, none + "s", 12}};
     for (const auto& c : reads) {
         SCOPED_TRACE(c.answer.text + "/" + std::to_string(c.capacity));
         char buffer[201] = "old";
