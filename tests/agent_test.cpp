@@ -290,7 +290,8 @@ void checkTree(Site& site) {
         for (std::string value; values >> value; ++row) {
             const std::string name = Site::oid(object) + "." + std::to_string(row);
             const std::string quote = type == std::string("STRING") ? "\"" : "";
-            tree += name + " = " + type + (*type ? ": " : "") + quote + value + quote + "\n";
+            tree.append(name).append(" = ").append(type).append(*type ? ": " : "");
+            tree.append(quote).append(value).append(quote).append("\n");
             names += name + " ";
         }
     }
@@ -504,7 +505,7 @@ TEST(Agent, LetsAChangeEndBeforeItStops) {
 TEST(Agent, ServesNoOldValues) {
     Site site("-i 1 -a 3");
     site.write("silent", "");
-    EXPECT_TRUE(soon([&] { return site.get("6.1.5.1") == ""; }));
+    EXPECT_TRUE(soon([&] { return site.get("6.1.5.1").empty(); }));
     EXPECT_EQ(site.set("6.1.5.1", "i 77"), "(genError)");
     EXPECT_NE(site.tool("snmpgetnext", Site::oid("6.1.2")).find("genError"), std::string::npos);
     EXPECT_NE(site.get("1.2.0"), "Counter32: 0");
