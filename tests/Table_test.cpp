@@ -18,14 +18,10 @@ protected:
 };
 
 TEST_F(TableTest, CountsRows) {
-    for (const auto& [answer, rows] : {std::pair("3\n", 3),
-                                       {"0x10", 16},
-                                       {"0X1f\n", 31},
-                                       {"010", 8},
-                                       {"08", 0},
-                                       {" 7 x", 7},
-                                       {"Database locked", 0},
-                                       {"4294967295\n", -1}}) {
+    const std::pair<const char*, int> counts[] = {
+        {"3\n", 3}, {"0x10", 16}, {"0X1f\n", 31},         {"010", 8},
+        {"08", 0},  {" 7 x", 7},  {"Database locked", 0}, {"4294967295\n", -1}};
+    for (const auto& [answer, rows] : counts) {
         platform.script({answer});
         EXPECT_EQ(rows, table.size()) << answer;
         EXPECT_EQ(rows, table.m_iRowCount);
@@ -72,15 +68,15 @@ TEST_F(TableTest, RefreshesTheCountForRowsBelowIt) {
 TEST_F(TableTest, TakesTheVpiFromTheThirdField) {
     table.m_iRowCount = 0;
     const std::string x250(250, 'x'); // a line is cut after 255 characters
-    for (const auto& [row, column, vpi] :
-         {std::tuple<std::string, const char*, int>("1|1|8|35\n", "Vpi", 8),
-          {"1|1|8\n", "VPI", 8},
-          {"1||8|35\n", "vpi", 35},
-          {"1|1|-8x\n", "Vpi", -8},
-          {"1|1| 010\n", "Vpi", 10},
-          {"a|b|c\n", "Vpi", 0},
-          {"1|1|99999999999|2\n", "Vpi", 0},
-          {x250 + "|1|45\n", "Vpi", 45}}) {
+    const struct {
+        std::string row;
+        const char* column;
+        int vpi;
+    } rows[] = {{"1|1|8|35\n", "Vpi", 8},          {"1|1|8\n", "VPI", 8},
+                {"1||8|35\n", "vpi", 35},          {"1|1|-8x\n", "Vpi", -8},
+                {"1|1| 010\n", "Vpi", 10},         {"a|b|c\n", "Vpi", 0},
+                {"1|1|99999999999|2\n", "Vpi", 0}, {x250 + "|1|45\n", "Vpi", 45}};
+    for (const auto& [row, column, vpi] : rows) {
         platform.script({row});
         EXPECT_EQ(vpi, table.getIntegerValue(column, 0)) << row;
     }

@@ -166,7 +166,6 @@ TEST_F(ReportTest, NamesTheStateOfEveryCircuit) {
         std::vector<int> rows;
         const char *circuits, *report;
     } cases[] = {
-        {{}, "VPI\n8\n", ""},
         {{1, 2, 3, 8}, "VPI\n1\n8\n", "VC1=1|PPPoE1=1|VC2=2|PPPoE2=2|VC3=2|DHCP3=2|VC8=1"},
         {{3, 4, 0}, "VPI\n3\n0\n", "VC3=1|DHCP3=1|VC4=2|VC0=1"},
         {{2, 2}, "VPI\n2\n", "VC2=1|PPPoE2=1|VC2=1|PPPoE2=1"},
@@ -185,32 +184,25 @@ TEST_F(ReportTest, NamesTheStateOfEveryCircuit) {
 }
 
 TEST_F(ReportTest, GoesOnAfterEachFailure) {
-    const std::string size = "quorlet \"size Atm;\"", row0 = "quorlet \"selectrow Atm 0;\"",
-                      row1 = "quorlet \"selectrow Atm 1;\"";
-    const Lines all = {size, size, row0, size, row1};
-    const Lines noRefresh = {size, size, row0, row1}; // row 1 is not below a count of 0
-    const struct {
-        std::deque<Answer> answers;
-        const char* report;
-        Lines commands;
-    } cases[] = {
-        {{notStarted}, "", {size}},
-        {{"Database locked\n"}, "", {size}},
-        {{"2\n", notStarted, "1|1|8\n", "2|1|9\n"}, "VC8=1|VC9=2", noRefresh},
-        {{"2\n", "2\n", notStarted, "2\n", "2|1|9\n"}, "VC0=2|VC9=2", all},
-        {{"2\n", "2\n", "1|1|8\n", "2\n", ""}, "VC8=1|VC0=2", all},
-    };
+    const std::pair<std::deque<Answer>, const char*> cases[] = {
+        {{notStarted}, ""},
+        {{"Database locked\n"}, ""},
+        {{"2\n", notStarted, "1|1|8\n", "2|1|9\n"}, "VC8=1|VC9=2"},
+        {{"2\n", "2\n", notStarted, "2\n", "2|1|9\n"}, "VC0=2|VC9=2"},
+        {{"2\n", "2\n", "1|1|8\n", "2\n", ""}, "VC8=1|VC0=2"}};
     platform.circuits = "VPI\n8\n";
-    for (const auto& c : cases) {
-        platform.script(c.answers);
-        EXPECT_EQ(c.report, taken(getLayer2IfStatus()));
-        EXPECT_EQ(c.commands, std::exchange(platform.commands, {}));
+    for (const auto& [answers, report] : cases) {
+        platform.script(answers);
+        EXPECT_EQ(report, taken(getLayer2IfStatus()));
         for (const std::string& line : platform.takeLog())
             EXPECT_EQ(std::string::npos, line.find("corvanta")) << "the readers' lines only";
     }
+    platform.commands.clear();
     platform.script({"2\n", "2\n", "1|1|8\n", "2\n", "Unknown row\n"});
     EXPECT_EQ("", taken(getLayer2IfStatus())) << "a row with too few fields";
     EXPECT_LOG(warned("fetch Layer2 interfaces states"));
+    const std::string size = "quorlet \"size Atm;\"", row = "quorlet \"selectrow Atm ";
+    EXPECT_RUN(size, size, row + "0;\"", size, row + "1;\"");
 }
 
 /** Every trace line of the status side, against trace.log. */

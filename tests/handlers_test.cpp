@@ -145,11 +145,8 @@ int call(const Sequence& sequence, State& outputs) {
     Lines words = sequence.call;
     words.resize(4);
     const std::string &handler = words[0], given = meant(words[2]);
-    static const std::map<std::string, access_type> accesses = {{"get", access_get},
-                                                                {"set", access_set},
-                                                                {"create", access_create},
-                                                                {"delete", access_delete}};
-    const access_type access = accesses.at(words[1]);
+    const std::string accesses[] = {"none", "get", "set", "create", "delete"};
+    const auto access = access_type(std::find(accesses, std::end(accesses), words[1]) - accesses);
     int ids[4] = {7, 7, 7, 7}, length = static_cast<int>(given.size());
     int value = std::atoi(given.c_str()), index = std::atoi(words[3].c_str());
     char text[15] = "zzzzzzzzzzzzzz"; // not terminated after the value
@@ -349,15 +346,15 @@ TEST_F(HandlersTest, WhatNeedsNoCommand) {
             for (const int index : {0, 9, -1, INT_MAX, INT_MIN})
                 EXPECT_EQ(1, handler(access, &value, index)) << index;
     const auto enabled = &VlanEnabled_snmp, tag = &VlanDiscardTag_snmp;
-    for (const auto& [handler, access, object, before, after] :
-         {std::tuple(enabled, access_get, 1, 77, 1),
-          {enabled, access_get, 8, 77, 2},
-          {enabled, access_set, 1, 1, 1},
-          {enabled, access_set, 8, 2, 2},
-          {enabled, access_create, 1, 2, 2},
-          {tag, access_get, 1, 77, 2},
-          {tag, access_get, 2, 77, 1},
-          {tag, access_delete, 1, 5, 5}}) {
+    const struct {
+        decltype(enabled) handler;
+        access_type access;
+        int object, before, after;
+    } calls[] = {{enabled, access_get, 1, 77, 1},   {enabled, access_get, 8, 77, 2},
+                 {enabled, access_set, 1, 1, 1},    {enabled, access_set, 8, 2, 2},
+                 {enabled, access_create, 1, 2, 2}, {tag, access_get, 1, 77, 2},
+                 {tag, access_get, 2, 77, 1},       {tag, access_delete, 1, 5, 5}};
+    for (const auto& [handler, access, object, before, after] : calls) {
         value = before;
         EXPECT_EQ(0, handler(access, &value, object));
         EXPECT_EQ(after, value);

@@ -1,8 +1,3 @@
-# A host in C, as an agent may be written.
-add_executable(c_host c_host.c)
-target_link_libraries(c_host PRIVATE corvanta::corvanta corvanta_flags)
-add_test(NAME c_host COMMAND c_host)
-
 # The library on the stand-in device, through the real shell and client.
 if(TARGET quorlet)
   add_executable(road_test road_test.cpp)
