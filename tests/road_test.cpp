@@ -1,76 +1,36 @@
 // The whole road: the library, the shell, the client and its database, the circuit list and the
 // DSL tool. Each test runs on a device of its own; what a set changed is compared row by row.
 
+#include "Device.h"
 #include "corvanta.h"
 
-#include <gtest/gtest.h>
-#include <sqlite3.h>
-
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <iterator>
 #include <set>
 #include <string>
-#include <vector>
 
 namespace {
-
-namespace fs = std::filesystem;
-using Lines = std::vector<std::string>;
 
 int pauses = 0;
 std::function<void()> meanwhile; // what others do in a pause
 
-class Database {
-public:
-    explicit Database(const fs::path& file) {
-        EXPECT_EQ(sqlite3_open(file.c_str(), &m_handle), SQLITE_OK);
-    }
-    ~Database() { sqlite3_close(m_handle); }
-
-    /// Runs a statement; the rows that it gives come as "value|value".
-    Lines run(const std::string& sql) {
-        Lines rows;
-        const auto take = [](void* out, int count, char** values, char**) {
-            std::string row;
-            for (int i = 0; i < count; ++i)
-                row += (i > 0 ? "|" : "") + std::string(values[i] != nullptr ? values[i] : "");
-            static_cast<Lines*>(out)->push_back(row);
-            return 0;
-        };
-        EXPECT_EQ(sqlite3_exec(m_handle, sql.c_str(), take, &rows, nullptr), SQLITE_OK) << sql;
-        return rows;
-    }
-
-private:
-    sqlite3* m_handle = nullptr;
-};
-
-class RoadTest : public testing::Test {
+class RoadTest : public DeviceTest {
 protected:
     // Once: a second initialize() would leak the first.
     static void SetUpTestSuite() { ASSERT_EQ(initialize(0), 1); }
 
     RoadTest() {
-        std::string name = (fs::temp_directory_path() / "road_test.XXXXXX").string();
-        m_folder = mkdtemp(name.data());
-        m_device = m_folder / "device";
-        EXPECT_EQ(std::system((ON_DEVICE " '" + m_device.string() + "' true").c_str()), 0);
         setenv("CORVANTA_DEVICE", m_device.c_str(), 1);
         update_managed_objects();
         m_rows = rows();
         pauses = 0;
         meanwhile = [] {};
     }
-    ~RoadTest() override { fs::remove_all(m_folder); }
 
-    Lines sql(const std::string& statement) {
-        return Database(m_device / "config.db").run(statement);
-    }
+    Lines sql(const std::string& statement) { return Database(database()).run(statement); }
 
     std::multiset<std::string> rows() {
         std::multiset<std::string> all;
@@ -122,7 +82,6 @@ protected:
         return value;
     }
 
-    fs::path m_folder, m_device;
     std::multiset<std::string> m_rows;
 };
 
@@ -251,7 +210,7 @@ TEST_F(RoadTest, EveryBridgeSlot) {
 }
 
 TEST_F(RoadTest, LockedDatabase) {
-    Database other(m_device / "config.db");
+    Database other(database());
     other.run("BEGIN EXCLUSIVE");
     meanwhile = [&] {
         if (pauses == 2)
