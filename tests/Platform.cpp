@@ -15,20 +15,17 @@
 
 namespace {
 
-bool watching = false;
-
 /** What the harness allocates is not the library's. */
 class Unwatched {
 public:
-    Unwatched() { watching = false; }
-    ~Unwatched() { watching = before; }
+    ~Unwatched() { Allocations::counting = before; }
 
 private:
-    bool before = watching;
+    bool before = std::exchange(Allocations::counting, false);
 };
 
 void* allocate(std::size_t size) noexcept {
-    const long number = watching ? Allocations::made++ : -1;
+    const long number = Allocations::counting ? Allocations::made++ : -1;
     if (number >= Allocations::failFrom && number < Allocations::failUntil)
         return nullptr;
     return std::malloc(size ? size : 1);
@@ -126,15 +123,6 @@ PlatformTest::PlatformTest() {
 PlatformTest::~PlatformTest() {
     EXPECT_EQ(0, platform.openStreams);
     EXPECT_TRUE(platform.answers.empty()) << platform.answers.size() << " answers were not asked";
-}
-
-Allocations::Allocations() {
-    made = 0;
-    watching = true;
-}
-
-Allocations::~Allocations() {
-    watching = false;
 }
 
 std::string taken(char* text) {

@@ -63,21 +63,20 @@ protected:
     ~PlatformTest() override;
 };
 
-/** While it lives, what the library allocates is counted, and fails as planned. */
-class Allocations {
-public:
-    Allocations();
-    ~Allocations();
-
-    static inline long failFrom = 0, failUntil = 0; ///< the plan: these allocations fail
-    static inline long made = 0;
+/** What the library allocates in a counted() call, and the plan which of it fails. */
+struct Allocations {
+    static inline long failFrom = 0, failUntil = 0, made = 0;
+    static inline bool counting = false;
 };
 
 /** The result of a call of the library's, its allocations counted. */
 template <typename Call>
 auto counted(Call call) {
-    Allocations allocations;
-    return call();
+    Allocations::made = 0;
+    Allocations::counting = true;
+    const auto result = call();
+    Allocations::counting = false;
+    return result;
 }
 
 /** Calls time and again, each time with one more allocation failing, or all from that one on. */

@@ -49,10 +49,8 @@ TEST_F(WrapperTest, NumbersAreTheSameUnderAnyLocale) {
 TEST_F(WrapperTest, OneInstanceUntilDestroyed) {
     Wrapper::Destroy();
     Wrapper* const instance = Wrapper::getInstance();
-    EXPECT_EQ(instance, Wrapper::getInstance());
-    EXPECT_FALSE(instance->m_bVerbose || instance->m_bInitalized);
-    EXPECT_TRUE(instance->initialize(true));
-    EXPECT_TRUE(instance->m_bVerbose && instance->m_bInitalized);
+    EXPECT_TRUE(instance == Wrapper::getInstance() && !instance->m_bVerbose);
+    EXPECT_TRUE(instance->initialize(true) && instance->m_bVerbose && instance->m_bInitalized);
     Wrapper::Destroy();
     Wrapper::Destroy();
     EXPECT_EQ(nullptr, Wrapper::m_pInstance);

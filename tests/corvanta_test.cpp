@@ -244,9 +244,8 @@ TEST_F(ReportTest, KeyedReadsBeforeTheFirstReport) {
         handler.initialize();
         handler.m_bVerbose = true;
         int value = 5;
-        for (const char* table : {"ATM", "Atm ", "", "Bridge"})
+        for (const char* table : {"ATM", "Atm ", "Bridge"})
             EXPECT_EQ(0, handler.getIntegerValue(value, table, "Vpi", "Id", "3"));
-        EXPECT_RUN();
         EXPECT_EQ(5, value);
         platform.script({"42\n", ""});
         EXPECT_EQ(0, handler.getIntegerValue(value, "Atm", "Vpi", "Id", "3"));

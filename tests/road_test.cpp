@@ -109,24 +109,6 @@ TEST_F(RoadTest, StatusFollowsTheDevice) {
     EXPECT_EQ(memcmp(&rates, expected, sizeof expected), 0);
 }
 
-TEST_F(RoadTest, AtmCircuit) {
-    EXPECT_EQ(get(AtmEnabled_snmp, 4), 2);
-    EXPECT_EQ(set(AtmEnabled_snmp, true, 4), CORVANTA_OK);
-    EXPECT_EQ(changes(), (Lines{"-Atm 4|0|4|32|atm4|0", "+Atm 4|1|4|32|atm4|0",
-                                "+NetworkSetupNode 7|MPoA|wan4|SHDSL|4|1"}));
-    EXPECT_EQ(set(AtmEnabled_snmp, false, 4), CORVANTA_OK);
-    EXPECT_EQ(changes(), (Lines{"-Atm 4|1|4|32|atm4|0", "-NetworkSetupNode 7|MPoA|wan4|SHDSL|4|1",
-                                "+Atm 4|0|4|32|atm4|0"}));
-    EXPECT_EQ(set(AtmEnabled_snmp, true, 9), CORVANTA_UNKNOWN_ROW);
-
-    atm_entry entry;
-    ASSERT_EQ(atm_access_c(access_get, &entry, 8, 0), CORVANTA_OK);
-    EXPECT_STREQ(entry.DeviceName, "atm8");
-    entry.Vci = 99;
-    EXPECT_EQ(atm_access_c(access_set, &entry, 8, vantorKx9_Vci), CORVANTA_OK);
-    EXPECT_EQ(changes(), (Lines{"-Atm 8|1|8|35|atm8|1", "+Atm 8|1|8|99|atm8|1"}));
-}
-
 TEST_F(RoadTest, VlanObject) {
     EXPECT_EQ(set(VlanEnabled_snmp, true, 1), CORVANTA_OK);
     EXPECT_EQ(
@@ -196,17 +178,6 @@ TEST_F(RoadTest, DefaultWanInterface) {
     EXPECT_EQ(name(VlanDefaultWanInterface, ""), CORVANTA_OK);
     EXPECT_EQ(sql("SELECT Name FROM Bridge"), Lines{"br1"});
     EXPECT_EQ(sql("SELECT * FROM BridgeFilter"), Lines{});
-}
-
-TEST_F(RoadTest, EveryBridgeSlot) {
-    for (int n = 1; n <= 8; ++n)
-        EXPECT_EQ(set(VlanEnabled_snmp, true, n), CORVANTA_OK) << n;
-    EXPECT_EQ(sql("SELECT count(*) FROM Bridge"), Lines{"8"});
-    EXPECT_EQ(set(VlanEnabled_snmp, false, 5), CORVANTA_OK);
-    sql("INSERT INTO Bridge (Name) VALUES ('br5')"); // somebody else's
-    update_managed_objects();
-    EXPECT_EQ(set(VlanEnabled_snmp, true, 5), CORVANTA_FAILED);
-    EXPECT_EQ(sql("SELECT Enable FROM VLAN WHERE Id = 9"), Lines{"1"});
 }
 
 TEST_F(RoadTest, LockedDatabase) {
