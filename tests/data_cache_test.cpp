@@ -209,19 +209,4 @@ TEST_F(DataCacheTest, BridgeSlots) {
     EXPECT_RUN();
 }
 
-TEST_F(DataCacheTest, OutOfMemoryLeavesAValidCacheOrNone) {
-    withEachAllocationFailing([&] {
-        platform.commands.clear();
-        counted([] {
-            update_managed_objects();
-            update_managed_objects();
-            delete mgmt_o.cache;
-            mgmt_o.cache = nullptr;
-            return 0;
-        });
-    });
-    update_managed_objects();
-    EXPECT_EQ("br1 11 eth0 wan2", slot(1));
-}
-
 } // namespace

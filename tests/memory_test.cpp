@@ -1,5 +1,8 @@
 #include "tests/Platform.h"
 
+#include "objects/data_cache.h"
+#include "objects/managed_objects.h"
+
 #include <cstring>
 #include <set>
 
@@ -21,6 +24,13 @@ std::function<std::string()> giving(LibraryCall call) {
 int value;
 char text[200];
 
+int cacheRefreshed() {
+    update_managed_objects();
+    update_managed_objects();
+    delete std::exchange(mgmt_o.cache, nullptr);
+    return 0;
+}
+
 /** What leaks on the way is found under AddressSanitizer. */
 TEST_F(MemoryTest, EveryExportedFunctionFailsWholly) {
     platform.circuits = "VPI\n1\n2\n";
@@ -28,6 +38,8 @@ TEST_F(MemoryTest, EveryExportedFunctionFailsWholly) {
     platform.client = [](const std::string& command) {
         if (command == "vellstat info")
             return "Line Rate Information   Down\nActual: 1 2\nAttainable: 3 4\n";
+        if (command.find("selectrow BridgeInterface") != std::string::npos)
+            return "Unknown row\n";
         return command.find("selectrow Atm") == std::string::npos ? "2\n" : "1|1|2|35\n";
     };
     const speedInfo_s rates = {1, 2, 3, 4};
@@ -46,6 +58,7 @@ TEST_F(MemoryTest, EveryExportedFunctionFailsWholly) {
         {"name", giving([] { return indexToLogicalIfName(1, text, 9), text[0] == 'L'; }), {"0"}},
         {"table", giving(mappingTableToString), {"(null)"}},
         {"agent row", giving(getRowSnmpAgent), {"", "(null)"}},
+        {"cache", giving(cacheRefreshed), {}},
         {"time", giving([] { return time2string() == "xx.xx.xx" ? 0 : 1; }), {"0"}},
         {"command", giving([] { return call_cmd(std::strcpy(text, "quorlet"), 200, 7); }), {"1"}},
         {"key", giving([] { return config_int_read_by_key(&value, "B", "I", "N", "b"); }), {"1"}},
