@@ -136,7 +136,7 @@ std::vector<Sequence> sequences() {
     }
     for (Sequence& sequence : all)
         append(sequence.steps, macros, "end 0");
-    EXPECT_EQ(31U, all.size());
+    EXPECT_EQ(30U, all.size());
     return all;
 }
 

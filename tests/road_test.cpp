@@ -103,7 +103,7 @@ TEST_F(RoadTest, StatusFollowsTheDevice) {
     ASSERT_EQ(getSpeedInfo(&rates), 1);
     EXPECT_GT(rates.dslActualDataRateDown, rates.dslActualDataRateUp);
     std::ofstream(m_device / "line-rates")
-        << "columns Up Down\nactual 640 2312\nattainable 704 2400\n";
+        << "actual 640 0x908\ncolumns Up Down\n# attainable 5\nattainable 704 2400\n";
     ASSERT_EQ(getSpeedInfo(&rates), 1);
     const std::uint32_t expected[] = {2312, 640, 2400, 704};
     EXPECT_EQ(memcmp(&rates, expected, sizeof expected), 0);
