@@ -18,16 +18,14 @@ std::string openVpis(AtmFile& file) {
     return open;
 }
 
-std::string outOfRange(const std::string& vpi) {
-    return "error:AtmFile: initialize: VPI " + vpi + " is out of range for vpiList, max idx is 19";
-}
-
 TEST_F(AtmFileTest, FindsTheVpisOfAnyFile) {
     const std::string path = " file /proc/net/atm/pvc using defaults";
     const std::string unread = "warning:AtmFile: initialize: could not read" + path;
     const std::string unclosed = "warning:AtmFile: initialize: could not close" + path;
     const std::string to1020 = "VCI VPI\n" + std::string(1011, 'x') + "\n"; // of 1023 that are read
     const std::string noNumber = "warning:AtmFile: initialize: no VPI in row 2: ";
+    const std::string vpi = "error:AtmFile: initialize: VPI ",
+                      outOfRange = " is out of range for vpiList, max idx is 19";
     const struct {
         const char* name;
         Answer file;
@@ -41,7 +39,10 @@ TEST_F(AtmFileTest, FindsTheVpisOfAnyFile) {
                  {"no VPI in the header", "Itf vpi V PI\n0 8 8\n", ""},
                  {"the first field with VPI", "x(VPI)y VPI\n3 4\n", "3 "},
                  {"only blanks separate", "Itf\tVPI VCI\n2\t3 4\n", "2 "},
-                 {"limits", "VPI\n19\n20\n-1\n0", "0 19 ", {outOfRange("20"), outOfRange("-1")}},
+                 {"limits",
+                  "VPI\n19\n20\n-1\n0",
+                  "0 19 ",
+                  {vpi + "20" + outOfRange, vpi + "-1" + outOfRange}},
                  {"decimal, as a stream reads it", "VPI\n+7\n010\n0x9\n6y\n\t9", "0 6 7 9 10 "},
                  {"no number", "VPI\n-\n7", "7 ", {noNumber + "-"}},
                  {"no number but text", "Itf VPI\n0 (7) 2\n0 3", "3 ", {noNumber + "(7)"}},

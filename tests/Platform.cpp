@@ -184,12 +184,9 @@ unsigned sleep(unsigned seconds) {
 }
 
 std::time_t time(std::time_t* where) noexcept {
-    timespec now = {};
-    clock_gettime(CLOCK_REALTIME, &now);
-    const std::time_t seconds = platform.clock.value_or(now.tv_sec);
     if (where)
-        *where = seconds;
-    return seconds;
+        *where = platform.clock;
+    return platform.clock;
 }
 
 void openlog(const char* ident, int option, int facility) {

@@ -8,7 +8,6 @@
 #include <ctime>
 #include <deque>
 #include <functional>
-#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -35,7 +34,7 @@ inline const Answer notStarted("", Answer::Fault::start);
 struct Platform {
     std::function<Answer(const std::string& command)> client; ///< what each program run answers
     Answer circuits = notStarted;                             ///< /proc/net/atm/pvc
-    std::optional<std::time_t> clock;                         ///< what time() gives
+    std::time_t clock = 0;                                    ///< what time() gives
 
     Lines commands;
     Lines log;                   ///< "level:tag: text"

@@ -187,7 +187,6 @@ TEST_F(ReportTest, NamesTheStateOfEveryCircuit) {
 TEST_F(ReportTest, GoesOnAfterEachFailure) {
     const std::pair<std::deque<Answer>, const char*> cases[] = {
         {{notStarted}, ""},
-        {{"Database locked\n"}, ""},
         {{"2\n", notStarted, "1|1|8\n", "2|1|9\n"}, "VC8=1|VC9=2"},
         {{"2\n", "2\n", notStarted, "2\n", "2|1|9\n"}, "VC0=2|VC9=2"},
         {{"2\n", "2\n", "1|1|8\n", "2\n", ""}, "VC8=1|VC0=2"}};

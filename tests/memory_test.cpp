@@ -34,7 +34,6 @@ int cacheRefreshed() {
 /** What leaks on the way is found under AddressSanitizer. */
 TEST_F(MemoryTest, EveryExportedFunctionFailsWholly) {
     platform.circuits = "VPI\n1\n2\n";
-    platform.clock = 0;
     platform.client = [](const std::string& command) {
         if (command == "vellstat info")
             return "Line Rate Information   Down\nActual: 1 2\nAttainable: 3 4\n";
