@@ -12,6 +12,8 @@
 #include <set>
 #include <string>
 
+#include <unistd.h>
+
 namespace {
 
 int pauses = 0;
@@ -75,6 +77,13 @@ protected:
         return handler(access_set, &value, index...);
     }
 
+    template <class Handler, class... Index>
+    static int get(Handler handler, Index... index) {
+        int value = 0;
+        EXPECT_EQ(handler(access_get, &value, index...), CORVANTA_OK);
+        return value;
+    }
+
     std::multiset<std::string> m_rows;
 };
 
@@ -102,6 +111,17 @@ TEST_F(RoadTest, StatusFollowsTheDevice) {
     EXPECT_EQ(memcmp(&rates, expected, sizeof expected), 0);
 }
 
+TEST_F(RoadTest, AtmCircuit) {
+    EXPECT_EQ(get(AtmEnabled_snmp, 4), 2);
+    EXPECT_EQ(set(AtmEnabled_snmp, true, 4), CORVANTA_OK);
+    EXPECT_EQ(changes(), (Lines{"-Atm 4|0|4|32|atm4|0", "+Atm 4|1|4|32|atm4|0",
+                                "+NetworkSetupNode 7|MPoA|wan4|SHDSL|4|1"}));
+    EXPECT_EQ(set(AtmEnabled_snmp, false, 4), CORVANTA_OK);
+    EXPECT_EQ(changes(), (Lines{"-Atm 4|1|4|32|atm4|0", "-NetworkSetupNode 7|MPoA|wan4|SHDSL|4|1",
+                                "+Atm 4|0|4|32|atm4|0"}));
+    EXPECT_EQ(set(AtmEnabled_snmp, true, 9), CORVANTA_UNKNOWN_ROW);
+}
+
 TEST_F(RoadTest, VlanObject) {
     EXPECT_EQ(set(VlanEnabled_snmp, true, 1), CORVANTA_OK);
     EXPECT_EQ(
@@ -121,18 +141,42 @@ TEST_F(RoadTest, VlanObject) {
                                 "+NetworkSetupNode 12|BridgeInterface|bridge:wan1|wan1||1",
                                 "+VLAN 2|0|wan1.101|wan1"}));
 
-    // The node of the tagged interface, a member for a while, is nobody's to remove.
+    EXPECT_EQ(get(VlanDiscardTag_snmp, 1), 1);
+    EXPECT_EQ(set(VlanDiscardTag_snmp, false, 1), CORVANTA_OK);
+    EXPECT_EQ(changes(), (Lines{"-BridgeInterface 2|1|wan1|0|0", "-VLAN 2|0|wan1.101|wan1",
+                                "+BridgeInterface 2|1|wan1.101|0|0",
+                                "+NetworkSetupNode 13|BridgeInterface|bridge:wan1.101|wan1.101||1",
+                                "+VLAN 2|1|wan1.101|wan1"}));
+
+    // The node of the parent, a member for a while, is nobody's to remove.
     EXPECT_EQ(set(VlanEnabled_snmp, false, 1), CORVANTA_OK);
-    EXPECT_EQ(changes().size(), 12u);
+    EXPECT_EQ(changes().size(), 13u);
     EXPECT_EQ(sql("SELECT Id, InterfaceName FROM NetworkSetupNode WHERE Id > 6"),
-              Lines{"11|bridge:wan1.101"});
+              Lines{"12|bridge:wan1"});
     EXPECT_EQ(sql("SELECT * FROM BridgeInterface UNION ALL SELECT *, '', '' FROM Bridge"), Lines{});
 
-    EXPECT_EQ(set(VlanDiscardTag_snmp, false, 1), CORVANTA_UNKNOWN_ROW);
-    EXPECT_EQ(changes(), (Lines{"-VLAN 2|0|wan1.101|wan1", "+VLAN 2|1|wan1.101|wan1"}));
+    EXPECT_EQ(set(VlanDiscardTag_snmp, true, 1), CORVANTA_UNKNOWN_ROW);
+    EXPECT_EQ(changes(), (Lines{"-VLAN 2|1|wan1.101|wan1", "+VLAN 2|0|wan1.101|wan1"}));
+}
+
+TEST_F(RoadTest, EveryBridgeSlot) {
+    for (int n = 1; n <= 8; ++n)
+        EXPECT_EQ(set(VlanEnabled_snmp, true, n), CORVANTA_OK) << n;
+    EXPECT_EQ(sql("SELECT count(*) FROM Bridge"), Lines{"8"});
+    EXPECT_EQ(set(VlanEnabled_snmp, false, 5), CORVANTA_OK);
+    sql("INSERT INTO Bridge (Name) VALUES ('br5')"); // somebody else's
+    update_managed_objects();
+    EXPECT_EQ(set(VlanEnabled_snmp, true, 5), CORVANTA_FAILED);
+    EXPECT_EQ(sql("SELECT Enable FROM VLAN WHERE Id = 9"), Lines{"1"});
 }
 
 TEST_F(RoadTest, DefaultWanInterface) {
+    // Without a bridge the discarding of untagged frames is a setting only.
+    for (const char* state : {"1", "0"}) {
+        EXPECT_EQ(set(VlanDiscardUntaggedFrames_snmp, *state == '1'), CORVANTA_OK);
+        EXPECT_EQ(sql("SELECT DiscardUntaggedFrames FROM VLANSingleParams"), Lines{state});
+    }
+    EXPECT_EQ(changes(), Lines{});
     EXPECT_EQ(defaultWan(), "");
     EXPECT_EQ(name(VlanDefaultWanInterface, "wan2"), CORVANTA_OK);
     EXPECT_EQ(changes(), (Lines{"+Bridge 1|br1|0", "+BridgeInterface 1|1|eth0|0|0",
@@ -166,20 +210,26 @@ TEST_F(RoadTest, DefaultWanInterface) {
 }
 
 TEST_F(RoadTest, LockedDatabase) {
-    Database other(database());
-    other.run("BEGIN EXCLUSIVE");
-    meanwhile = [&] {
-        if (pauses == 2)
-            other.run("ROLLBACK");
-    };
+    // Another process holds it for two seconds.
+    const fs::path held = m_folder / "held";
+    FILE* const process = popen(("sqlite3 '" + database().string() + "'").c_str(), "w");
+    fprintf(process, "BEGIN EXCLUSIVE;\n.shell touch '%s'; sleep 2\nROLLBACK;\n", held.c_str());
+    fflush(process);
+    while (!fs::exists(held))
+        usleep(1000);
+    meanwhile = [] { usleep(1000000); };
     EXPECT_EQ(set(AtmEnabled_snmp, true, 4), CORVANTA_OK);
-    EXPECT_EQ(pauses, 2);
+    EXPECT_GE(pauses, 1);
+    EXPECT_EQ(pclose(process), 0);
     EXPECT_EQ(sql("SELECT Enabled FROM Atm WHERE Id = 4"), Lines{"1"});
 
+    // Somebody holds it for good.
+    Database other(database());
     other.run("BEGIN EXCLUSIVE");
-    pauses = 10;
+    meanwhile = [] {};
+    pauses = 0;
     EXPECT_EQ(set(AtmEnabled_snmp, false, 4), CORVANTA_LOCKED);
-    EXPECT_EQ(pauses, 10 + 19);
+    EXPECT_EQ(pauses, 19);
 }
 
 } // namespace
