@@ -5,6 +5,7 @@
 #include "corvanta.h"
 
 #include <algorithm>
+#include <csignal>
 #include <cstring>
 #include <fstream>
 #include <functional>
@@ -64,6 +65,13 @@ protected:
         return handler(access_set, text.data(), length, &length, index...);
     }
 
+    static std::string report() {
+        char* text = getLayer2IfStatus();
+        const std::string copy = text;
+        free(text);
+        return copy;
+    }
+
     static std::string defaultWan() {
         char text[15] = "";
         int length = 0;
@@ -88,12 +96,6 @@ protected:
 };
 
 TEST_F(RoadTest, StatusFollowsTheDevice) {
-    const auto report = [] {
-        char* text = getLayer2IfStatus();
-        const std::string copy = text;
-        free(text);
-        return copy;
-    };
     EXPECT_EQ(report(),
               "VC1=1|PPPoE1=1|VC2=1|PPPoE2=1|VC3=1|DHCP3=1|VC4=2|VC5=2|VC6=2|VC7=2|VC8=1");
     std::ofstream(m_device / "pvc") << "Itf VPI VCI   AAL RX(PCR,Class) TX(PCR,Class)\n"
@@ -109,6 +111,16 @@ TEST_F(RoadTest, StatusFollowsTheDevice) {
     ASSERT_EQ(getSpeedInfo(&rates), 1);
     const std::uint32_t expected[] = {2312, 640, 2400, 704};
     EXPECT_EQ(memcmp(&rates, expected, sizeof expected), 0);
+}
+
+TEST_F(RoadTest, HostThatIgnoresItsChildren) {
+    const auto before = std::signal(SIGCHLD, SIG_IGN); // whose exit statuses are then lost
+    EXPECT_EQ(report().substr(0, 14), "VC1=1|PPPoE1=1");
+    EXPECT_EQ(set(AtmEnabled_snmp, true, 4), CORVANTA_OK);
+    EXPECT_EQ(get(AtmEnabled_snmp, 4), 1);
+    EXPECT_EQ(name(VlanDefaultWanInterface, "wan2"), CORVANTA_OK);
+    EXPECT_EQ(defaultWan(), "wan2");
+    std::signal(SIGCHLD, before);
 }
 
 TEST_F(RoadTest, AtmCircuit) {

@@ -33,4 +33,5 @@ need_npm() {
 build_packages=(g++ cmake make ninja-build pkg-config libgtest-dev libsqlite3-dev sqlite3 libsnmp-dev)
 # What the tests take besides.
 # shellcheck disable=SC2034
-test_packages=(snmp snmpd smitools abigail-tools dpkg-dev file lintian)
+test_packages=(snmp snmpd smitools abigail-tools dpkg-dev file lintian
+    valgrind)
