@@ -1,5 +1,6 @@
 #include "include/corvanta.h"
 
+#include "frame/Failures.h"
 #include "frame/Guard.h"
 #include "frame/Log.h"
 #include "frame/SnmpConfigHandler.h"
@@ -13,6 +14,7 @@
 #include <new>
 #include <optional>
 #include <string_view>
+#include <type_traits>
 #include <unistd.h>
 
 using namespace kavo::snmp;
@@ -204,7 +206,15 @@ struct Answer {
     char text[30] = "";
 };
 
-int runOnce(const char* cmd, Answer& answer, int level) {
+// The same for a row of whichever table.
+struct RowAnswer {
+    char text[4096] = "";
+};
+
+unsigned long failures = 0;
+
+template <class Buffer>
+int runOnce(const char* cmd, Buffer& answer, int level) {
     constexpr std::size_t tooLong = sizeof answer.text - 1;
     int status = CORVANTA_FAILED;
     FILE* const client = popen(cmd, "r");
@@ -221,6 +231,11 @@ int runOnce(const char* cmd, Answer& answer, int level) {
             status = CORVANTA_LOCKED;
         } else {
             status = CORVANTA_OK;
+            if constexpr (std::is_same_v<Buffer, RowAnswer>) {
+                // One line, and whole: a client that is killed leaves no newline.
+                if (strcspn(answer.text, "\n") != size - 1)
+                    status = CORVANTA_UNFIT;
+            }
             if (answer.text[size - 1] == '\n')
                 answer.text[size - 1] = '\0';
         }
@@ -231,20 +246,21 @@ int runOnce(const char* cmd, Answer& answer, int level) {
     return status;
 }
 
-int runUntilUnlocked(const char* cmd, Answer& answer, int level) {
+template <class Buffer>
+int runUntilUnlocked(const char* cmd, Buffer& answer, int level) {
     int status = runOnce(cmd, answer, level);
     for (int attempt = 1; status == CORVANTA_LOCKED && attempt < maxAttempts; ++attempt) {
         sleep(1);
         status = runOnce(cmd, answer, level);
     }
-    return status;
+    return counted(status);
 }
 
 // The same for a command that must fit the usual buffer.
 int runShort(const char* cmd, Answer& answer, int level) {
     const std::size_t length = strnlen(cmd, commandSize);
     if (length == 0 || length > longestCommand)
-        return CORVANTA_UNFIT;
+        return counted(CORVANTA_UNFIT);
     return runUntilUnlocked(cmd, answer, level);
 }
 
@@ -260,11 +276,11 @@ int deliver(const char* text, char* target, int capacity) {
 
 int call_cmd(char* cmd, int cmdSize, int cmdLen, char* answer, int answerSize, int level) {
     if (cmd == nullptr)
-        return CORVANTA_NO_COMMAND;
+        return counted(CORVANTA_NO_COMMAND);
     char* const target = answer != nullptr ? answer : cmd;
     const int capacity = answer != nullptr ? answerSize : cmdSize;
     if (cmdLen <= 0 || cmdLen >= cmdSize || capacity < 1)
-        return CORVANTA_UNFIT;
+        return counted(CORVANTA_UNFIT);
     Answer text;
     if (const int status = runUntilUnlocked(cmd, text, level))
         return status;
@@ -286,6 +302,16 @@ int call_cmd(std::string cmd, std::string& answer, int level) {
     });
 }
 
+int kavo::snmp::counted(int status) {
+    if (status != CORVANTA_OK && status != CORVANTA_UNKNOWN_ROW)
+        ++failures;
+    return status;
+}
+
+unsigned long client_failures(void) {
+    return failures;
+}
+
 // ---------------------------------------------------------------- typed field access
 
 namespace {
@@ -296,6 +322,7 @@ constexpr char writeIntById[] = " quorlet \" updatekey %s Id %d %s integer:%d ;\
 constexpr char readIntByKey[] = " quorlet \" selectkey %s %s %s %s ;\" ";
 constexpr char readTextById[] = " quorlet \"  selectkey %s Id %d %s  ;\" ";
 constexpr char writeTextById[] = " quorlet \" updatekey %s Id %d %s text:%.*s ;\" ";
+constexpr char readRow[] = " quorlet \"  selectrow %s %d  ;\" ";
 
 constexpr int intCommandSize = 100;
 constexpr int smallestCapacity = 3; // of a text's buffer: one character, and two that stay free
@@ -338,18 +365,18 @@ int config_int_access_by_id(access_type access, int* value, const char* table, c
 int config_int_read_by_key(int* value, const char* table, const char* column, const char* keyColumn,
                            const char* keyValue) {
     if (!isSafeText(keyValue))
-        return CORVANTA_UNFIT;
+        return counted(CORVANTA_UNFIT);
     char text[intCommandSize] = "";
     constexpr int longest = sizeof text - 1;
     const int length =
         snprintf(text, sizeof text, readIntByKey, table, keyColumn, keyValue, column);
     if (length < 1 || length > longest)
-        return CORVANTA_FAILED;
+        return counted(CORVANTA_FAILED);
     unit.trace(m_bVerbose, text);
 
     FILE* const client = popen(text, "r");
     if (client == nullptr)
-        return CORVANTA_FAILED;
+        return counted(CORVANTA_FAILED);
     const std::size_t size = fread(text, 1, longest, client);
     text[size] = '\0';
     pclose(client);
@@ -357,9 +384,27 @@ int config_int_read_by_key(int* value, const char* table, const char* column, co
     const std::string_view answer(text, size);
     if (answer == unknownRow)
         return CORVANTA_UNKNOWN_ROW;
-    if (size == longest)
-        return CORVANTA_FAILED;
+    if (size == 0 || size == longest || answer == databaseLocked)
+        return counted(CORVANTA_FAILED);
     return toValue(parseInt(answer), value);
+}
+
+int config_row_read(const char* table, int row, char* buffer, int size, int* length) {
+    if (table == nullptr || buffer == nullptr || length == nullptr)
+        return CORVANTA_FAILED;
+    char command[commandSize];
+    const int commandLength = snprintf(command, sizeof command, readRow, table, row);
+    if (!isSafeText(table) || commandLength < 1 || commandLength >= commandSize)
+        return counted(CORVANTA_UNFIT);
+    RowAnswer answer;
+    if (const int status = runUntilUnlocked(command, answer, levelUntraced))
+        return status;
+    const std::size_t answerLength = strlen(answer.text);
+    if (size < 1 || answerLength >= static_cast<std::size_t>(size))
+        return CORVANTA_UNFIT;
+    memcpy(buffer, answer.text, answerLength + 1);
+    *length = static_cast<int>(answerLength);
+    return CORVANTA_OK;
 }
 
 int config_string_access_by_id(access_type access, char* buffer, int bufferSize, int* length,
@@ -378,7 +423,7 @@ int config_string_access_by_id(access_type access, char* buffer, int bufferSize,
         break;
     case access_set:
         if (!isSafeValue(buffer, bufferSize, *length))
-            return CORVANTA_UNFIT;
+            return counted(CORVANTA_UNFIT);
         commandLength =
             snprintf(command, sizeof command, writeTextById, table, id, column, *length, buffer);
         break;
@@ -386,7 +431,7 @@ int config_string_access_by_id(access_type access, char* buffer, int bufferSize,
         return CORVANTA_FAILED;
     }
     if (commandLength < 1 || commandLength >= commandSize)
-        return CORVANTA_FAILED;
+        return counted(CORVANTA_FAILED);
 
     Answer answer;
     if (const int status = runShort(command, answer, levelUntraced))
@@ -412,7 +457,7 @@ int config_string_access_by_id(access_type access, std::string& value, const cha
         int length = 0;
         if (access == access_set) {
             if (value.size() >= sizeof buffer - 1)
-                return CORVANTA_UNFIT;
+                return counted(CORVANTA_UNFIT);
             length = static_cast<int>(value.copy(buffer, sizeof buffer - 1));
         }
         const int status =

@@ -265,6 +265,31 @@ CORVANTA_API int config_int_access_by_id(access_type access, int* value, const c
 CORVANTA_API int config_int_read_by_key(int* value, const char* table, const char* column,
                                         const char* keyColumn, const char* keyValue);
 
+/**
+ * Reads a whole row in one run of the client, as the client prints it: the
+ * columns separated by "|", without the newline. Repeated while the database is
+ * locked. A row is given whole or refused with CORVANTA_UNFIT: one that does
+ * not fit the buffer with its terminator, that has 4095 bytes or more, or that
+ * came without its newline, cut off.
+ * @param table  its name; one that would change the command: CORVANTA_UNFIT
+ * @param row    counted from 0; past the last one CORVANTA_UNKNOWN_ROW
+ * @param buffer receives the row, terminated
+ * @param size   bytes of the buffer
+ * @param length receives the row's length
+ */
+CORVANTA_API int config_row_read(const char* table, int row, char* buffer, int size, int* length);
+
+/**
+ * Client commands of this process that ended with neither an answer nor
+ * "Unknown row": not started, nothing printed, locked to the end, an answer too
+ * long, or refused before running. Each counts once, whoever ran it, also where
+ * a sequence or a load of the cache ignores the failure. Never reset.
+ *
+ * Compared before and after a call it tells whether what the call read or did
+ * is complete, which the call's status alone does not.
+ */
+CORVANTA_API unsigned long client_failures(void);
+
 /** @return TruthValue of 0 (2) and 1 (1); 0 for every other value */
 CORVANTA_API int TruthValue_internal_to_snmp(int value);
 

@@ -1,5 +1,7 @@
 #include "objects/client.h"
 
+#include "frame/Failures.h"
+
 #include <cstdarg>
 #include <cstdio>
 #include <string_view>
@@ -28,7 +30,7 @@ int runFormatted(int size, int level, Reply& reply, const char* format, va_list 
     char command[commandSize];
     const int length = vsnprintf(command, sizeof command, format, values);
     if (!isWhole(command))
-        return CORVANTA_UNFIT;
+        return counted(CORVANTA_UNFIT);
     return call_cmd(command, size, length, reply.text, sizeof reply.text, level);
 }
 

@@ -1,3 +1,4 @@
+#include "frame/Failures.h"
 #include "frame/Guard.h"
 #include "objects/client.h"
 #include "objects/managed_objects.h"
@@ -96,7 +97,7 @@ int defaultWanInterface(access_type access, char* buffer, int bufferSize, int* l
     if (buffer == nullptr || length == nullptr || mgmt_o.cache == nullptr)
         return CORVANTA_FAILED;
     if (access == access_set && !isSafeValue(buffer, bufferSize, *length))
-        return CORVANTA_UNFIT;
+        return counted(CORVANTA_UNFIT);
 
     DefaultBridge bridge;
     ignoreStatus(bridge.access(access_get)); // what is not found is -1
@@ -140,7 +141,7 @@ int wanInterface(access_type access, char* buffer, int bufferSize, int* length, 
         if (!isVlan(vlanIndex))
             return CORVANTA_FAILED;
         if (!isSafeValue(buffer, bufferSize, *length))
-            return CORVANTA_UNFIT;
+            return counted(CORVANTA_UNFIT);
         if (const int status = releaseDefault(buffer, *length))
             return status;
     }

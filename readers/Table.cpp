@@ -1,5 +1,6 @@
 #include "readers/Table.h"
 
+#include "frame/Failures.h"
 #include "frame/Guard.h"
 #include "frame/Log.h"
 #include "frame/Pipe.h"
@@ -7,6 +8,7 @@
 #include "frame/Wrapper.h"
 
 #include <optional>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -57,9 +59,12 @@ bool Table::classInvariant() const {
 
 Table::Reply Table::ask(const std::string& command) {
     Pipe client(required(m_pWrapper), command);
-    if (!client)
-        return Reply::notStarted;
-    return client.readLine(m_szLine) ? Reply::line : Reply::nothing;
+    const Reply reply = !client                     ? Reply::notStarted
+                        : client.readLine(m_szLine) ? Reply::line
+                                                    : Reply::nothing;
+    if (reply != Reply::line || std::string_view(m_szLine) == "Database locked\n")
+        counted(CORVANTA_FAILED);
+    return reply;
 }
 
 int Table::size() {

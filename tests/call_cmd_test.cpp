@@ -40,6 +40,7 @@ TEST_F(CallCmdTest, AnswersAndStatuses) {
         std::string string = "old";
         std::strcpy(text, command.c_str());
         const int length = static_cast<int>(command.size());
+        const unsigned long failures = client_failures();
         for (const int level : {5, 6, -1}) {
             platform.sleeps.clear();
             platform.script(runs);
@@ -60,18 +61,22 @@ TEST_F(CallCmdTest, AnswersAndStatuses) {
         EXPECT_EQ(c.status == 0 ? c.answer : command, text);
         EXPECT_EQ(lines, platform.takeLog());
         platform.commands.clear();
+        const bool failed = c.status != 0 && c.status != 3; // once a command, not once a run
+        EXPECT_EQ(failures + (failed ? 7 : 0), client_failures());
     }
 }
 
 TEST_F(CallCmdTest, Limits) {
     char text[200] = "x", answer[] = "zzzzzzzz";
     std::string string = "old";
+    const unsigned long failures = client_failures();
     EXPECT_EQ(4, call_cmd(nullptr, 200, 10, answer, 4, 5));
     EXPECT_EQ(4, call_cmd(nullptr, 0, 0));
     for (const int length : {0, -1, 200, 201})
         EXPECT_EQ(6, call_cmd(text, 200, length, answer, 4, 5)) << length;
     for (const std::size_t length : {0U, 199U, 200U, 1000U})
         EXPECT_EQ(6, call_cmd(std::string(length, 'x'), string, 5)) << length;
+    EXPECT_EQ(failures + 10, client_failures());
     EXPECT_EQ("old", string);
     EXPECT_EQ('z', answer[0]);
     EXPECT_LOG();

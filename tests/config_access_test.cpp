@@ -1,5 +1,9 @@
 #include "tests/Platform.h"
 
+#include "objects/data_cache.h"
+#include "objects/managed_objects.h"
+#include "readers/Table.h"
+
 #include <cstring>
 
 namespace {
@@ -145,6 +149,94 @@ TEST_F(ConfigAccessTest, TextWrites) {
     for (char c = 0; c < ' '; ++c)
         hostile += c;
     EXPECT_EQ(hostile + "\"$;\\`\x7f", refused);
+}
+
+TEST_F(ConfigAccessTest, WholeRows) {
+    const std::string x4093(4093, 'x'), x4094(4094, 'x');
+    const struct {
+        std::deque<Answer> answers;
+        int size, status;
+        std::string text;
+    } reads[] = {{{"1|0|atm 1||35|0|and more than 28 bytes\n"},
+                  40,
+                  0,
+                  "1|0|atm 1||35|0|and more than 28 bytes"},
+                 {{"1|2\n"}, 4, 0, "1|2"},
+                 {{"1|2\n"}, 3, 6, "old"},
+                 {{"1|2\n"}, 0, 6, "old"},
+                 {{"\n"}, 1, 0, ""},
+                 {{locked, locked, "7\n"}, 9, 0, "7"},
+                 {std::deque<Answer>(20, locked), 9, 2, "old"},
+                 {{unknownRow}, 99, 3, "old"},
+                 {{""}, 99, 1, "old"},
+                 {{Answer("", Answer::Fault::start)}, 99, 1, "old"},
+                 {{"1|2"}, 99, 6, "old"}, // cut off
+                 {{Answer("1|2", Answer::Fault::read)}, 99, 6, "old"},
+                 {{"1|2\n3|4\n"}, 99, 6, "old"},
+                 {{std::string("1|\0002\n", 5)}, 99, 6, "old"},
+                 {{x4093 + "\n"}, 4094, 0, x4093},
+                 {{x4094 + "\n"}, 5000, 6, "old"}};
+    for (const auto& c : reads) {
+        SCOPED_TRACE(c.answers.back().text.substr(0, 20));
+        std::vector<char> buffer(static_cast<std::size_t>(c.size));
+        buffer.insert(buffer.begin(), {'o', 'l', 'd', '\0'});
+        const unsigned long failures = client_failures();
+        int length = 77;
+        platform.script(c.answers);
+        EXPECT_EQ(c.status, config_row_read("Atm", 3, buffer.data(), c.size, &length));
+        EXPECT_EQ(c.text, buffer.data());
+        EXPECT_EQ(c.status == 0 ? static_cast<int>(c.text.size()) : 77, length);
+        const bool answered = c.status % 3 == 0 && (c.status != 6 || c.size < 4);
+        EXPECT_EQ(failures + (answered ? 0 : 1), client_failures());
+        EXPECT_EQ(Lines(c.answers.size(), quorlet("  selectrow Atm 3  ;")),
+                  std::exchange(platform.commands, {}));
+    }
+    char buffer[9];
+    int length;
+    EXPECT_EQ(6, config_row_read(";", 1, buffer, 9, &length));
+    EXPECT_EQ(6, config_row_read(std::string(180, 'T').c_str(), 1, buffer, 9, &length));
+    EXPECT_EQ(1, config_row_read(nullptr, 1, buffer, 9, &length));
+    EXPECT_EQ(1, config_row_read("T", 1, nullptr, 9, &length));
+    EXPECT_EQ(1, config_row_read("T", 1, buffer, 9, nullptr));
+    EXPECT_RUN();
+    EXPECT_LOG();
+}
+
+/** Whoever runs a command, and whether somebody looks at its status, a failure counts once. */
+TEST_F(ConfigAccessTest, FailuresCount) {
+    int value = 1, length = 1;
+    char text[200] = "x", quote[] = "\"";
+    const char* const noName = "a\"";
+    kavo::snmp::Table table("Atm");
+    table.initialize(false);
+    const std::function<void()> calls[] = {
+        [&] { config_int_access_by_id(access_get, &value, "T", "C", 1); },
+        [&] { config_int_access_by_id(access_set, &value, "T", column(200, "").c_str(), 1); },
+        [&] { config_int_read_by_key(&value, "T", "C", "K", "v"); },
+        [&] { config_string_access_by_id(access_get, text, 20, &length, "T", "C", 1); },
+        [&] { config_string_access_by_id(access_set, text, 20, &length, "T", "C", 1); },
+        [&] { config_string_access_by_id(access_set, quote, 1, &length, "T", "C", 1); },
+        [&] { VlanWanInterface(access_set, quote, 1, &length, 1); },
+        [&] { table.size(); },
+        [&] { table.getIntegerValue(value, "Vpi", "Id", "3"); },
+        [&] { AtmEnabled_snmp(access_get, &value, 1); }};
+    platform.client = [](const std::string&) { return "Unknown row\n"; };
+    update_managed_objects();
+    unsigned long failures = client_failures();
+    for (const Answer& answer : {locked, Answer(""), notStarted})
+        for (const auto& call : calls) {
+            platform.client = [&](const std::string&) { return answer; };
+            call();
+            EXPECT_EQ(++failures, client_failures()) << &call - calls << " " << answer.text;
+        }
+    EXPECT_EQ(1, config_int_read_by_key(&value, "T", column(100, "").c_str(), "K", "v"));
+    EXPECT_EQ(6, config_int_read_by_key(&value, "T", "C", "K", noName));
+    EXPECT_EQ(failures + 2, client_failures());
+    update_managed_objects(); // the cache load goes on after the 1st circuit
+    EXPECT_EQ(failures + 2 + 1 + 8 + 1 + 32, client_failures());
+    delete std::exchange(mgmt_o.cache, nullptr);
+    platform.takeLog();
+    platform.commands.clear();
 }
 
 TEST_F(ConfigAccessTest, StringsAndAccessTypes) {
