@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Device.h"
+#include "Model.h"
 
 #include <net-snmp/net-snmp-config.h>
 

@@ -1,6 +1,6 @@
 #include "Log.h"
-#include "Toolkit.h"
-#include "Tree.h"
+#include "NetSnmp.h"
+#include "RequestHandler.h"
 #include "Worker.h"
 
 #include <csignal>
@@ -21,10 +21,10 @@ namespace {
 
 using agent::log;
 
-void onPublished(int descriptor, void* tree) {
+void onPublished(int descriptor, void* handler) {
     char bytes[64];
     [[maybe_unused]] const ssize_t size = read(descriptor, bytes, sizeof bytes);
-    static_cast<agent::Tree*>(tree)->notifyChanges();
+    static_cast<agent::RequestHandler*>(handler)->notifyChanges();
 }
 
 /// Signals that end the agent come through a descriptor. They are ignored, which the clients that
@@ -84,11 +84,11 @@ int main(int argc, char** argv) {
 
     agent::Worker worker({options.verbose, options.foreground, options.interval},
                          [&pipe] { [[maybe_unused]] const auto size = write(pipe[1], "", 1); });
-    agent::Tree tree({options.maxAge, options.setDeadline, options.notifications}, worker);
-    agent::toolkit::prepare(options);
-    if (!tree.registerObjects())
+    agent::RequestHandler handler({options.maxAge, options.setDeadline, options.notifications}, worker);
+    agent::netsnmp::prepare(options);
+    if (!handler.registerObjects())
         return fail("the objects could not be registered");
-    if (!agent::toolkit::open(options))
+    if (!agent::netsnmp::open(options))
         return fail("cannot listen at " + options.master);
     if (!options.user.empty() && !becomeUser(options.user))
         return fail("cannot run as user " + options.user);
@@ -103,14 +103,14 @@ int main(int argc, char** argv) {
     bool stopping = false;
     register_readfd(
         signals, [](int, void* flag) { *static_cast<bool*>(flag) = true; }, &stopping);
-    register_readfd(pipe[0], onPublished, &tree);
+    register_readfd(pipe[0], onPublished, &handler);
     log(LOG_INFO, "started");
     tellServiceManager("READY=1");
     while (!stopping)
         agent_check_and_process(1);
     tellServiceManager("STOPPING=1");
     const bool ended = worker.stop();
-    agent::toolkit::close();
+    agent::netsnmp::close();
     log(LOG_INFO, "stopped");
     if (!ended)
         _exit(0); // the worker hangs in a refresh and still uses what an ordinary end would destroy

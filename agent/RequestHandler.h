@@ -11,7 +11,7 @@
 namespace agent {
 
 /// Answers the requests for the MIB's objects. Belongs to the protocol thread.
-class Tree {
+class RequestHandler {
 public:
     struct Settings {
         std::chrono::seconds maxAge;
@@ -19,7 +19,7 @@ public:
         bool notifications;
     };
 
-    Tree(Settings settings, Worker& worker) : m_settings(settings), m_worker(worker) {}
+    RequestHandler(Settings settings, Worker& worker) : m_settings(settings), m_worker(worker) {}
 
     /// Registers corvantaObjects with the toolkit. @return whether it took that
     bool registerObjects();

@@ -3,7 +3,7 @@
 #include "Options.h"
 
 /// What Net-SNMP has to be told before and after it serves requests.
-namespace agent::toolkit {
+namespace agent::netsnmp {
 
 /// Sets the toolkit up as a subagent or a master; objects are registered next.
 void prepare(const Options& options);
@@ -14,4 +14,4 @@ bool open(const Options& options);
 
 void close();
 
-} // namespace agent::toolkit
+} // namespace agent::netsnmp

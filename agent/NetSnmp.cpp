@@ -1,4 +1,4 @@
-#include "Toolkit.h"
+#include "NetSnmp.h"
 
 #include "Log.h"
 
@@ -30,7 +30,7 @@ extern "C" int accept(int descriptor, sockaddr* address, socklen_t* length) {
     return accept4(descriptor, address, length, SOCK_CLOEXEC);
 }
 
-namespace agent::toolkit {
+namespace agent::netsnmp {
 
 namespace {
 
@@ -97,4 +97,4 @@ void close() {
     snmp_shutdown(kName);
 }
 
-} // namespace agent::toolkit
+} // namespace agent::netsnmp

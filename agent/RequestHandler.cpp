@@ -1,4 +1,4 @@
-#include "Tree.h"
+#include "RequestHandler.h"
 
 #include "Log.h"
 
@@ -71,7 +71,7 @@ void sendNotification(const Snapshot& snapshot, int row, int state) {
 
 } // namespace
 
-bool Tree::registerObjects() {
+bool RequestHandler::registerObjects() {
     const std::vector<oid> root = below({});
     netsnmp_handler_registration* registration = netsnmp_create_handler_registration(
         "corvanta", handle, root.data(), root.size(), HANDLER_CAN_RWRITE);
@@ -81,10 +81,10 @@ bool Tree::registerObjects() {
     return netsnmp_register_handler(registration) == MIB_REGISTERED_OK;
 }
 
-int Tree::handle(netsnmp_mib_handler* handler, netsnmp_handler_registration*,
+int RequestHandler::handle(netsnmp_mib_handler* handler, netsnmp_handler_registration*,
                  netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
     try {
-        static_cast<Tree*>(handler->myvoid)->dispatch(info->mode, requests);
+        static_cast<RequestHandler*>(handler->myvoid)->dispatch(info->mode, requests);
     } catch (const std::exception& error) {
         log(LOG_ERR, std::string("a request failed: ") + error.what());
         netsnmp_request_set_error(requests, SNMP_ERR_GENERR);
@@ -92,7 +92,7 @@ int Tree::handle(netsnmp_mib_handler* handler, netsnmp_handler_registration*,
     return SNMP_ERR_NOERROR;
 }
 
-void Tree::dispatch(int mode, netsnmp_request_info* requests) {
+void RequestHandler::dispatch(int mode, netsnmp_request_info* requests) {
     switch (mode) {
     case MODE_GET:
     case MODE_GETNEXT:
@@ -131,7 +131,7 @@ void Tree::dispatch(int mode, netsnmp_request_info* requests) {
     }
 }
 
-void Tree::renewSnapshot(int mode) {
+void RequestHandler::renewSnapshot(int mode) {
     const auto now = Clock::now();
     if (now - m_lastStep > kWalkPause || now - m_walkBegan > kWalkLimit || stale()) {
         m_snapshot = m_worker.snapshot();
@@ -141,11 +141,11 @@ void Tree::renewSnapshot(int mode) {
         m_lastStep = now;
 }
 
-bool Tree::stale() const {
+bool RequestHandler::stale() const {
     return !m_snapshot->complete || Clock::now() - m_snapshot->refreshed > m_settings.maxAge;
 }
 
-int Tree::answer(int mode, const netsnmp_request_info& request) const {
+int RequestHandler::answer(int mode, const netsnmp_request_info& request) const {
     netsnmp_variable_list& binding = *request.requestvb;
     const std::vector<Instance>& instances = m_snapshot->instances;
     auto found = find(instances, binding);
@@ -171,7 +171,7 @@ int Tree::answer(int mode, const netsnmp_request_info& request) const {
     return SNMP_ERR_NOERROR;
 }
 
-int Tree::reserve(const netsnmp_variable_list& binding) {
+int RequestHandler::reserve(const netsnmp_variable_list& binding) {
     const Object* object = findObject(binding);
     if (object == nullptr || object->access == nullptr)
         return SNMP_ERR_NOTWRITABLE;
@@ -188,7 +188,7 @@ int Tree::reserve(const netsnmp_variable_list& binding) {
     return SNMP_ERR_NOERROR;
 }
 
-void Tree::make(netsnmp_request_info* requests) {
+void RequestHandler::make(netsnmp_request_info* requests) {
     if (!m_set)
         return;
     const auto deadline = Clock::now() + m_settings.setDeadline;
@@ -209,7 +209,7 @@ void Tree::make(netsnmp_request_info* requests) {
     m_set.reset();
 }
 
-void Tree::notifyChanges() {
+void RequestHandler::notifyChanges() {
     const auto newest = m_worker.snapshot();
     const auto previous = std::exchange(m_notified, newest);
     if (!m_settings.notifications || !previous->complete)

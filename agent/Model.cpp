@@ -1,4 +1,4 @@
-#include "Device.h"
+#include "Model.h"
 
 #include <algorithm>
 #include <chrono>
