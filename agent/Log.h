@@ -13,4 +13,13 @@ void openLog(bool standardError);
 void log(int priority, const std::string& text, const char* file = __builtin_FILE(),
          int line = __builtin_LINE());
 
+/** Keeps the library's lines of this thread out of the log, while it lives. */
+class QuietLibrary {
+public:
+    QuietLibrary();
+    ~QuietLibrary();
+    QuietLibrary(const QuietLibrary&) = delete;
+    QuietLibrary& operator=(const QuietLibrary&) = delete;
+};
+
 } // namespace agent

@@ -3,13 +3,14 @@
 #include <corvanta.h>
 
 #include <array>
+#include <optional>
 #include <string>
 #include <vector>
 
 /**
- * The device as the agent shows it, and the library calls that read it. The
- * library allows one call at a time and blocks while a client runs, so that
- * all functions here are for the worker thread.
+ * The device as the agent shows it, and the library calls that tell it. The
+ * library allows one call at a time and blocks while a program runs, so that all
+ * functions here are for the worker thread.
  */
 namespace agent {
 
@@ -44,7 +45,7 @@ struct Vlan {
     bool present = false;
     Truth enabled;
     Truth discardTag;
-    std::string wanInterface;
+    std::optional<std::string> wanInterface; ///< nothing when the library can't give it whole
 };
 
 struct Model {
@@ -53,30 +54,22 @@ struct Model {
     std::vector<IfMapping> mapping;
     std::array<Circuit, kUnits + 1> circuits; ///< by number; the first is unused
     std::array<Vlan, kUnits + 1> vlans;       ///< likewise
-    std::string defaultWan;
+    std::optional<std::string> defaultWan;    ///< likewise; empty without a default bridge
     Truth discardUntagged;
 };
 
-/// What is loaded on its own, in the order of a refresh.
-enum Part : unsigned {
-    /// One read that waits until a locked database is free. It comes before those that look rows
-    /// up by key and take a locked table for one without the row.
-    kDiscard = 1,
-    kCache = 2,  ///< the library's cache: 49 client runs, and 3 for each bridge member
-    kCached = 4, ///< circuits, and whether VLAN objects and their tags are on; from the cache
-    kParents = 8,
-    kDefaultWan = 16,
-    kLayer2 = 32,
-    kRates = 64,
-    kMapping = 128,
-    kAll = 255
-};
+/** Takes in what the database holds, which a stage answers: what the library can't make anything
+    of is not there, but nothing else suffers. */
+void readConfiguration(Model& model);
 
-/// Loads parts, up to the first that fails; that one and those behind it stay as they were.
-int load(Model& model, unsigned parts);
+/** Takes in what the DSL tool says. @return whether it could be asked */
+bool readLine(Model& model);
 
-/// Runs a library call that takes a text as a buffer and a length: the text of a get replaces
-/// `text`.
+/** Takes in what the library has built in. */
+void readMapping(Model& model);
+
+/** Runs a library call that takes a text as a buffer and a length: the text of a get replaces
+    `text`. */
 template <class Call>
 int accessText(access_type access, std::string& text, Call call) {
     std::array<char, 32> buffer{};

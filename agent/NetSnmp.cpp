@@ -11,7 +11,6 @@
 #include <net-snmp/agent/mib_modules.h>
 
 #include <cstdlib>
-#include <filesystem>
 #include <string>
 
 #include <sys/socket.h>
@@ -62,10 +61,7 @@ void prepare(const Options& options) {
     snmp_enable_calllog();
     snmp_register_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_LOGGING, forwardLog, nullptr);
     setenv("MIBS", "", 1); // names are the manager's matter: no module needs parsing here
-    // Made absolute: the toolkit looks up the folders on the way from the root.
-    const std::string state =
-        options.state.empty() ? "" : std::filesystem::absolute(options.state).string();
-    setText(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_PERSISTENT_DIR, state);
+    setText(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_PERSISTENT_DIR, options.state);
     setText(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_OPTIONALCONFIG, options.config);
     setFlag(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_DONT_LOG_TCPWRAPPERS_CONNECTS);
     if (options.master.empty()) {

@@ -1,7 +1,10 @@
 #include "Objects.h"
 
+#include "Client.h"
+
 #include <algorithm>
 #include <numeric>
+#include <optional>
 #include <string_view>
 
 namespace agent {
@@ -20,6 +23,11 @@ bool put(Value& value, const std::string& text) {
     return true;
 }
 
+bool put(Value& value, const std::optional<std::string>& text) {
+    value.text = text.value_or("");
+    return text.has_value();
+}
+
 bool put(Value& value, Truth truth) {
     return put(value, truth.value) && truth.value != 0;
 }
@@ -35,7 +43,29 @@ bool readAge(const View& view, int, Value& value) {
     return put(value, std::chrono::duration_cast<std::chrono::seconds>(age).count());
 }
 
-const View* agent(const View& view, int) {
+bool readClientsKilled(const View&, int, Value& value) {
+    return put(value, static_cast<long>(clientsKilled()));
+}
+
+bool readTrialTimeout(const View& view, int, Value& value) {
+    return put(value, view.snapshot.trial.timeout.count());
+}
+
+bool readTrialRemaining(const View& view, int, Value& value) {
+    const Trial& trial = view.snapshot.trial;
+    const auto left = std::chrono::ceil<std::chrono::seconds>(trial.end - Clock::now()).count();
+    return put(value, trial.state == ChangeState::pending && left > 0 ? left : 0);
+}
+
+bool readChange(const View&, int, Value& value) {
+    return put(value, 1L); // none
+}
+
+bool readChangeState(const View& view, int, Value& value) {
+    return put(value, static_cast<long>(view.snapshot.trial.state));
+}
+
+const View* itself(const View& view, int) {
     return &view;
 }
 
@@ -72,107 +102,142 @@ const Vlan* vlan(const View& view, int row) {
     return found.present ? &found : nullptr;
 }
 
-// How values are read from and written to the database.
+// How values are written.
 
-int accessDefaultWan(access_type access, int, Value& value) {
-    return accessText(access, value.text, [access](char* text, int size, int* length) {
-        return VlanDefaultWanInterface(access, text, size, length);
+/** Sets a text through a library call. */
+template <class Call>
+int writeText(const Value& value, Call call) {
+    std::string text = value.text;
+    return accessText(access_set, text, call);
+}
+
+/** Sets a TruthValue through a library call. */
+template <class Call>
+int writeTruth(const Value& value, Call call) {
+    int truth = static_cast<int>(value.number);
+    return call(&truth);
+}
+
+int defaultBridge() {
+    int bridge = -1;
+    int lan = -1;
+    int wan = -1;
+    int filter = -1;
+    default_Bridge(access_get, &bridge, &lan, &wan, &filter);
+    return bridge;
+}
+
+/** Makes a change that can do away with the default bridge. Without a filter, the library leaves
+    the bridge's own row behind. */
+template <class Change>
+int withoutRemains(Change change) {
+    const int before = defaultBridge();
+    const int status = change();
+    if (status != CORVANTA_OK || before <= 0 || defaultBridge() == before)
+        return status;
+    std::string answer;
+    const int removed = call_cmd(" quorlet \" deletekey    Bridge Id " + std::to_string(before) + " ;\" ",
+                                 answer, 5);
+    return removed == CORVANTA_UNKNOWN_ROW ? CORVANTA_OK : removed;
+}
+
+int writeDefaultWan(int, const Value& value) {
+    return withoutRemains([&value] {
+        return writeText(value, [](char* text, int size, int* length) {
+            return VlanDefaultWanInterface(access_set, text, size, length);
+        });
     });
 }
 
-/// Runs a library call on the value as an int.
-template <class Call>
-int accessNumber(Value& value, Call call) {
-    int number = static_cast<int>(value.number);
-    const int status = call(&number);
-    value.number = number;
-    return status;
+int writeDiscardUntagged(int, const Value& value) {
+    return writeTruth(value,
+                      [](int* truth) { return VlanDiscardUntaggedFrames_snmp(access_set, truth); });
 }
 
-int accessDiscardUntagged(access_type access, int, Value& value) {
-    return accessNumber(
-        value, [access](int* truth) { return VlanDiscardUntaggedFrames_snmp(access, truth); });
-}
-
-int accessCircuitEnabled(access_type access, int row, Value& value) {
-    return accessNumber(value,
-                        [access, row](int* truth) { return AtmEnabled_snmp(access, truth, row); });
+int writeCircuitEnabled(int row, const Value& value) {
+    return writeTruth(value, [row](int* truth) { return AtmEnabled_snmp(access_set, truth, row); });
 }
 
 template <vantorKx9_param_ids Param>
-int accessCircuitId(access_type access, int row, Value& value) {
-    constexpr bool vpi = Param == vantorKx9_Vpi;
-    return accessNumber(value, [access, row](int* number) {
-        if (access == access_get)
-            return config_int_access_by_id(access, number, "Atm", vpi ? "Vpi" : "Vci", row);
-        atm_entry entry{};
-        if (const int status = atm_access_c(access_get, &entry, row, Param); status != CORVANTA_OK)
-            return status;
-        (vpi ? entry.Vpi : entry.Vci) = *number;
-        return atm_access_c(access, &entry, row, Param);
-    });
+int writeCircuitId(int row, const Value& value) {
+    atm_entry entry{};
+    if (const int status = atm_access_c(access_get, &entry, row, Param); status != CORVANTA_OK)
+        return status;
+    (Param == vantorKx9_Vpi ? entry.Vpi : entry.Vci) = static_cast<std::int32_t>(value.number);
+    return atm_access_c(access_set, &entry, row, Param);
 }
 
-/// Reads the flag that a VLAN object's handler takes from the cache, as the database has it now.
-int readVlanFlag(int* truth, int vlanRow) {
-    int flag = 0;
-    const int status = config_int_access_by_id(access_get, &flag, "VLAN", "Enable", vlanRow);
-    *truth = TruthValue_internal_to_snmp(flag);
-    return status;
+int writeVlanEnabled(int row, const Value& value) {
+    return writeTruth(value, [row](int* truth) { return VlanEnabled_snmp(access_set, truth, row); });
 }
 
-int accessVlanEnabled(access_type access, int row, Value& value) {
-    return accessNumber(value, [access, row](int* truth) {
-        return access == access_get ? readVlanFlag(truth, 2 * row - 1)
-                                    : VlanEnabled_snmp(access, truth, row);
-    });
-}
-
-/// A VLAN object that is off has no bridge: the library stores the change, then misses the bridge.
+/** A VLAN object that is off has no bridge: the library stores the change, then misses the bridge. */
 int storedWhenOff(int status, int row) {
     int enabled = 0;
     const bool off = VlanEnabled_snmp(access_get, &enabled, row) == CORVANTA_OK && enabled == 2;
     return off && status == CORVANTA_UNKNOWN_ROW ? CORVANTA_OK : status;
 }
 
-int accessVlanDiscardTag(access_type access, int row, Value& value) {
-    return accessNumber(value, [access, row](int* truth) {
-        if (access != access_get)
-            return storedWhenOff(VlanDiscardTag_snmp(access, truth, row), row);
-        int carriesTag = 0;
-        const int status = readVlanFlag(&carriesTag, 2 * row);
-        *truth = carriesTag == 2 ? 1 : 2;
-        return status;
-    });
+int writeVlanDiscardTag(int row, const Value& value) {
+    const int status = writeTruth(
+        value, [row](int* truth) { return VlanDiscardTag_snmp(access_set, truth, row); });
+    return storedWhenOff(status, row);
 }
 
-int accessVlanWan(access_type access, int row, Value& value) {
-    const int status = accessText(access, value.text, [=](char* text, int size, int* length) {
-        return VlanWanInterface(access, text, size, length, row);
+int writeVlanWan(int row, const Value& value) {
+    return withoutRemains([row, &value] {
+        const int status = writeText(value, [row](char* text, int size, int* length) {
+            return VlanWanInterface(access_set, text, size, length, row);
+        });
+        return storedWhenOff(status, row);
     });
-    return access == access_set ? storedWhenOff(status, row) : status;
 }
 
 bool inName(char c) {
     return c > ' ' && c <= '~' && std::string_view("\"$`\\;").find(c) == std::string_view::npos;
 }
 
-/// Rows that may have values; what a row lacks, its objects' read functions tell.
-std::vector<int> rowsOf(const Model& model, Rows rows) {
-    if (rows == Rows::health || rows == Rows::scalar)
+/** Rows that may have values; what a row lacks, its objects' read functions tell. */
+std::vector<int> rowsOf(const Model& model, Source source) {
+    if (source == Source::agent || source == Source::scalar)
         return {0};
     std::vector<int> list;
-    if (rows == Rows::mapping) {
+    if (source == Source::mapping) {
         for (const IfMapping& row : model.mapping)
             list.push_back(row.index);
     } else {
-        list.resize(rows == Rows::layer2 ? model.layer2.size() : kUnits);
+        list.resize(source == Source::layer2 ? model.layer2.size() : kUnits);
         std::iota(list.begin(), list.end(), 1);
     }
     return list;
 }
 
 } // namespace
+
+Object::Object(std::initializer_list<oid> arcs, u_char type, Source source, Read reader)
+    : m_name(below(arcs)), m_type(type), m_source(source), m_read(reader) {}
+
+Object& Object::written(Write writer, Tables tables) {
+    m_write = writer;
+    m_tables = tables;
+    return *this;
+}
+
+Object& Object::writtenInOwnRow(Write writer, Table table) {
+    m_ownRow = true;
+    return written(writer, {table});
+}
+
+Object& Object::controls(Control control) {
+    m_control = control;
+    return *this;
+}
+
+Object& Object::range(long minimum, long maximum) {
+    m_minimum = minimum;
+    m_maximum = maximum;
+    return *this;
+}
 
 std::vector<oid> below(std::initializer_list<oid> arcs) {
     std::vector<oid> name = {1, 3, 6, 1, 4, 1, CORVANTA_ENTERPRISE, 1, 1};
@@ -184,41 +249,63 @@ const std::vector<Object>& objects() {
     using S = Snapshot;
     using R = speedInfo_s;
     constexpr u_char kText = ASN_OCTET_STR;
-    constexpr unsigned kFresh = kCache | kCached; // others change the database too
-    constexpr unsigned kWan = kCached | kParents | kDefaultWan;
-    constexpr auto accessVpi = accessCircuitId<vantorKx9_Vpi>;
-    constexpr auto accessVci = accessCircuitId<vantorKx9_Vci>;
+    constexpr long kLongestName = 13;
+    constexpr long kLongestTrial = 86400; // seconds
+    constexpr Tables kCircuit{Table::atm, Table::node};
+    constexpr Tables kDiscard{Table::vlanParams, Table::bridgeInterface, Table::bridgeFilter};
+    constexpr Tables kBridging{Table::bridge, Table::bridgeInterface, Table::bridgeFilter,
+                               Table::node,   Table::netif,           Table::vlan,
+                               Table::vlanParams};
+    constexpr auto writeVpi = writeCircuitId<vantorKx9_Vpi>;
+    constexpr auto writeVci = writeCircuitId<vantorKx9_Vci>;
     // clang-format off
     static const std::vector<Object> table = {
         // corvantaHealth
-        {below({1, 1}), ASN_COUNTER, Rows::health, read<health, &S::refreshesDone>},
-        {below({1, 2}), ASN_COUNTER, Rows::health, read<health, &S::refreshesFailed>},
-        {below({1, 3}), ASN_GAUGE,   Rows::health, readAge},
-        {below({1, 4}), ASN_COUNTER, Rows::health, read<agent, &View::setsRefused>},
+        Object({1, 1}, ASN_COUNTER, Source::agent, read<health, &S::refreshesDone>),
+        Object({1, 2}, ASN_COUNTER, Source::agent, read<health, &S::refreshesFailed>),
+        Object({1, 3}, ASN_GAUGE,   Source::agent, readAge),
+        Object({1, 4}, ASN_COUNTER, Source::agent, read<itself, &View::setsRefused>),
+        Object({1, 5}, ASN_COUNTER, Source::agent, readClientsKilled),
+        Object({1, 6}, ASN_COUNTER, Source::agent, read<health, &S::journalsDamaged>),
+        Object({1, 7}, ASN_COUNTER, Source::agent, read<health, &S::rowsNotRestored>),
         // corvantaDsl
-        {below({2, 1}), ASN_GAUGE, Rows::scalar, read<rates, &R::dslActualDataRateDown>},
-        {below({2, 2}), ASN_GAUGE, Rows::scalar, read<rates, &R::dslActualDataRateUp>},
-        {below({2, 3}), ASN_GAUGE, Rows::scalar, read<rates, &R::dslAttainableDataRateDown>},
-        {below({2, 4}), ASN_GAUGE, Rows::scalar, read<rates, &R::dslAttainableDataRateUp>},
+        Object({2, 1}, ASN_GAUGE, Source::scalar, read<rates, &R::dslActualDataRateDown>),
+        Object({2, 2}, ASN_GAUGE, Source::scalar, read<rates, &R::dslActualDataRateUp>),
+        Object({2, 3}, ASN_GAUGE, Source::scalar, read<rates, &R::dslAttainableDataRateDown>),
+        Object({2, 4}, ASN_GAUGE, Source::scalar, read<rates, &R::dslAttainableDataRateUp>),
         // corvantaBridging
-        {below({3, 1}), kText,       Rows::scalar, read<device, &Model::defaultWan>,      accessDefaultWan,      0, 13, kFresh, kWan, true},
-        {below({3, 2}), ASN_INTEGER, Rows::scalar, read<device, &Model::discardUntagged>, accessDiscardUntagged, 1, 2, 0, kDiscard},
+        Object({3, 1}, kText,       Source::scalar, read<device, &Model::defaultWan>)
+            .written(writeDefaultWan, kBridging).range(0, kLongestName),
+        Object({3, 2}, ASN_INTEGER, Source::scalar, read<device, &Model::discardUntagged>)
+            .written(writeDiscardUntagged, kDiscard).range(1, 2),
         // cvLayer2IfTable
-        {below({4, 1, 2}), kText,       Rows::layer2, read<layer2, &Layer2If::name>},
-        {below({4, 1, 3}), ASN_INTEGER, Rows::layer2, read<layer2, &Layer2If::state>},
+        Object({4, 1, 2}, kText,       Source::layer2, read<layer2, &Layer2If::name>),
+        Object({4, 1, 3}, ASN_INTEGER, Source::layer2, read<layer2, &Layer2If::state>),
         // cvIfMapTable
-        {below({5, 1, 2}), kText, Rows::mapping, read<mapping, &IfMapping::physical>},
-        {below({5, 1, 3}), kText, Rows::mapping, read<mapping, &IfMapping::logical>},
+        Object({5, 1, 2}, kText, Source::mapping, read<mapping, &IfMapping::physical>),
+        Object({5, 1, 3}, kText, Source::mapping, read<mapping, &IfMapping::logical>),
         // cvCircuitTable
-        {below({6, 1, 2}), ASN_INTEGER, Rows::circuits, read<circuit, &Circuit::enabled>, accessCircuitEnabled, 1, 2, 0, kFresh},
-        {below({6, 1, 3}), kText,       Rows::circuits, read<circuit, &Circuit::deviceName>},
-        {below({6, 1, 4}), ASN_INTEGER, Rows::circuits, read<circuit, &Circuit::vpi>, accessVpi, 0, 255, 0, kCached | kLayer2},
-        {below({6, 1, 5}), ASN_INTEGER, Rows::circuits, read<circuit, &Circuit::vci>, accessVci, 0, 65535, 0, kCached},
-        {below({6, 1, 6}), ASN_INTEGER, Rows::circuits, read<circuit, &Circuit::fcsPreserve>},
+        Object({6, 1, 2}, ASN_INTEGER, Source::circuits, read<circuit, &Circuit::enabled>)
+            .written(writeCircuitEnabled, kCircuit).range(1, 2),
+        Object({6, 1, 3}, kText,       Source::circuits, read<circuit, &Circuit::deviceName>),
+        Object({6, 1, 4}, ASN_INTEGER, Source::circuits, read<circuit, &Circuit::vpi>)
+            .writtenInOwnRow(writeVpi, Table::atm).range(0, 255),
+        Object({6, 1, 5}, ASN_INTEGER, Source::circuits, read<circuit, &Circuit::vci>)
+            .writtenInOwnRow(writeVci, Table::atm).range(0, 65535),
+        Object({6, 1, 6}, ASN_INTEGER, Source::circuits, read<circuit, &Circuit::fcsPreserve>),
         // cvVlanTable
-        {below({7, 1, 2}), ASN_INTEGER, Rows::vlans, read<vlan, &Vlan::enabled>,      accessVlanEnabled,    1, 2, kFresh, kCached, true},
-        {below({7, 1, 3}), ASN_INTEGER, Rows::vlans, read<vlan, &Vlan::discardTag>,   accessVlanDiscardTag, 1, 2, kFresh, kCached},
-        {below({7, 1, 4}), kText,       Rows::vlans, read<vlan, &Vlan::wanInterface>, accessVlanWan,        0, 13, kFresh, kWan},
+        Object({7, 1, 2}, ASN_INTEGER, Source::vlans, read<vlan, &Vlan::enabled>)
+            .written(writeVlanEnabled, kBridging).range(1, 2),
+        Object({7, 1, 3}, ASN_INTEGER, Source::vlans, read<vlan, &Vlan::discardTag>)
+            .written(writeVlanDiscardTag, kBridging).range(1, 2),
+        Object({7, 1, 4}, kText,       Source::vlans, read<vlan, &Vlan::wanInterface>)
+            .written(writeVlanWan, kBridging).range(0, kLongestName),
+        // corvantaChange
+        Object({8, 1}, ASN_UNSIGNED, Source::agent, readTrialTimeout)
+            .controls(Control::confirmTimeout).range(0, kLongestTrial),
+        Object({8, 2}, ASN_GAUGE,   Source::agent, readTrialRemaining),
+        Object({8, 3}, ASN_INTEGER, Source::agent, readChange).controls(Control::change).range(1, 3),
+        Object({8, 4}, ASN_INTEGER, Source::agent, readChangeState),
     };
     // clang-format on
     return table;
@@ -226,7 +313,7 @@ const std::vector<Object>& objects() {
 
 const Object* findObject(const netsnmp_variable_list& binding) {
     for (const Object& object : objects()) {
-        if (netsnmp_oid_is_subtree(object.name.data(), object.name.size(), binding.name,
+        if (netsnmp_oid_is_subtree(object.name().data(), object.name().size(), binding.name,
                                    binding.name_length) == 0)
             return &object;
     }
@@ -237,10 +324,10 @@ std::vector<Instance> listInstances(const Snapshot& snapshot) {
     std::vector<Instance> list;
     Value value;
     for (const Object& object : objects()) {
-        for (const int row : rowsOf(snapshot.model, object.rows)) {
+        for (const int row : rowsOf(snapshot.model, object.source())) {
             if (!object.read({snapshot, 0}, row, value))
                 continue;
-            list.push_back({&object, row, object.name});
+            list.push_back({&object, row, object.name()});
             list.back().name.push_back(static_cast<oid>(row));
         }
     }
@@ -248,21 +335,21 @@ std::vector<Instance> listInstances(const Snapshot& snapshot) {
 }
 
 void store(const Object& object, const Value& value, netsnmp_variable_list& binding) {
-    if (object.type == ASN_OCTET_STR)
-        snmp_set_var_typed_value(&binding, object.type, value.text.data(), value.text.size());
+    if (object.type() == ASN_OCTET_STR)
+        snmp_set_var_typed_value(&binding, object.type(), value.text.data(), value.text.size());
     else
-        snmp_set_var_typed_integer(&binding, object.type, value.number);
+        snmp_set_var_typed_integer(&binding, object.type(), value.number);
 }
 
 int check(const Object& object, const netsnmp_variable_list& binding, Value& value) {
-    if (binding.type != object.type)
+    if (binding.type != object.type())
         return SNMP_ERR_WRONGTYPE;
-    if (object.type != ASN_OCTET_STR) {
+    if (object.type() != ASN_OCTET_STR) {
         value.number = *binding.val.integer;
-        const bool fits = value.number >= object.minimum && value.number <= object.maximum;
+        const bool fits = value.number >= object.minimum() && value.number <= object.maximum();
         return fits ? SNMP_ERR_NOERROR : SNMP_ERR_WRONGVALUE;
     }
-    if (binding.val_len > static_cast<std::size_t>(object.maximum))
+    if (binding.val_len > static_cast<std::size_t>(object.maximum()))
         return SNMP_ERR_WRONGLENGTH;
     value.text.assign(reinterpret_cast<const char*>(binding.val.string), binding.val_len);
     const bool name = std::all_of(value.text.begin(), value.text.end(), inName);

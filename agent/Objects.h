@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Model.h"
+#include "Tables.h"
 
 #include <net-snmp/net-snmp-config.h>
 
@@ -13,12 +14,12 @@
 #include <string>
 #include <vector>
 
-/// The objects of CORVANTA-MIB as one table of data.
+/** The objects of CORVANTA-MIB as one table of data. */
 namespace agent {
 
 using Clock = std::chrono::steady_clock;
 
-/// A value on its way to or from a manager: a number, or a text where the object's type is one.
+/** A value on its way to or from a manager: a number, or a text where the object's type is one. */
 struct Value {
     long number = 0;
     std::string text;
@@ -28,16 +29,28 @@ struct Value {
     }
 };
 
-struct Object;
+class Object;
 
-/// A scalar, or a column in one row.
+/** A scalar, or a column in one row. */
 struct Instance {
     const Object* object;
     int row; ///< 0 for a scalar
     std::vector<oid> name;
 };
 
-/// What requests are answered from: made by the worker, then never changed.
+/** What becomes of the changes of managers; the numbers are those of the MIB. */
+enum class ChangeState { idle = 1, pending = 2, restoring = 3 };
+
+/** Why a change was taken back without its manager asking again; likewise. */
+enum class RevertReason { none = 0, expired = 1, requested = 2, restarted = 3, failed = 4 };
+
+struct Trial {
+    ChangeState state = ChangeState::idle;
+    std::chrono::seconds timeout{0}; ///< of the change that is pending
+    Clock::time_point end;           ///< when it is taken back
+};
+
+/** What requests are answered from: made by the worker, then never changed. */
 struct Snapshot {
     Model model;
     std::vector<Instance> instances; ///< those that the model has a value for, in order of OID
@@ -45,6 +58,11 @@ struct Snapshot {
     Clock::time_point refreshed;     ///< end of the last good refresh; without one, the start
     std::uint32_t refreshesDone = 0;
     std::uint32_t refreshesFailed = 0;
+    std::uint32_t journalsDamaged = 0;
+    std::uint32_t rowsNotRestored = 0;
+    Trial trial;
+    std::uint32_t reverts = 0; ///< changes that were taken back for a reason to be told
+    RevertReason revertReason = RevertReason::none; ///< of the last
 };
 
 struct View {
@@ -52,42 +70,72 @@ struct View {
     std::uint32_t setsRefused;
 };
 
-enum class Rows { health, scalar, layer2, mapping, circuits, vlans };
+/** Where an object's rows come from. Those of the agent's own always have a value. */
+enum class Source { agent, scalar, layer2, mapping, circuits, vlans };
 
-struct Object {
-    std::vector<oid> name; ///< without the row
-    u_char type;
-    Rows rows;
-    /// @return whether the row has such a value
-    bool (*read)(const View& view, int row, Value& value);
+/** What a set means for the agent itself, where it is no change of the device. */
+enum class Control { none, confirmTimeout, change };
 
-    // Only for objects that can be written:
+/** An object: its name, type and source, and for those that can be written how. */
+class Object {
+public:
+    /** Takes a row's value from a view. @return whether there is one */
+    using Read = bool (*)(const View& view, int row, Value& value);
+    /** Changes the value on the device; a corvanta_status. For the worker. */
+    using Write = int (*)(int row, const Value& value);
 
-    /// Reads the value from the database, or changes it there; a corvanta_status. Worker only.
-    int (*access)(access_type access, int row, Value& value) = nullptr;
-    long minimum = 0; ///< of the number, or of the text's length
-    long maximum = 0;
-    unsigned before = 0;     ///< parts of the model to load before a set: what its handler trusts
-    unsigned after = 0;      ///< parts to load after it: what it can have changed
-    bool followsWan = false; ///< whether sets of other objects change it, with kDefaultWan after
+    /** @param arcs below corvantaObjects, without the row */
+    Object(std::initializer_list<oid> arcs, u_char type, Source source, Read reader);
+
+    /** The tables that the change can touch, and those that decide how. */
+    Object& written(Write writer, Tables tables);
+    /** The same where it is only one row that has the instance's number as its Id. */
+    Object& writtenInOwnRow(Write writer, Table table);
+    Object& controls(Control control);
+    /** Limits of the number, or of the text's length. */
+    Object& range(long minimum, long maximum);
+
+    const std::vector<oid>& name() const { return m_name; }
+    u_char type() const { return m_type; }
+    Source source() const { return m_source; }
+    bool read(const View& view, int row, Value& value) const { return m_read(view, row, value); }
+    bool writable() const { return m_write != nullptr || m_control != Control::none; }
+    int write(int row, const Value& value) const { return m_write(row, value); }
+    Control control() const { return m_control; }
+    Tables tables() const { return m_tables; }
+    bool ownRow() const { return m_ownRow; }
+    long minimum() const { return m_minimum; }
+    long maximum() const { return m_maximum; }
+
+private:
+    std::vector<oid> m_name;
+    u_char m_type;
+    Source m_source;
+    Read m_read;
+    Write m_write = nullptr;
+    Control m_control = Control::none;
+    Tables m_tables;
+    bool m_ownRow = false;
+    long m_minimum = 0;
+    long m_maximum = 0;
 };
 
-/// corvantaObjects and a name below it.
+/** corvantaObjects and a name below it. */
 std::vector<oid> below(std::initializer_list<oid> arcs);
 
-/// The table, in order of OID.
+/** The table, in order of OID. */
 const std::vector<Object>& objects();
 
-/// The object that a variable is of, whatever its row; null when there is none.
+/** The object that a variable is of, whatever its row; null when there is none. */
 const Object* findObject(const netsnmp_variable_list& binding);
 
-/// The instances that a snapshot with this model has, in order of OID.
+/** The instances that a snapshot with this model has, in order of OID. */
 std::vector<Instance> listInstances(const Snapshot& snapshot);
 
-/// Puts a value into a variable, with the type that its object has.
+/** Puts a value into a variable, with the type that its object has. */
 void store(const Object& object, const Value& value, netsnmp_variable_list& binding);
 
-/// Checks what a manager wants to write; an SNMP error, or 0 and the value.
+/** Checks what a manager wants to write; an SNMP error, or 0 and the value. */
 int check(const Object& object, const netsnmp_variable_list& binding, Value& value);
 
 } // namespace agent

@@ -36,12 +36,14 @@ constexpr Option kOptions[] = {
     {'m', "master", "ADDRESS", "need no master agent: listen at ADDRESS, such as\n"
                                "udp:127.0.0.1:1161", &Options::master},
     {'c', "config", "FILE", "read FILE, in the format of snmpd.conf", &Options::config},
-    {'s', "state", "DIR", "keep what must outlive a restart of a --master in DIR", &Options::state},
+    {'s', "state", "DIR", "keep what must outlive a restart in DIR (/var/lib/corvanta)", &Options::state},
     {'i', "interval", "SECONDS", "pause between two refreshes (30)", &Options::interval},
     {'a', "max-age", "SECONDS", "answer genErr when the values are older (120)", &Options::maxAge},
     {'d', "set-deadline", "SECONDS", "longest wait for a set (5); the master's agentXTimeout\n"
                                      "must be longer", &Options::setDeadline},
-    {'n', "notifications", nullptr, "send one when a circuit goes up or down", &Options::notifications},
+    {'l', "client-limit", "SECONDS", "kill a client of the database that runs longer (30)", &Options::clientLimit},
+    {'n', "notifications", nullptr, "send one when a circuit goes up or down, or a change is\n"
+                                    "taken back", &Options::notifications},
     {'u', "user", "NAME", "run as this user once connected", &Options::user},
     {'f', "foreground", nullptr, "stay in the foreground, log to standard error too", &Options::foreground},
     {'v', "verbose", nullptr, "log the library's trace", &Options::verbose},

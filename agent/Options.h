@@ -9,11 +9,12 @@ struct Options {
     std::string socket; ///< of the master; empty for the toolkit's default
     std::string master; ///< address to listen on; empty for a subagent
     std::string config;
-    std::string state;
+    std::string state = "/var/lib/corvanta";
     std::string user;
     std::chrono::seconds interval{30};
     std::chrono::seconds maxAge{120};
     std::chrono::seconds setDeadline{5};
+    std::chrono::seconds clientLimit{30};
     bool notifications = false;
     bool foreground = false;
     bool verbose = false;

@@ -19,10 +19,12 @@ using std::chrono::seconds;
 constexpr seconds kWalkPause{1};
 constexpr seconds kWalkLimit{5};
 
-/// What a manager is told for a corvanta_status.
-int errorOf(int status) {
-    constexpr int errors[] = {
-        SNMP_ERR_NOERROR,             // CORVANTA_OK
+constexpr seconds kRepeated{60}; ///< for how long a request that comes again is known
+
+/** What a manager is told of a set that has ended. */
+int errorOf(const Transaction& set) {
+    constexpr int kStatusErrors[] = {
+        SNMP_ERR_COMMITFAILED,        // CORVANTA_OK, where the outcome is not
         SNMP_ERR_COMMITFAILED,        // CORVANTA_FAILED
         SNMP_ERR_RESOURCEUNAVAILABLE, // CORVANTA_LOCKED
         SNMP_ERR_INCONSISTENTNAME,    // CORVANTA_UNKNOWN_ROW: gone since the last refresh
@@ -30,8 +32,49 @@ int errorOf(int status) {
         SNMP_ERR_INCONSISTENTNAME,    // CORVANTA_BAD_INDEX
         SNMP_ERR_WRONGVALUE,          // CORVANTA_UNFIT
     };
-    const auto index = static_cast<std::size_t>(status);
-    return index < std::size(errors) ? errors[index] : SNMP_ERR_GENERR;
+    switch (set.outcome) {
+    case Outcome::done:
+        return SNMP_ERR_NOERROR;
+    case Outcome::notUndone:
+        return SNMP_ERR_UNDOFAILED;
+    case Outcome::undoing:
+        return SNMP_ERR_GENERR;
+    case Outcome::unavailable:
+        return SNMP_ERR_RESOURCEUNAVAILABLE;
+    case Outcome::inconsistent:
+        return SNMP_ERR_INCONSISTENTVALUE;
+    case Outcome::refused:
+        break;
+    }
+    const auto index = static_cast<std::size_t>(set.status);
+    return index < std::size(kStatusErrors) ? kStatusErrors[index] : SNMP_ERR_GENERR;
+}
+
+/** Gives the error to the request that stands at a place of the list. */
+void setError(netsnmp_request_info* requests, std::size_t place, int error) {
+    for (; place > 0 && requests->next != nullptr; --place)
+        requests = requests->next;
+    if (error != SNMP_ERR_NOERROR)
+        netsnmp_request_set_error(requests, error);
+}
+
+/** Who sent which request: the same when it comes again. A subagent can't tell, but its master
+    doesn't let it see such a request either. */
+std::string identify(const netsnmp_agent_request_info& info, const netsnmp_request_info* requests) {
+    const netsnmp_pdu* pdu = info.asp != nullptr ? info.asp->pdu : nullptr;
+    if (pdu == nullptr || pdu->transport_data == nullptr || pdu->transport_data_length <= 0)
+        return "";
+    std::string text(static_cast<const char*>(pdu->transport_data),
+                     static_cast<std::size_t>(pdu->transport_data_length));
+    text.append(pdu->securityName != nullptr ? pdu->securityName : "", pdu->securityNameLen);
+    text += std::to_string(pdu->reqid);
+    for (const auto* request = requests; request != nullptr; request = request->next) {
+        const netsnmp_variable_list& binding = *request->requestvb;
+        text.append(reinterpret_cast<const char*>(binding.name),
+                    binding.name_length * sizeof *binding.name);
+        text.append(reinterpret_cast<const char*>(binding.val.string), binding.val_len);
+    }
+    return text;
 }
 
 using Position = std::vector<Instance>::const_iterator;
@@ -49,24 +92,50 @@ Position find(const std::vector<Instance>& instances, const netsnmp_variable_lis
                             });
 }
 
-/// cvCircuitUp or cvCircuitDown, which have the numbers of the states, with the objects of a row.
-void sendNotification(const Snapshot& snapshot, int row, int state) {
-    static const oid trapOid[] = {1, 3, 6, 1, 6, 3, 1, 1, 4, 1, 0};
-    const oid kind[] = {1, 3, 6, 1, 4, 1, CORVANTA_ENTERPRISE, 1, 0, static_cast<oid>(state)};
-    netsnmp_variable_list* bindings = nullptr;
-    snmp_varlist_add_variable(&bindings, trapOid, std::size(trapOid), ASN_OBJECT_ID, kind,
-                              sizeof kind);
+enum class Notification : oid { circuitUp = 1, circuitDown = 2, changeReverted = 3 };
+
+/** The bindings of a notification, which are sent and released with it. */
+class Bindings {
+public:
+    explicit Bindings(Notification kind) {
+        static const oid trapOid[] = {1, 3, 6, 1, 6, 3, 1, 1, 4, 1, 0};
+        const oid name[] = {1, 3, 6, 1, 4, 1, CORVANTA_ENTERPRISE, 1, 0, static_cast<oid>(kind)};
+        snmp_varlist_add_variable(&m_list, trapOid, std::size(trapOid), ASN_OBJECT_ID, name,
+                                  sizeof name);
+    }
+    ~Bindings() { snmp_free_varbind(m_list); }
+    Bindings(const Bindings&) = delete;
+    Bindings& operator=(const Bindings&) = delete;
+
+    netsnmp_variable_list* add(const std::vector<oid>& name) {
+        return snmp_varlist_add_variable(&m_list, name.data(), name.size(), ASN_NULL, nullptr, 0);
+    }
+    void send() { send_v2trap(m_list); }
+
+private:
+    netsnmp_variable_list* m_list = nullptr;
+};
+
+/** cvCircuitUp or cvCircuitDown, which have the numbers of the states, with the objects of a row. */
+void sendCircuit(const Snapshot& snapshot, int row, int state) {
+    Bindings bindings(static_cast<Notification>(state));
     for (const Instance& instance : snapshot.instances) {
         Value value;
-        if (instance.object->rows != Rows::layer2 || instance.row != row ||
+        if (instance.object->source() != Source::layer2 || instance.row != row ||
             !instance.object->read({snapshot, 0}, row, value))
             continue;
-        if (auto* binding = snmp_varlist_add_variable(&bindings, instance.name.data(),
-                                                      instance.name.size(), ASN_NULL, nullptr, 0))
+        if (auto* binding = bindings.add(instance.name))
             store(*instance.object, value, *binding);
     }
-    send_v2trap(bindings);
-    snmp_free_varbind(bindings);
+    bindings.send();
+}
+
+/** cvChangeReverted with cvChangeReason. */
+void sendReverted(RevertReason reason) {
+    Bindings bindings(Notification::changeReverted);
+    if (auto* binding = bindings.add(below({8, 5, 0})))
+        snmp_set_var_typed_integer(binding, ASN_INTEGER, static_cast<long>(reason));
+    bindings.send();
 }
 
 } // namespace
@@ -84,7 +153,7 @@ bool RequestHandler::registerObjects() {
 int RequestHandler::handle(netsnmp_mib_handler* handler, netsnmp_handler_registration*,
                  netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
     try {
-        static_cast<RequestHandler*>(handler->myvoid)->dispatch(info->mode, requests);
+        static_cast<RequestHandler*>(handler->myvoid)->dispatch(*info, requests);
     } catch (const std::exception& error) {
         log(LOG_ERR, std::string("a request failed: ") + error.what());
         netsnmp_request_set_error(requests, SNMP_ERR_GENERR);
@@ -92,32 +161,33 @@ int RequestHandler::handle(netsnmp_mib_handler* handler, netsnmp_handler_registr
     return SNMP_ERR_NOERROR;
 }
 
-void RequestHandler::dispatch(int mode, netsnmp_request_info* requests) {
-    switch (mode) {
+void RequestHandler::dispatch(const netsnmp_agent_request_info& info,
+                              netsnmp_request_info* requests) {
+    switch (info.mode) {
     case MODE_GET:
     case MODE_GETNEXT:
-        renewSnapshot(mode);
+        renewSnapshot(info.mode);
         for (auto* request = requests; request != nullptr; request = request->next) {
-            if (const int error = answer(mode, *request); error != SNMP_ERR_NOERROR)
+            if (const int error = answer(info.mode, *request); error != SNMP_ERR_NOERROR)
                 netsnmp_request_set_error(request, error);
         }
         break;
     case MODE_SET_RESERVE1:
-        m_snapshot = m_worker.snapshot();
-        m_set = std::make_shared<Transaction>();
-        for (auto* request = requests; request != nullptr; request = request->next) {
-            if (const int error = reserve(*request->requestvb); error != SNMP_ERR_NOERROR) {
-                netsnmp_request_set_error(request, error);
-                break;
-            }
-        }
+        m_request = identify(info, requests);
+        m_again = !m_request.empty() && m_request == m_answered.request &&
+                  Clock::now() - m_answered.when < kRepeated;
+        if (!m_again)
+            reserveAll(requests);
         break;
     case MODE_SET_ACTION:
-        make(requests);
+        if (m_again)
+            setError(requests, m_answered.place, m_answered.error);
+        else
+            make(requests);
         break;
     case MODE_SET_UNDO:
         if (m_set) // which was made, but something else in the request failed
-            m_worker.undo(m_set, Clock::now() + m_settings.setDeadline);
+            m_worker.takeBack(m_set, Clock::now() + m_settings.setDeadline);
         m_snapshot = m_worker.snapshot();
         [[fallthrough]];
     case MODE_SET_FREE:
@@ -156,7 +226,7 @@ int RequestHandler::answer(int mode, const netsnmp_request_info& request) const 
     else if (exact && !request.inclusive)
         here = ++found != instances.end();
     const Object* object = here ? found->object : findObject(binding);
-    if (stale() && (object == nullptr ? mode == MODE_GETNEXT : object->rows != Rows::health))
+    if (stale() && (object == nullptr ? mode == MODE_GETNEXT : object->source() != Source::agent))
         return SNMP_ERR_GENERR;
     if (!here && mode == MODE_GETNEXT)
         return SNMP_ERR_NOERROR; // the toolkit looks on behind this tree
@@ -171,48 +241,87 @@ int RequestHandler::answer(int mode, const netsnmp_request_info& request) const 
     return SNMP_ERR_NOERROR;
 }
 
-int RequestHandler::reserve(const netsnmp_variable_list& binding) {
+void RequestHandler::reserveAll(netsnmp_request_info* requests) {
+    m_snapshot = m_worker.snapshot();
+    m_set = std::make_shared<Transaction>();
+    std::size_t place = 0;
+    for (auto* request = requests; request != nullptr; request = request->next, ++place) {
+        if (const int error = reserve(*request->requestvb, place); error != SNMP_ERR_NOERROR) {
+            netsnmp_request_set_error(request, error);
+            return;
+        }
+    }
+    if (const int error = checkTrial(); error != SNMP_ERR_NOERROR)
+        netsnmp_request_set_error(requests, error);
+}
+
+int RequestHandler::reserve(const netsnmp_variable_list& binding, std::size_t place) {
     const Object* object = findObject(binding);
-    if (object == nullptr || object->access == nullptr)
+    if (object == nullptr || !object->writable())
         return SNMP_ERR_NOTWRITABLE;
-    Change change{object, 0, {}};
+    Change change{object, 0, {}, place};
     if (const int error = check(*object, binding, change.value); error != SNMP_ERR_NOERROR)
         return error;
-    if (stale())
+    if (object->control() == Control::none && stale())
         return SNMP_ERR_GENERR;
     const auto found = find(m_snapshot->instances, binding);
     if (found == m_snapshot->instances.end() || compare(*found, binding) != 0)
         return SNMP_ERR_NOCREATION;
-    change.row = found->row;
-    m_set->changes.push_back(std::move(change));
+    if (object->control() == Control::confirmTimeout) {
+        m_set->trial = seconds(change.value.number);
+    } else if (object->control() == Control::change) {
+        m_set->verdict = static_cast<Verdict>(change.value.number);
+    } else {
+        change.row = found->row;
+        m_set->changes.push_back(std::move(change));
+    }
     return SNMP_ERR_NOERROR;
+}
+
+/** Whether the request goes with what is pending. */
+int RequestHandler::checkTrial() const {
+    const ChangeState state = m_snapshot->trial.state;
+    if (state == ChangeState::restoring)
+        return SNMP_ERR_RESOURCEUNAVAILABLE;
+    const bool pending = state == ChangeState::pending;
+    if (m_set->verdict != Verdict::notGiven) {
+        const bool alone = m_set->changes.empty() && m_set->trial == seconds(0);
+        return pending && alone ? SNMP_ERR_NOERROR : SNMP_ERR_INCONSISTENTVALUE;
+    }
+    if (m_set->trial == seconds(0))
+        return pending ? SNMP_ERR_RESOURCEUNAVAILABLE : SNMP_ERR_NOERROR;
+    return pending || !m_set->changes.empty() ? SNMP_ERR_NOERROR : SNMP_ERR_INCONSISTENTVALUE;
 }
 
 void RequestHandler::make(netsnmp_request_info* requests) {
     if (!m_set)
         return;
-    const auto deadline = Clock::now() + m_settings.setDeadline;
-    const bool inTime = m_worker.make(m_set, deadline);
-    int error = inTime ? errorOf(m_set->status) : SNMP_ERR_GENERR;
-    if (!inTime)
-        log(LOG_WARNING, "a set missed its deadline and will be undone");
-    // Not left to the undo step, which comes from the master: it may be gone, or this agent stop.
-    if (error != SNMP_ERR_NOERROR && m_worker.undo(m_set, deadline) && inTime && !m_set->undone)
-        error = SNMP_ERR_UNDOFAILED;
-    m_snapshot = m_worker.snapshot();
+    // A time of 0 by itself.
+    const bool nothing = m_set->changes.empty() && m_set->trial == seconds(0) &&
+                         m_set->verdict == Verdict::notGiven;
+    int error = SNMP_ERR_NOERROR;
+    if (!nothing) {
+        const bool inTime = m_worker.make(m_set, Clock::now() + m_settings.setDeadline);
+        if (!inTime)
+            log(LOG_WARNING, "a set missed its deadline and comes to nothing");
+        error = inTime ? errorOf(*m_set) : SNMP_ERR_GENERR;
+        m_snapshot = m_worker.snapshot();
+    }
+    m_answered = {m_request, error, error == SNMP_ERR_NOERROR ? 0 : m_set->request, Clock::now()};
     if (error == SNMP_ERR_NOERROR)
         return;
-    auto* request = requests;
-    for (std::size_t i = m_set->position; i > 0 && request->next != nullptr; --i)
-        request = request->next;
-    netsnmp_request_set_error(request, error);
+    setError(requests, m_answered.place, error);
     m_set.reset();
 }
 
 void RequestHandler::notifyChanges() {
     const auto newest = m_worker.snapshot();
     const auto previous = std::exchange(m_notified, newest);
-    if (!m_settings.notifications || !previous->complete)
+    if (!m_settings.notifications)
+        return;
+    if (newest->reverts != previous->reverts)
+        sendReverted(newest->revertReason);
+    if (!previous->complete)
         return;
     int row = 0;
     for (const Layer2If& now : newest->model.layer2) {
@@ -224,7 +333,7 @@ void RequestHandler::notifyChanges() {
             return other.name == now.name;
         });
         if (before != old.end() && before->state != now.state)
-            sendNotification(*newest, row, now.state);
+            sendCircuit(*newest, row, now.state);
     }
 }
 

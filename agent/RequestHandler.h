@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <string>
 
 namespace agent {
 
@@ -31,11 +32,13 @@ private:
     static int handle(netsnmp_mib_handler* handler, netsnmp_handler_registration* registration,
                       netsnmp_agent_request_info* info, netsnmp_request_info* requests);
 
-    void dispatch(int mode, netsnmp_request_info* requests);
+    void dispatch(const netsnmp_agent_request_info& info, netsnmp_request_info* requests);
     void renewSnapshot(int mode);
     bool stale() const;
     int answer(int mode, const netsnmp_request_info& request) const;
-    int reserve(const netsnmp_variable_list& binding);
+    void reserveAll(netsnmp_request_info* requests);
+    int reserve(const netsnmp_variable_list& binding, std::size_t place);
+    int checkTrial() const;
     void make(netsnmp_request_info* requests);
 
     const Settings m_settings;
@@ -46,6 +49,17 @@ private:
     Clock::time_point m_lastStep;       ///< of a walk
     std::shared_ptr<Transaction> m_set; ///< the toolkit handles one set request at a time
     std::uint32_t m_setsRefused = 0;
+
+    /** The last set: a manager that has not heard of its end sends it again. */
+    struct Answered {
+        std::string request; ///< who sent what; empty when that can't be known
+        int error = SNMP_ERR_NOERROR;
+        std::size_t place = 0; ///< of the variable with the error
+        Clock::time_point when;
+    };
+    Answered m_answered;
+    std::string m_request; ///< of the set under way
+    bool m_again = false;  ///< whether it is the last one, again
 };
 
 } // namespace agent

@@ -1,8 +1,12 @@
 #include "Worker.h"
 
+#include "Client.h"
 #include "Log.h"
+#include "Restore.h"
+#include "Stage.h"
 
 #include <algorithm>
+#include <array>
 
 namespace agent {
 
@@ -12,13 +16,69 @@ using std::chrono::seconds;
 
 constexpr seconds kRetry{5};  ///< longest pause after a refresh that failed
 constexpr seconds kSettle{1}; ///< from a set to a refresh, which shows what the device made of it
-constexpr seconds kGrace{3};  ///< for a refresh to end, when stopping
+constexpr seconds kRestoreRetry{1};
+constexpr int kRestoreRounds = 10; ///< more than any change needs
+constexpr seconds kStop{10};       ///< for what is under way, when stopping
+constexpr seconds kHurry{5};       ///< and then for a client to die
+
+constexpr int kTracedLevel = 5; ///< of commands that the library's log shows
+
+std::string statusText(int status) {
+    return "status " + std::to_string(status);
+}
+
+/** Whether every value of the set is what the image makes the library say. */
+bool holds(const Transaction& set, Image image) {
+    Stage stage(image);
+    const OnStage on(stage);
+    Snapshot snapshot;
+    readConfiguration(snapshot.model);
+    return std::all_of(set.changes.begin(), set.changes.end(), [&](const Change& change) {
+        Value value;
+        return change.object->read({snapshot, 0}, change.row, value) && value == change.value;
+    });
+}
+
+/** Has the library make the changes on a stage. */
+int play(Transaction& set, Stage& stage) {
+    const OnStage on(stage);
+    for (const Change& change : set.changes) {
+        set.request = change.request;
+        update_managed_objects(); // handlers trust the cache, which the one before can have changed
+        if (const int status = change.object->write(change.row, change.value);
+            status != CORVANTA_OK)
+            return status;
+    }
+    return CORVANTA_OK;
+}
+
+/** Whether the change only alters rows that stay where they are. */
+bool altersOnly(const TableRecord& record) {
+    return std::all_of(record.trails.begin(), record.trails.end(),
+                       [](const Trail& trail) { return trail.before() && !trail.removed(); });
+}
+
+int runCommand(const std::string& command) {
+    std::array<char, 64> answer{};
+    std::string line = command;
+    return call_cmd(line.data(), static_cast<int>(line.size() + 1), static_cast<int>(line.size()),
+                    answer.data(), static_cast<int>(answer.size()), kTracedLevel);
+}
 
 } // namespace
 
 Worker::Worker(Settings settings, std::function<void()> published)
-    : m_settings(settings), m_published(std::move(published)), m_due(Clock::now()) {
+    : m_settings(std::move(settings)), m_published(std::move(published)),
+      m_journal(m_settings.state), m_due(Clock::now()) {
     m_next.refreshed = m_due;
+    if (auto entry = m_journal.load()) {
+        log(LOG_WARNING, entry->pending ? "a change was pending at the end: it is taken back"
+                                        : "a change was half done at the end: it is taken back");
+        m_record = std::move(entry->record);
+        m_reason = RevertReason::restarted;
+        m_next.trial.state = ChangeState::restoring;
+    }
+    m_next.journalsDamaged = m_journal.foundDamaged() ? 1 : 0;
     publish();
 }
 
@@ -30,11 +90,10 @@ bool Worker::stop() {
     std::unique_lock lock(m_mutex);
     m_stopping = true;
     m_changed.notify_all();
-    const auto limit = Clock::now() + kGrace;
-    while (!m_ended) {
-        if (m_working || !m_jobs.empty())
-            m_changed.wait(lock);
-        else if (m_changed.wait_until(lock, limit) == std::cv_status::timeout) {
+    if (!m_changed.wait_for(lock, kStop, [this] { return m_ended; })) {
+        m_hurry = true;
+        killProgram();
+        if (!m_changed.wait_for(lock, kHurry, [this] { return m_ended; })) {
             m_thread.detach();
             return false;
         }
@@ -44,176 +103,372 @@ bool Worker::stop() {
     return true;
 }
 
-bool Worker::make(const std::shared_ptr<Transaction>& transaction, Clock::time_point deadline) {
-    if (await({transaction, &Worker::makeAll}, deadline))
-        return true;
-    transaction->abandoned = true;
-    return false;
+bool Worker::make(const std::shared_ptr<Transaction>& set, Clock::time_point deadline) {
+    return await({set, &Worker::doSet}, deadline);
 }
 
-bool Worker::undo(const std::shared_ptr<Transaction>& transaction, Clock::time_point deadline) {
-    return await({transaction, &Worker::undoAll}, deadline);
+bool Worker::takeBack(const std::shared_ptr<Transaction>& set, Clock::time_point deadline) {
+    return await({set, &Worker::doTakeBack}, deadline);
 }
 
-bool Worker::await(Job job, Clock::time_point deadline) {
+bool Worker::await(const Job& job, Clock::time_point deadline) {
+    Transaction& set = *job.transaction;
     std::unique_lock lock(m_mutex);
-    const bool& ended = job.transaction->ended = false;
+    set.ended = false;
     m_jobs.push_back(job);
     m_changed.notify_all();
-    return m_changed.wait_until(lock, deadline, [&ended] { return ended; });
+    const auto ended = [&set] { return set.ended; };
+    if (m_changed.wait_until(lock, deadline, ended))
+        return true;
+    if (!set.decided) {
+        set.abandoned = true;
+        return false;
+    }
+    m_changed.wait(lock, ended); // it is there to stay, and about to end
+    return true;
+}
+
+Clock::time_point Worker::nextDue() const {
+    switch (m_next.trial.state) {
+    case ChangeState::pending:
+        return std::min(m_due, m_next.trial.end);
+    case ChangeState::restoring:
+        return std::min(m_due, m_retry);
+    default:
+        return m_due;
+    }
 }
 
 void Worker::run() {
     if (initialize(m_settings.verbose) != 1)
         log(LOG_ERR, "the library could not be made ready");
     openLog(m_settings.foreground); // the library has opened it without standard error
+    readMapping(m_next.model);
+    const Trial& trial = m_next.trial;
     std::unique_lock lock(m_mutex);
     for (;;) {
+        const auto now = Clock::now();
+        const bool restoring = trial.state == ChangeState::restoring;
         if (!m_jobs.empty()) {
             const Job job = std::move(m_jobs.front());
             m_jobs.pop_front();
-            m_working = true;
             lock.unlock();
             (this->*job.run)(*job.transaction);
             lock.lock();
-            m_working = false;
             job.transaction->ended = true;
             m_changed.notify_all();
+        } else if (restoring && (m_stopping || now >= m_retry) && !m_hurry) {
+            lock.unlock();
+            const bool restored = restore();
+            lock.lock();
+            m_hurry = m_hurry || (m_stopping && !restored);
         } else if (m_stopping) {
             m_ended = true;
             m_changed.notify_all();
             return;
-        } else if (m_toLoad != 0 || Clock::now() >= m_due) {
+        } else if (trial.state == ChangeState::pending && now >= trial.end) {
             lock.unlock();
-            refreshPart();
+            log(LOG_NOTICE, "a change was not confirmed in time: it is taken back");
+            beginRestore(std::move(m_record), RevertReason::expired);
+            lock.lock();
+        } else if (m_step != 0 || now >= m_due) {
+            lock.unlock();
+            refreshStep();
             lock.lock();
         } else {
-            m_changed.wait_until(lock, m_due);
+            m_changed.wait_until(lock, nextDue());
         }
     }
 }
 
-void Worker::makeAll(Transaction& transaction) {
-    unsigned loaded = 0;
-    unsigned affected = 0;
-    for (std::size_t i = 0; i < transaction.changes.size(); ++i) {
-        Change& change = transaction.changes[i];
-        const Object& object = *change.object;
-        transaction.position = i;
-        int status =
-            load(m_next.model, kDiscard | (object.before & ~loaded)); // waits for a locked database
-        if (status == CORVANTA_OK)
-            status = remember(change);
-        if (status == CORVANTA_OK && transaction.abandoned)
-            status = CORVANTA_FAILED;
-        if (status == CORVANTA_OK) {
-            change.begun = true;
-            Value value = change.value;
-            status = object.access(access_set, change.row, value);
-        }
-        transaction.status = status;
+// ------------------------------------------------------------------------------ a set's life
+
+void Worker::doSet(Transaction& set) {
+    const CutShort cut(set.abandoned);
+    const ChangeState state = m_next.trial.state;
+    if (set.abandoned)
+        return;
+    if (set.verdict != Verdict::notGiven)
+        return decide(set);
+    if (state == ChangeState::restoring || (state == ChangeState::pending && set.trial.count() == 0)) {
+        set.outcome = Outcome::unavailable;
+        return;
+    }
+    if (set.changes.empty())
+        return extend(set);
+    set.request = set.changes.front().request;
+    set.status = readFor(set);
+    int writes = 0;
+    if (set.status == CORVANTA_OK)
+        set.status = rehearse(set, writes);
+    if (set.status == CORVANTA_OK && !set.abandoned)
+        perform(set, writes);
+}
+
+void Worker::decide(Transaction& set) {
+    if (m_next.trial.state != ChangeState::pending) {
+        set.outcome = Outcome::inconsistent;
+    } else if (set.verdict == Verdict::none) {
+        set.outcome = Outcome::done;
+    } else if (set.verdict == Verdict::revert) {
+        log(LOG_NOTICE, "the change that is pending is taken back, as a manager wants");
+        beginRestore(std::move(m_record), RevertReason::requested);
+        set.outcome =
+            m_next.trial.state == ChangeState::idle ? Outcome::done : Outcome::undoing;
+    } else if (stays(set, {})) {
+        log(LOG_NOTICE, "the change that was pending stays");
+        m_record = {};
+        m_next.trial = {};
+        publish();
+        set.outcome = Outcome::done;
+    }
+}
+
+void Worker::extend(Transaction& set) {
+    if (m_next.trial.state != ChangeState::pending) {
+        set.outcome = Outcome::inconsistent;
+        return;
+    }
+    m_next.trial.timeout = set.trial;
+    m_next.trial.end = Clock::now() + set.trial;
+    publish();
+    set.outcome = Outcome::done;
+}
+
+int Worker::readFor(const Transaction& set) {
+    Tables tables;
+    for (const Change& change : set.changes)
+        if (!change.object->ownRow())
+            tables.add(change.object->tables());
+    for (const Table table : kAllTables) {
+        int status = CORVANTA_OK;
+        if (tables.has(table))
+            status = m_image.read(table);
+        else
+            for (const Change& change : set.changes)
+                if (status == CORVANTA_OK && change.object->tables().has(table))
+                    status = m_image.readRow(table, change.row);
         if (status != CORVANTA_OK)
-            return;
-        // The default bridge comes and goes without the cache.
-        loaded = object.after & kDefaultWan ? 0 : loaded | object.before;
-        affected |= object.after;
+            return status;
     }
-    show(affected);
+    return CORVANTA_OK;
 }
 
-/// Reads the old value, and those of the objects that change along.
-int Worker::remember(Change& change) {
-    if (change.object->after & kDefaultWan) {
-        for (const Instance& instance : m_next.instances) {
-            const Object& object = *instance.object;
-            if (!object.followsWan)
-                continue;
-            Change bystander{&object, instance.row, {}};
-            const int status = object.access(access_get, instance.row, bystander.old);
-            if (status == CORVANTA_OK)
-                change.bystanders.push_back(bystander);
-            else if (status != CORVANTA_UNKNOWN_ROW)
-                return status;
+/** Finds out what the set does to which rows, without doing it. */
+int Worker::rehearse(Transaction& set, int& writes) {
+    const QuietLibrary quiet;
+    Image image = m_image;
+    set.record = m_record; // a change on trial goes on from the one that is pending
+    Stage stage(image, &set.record);
+    if (const int status = play(set, stage); status != CORVANTA_OK)
+        return status;
+    writes = stage.writes();
+    if (!holds(set, image)) // one value of the request undoes another, or a row is missing
+        return CORVANTA_FAILED;
+    if (!canBeRestored(set.record)) {
+        log(LOG_WARNING, "a set is refused: it removes a row that could not be written again");
+        return CORVANTA_UNFIT;
+    }
+    return CORVANTA_OK;
+}
+
+void Worker::perform(Transaction& set, int writes) {
+    const bool wasPending = m_next.trial.state == ChangeState::pending;
+    Record done = m_record;
+    Image image = m_image;
+    if (writes != 0) {
+        if (!m_journal.save({false, set.record})) {
+            if (!wasPending)
+                m_journal.clear();
+            set.status = CORVANTA_FAILED;
+            return;
+        }
+        const unsigned long failures = client_failures();
+        Stage stage(image, &done, runDatabaseClient);
+        set.status = play(set, stage);
+        if (set.status == CORVANTA_OK)
+            set.status = readBack(set, done, image);
+        if (set.status == CORVANTA_OK && client_failures() != failures)
+            set.status = CORVANTA_FAILED; // a step whose failure the library ignores
+    }
+    if (set.status == CORVANTA_OK && stays(set, done)) {
+        m_image = std::move(image);
+        set.outcome = Outcome::done;
+        if (set.trial.count() != 0) {
+            m_record = std::move(done);
+            m_next.trial = {ChangeState::pending, set.trial, Clock::now() + set.trial};
+        } else {
+            set.record = std::move(done);
+        }
+        show();
+        return;
+    }
+    if (writes == 0)
+        return;
+    log(LOG_WARNING, "a set has failed and is taken back, " + statusText(set.status));
+    const std::uint32_t leftBefore = m_next.rowsNotRestored;
+    beginRestore(set.record, wasPending ? RevertReason::failed : RevertReason::none);
+    set.outcome = m_next.trial.state != ChangeState::idle       ? Outcome::undoing
+                  : m_next.rowsNotRestored != leftBefore ? Outcome::notUndone
+                                                                : Outcome::refused;
+}
+
+/** Reads what the change has touched, and compares: rows, and the values that the library makes of
+    them. */
+int Worker::readBack(const Transaction& set, const Record& done, Image& image) const {
+    const Image wanted = image;
+    for (const Table table : kAllTables) {
+        const TableRecord& record = done[table];
+        if (record.trails.empty())
+            continue;
+        int status = CORVANTA_OK;
+        if (!altersOnly(record))
+            status = image.read(table);
+        else
+            for (const Trail& trail : record.trails)
+                if (status == CORVANTA_OK)
+                    status = image.readRow(table, trail.id);
+        if (status != CORVANTA_OK)
+            return status;
+        for (const Trail& trail : record.trails) {
+            const auto want = wanted.find(table, trail.id);
+            const auto is = image.find(table, trail.id);
+            const bool wantIt = want != wanted[table].end();
+            const bool haveIt = is != image[table].end();
+            if (wantIt != haveIt || (wantIt && !(*want == *is)))
+                return CORVANTA_FAILED;
         }
     }
-    return change.object->access(access_get, change.row, change.old);
+    return holds(set, image) ? CORVANTA_OK : CORVANTA_FAILED;
 }
 
-void Worker::undoAll(Transaction& transaction) {
-    for (auto change = transaction.changes.rbegin(); change != transaction.changes.rend();
-         ++change) {
-        if (!change->begun)
-            continue;
-        undo(transaction, *change);
-        for (const Change& bystander : change->bystanders)
-            undo(transaction, bystander);
+/** The point of no return: somebody still waits, and the journal no longer takes the change back. */
+bool Worker::stays(Transaction& set, const Record& done) {
+    {
+        const std::lock_guard lock(m_mutex);
+        if (set.abandoned)
+            return false;
+        set.decided = true;
     }
-    show(kAll);
+    if (set.trial.count() != 0 ? m_journal.save({true, done}) : m_journal.clear())
+        return true;
+    set.status = CORVANTA_FAILED;
+    const std::lock_guard lock(m_mutex);
+    set.decided = false;
+    return false;
 }
 
-void Worker::undo(Transaction& transaction, const Change& change) {
-    int status;
-    do
-        status = restore(change);
-    while (status == CORVANTA_LOCKED && !m_stopping);
-    if (status == CORVANTA_OK)
+void Worker::doTakeBack(Transaction& set) {
+    const std::uint32_t leftBefore = m_next.rowsNotRestored;
+    if (m_next.trial.state == ChangeState::pending) {
+        beginRestore(std::move(m_record), RevertReason::failed);
+    } else if (m_next.trial.state == ChangeState::idle && !set.record.empty()) {
+        m_journal.save({false, set.record});
+        beginRestore(set.record, RevertReason::none);
+    }
+    set.outcome = m_next.trial.state == ChangeState::idle && m_next.rowsNotRestored == leftBefore
+                      ? Outcome::refused
+                      : Outcome::notUndone;
+}
+
+// --------------------------------------------------------------------------------- taking back
+
+void Worker::beginRestore(Record record, RevertReason reason) {
+    m_record = std::move(record);
+    m_reason = reason;
+    m_next.trial = {};
+    m_next.trial.state = ChangeState::restoring;
+    publish();
+    restore();
+}
+
+/** One attempt. @return whether everything is as it was */
+bool Worker::restore() {
+    const CutShort cut(m_hurry);
+    const bool restored = restoreRows() && m_journal.clear();
+    if (!restored) {
+        m_retry = Clock::now() + kRestoreRetry;
+        return false;
+    }
+    log(LOG_NOTICE, "a change has been taken back");
+    if (m_reason != RevertReason::none) {
+        ++m_next.reverts;
+        m_next.revertReason = m_reason;
+    }
+    m_record = {};
+    m_next.trial = {};
+    show();
+    return true;
+}
+
+bool Worker::restoreRows() {
+    const Tables tables = tablesToRestore(m_record);
+    for (int round = 0; round < kRestoreRounds; ++round) {
+        for (const Table table : kAllTables)
+            if (tables.has(table) && m_image.read(table) != CORVANTA_OK)
+                return false;
+        const Restoring next = restoring(m_record, m_image);
+        if (next.commands.empty()) {
+            if (next.leftAlone != 0)
+                log(LOG_WARNING, std::to_string(next.leftAlone) +
+                                     " rows are left as they are: others have changed them");
+            m_next.rowsNotRestored += static_cast<std::uint32_t>(next.leftAlone);
+            return true;
+        }
+        for (const std::string& command : next.commands) {
+            const int status = runCommand(command);
+            if (status != CORVANTA_OK && status != CORVANTA_UNKNOWN_ROW)
+                return false;
+        }
+    }
+    return false;
+}
+
+// ----------------------------------------------------------------------------------- refreshes
+
+/** Reads a table, or the line, so that a set waits for no more than that. */
+void Worker::refreshStep() {
+    const CutShort cut(m_stopping);
+    const unsigned long failures = client_failures();
+    int status = CORVANTA_OK;
+    if (m_step < kTables)
+        status = m_image.read(kAllTables.begin()[m_step]);
+    else if (!readLine(m_next.model))
+        status = CORVANTA_FAILED;
+    const bool failed = status != CORVANTA_OK || client_failures() != failures;
+    if (!failed && m_step++ < kTables)
         return;
-    transaction.undone = false;
-    log(LOG_ERR, "a set that failed could not be undone, status " + std::to_string(status));
+    m_step = 0;
+    endRefresh(failed, status);
 }
 
-int Worker::restore(const Change& change) {
-    const auto access = change.object->access;
-    Value current;
-    if (const int status = load(m_next.model, kDiscard); status != CORVANTA_OK)
-        return status;
-    if (const int status = access(access_get, change.row, current); status != CORVANTA_OK)
-        return status;
-    if (current == change.old)
-        return CORVANTA_OK;
-    if (const int status = load(m_next.model, change.object->before); status != CORVANTA_OK)
-        return status;
-    current = change.old;
-    const int status = access(access_set, change.row, current);
-    if (status == CORVANTA_OK || status == CORVANTA_LOCKED)
-        return status;
-    // What a change that failed half way has not made is missed here, but the value may be back.
-    const bool back =
-        access(access_get, change.row, current) == CORVANTA_OK && current == change.old;
-    return back ? CORVANTA_OK : status;
-}
-
-void Worker::refreshPart() {
-    if (m_toLoad == 0)
-        m_toLoad = kAll;
-    const unsigned part = m_toLoad & (~m_toLoad + 1); // the lowest bit
-    m_toLoad &= ~part;
-    const int status = load(m_next.model, part);
+void Worker::endRefresh(bool failed, int status) {
     const auto now = Clock::now();
-    if (status == CORVANTA_OK && m_toLoad != 0)
-        return;
-    const bool failed = status != CORVANTA_OK;
     if (failed != m_failing)
         log(failed ? LOG_WARNING : LOG_INFO,
-            failed ? "the device cannot be read, status " + std::to_string(status)
+            failed ? "the device cannot be read, " + statusText(status)
                    : "the device can be read again");
     m_failing = failed;
-    m_toLoad = 0;
     if (failed) {
         ++m_next.refreshesFailed;
         m_due = now + std::min(m_settings.interval, kRetry);
-    } else {
-        ++m_next.refreshesDone;
-        m_next.complete = true;
-        m_next.refreshed = now;
-        m_due = now + m_settings.interval;
+        publish();
+        return;
     }
+    ++m_next.refreshesDone;
+    m_next.complete = true;
+    m_next.refreshed = now;
+    m_due = now + m_settings.interval;
+    Stage stage(m_image);
+    const OnStage on(stage);
+    readConfiguration(m_next.model);
     publish();
 }
 
-void Worker::show(unsigned parts) {
-    if (load(m_next.model, parts) != CORVANTA_OK)
-        log(LOG_WARNING, "the device cannot be read after a set");
+void Worker::show() {
+    Stage stage(m_image);
+    const OnStage on(stage);
+    readConfiguration(m_next.model);
     m_due = std::min(m_due, Clock::now() + kSettle);
     publish();
 }

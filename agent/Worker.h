@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Journal.h"
 #include "Objects.h"
 
 #include <atomic>
@@ -13,29 +14,52 @@
 
 namespace agent {
 
-/// One value to write, and how to take that back.
+/** One value to write. */
 struct Change {
     const Object* object;
     int row;
     Value value;
-    Value old{};                      ///< what the database held before
-    bool begun = false;               ///< whether the database may have been changed
-    std::vector<Change> bystanders{}; ///< what may change with it; only their old values count
+    std::size_t request; ///< the place of its variable in the request
 };
 
-/// What one set request asks for: changes that are made in order and undone in reverse.
+/** What a manager says of the change that is pending; the numbers are those of the MIB. */
+enum class Verdict { notGiven = 0, none = 1, confirm = 2, revert = 3 };
+
+/** What became of a set. */
+enum class Outcome {
+    done,
+    refused,      ///< nothing has changed, or all of it was taken back; the status tells why
+    notUndone,    ///< it failed, and something of it could not be taken back
+    undoing,      ///< it failed, and is being taken back
+    unavailable,  ///< while another change is pending, or being taken back
+    inconsistent, ///< a verdict, or more time, without a change that is pending
+};
+
+/** What one set request asks for, all or nothing. */
 struct Transaction {
-    std::vector<Change> changes;
-    int status = CORVANTA_OK;             ///< of the change that ended it
-    std::atomic<std::size_t> position{0}; ///< of the change that is being made, or was the last
-    std::atomic<bool> abandoned{false};   ///< nobody waits any more: begin no further change
-    bool undone = true;                   ///< whether all that was begun could be taken back
-    bool ended = false;                   ///< guarded by the worker's mutex
+    std::vector<Change> changes; ///< in the order in which they are made
+    std::chrono::seconds trial{0}; ///< taken back after this time, unless confirmed; 0: to stay
+    Verdict verdict = Verdict::notGiven;
+
+    Outcome outcome = Outcome::refused;
+    int status = CORVANTA_OK;  ///< a corvanta_status, of what ended it
+    std::size_t request = 0;   ///< the place of the variable that ended it
+    Record record;             ///< how to take it back
+
+    std::atomic<bool> abandoned{false}; ///< nobody waits any more: run nothing more for it
+
+    // Guarded by the worker's mutex:
+    bool decided = false; ///< it stays, whether anybody still waits or not
+    bool ended = false;
 };
 
 /**
  * The thread that owns the library. It refreshes the snapshot at intervals and
  * makes changes, which go before what is left of a refresh.
+ *
+ * A change is rehearsed on an image of the database first. What it will do to
+ * which rows goes into the journal, and only then it is performed. One that is
+ * not whole in the end is taken back, by this process or the next.
  */
 class Worker {
 public:
@@ -43,27 +67,29 @@ public:
         bool verbose;
         bool foreground;
         std::chrono::seconds interval;
+        std::string state; ///< folder of the journal
     };
 
-    /// @param published called after each new snapshot, on the worker's thread
+    /** @param published called after each new snapshot, on the worker's thread */
     Worker(Settings settings, std::function<void()> published);
 
     void start();
 
-    /// Ends the thread; changes that have begun, or have to be undone, come to their end first.
-    /// @return false when it hangs in a refresh, which has nothing to lose: just end the process
+    /** Ends the thread. A change that has begun, or is being taken back, has a while to end; what
+        it leaves open then is left to the journal.
+        @return false when the thread hangs: just end the process */
     bool stop();
 
-    /// The newest snapshot; never null.
+    /** The newest snapshot; never null. */
     std::shared_ptr<const Snapshot> snapshot() const { return std::atomic_load(&m_snapshot); }
 
-    /// Makes changes and publishes what the database then says, unless one fails: undo() is next.
-    /// @return whether they have ended before the deadline; if not, none that hasn't begun will
-    bool make(const std::shared_ptr<Transaction>& transaction, Clock::time_point deadline);
+    /** Makes a change and publishes what the database then says.
+        @return whether it has ended before the deadline; if not, it comes to nothing */
+    bool make(const std::shared_ptr<Transaction>& set, Clock::time_point deadline);
 
-    /// Has the old values written back, behind what is under way, and publishes what the database
-    /// then says. @return whether that has ended before the deadline
-    bool undo(const std::shared_ptr<Transaction>& transaction, Clock::time_point deadline);
+    /** Takes a change back that was made, because others of its request failed.
+        @return whether it has been taken back before the deadline */
+    bool takeBack(const std::shared_ptr<Transaction>& set, Clock::time_point deadline);
 
 private:
     struct Job {
@@ -71,15 +97,27 @@ private:
         void (Worker::*run)(Transaction&);
     };
 
-    bool await(Job job, Clock::time_point deadline);
+    bool await(const Job& job, Clock::time_point deadline);
     void run();
-    void makeAll(Transaction& transaction);
-    void undoAll(Transaction& transaction);
-    int remember(Change& change);
-    void undo(Transaction& transaction, const Change& change);
-    int restore(const Change& change);
-    void refreshPart();
-    void show(unsigned parts);
+    Clock::time_point nextDue() const;
+
+    void doSet(Transaction& set);
+    void doTakeBack(Transaction& set);
+    void decide(Transaction& set);
+    void extend(Transaction& set);
+    int readFor(const Transaction& set);
+    int rehearse(Transaction& set, int& writes);
+    void perform(Transaction& set, int writes);
+    int readBack(const Transaction& set, const Record& done, Image& image) const;
+    bool stays(Transaction& set, const Record& done);
+
+    void beginRestore(Record record, RevertReason reason);
+    bool restore();
+    bool restoreRows();
+
+    void refreshStep();
+    void endRefresh(bool failed, int status);
+    void show();
     void publish();
 
     const Settings m_settings;
@@ -87,18 +125,23 @@ private:
     std::shared_ptr<const Snapshot> m_snapshot; ///< swapped as a whole
 
     // The worker thread's own.
-    Snapshot m_next;         ///< what the next snapshot is a copy of
-    unsigned m_toLoad = 0;   ///< parts that the refresh under way has still to load
-    bool m_failing = false;  ///< whether the last refresh failed
-    Clock::time_point m_due; ///< the next refresh
+    Journal m_journal;
+    Image m_image;                ///< of the database, each table as it was last read
+    Snapshot m_next;              ///< what the next snapshot is a copy of
+    std::size_t m_step = 0;       ///< of the refresh under way
+    bool m_failing = false;       ///< whether the last refresh failed
+    Clock::time_point m_due;      ///< the next refresh
+    Record m_record;              ///< of the change that is pending, or being taken back
+    RevertReason m_reason{};      ///< why it is being taken back
+    Clock::time_point m_retry;    ///< when to try again
 
     std::thread m_thread;
     std::mutex m_mutex;
     std::condition_variable m_changed; ///< one of the following has
     std::deque<Job> m_jobs;
-    bool m_working = false; ///< on a job, not on a refresh
     bool m_ended = false;
     std::atomic<bool> m_stopping{false};
+    std::atomic<bool> m_hurry{false}; ///< stop at once
 };
 
 } // namespace agent

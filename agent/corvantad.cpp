@@ -1,6 +1,8 @@
+#include "Client.h"
 #include "Log.h"
 #include "NetSnmp.h"
 #include "RequestHandler.h"
+#include "StateFolder.h"
 #include "Worker.h"
 
 #include <csignal>
@@ -76,13 +78,18 @@ int fail(const std::string& text) {
 } // namespace
 
 int main(int argc, char** argv) {
-    const agent::Options options = agent::parseOptions(argc, argv);
+    agent::Options options = agent::parseOptions(argc, argv);
     agent::openLog(true); // what goes wrong now can still be seen
+    if (const std::string problem =
+            agent::prepareState(options.state, options.user, options.clientLimit);
+        !problem.empty())
+        return fail(problem);
+    agent::setClientLimit(options.clientLimit);
     int pipe[2];          // the worker wakes this thread with it
     if (pipe2(pipe, O_CLOEXEC | O_NONBLOCK) != 0)
         return fail("no descriptors");
 
-    agent::Worker worker({options.verbose, options.foreground, options.interval},
+    agent::Worker worker({options.verbose, options.foreground, options.interval, options.state},
                          [&pipe] { [[maybe_unused]] const auto size = write(pipe[1], "", 1); });
     agent::RequestHandler handler({options.maxAge, options.setDeadline, options.notifications}, worker);
     agent::netsnmp::prepare(options);

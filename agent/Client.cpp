@@ -1,0 +1,184 @@
+#include "Client.h"
+
+#include "Log.h"
+#include "Stage.h"
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <thread>
+#include <utility>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace agent {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+constexpr std::size_t kMostOutput = 65536;
+
+std::atomic<std::chrono::seconds> limit{std::chrono::seconds(30)};
+std::atomic<std::uint32_t> killed{0};
+
+std::atomic<pid_t> running{0};
+
+thread_local Stage* stage = nullptr;
+thread_local const std::atomic<bool>* cutShort = nullptr;
+thread_local std::string output; ///< what the program said that the library reads now
+
+/** Starts the shell with its output in a pipe. @return its process, or -1 */
+pid_t start(const std::string& commandLine, int& reading) {
+    std::array<int, 2> ends{};
+    if (pipe2(ends.data(), O_CLOEXEC) != 0)
+        return -1;
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);
+    std::string shell = "sh";
+    std::string option = "-c";
+    std::string line = commandLine;
+    const std::array<char*, 4> arguments = {shell.data(), option.data(), line.data(), nullptr};
+    pid_t process = -1;
+    if (posix_spawn(&process, "/bin/sh", &actions, &attributes, arguments.data(), environ) != 0)
+        process = -1;
+    posix_spawnattr_destroy(&attributes);
+    posix_spawn_file_actions_destroy(&actions);
+    close(ends[1]);
+    if (process < 0)
+        close(ends[0]);
+    reading = ends[0];
+    return process;
+}
+
+/** @return whether all has come before the deadline */
+bool readAll(int descriptor, std::string& text, Clock::time_point deadline) {
+    std::array<char, 4096> piece{};
+    while (text.size() < kMostOutput) {
+        const auto left = std::chrono::ceil<milliseconds>(deadline - Clock::now()).count();
+        pollfd waiting{descriptor, POLLIN, 0};
+        if (left <= 0 || poll(&waiting, 1, static_cast<int>(left)) == 0)
+            return false;
+        const ssize_t size = read(descriptor, piece.data(), piece.size());
+        if (size == 0)
+            return true;
+        if (size > 0)
+            text.append(piece.data(), static_cast<std::size_t>(size));
+        else if (errno != EINTR)
+            return false;
+    }
+    return false;
+}
+
+/** @return whether the process has ended before the deadline */
+bool awaitEnd(pid_t process, int& status, Clock::time_point deadline) {
+    // It has closed its output and has little left to do.
+    for (auto pause = milliseconds(0);; pause = std::min(pause + milliseconds(1), milliseconds(50))) {
+        if (waitpid(process, &status, WNOHANG) != 0)
+            return true;
+        if (Clock::now() >= deadline)
+            return false;
+        if (pause == milliseconds(0))
+            std::this_thread::sleep_for(std::chrono::microseconds(100));
+        std::this_thread::sleep_for(pause);
+    }
+}
+
+} // namespace
+
+void setClientLimit(std::chrono::seconds seconds) {
+    limit = seconds;
+}
+
+std::uint32_t clientsKilled() {
+    return killed;
+}
+
+std::optional<Said> runProgram(const std::string& commandLine) {
+    if (cutShort != nullptr && *cutShort)
+        return std::nullopt;
+    int reading = -1;
+    const pid_t process = start(commandLine, reading);
+    if (process < 0)
+        return std::nullopt;
+    running = process;
+    const auto deadline = Clock::now() + limit.load();
+    Said said{"", false};
+    int status = 0;
+    const bool ended =
+        readAll(reading, said.text, deadline) && awaitEnd(process, status, deadline);
+    close(reading);
+    running = 0;
+    if (!ended) {
+        kill(-process, SIGKILL);
+        waitpid(process, &status, 0);
+        ++killed;
+        log(LOG_WARNING, "a program hung and was killed:" + commandLine);
+    }
+    // Half an answer of a killed one could pass for a whole one.
+    if (!ended || !WIFEXITED(status))
+        said.text.clear();
+    said.well = ended && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    return said;
+}
+
+void killProgram() {
+    if (const pid_t process = running; process > 0)
+        kill(-process, SIGKILL);
+}
+
+std::optional<std::string> runDatabaseClient(const std::string& commandLine) {
+    auto said = runProgram(commandLine);
+    if (!said)
+        return std::nullopt;
+    return std::move(said->text);
+}
+
+CutShort::CutShort(const std::atomic<bool>& flag) : m_before(std::exchange(cutShort, &flag)) {}
+
+CutShort::~CutShort() {
+    cutShort = m_before;
+}
+
+OnStage::OnStage(Stage& use) : m_before(std::exchange(stage, &use)) {}
+
+OnStage::~OnStage() {
+    stage = m_before;
+}
+
+} // namespace agent
+
+/** Takes the place of the system library's for the library. It reads one program at a time. */
+extern "C" FILE* popen(const char* command, const char*) {
+    using namespace agent;
+    std::optional<std::string> said;
+    if (!Stage::isFor(command)) {
+        const auto ran = runProgram(command);
+        if (ran && ran->well) // what a tool that failed has printed is no reading
+            said = ran->text;
+    } else if (stage != nullptr) {
+        said = stage->answer(command);
+    } else {
+        said = runDatabaseClient(command);
+    }
+    if (!said) {
+        errno = EAGAIN;
+        return nullptr;
+    }
+    output = std::move(*said);
+    return fmemopen(output.data(), output.size(), "r");
+}
+
+extern "C" int pclose(FILE* stream) {
+    return fclose(stream);
+}

@@ -1,0 +1,65 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+/**
+ * Where the library's programs are started. The library runs them through
+ * popen(), which this program replaces: each runs in a process group of its own
+ * to its end, or to a limit, before the library gets to read what it said.
+ */
+namespace agent {
+
+class Stage;
+
+struct Said {
+    std::string text;
+    bool well; ///< ended by itself, with status 0
+};
+
+/** How long a program may run; then it is killed, with all that it started. */
+void setClientLimit(std::chrono::seconds limit);
+
+/** Programs that were killed because they hung. */
+std::uint32_t clientsKilled();
+
+/** Runs a command line through the shell. One that hung, or was killed, has said nothing.
+    @return nothing when it could not be started */
+std::optional<Said> runProgram(const std::string& commandLine);
+
+/** Kills the program that runs now, if any. */
+void killProgram();
+
+/** Runs a command line of the database's client. @return what it said; nothing when it could not be
+    started */
+std::optional<std::string> runDatabaseClient(const std::string& commandLine);
+
+/** Has no program started for this thread's library calls any more once a flag is set, while it
+    lives. */
+class CutShort {
+public:
+    explicit CutShort(const std::atomic<bool>& flag);
+    ~CutShort();
+    CutShort(const CutShort&) = delete;
+    CutShort& operator=(const CutShort&) = delete;
+
+private:
+    const std::atomic<bool>* m_before;
+};
+
+/** Answers the database commands of this thread's library calls from a stage, while it lives. */
+class OnStage {
+public:
+    explicit OnStage(Stage& stage);
+    ~OnStage();
+    OnStage(const OnStage&) = delete;
+    OnStage& operator=(const OnStage&) = delete;
+
+private:
+    Stage* m_before;
+};
+
+} // namespace agent

@@ -1,0 +1,52 @@
+#pragma once
+
+#include "Tables.h"
+
+#include <array>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace agent {
+
+/** A row as the client prints it, by column; one that doesn't fit the table's shape has its Id
+    alone. */
+struct Row {
+    std::vector<std::string> columns;
+
+    int id() const;
+    std::string text() const; ///< columns separated by "|"
+
+    bool operator==(const Row& other) const { return columns == other.columns; }
+    bool operator!=(const Row& other) const { return columns != other.columns; }
+};
+
+Row parseRow(Table table, std::string_view text);
+
+using Rows = std::vector<Row>;
+
+/** What the configuration database held when it was read, table by table. */
+class Image {
+public:
+    Rows& operator[](Table table) { return m_tables[static_cast<std::size_t>(table)]; }
+    const Rows& operator[](Table table) const {
+        return m_tables[static_cast<std::size_t>(table)];
+    }
+
+    /** @return where the row with this Id stands, or the table's end */
+    Rows::iterator find(Table table, int id);
+    Rows::const_iterator find(Table table, int id) const;
+
+    /** Reads a table from the database, one client run a row.
+        @return a corvanta_status; on a failure the table stays as it was */
+    int read(Table table);
+
+    /** Reads one row in a single run, if it still stands where it stood; else the table. */
+    int readRow(Table table, int id);
+
+private:
+    std::array<Rows, kTables> m_tables;
+};
+
+} // namespace agent

@@ -1,0 +1,106 @@
+#include "StateFolder.h"
+
+#include "Log.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <filesystem>
+#include <thread>
+
+#include <fcntl.h>
+#include <pwd.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace agent {
+
+namespace {
+
+namespace fs = std::filesystem;
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+constexpr std::chrono::seconds kOtherAgent{2}; ///< one that is just ending
+
+/** Processes that have the file open, this one left out. */
+template <class Do>
+void forEachHolder(const struct stat& file, Do action) {
+    std::error_code gone;
+    for (const auto& process : fs::directory_iterator("/proc", gone)) {
+        const pid_t pid = static_cast<pid_t>(std::strtol(process.path().filename().c_str(), nullptr, 10));
+        if (pid <= 0 || pid == getpid())
+            continue;
+        for (const auto& descriptor : fs::directory_iterator(process.path() / "fd", gone)) {
+            struct stat open {};
+            if (stat(descriptor.path().c_str(), &open) == 0 && open.st_dev == file.st_dev &&
+                open.st_ino == file.st_ino) {
+                action(pid);
+                break;
+            }
+        }
+    }
+}
+
+/** Whether an agent holds the file, not only what one has left behind. */
+bool heldByAgent(const struct stat& file) {
+    std::error_code unknown;
+    const fs::path own = fs::read_symlink("/proc/self/exe", unknown);
+    bool held = false;
+    forEachHolder(file, [&](pid_t pid) {
+        held = held || fs::read_symlink("/proc/" + std::to_string(pid) + "/exe", unknown) == own;
+    });
+    return held;
+}
+
+bool lockWithin(int descriptor, std::chrono::seconds time) {
+    for (const auto end = Clock::now() + time; flock(descriptor, LOCK_EX | LOCK_NB) != 0;) {
+        if (Clock::now() >= end)
+            return false;
+        std::this_thread::sleep_for(milliseconds(20));
+    }
+    return true;
+}
+
+std::string problem(const std::string& path) {
+    return path + ": " + std::strerror(errno);
+}
+
+} // namespace
+
+std::string prepareState(std::string& path, const std::string& owner, std::chrono::seconds limit) {
+    path = fs::absolute(path).lexically_normal().string();
+    if (mkdir(path.c_str(), 0700) != 0 && errno != EEXIST)
+        return "cannot make the state folder " + problem(path);
+    const std::string name = path + "/agent.lock";
+    // Without close-on-exec: clients hold it too.
+    const int descriptor = open(name.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW, 0600);
+    struct stat file {};
+    if (descriptor < 0 || fstat(descriptor, &file) != 0)
+        return "cannot write to the state folder " + problem(name);
+    if (!owner.empty()) {
+        const passwd* user = getpwnam(owner.c_str());
+        if (user == nullptr)
+            return "there is no user " + owner;
+        std::error_code failed;
+        for (const auto& entry : fs::directory_iterator(path, failed))
+            if (lchown(entry.path().c_str(), user->pw_uid, user->pw_gid) != 0)
+                return "cannot give away " + problem(entry.path().string());
+        if (chown(path.c_str(), user->pw_uid, user->pw_gid) != 0)
+            return "cannot give away the state folder " + problem(path);
+    }
+    if (lockWithin(descriptor, kOtherAgent))
+        return "";
+    if (heldByAgent(file))
+        return "another corvantad uses the state folder " + path;
+    if (!lockWithin(descriptor, limit)) {
+        log(LOG_WARNING, "a client of an agent before hangs and is killed");
+        forEachHolder(file, [](pid_t pid) { kill(pid, SIGKILL); });
+        if (!lockWithin(descriptor, kOtherAgent))
+            return "the state folder is in use: " + path;
+    }
+    return "";
+}
+
+} // namespace agent
