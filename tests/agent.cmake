@@ -15,9 +15,10 @@ set(smi ${PROJECT_BINARY_DIR}/smi)
 add_test(NAME smi_modules COMMAND ${PROJECT_SOURCE_DIR}/agent/smi-modules ${smi})
 set_tests_properties(smi_modules PROPERTIES FIXTURES_SETUP smi SKIP_RETURN_CODE 77)
 
-add_executable(agent_test agent_test.cpp)
-target_link_libraries(agent_test PRIVATE GTest::gtest_main corvanta_flags)
-target_compile_definitions(agent_test PRIVATE
+# Tests of the agent share what Site.h needs.
+add_library(agent_site INTERFACE)
+target_link_libraries(agent_site INTERFACE GTest::gtest_main corvanta_flags)
+target_compile_definitions(agent_site INTERFACE
   SNMPD="${SNMPD}"
   CORVANTAD="$<TARGET_FILE:corvantad>"
   QUORLET="$<TARGET_FILE:quorlet>"
@@ -26,6 +27,9 @@ target_compile_definitions(agent_test PRIVATE
   MIB="${PROJECT_SOURCE_DIR}/agent/CORVANTA-MIB.txt"
   SNMPD_CONF="${PROJECT_BINARY_DIR}/agent/snmpd-corvanta.conf"
   ROOT_OID=".1.3.6.1.4.1.${CORVANTA_ENTERPRISE}.1")
-add_dependencies(agent_test corvantad quorlet pvcshim)
+add_dependencies(agent_site corvantad quorlet pvcshim)
+
+add_executable(agent_test agent_test.cpp)
+target_link_libraries(agent_test PRIVATE agent_site)
 add_test(NAME agent_test COMMAND agent_test)
 set_tests_properties(agent_test PROPERTIES FIXTURES_REQUIRED smi RUN_SERIAL ON TIMEOUT 300)

@@ -1,0 +1,233 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <arpa/inet.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <thread>
+
+namespace fs = std::filesystem;
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+inline int msSince(Clock::time_point start) {
+    return static_cast<int>((Clock::now() - start) / milliseconds(1));
+}
+
+inline void pause(int ms) {
+    std::this_thread::sleep_for(milliseconds(ms));
+}
+
+/// Tries until it holds, for a while.
+template <class Condition>
+bool soon(Condition condition, int ms = 10000) {
+    for (const auto start = Clock::now(); !condition(); pause(50)) {
+        if (msSince(start) > ms)
+            return false;
+    }
+    return true;
+}
+
+/// What a command in a folder prints, errors included.
+inline std::string output(const fs::path& folder, const std::string& command) {
+    std::string text;
+    FILE* pipe = popen(("cd " + folder.string() + " && " + command + " 2>&1").c_str(), "r");
+    char buffer[4096];
+    for (std::size_t size; (size = fread(buffer, 1, sizeof buffer, pipe)) > 0;)
+        text.append(buffer, size);
+    pclose(pipe);
+    return text;
+}
+
+/// A program that runs in a folder, in a process group of its own.
+class Process {
+public:
+    Process(const fs::path& folder, const std::string& command) : m_pid(fork()) {
+        if (m_pid != 0)
+            return;
+        setpgid(0, 0);
+        fs::current_path(folder);
+        execl("/bin/sh", "sh", "-c", ("exec env " + command).c_str(), nullptr);
+        _exit(127);
+    }
+    Process(const Process&) = delete;
+    Process& operator=(const Process&) = delete;
+    ~Process() {
+        if (m_pid > 0)
+            end(SIGKILL);
+    }
+
+    pid_t pid() const { return m_pid; }
+
+    /// @return the exit status, or -1 when the signal ended it
+    int end(int signal) {
+        kill(signal == SIGKILL ? -m_pid : m_pid, signal);
+        int status = 0;
+        waitpid(m_pid, &status, 0);
+        m_pid = 0;
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+
+private:
+    pid_t m_pid;
+};
+
+/// A socket that the kernel gives a port.
+struct Port {
+    int descriptor = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    int number = 0;
+
+    Port() {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t size = sizeof address;
+        auto* generic = reinterpret_cast<sockaddr*>(&address);
+        if (bind(descriptor, generic, size) == 0 && getsockname(descriptor, generic, &size) == 0)
+            number = ntohs(address.sin_port);
+    }
+    Port(const Port&) = delete;
+    Port& operator=(const Port&) = delete;
+    ~Port() { close(descriptor); }
+};
+
+/// A device in a folder, with an agent, and managers.
+class Site {
+public:
+    explicit Site(const std::string& options = "") {
+        std::string name = (fs::temp_directory_path() / "agent_test.XXXXXX").string();
+        folder = mkdtemp(name.data());
+        address = "127.0.0.1:" + std::to_string(Port().number);
+        // A client between the agent and the real one: it can be told to be slow in changing
+        // things, or not to answer, and notes the sockets that it inherits.
+        fs::create_directory(folder / "bin");
+        write("bin/quorlet",
+              "#!/bin/sh\ncd " + folder.string() +
+                  "\nfor f in /proc/$$/fd/*; do [ ! -S $f ] || echo $f >>sockets; done\n"
+                  "[ ! -e silent ] || exit\n"
+                  "case $1 in *updatekey*) [ ! -e slow ] || { touch changing; sleep 3; } ;; esac\n"
+                  "exec " QUORLET " \"$@\"\n");
+        write("agent.conf", "rwcommunity test 127.0.0.1\n");
+        run("chmod +x bin/quorlet && " ON_DEVICE " device true");
+        if (!options.empty())
+            startAlone(options);
+    }
+    ~Site() {
+        agent.reset();
+        std::error_code busy; // a client may just be ending
+        soon([&] { return fs::remove_all(folder, busy), !busy; });
+    }
+    Site(const Site&) = delete;
+    Site& operator=(const Site&) = delete;
+
+    std::string run(const std::string& command) const { return output(folder, command); }
+
+    bool has(const char* file) const { return fs::exists(folder / file); }
+
+    void write(const char* file, const std::string& text) const {
+        std::ofstream(folder / file) << text;
+    }
+
+    void startAgent(const std::string& options) {
+        const std::string parts = fs::path(QUORLET).parent_path().string();
+        agent = std::make_unique<Process>(
+            folder, environment + ON_DEVICE " device env PATH=$PWD/bin:" + parts +
+                        ":$PATH " CORVANTAD " -f " + options + " >>agent.log 2>&1");
+    }
+
+    void startAlone(const std::string& options) {
+        startAgent("-m " + address + " -c agent.conf -s state " + options);
+        awaitAgent();
+    }
+
+    void awaitAgent() {
+        patience = "0.3";
+        EXPECT_TRUE(soon([this] { return get("3.2.0") == "INTEGER: 2"; })) << run("cat agent.log");
+        patience = "9";
+    }
+
+    std::string tool(const std::string& command, const std::string& arguments) const {
+        return run(environment + command + " " + manager + " -r 0 -t " + patience + " -On " +
+                   address + " " + arguments);
+    }
+
+    /// The value, as "INTEGER: 1"; empty when there is an error.
+    std::string get(const std::string& object) const {
+        const std::string answer = tool("snmpget", oid(object));
+        const std::size_t value = answer.find(" = ") + 3;
+        return value < 3 ? "" : answer.substr(value, answer.size() - value - 1);
+    }
+
+    /// What is said of an error: "wrongType"; empty without one.
+    std::string set(const std::string& object, const std::string& typeAndValue) const {
+        const std::string answer = tool("snmpset", oid(object) + " " + typeAndValue);
+        const std::size_t reason = answer.find("Reason: ") + 8;
+        if (reason >= 8)
+            return answer.substr(reason, answer.find_first_of(" \n", reason) - reason);
+        return answer.find(" = ") == answer.npos ? answer : "";
+    }
+
+    std::string sql(const std::string& statement) const {
+        return run("sqlite3 -batch device/config.db '.timeout 5000' \"" + statement + "\"");
+    }
+
+    /// Holds the database for a while, from another process.
+    std::unique_ptr<Process> lock(const std::string& seconds) const {
+        write("lock.sql", ".timeout 5000\nBEGIN EXCLUSIVE;\n.shell touch locked; sleep " + seconds +
+                              "; rm locked\nCOMMIT;\n");
+        auto process = std::make_unique<Process>(folder, "sqlite3 device/config.db <lock.sql");
+        EXPECT_TRUE(soon([this] { return has("locked"); }));
+        return process;
+    }
+
+    /// How many lines the agent itself has logged.
+    int logged() const { return std::stoi(run("grep -c :corvantad: agent.log")); }
+
+    static std::string oid(const std::string& object) { return ROOT_OID ".1." + object; }
+
+    fs::path folder;
+    std::string address;
+    std::string environment = "MIBS= ";
+    std::string manager = "-v2c -c test";
+    std::string patience = "9"; ///< in seconds
+    std::unique_ptr<Process> agent;
+};
+
+inline const std::string kUser =
+    "-v3 -a SHA -A 'auth passphrase' -x AES -X 'priv passphrase' -u corvanta";
+
+/// The agent as a subagent of snmpd, with users for the access rules that are shipped.
+class Subagent : public Site {
+public:
+    Subagent() {
+        manager = kUser + "Operator -l authPriv";
+        environment += "SNMPCONFPATH=. ";
+        std::string configuration = "agentaddress udp:" + address + "\nagentXSocket " +
+                                    folder.string() + "/agentx\nincludeFile " SNMPD_CONF "\n";
+        for (const char* user : {"Reader", "Operator", "Stranger"})
+            configuration += std::string("createUser corvanta") + user +
+                             " SHA \"auth passphrase\" AES \"priv passphrase\"\n";
+        write("master.conf", configuration);
+        startMaster();
+        startAgent("-x agentx");
+        awaitAgent();
+    }
+
+    void startMaster() {
+        master = std::make_unique<Process>(
+            folder, environment + "SNMP_PERSISTENT_DIR=snmpd " SNMPD
+                                  " -f -Lo -C -I -smux -c master.conf >>master.log 2>&1");
+    }
+
+    std::unique_ptr<Process> master;
+};
