@@ -83,7 +83,8 @@ bool readAll(int descriptor, std::string& text, Clock::time_point deadline) {
 /** @return whether the process has ended before the deadline */
 bool awaitEnd(pid_t process, int& status, Clock::time_point deadline) {
     // It has closed its output and has little left to do.
-    for (auto pause = milliseconds(0);; pause = std::min(pause + milliseconds(1), milliseconds(50))) {
+    for (auto pause = milliseconds(0);;
+         pause = std::min(pause + milliseconds(1), milliseconds(50))) {
         if (waitpid(process, &status, WNOHANG) != 0)
             return true;
         if (Clock::now() >= deadline)
@@ -115,8 +116,7 @@ std::optional<Said> runProgram(const std::string& commandLine) {
     const auto deadline = Clock::now() + limit.load();
     Said said{"", false};
     int status = 0;
-    const bool ended =
-        readAll(reading, said.text, deadline) && awaitEnd(process, status, deadline);
+    const bool ended = readAll(reading, said.text, deadline) && awaitEnd(process, status, deadline);
     close(reading);
     running = 0;
     if (!ended) {

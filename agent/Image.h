@@ -30,9 +30,7 @@ using Rows = std::vector<Row>;
 class Image {
 public:
     Rows& operator[](Table table) { return m_tables[static_cast<std::size_t>(table)]; }
-    const Rows& operator[](Table table) const {
-        return m_tables[static_cast<std::size_t>(table)];
-    }
+    const Rows& operator[](Table table) const { return m_tables[static_cast<std::size_t>(table)]; }
 
     /** @return where the row with this Id stands, or the table's end */
     Rows::iterator find(Table table, int id);

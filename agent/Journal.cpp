@@ -112,8 +112,8 @@ std::optional<Entry> Journal::load() {
     if (entry)
         return entry;
     const std::string aside = m_file + ".damaged";
-    log(LOG_ERR, m_file + " is damaged or of another version: a change may be half done; kept as " +
-                     aside);
+    log(LOG_ERR,
+        m_file + " is damaged or of another version: a change may be half done; kept as " + aside);
     m_damaged = true;
     if (std::rename(m_file.c_str(), aside.c_str()) != 0 || !syncFolder())
         failed("keep aside", m_file);

@@ -32,8 +32,8 @@ void readCircuits(Model& model) {
         const bool cached = atm_access_c(access_get, &entry, n, 0) == CORVANTA_OK &&
                             (entry.Enabled != 0 || entry.DeviceName[0] != '\0');
         const int fcsPreserve = TruthValue_internal_to_snmp(entry.FcsPreserve);
-        model.circuits[static_cast<std::size_t>(n)] = {
-            cached, {entry.Enabled}, entry.DeviceName, entry.Vpi, entry.Vci, {fcsPreserve}};
+        model.circuits[static_cast<std::size_t>(n)] = {cached,    {entry.Enabled}, entry.DeviceName,
+                                                       entry.Vpi, entry.Vci,       {fcsPreserve}};
     }
 }
 

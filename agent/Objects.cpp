@@ -136,8 +136,8 @@ int withoutRemains(Change change) {
     if (status != CORVANTA_OK || before <= 0 || defaultBridge() == before)
         return status;
     std::string answer;
-    const int removed = call_cmd(" quorlet \" deletekey    Bridge Id " + std::to_string(before) + " ;\" ",
-                                 answer, 5);
+    const int removed = call_cmd(
+        " quorlet \" deletekey    Bridge Id " + std::to_string(before) + " ;\" ", answer, 5);
     return removed == CORVANTA_UNKNOWN_ROW ? CORVANTA_OK : removed;
 }
 
@@ -168,10 +168,12 @@ int writeCircuitId(int row, const Value& value) {
 }
 
 int writeVlanEnabled(int row, const Value& value) {
-    return writeTruth(value, [row](int* truth) { return VlanEnabled_snmp(access_set, truth, row); });
+    return writeTruth(value,
+                      [row](int* truth) { return VlanEnabled_snmp(access_set, truth, row); });
 }
 
-/** A VLAN object that is off has no bridge: the library stores the change, then misses the bridge. */
+/** A VLAN object that is off has no bridge: the library stores the change, then misses the bridge.
+ */
 int storedWhenOff(int status, int row) {
     int enabled = 0;
     const bool off = VlanEnabled_snmp(access_get, &enabled, row) == CORVANTA_OK && enabled == 2;
@@ -253,8 +255,8 @@ const std::vector<Object>& objects() {
     constexpr long kLongestTrial = 86400; // seconds
     constexpr Tables kCircuit{Table::atm, Table::node};
     constexpr Tables kDiscard{Table::vlanParams, Table::bridgeInterface, Table::bridgeFilter};
-    constexpr Tables kBridging{Table::bridge, Table::bridgeInterface, Table::bridgeFilter,
-                               Table::node,   Table::netif,           Table::vlan,
+    constexpr Tables kBridging{Table::bridge,    Table::bridgeInterface, Table::bridgeFilter,
+                               Table::node,      Table::netif,           Table::vlan,
                                Table::vlanParams};
     constexpr auto writeVpi = writeCircuitId<vantorKx9_Vpi>;
     constexpr auto writeVci = writeCircuitId<vantorKx9_Vci>;

@@ -116,7 +116,8 @@ private:
     netsnmp_variable_list* m_list = nullptr;
 };
 
-/** cvCircuitUp or cvCircuitDown, which have the numbers of the states, with the objects of a row. */
+/** cvCircuitUp or cvCircuitDown, which have the numbers of the states, with the objects of a row.
+ */
 void sendCircuit(const Snapshot& snapshot, int row, int state) {
     Bindings bindings(static_cast<Notification>(state));
     for (const Instance& instance : snapshot.instances) {
@@ -151,7 +152,7 @@ bool RequestHandler::registerObjects() {
 }
 
 int RequestHandler::handle(netsnmp_mib_handler* handler, netsnmp_handler_registration*,
-                 netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
+                           netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
     try {
         static_cast<RequestHandler*>(handler->myvoid)->dispatch(*info, requests);
     } catch (const std::exception& error) {
@@ -297,8 +298,8 @@ void RequestHandler::make(netsnmp_request_info* requests) {
     if (!m_set)
         return;
     // A time of 0 by itself.
-    const bool nothing = m_set->changes.empty() && m_set->trial == seconds(0) &&
-                         m_set->verdict == Verdict::notGiven;
+    const bool nothing =
+        m_set->changes.empty() && m_set->trial == seconds(0) && m_set->verdict == Verdict::notGiven;
     int error = SNMP_ERR_NOERROR;
     if (!nothing) {
         const bool inTime = m_worker.make(m_set, Clock::now() + m_settings.setDeadline);

@@ -76,7 +76,8 @@ private:
                 continue;
             if (rows[i].id() == trail.id)
                 return i;
-            const bool other = std::find(others.begin(), others.end(), rows[i].id()) != others.end();
+            const bool other =
+                std::find(others.begin(), others.end(), rows[i].id()) != others.end();
             if (anew == kNone && !other)
                 anew = i;
         }
@@ -90,8 +91,8 @@ private:
         for (std::size_t i = 0; i < rows.size(); ++i) {
             if (taken[i] || rows[i].id() != trail.id)
                 continue;
-            const bool same = std::any_of(
-                trail.versions.begin(), trail.versions.end(), [&](const auto& version) {
+            const bool same =
+                std::any_of(trail.versions.begin(), trail.versions.end(), [&](const auto& version) {
                     return version && rows[i].columns.size() == version->columns.size() &&
                            rows[i].columns[subject] == version->columns[subject];
                 });
@@ -155,13 +156,13 @@ private:
     }
 
     void update(Table table, const Row& now, const std::string& changes) {
-        m_result.commands.push_back(commandLine(
-            "updatekey " + std::string(shapeOf(table).name) + " Id " + now.columns[0] + changes));
+        m_result.commands.push_back(commandLine("updatekey " + std::string(shapeOf(table).name) +
+                                                " Id " + now.columns[0] + changes));
     }
 
     void remove(Table table, const Row& now) {
-        m_result.commands.push_back(commandLine("deletekey " + std::string(shapeOf(table).name) +
-                                                " Id " + now.columns[0]));
+        m_result.commands.push_back(
+            commandLine("deletekey " + std::string(shapeOf(table).name) + " Id " + now.columns[0]));
     }
 
     void insert(Table table, const Trail& trail) {
@@ -174,8 +175,7 @@ private:
         std::string values;
         for (std::size_t i = 1; i < shape.columns.size(); ++i)
             values += typed(shape.columns[i], wanted.columns[i]);
-        m_result.commands.push_back(
-            commandLine("insertkey " + std::string(shape.name) + values));
+        m_result.commands.push_back(commandLine("insertkey " + std::string(shape.name) + values));
     }
 
     /** Rows that the change doesn't touch can refer to a bridge that it removes. */

@@ -9,7 +9,6 @@
 #include <thread>
 
 #include <fcntl.h>
-#include <pwd.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -29,7 +28,8 @@ template <class Do>
 void forEachHolder(const struct stat& file, Do action) {
     std::error_code gone;
     for (const auto& process : fs::directory_iterator("/proc", gone)) {
-        const pid_t pid = static_cast<pid_t>(std::strtol(process.path().filename().c_str(), nullptr, 10));
+        const pid_t pid =
+            static_cast<pid_t>(std::strtol(process.path().filename().c_str(), nullptr, 10));
         if (pid <= 0 || pid == getpid())
             continue;
         for (const auto& descriptor : fs::directory_iterator(process.path() / "fd", gone)) {
@@ -69,7 +69,7 @@ std::string problem(const std::string& path) {
 
 } // namespace
 
-std::string prepareState(std::string& path, const std::string& owner, std::chrono::seconds limit) {
+std::string prepareState(std::string& path, std::chrono::seconds limit) {
     path = fs::absolute(path).lexically_normal().string();
     if (mkdir(path.c_str(), 0700) != 0 && errno != EEXIST)
         return "cannot make the state folder " + problem(path);
@@ -79,17 +79,6 @@ std::string prepareState(std::string& path, const std::string& owner, std::chron
     struct stat file {};
     if (descriptor < 0 || fstat(descriptor, &file) != 0)
         return "cannot write to the state folder " + problem(name);
-    if (!owner.empty()) {
-        const passwd* user = getpwnam(owner.c_str());
-        if (user == nullptr)
-            return "there is no user " + owner;
-        std::error_code failed;
-        for (const auto& entry : fs::directory_iterator(path, failed))
-            if (lchown(entry.path().c_str(), user->pw_uid, user->pw_gid) != 0)
-                return "cannot give away " + problem(entry.path().string());
-        if (chown(path.c_str(), user->pw_uid, user->pw_gid) != 0)
-            return "cannot give away the state folder " + problem(path);
-    }
     if (lockWithin(descriptor, kOtherAgent))
         return "";
     if (heldByAgent(file))
@@ -101,6 +90,14 @@ std::string prepareState(std::string& path, const std::string& owner, std::chron
             return "the state folder is in use: " + path;
     }
     return "";
+}
+
+bool giveState(const std::string& path, unsigned user, unsigned group) {
+    std::error_code failed;
+    bool given = lchown(path.c_str(), user, group) == 0;
+    for (const auto& entry : fs::recursive_directory_iterator(path, failed))
+        given = given && lchown(entry.path().c_str(), user, group) == 0;
+    return given && !failed;
 }
 
 } // namespace agent

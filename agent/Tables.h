@@ -13,8 +13,8 @@ enum class Table { bridge, bridgeInterface, bridgeFilter, node, netif, vlan, vla
 
 constexpr std::size_t kTables = 8;
 constexpr std::initializer_list<Table> kAllTables = {
-    Table::bridge, Table::bridgeInterface, Table::bridgeFilter, Table::node,
-    Table::netif,  Table::vlan,            Table::vlanParams,   Table::atm,
+    Table::bridge, Table::bridgeInterface, Table::bridgeFilter, Table::node, Table::netif,
+    Table::vlan,   Table::vlanParams,      Table::atm,
 };
 
 struct Column {

@@ -33,10 +33,16 @@ bool holds(const Transaction& set, Image image) {
     const OnStage on(stage);
     Snapshot snapshot;
     readConfiguration(snapshot.model);
-    return std::all_of(set.changes.begin(), set.changes.end(), [&](const Change& change) {
+    for (auto change = set.changes.begin(); change != set.changes.end(); ++change) {
+        const auto later = std::find_if(change + 1, set.changes.end(), [&](const Change& other) {
+            return other.object == change->object && other.row == change->row;
+        });
         Value value;
-        return change.object->read({snapshot, 0}, change.row, value) && value == change.value;
-    });
+        if (later == set.changes.end() &&
+            !(change->object->read({snapshot, 0}, change->row, value) && value == change->value))
+            return false;
+    }
+    return true;
 }
 
 /** Has the library make the changes on a stage. */
@@ -68,8 +74,10 @@ int runCommand(const std::string& command) {
 } // namespace
 
 Worker::Worker(Settings settings, std::function<void()> published)
-    : m_settings(std::move(settings)), m_published(std::move(published)),
-      m_journal(m_settings.state), m_due(Clock::now()) {
+    : m_settings(std::move(settings)),
+      m_published(std::move(published)),
+      m_journal(m_settings.state),
+      m_due(Clock::now()) {
     m_next.refreshed = m_due;
     if (auto entry = m_journal.load()) {
         log(LOG_WARNING, entry->pending ? "a change was pending at the end: it is taken back"
@@ -190,7 +198,8 @@ void Worker::doSet(Transaction& set) {
         return;
     if (set.verdict != Verdict::notGiven)
         return decide(set);
-    if (state == ChangeState::restoring || (state == ChangeState::pending && set.trial.count() == 0)) {
+    if (state == ChangeState::restoring ||
+        (state == ChangeState::pending && set.trial.count() == 0)) {
         set.outcome = Outcome::unavailable;
         return;
     }
@@ -213,8 +222,7 @@ void Worker::decide(Transaction& set) {
     } else if (set.verdict == Verdict::revert) {
         log(LOG_NOTICE, "the change that is pending is taken back, as a manager wants");
         beginRestore(std::move(m_record), RevertReason::requested);
-        set.outcome =
-            m_next.trial.state == ChangeState::idle ? Outcome::done : Outcome::undoing;
+        set.outcome = m_next.trial.state == ChangeState::idle ? Outcome::done : Outcome::undoing;
     } else if (stays(set, {})) {
         log(LOG_NOTICE, "the change that was pending stays");
         m_record = {};
@@ -308,9 +316,9 @@ void Worker::perform(Transaction& set, int writes) {
     log(LOG_WARNING, "a set has failed and is taken back, " + statusText(set.status));
     const std::uint32_t leftBefore = m_next.rowsNotRestored;
     beginRestore(set.record, wasPending ? RevertReason::failed : RevertReason::none);
-    set.outcome = m_next.trial.state != ChangeState::idle       ? Outcome::undoing
-                  : m_next.rowsNotRestored != leftBefore ? Outcome::notUndone
-                                                                : Outcome::refused;
+    set.outcome = m_next.trial.state != ChangeState::idle ? Outcome::undoing
+                  : m_next.rowsNotRestored != leftBefore  ? Outcome::notUndone
+                                                          : Outcome::refused;
 }
 
 /** Reads what the change has touched, and compares: rows, and the values that the library makes of
@@ -342,7 +350,8 @@ int Worker::readBack(const Transaction& set, const Record& done, Image& image) c
     return holds(set, image) ? CORVANTA_OK : CORVANTA_FAILED;
 }
 
-/** The point of no return: somebody still waits, and the journal no longer takes the change back. */
+/** The point of no return: somebody still waits, and the journal no longer takes the change back.
+ */
 bool Worker::stays(Transaction& set, const Record& done) {
     {
         const std::lock_guard lock(m_mutex);

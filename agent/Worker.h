@@ -37,14 +37,14 @@ enum class Outcome {
 
 /** What one set request asks for, all or nothing. */
 struct Transaction {
-    std::vector<Change> changes; ///< in the order in which they are made
+    std::vector<Change> changes;   ///< in the order in which they are made
     std::chrono::seconds trial{0}; ///< taken back after this time, unless confirmed; 0: to stay
     Verdict verdict = Verdict::notGiven;
 
     Outcome outcome = Outcome::refused;
-    int status = CORVANTA_OK;  ///< a corvanta_status, of what ended it
-    std::size_t request = 0;   ///< the place of the variable that ended it
-    Record record;             ///< how to take it back
+    int status = CORVANTA_OK; ///< a corvanta_status, of what ended it
+    std::size_t request = 0;  ///< the place of the variable that ended it
+    Record record;            ///< how to take it back
 
     std::atomic<bool> abandoned{false}; ///< nobody waits any more: run nothing more for it
 
@@ -126,14 +126,14 @@ private:
 
     // The worker thread's own.
     Journal m_journal;
-    Image m_image;                ///< of the database, each table as it was last read
-    Snapshot m_next;              ///< what the next snapshot is a copy of
-    std::size_t m_step = 0;       ///< of the refresh under way
-    bool m_failing = false;       ///< whether the last refresh failed
-    Clock::time_point m_due;      ///< the next refresh
-    Record m_record;              ///< of the change that is pending, or being taken back
-    RevertReason m_reason{};      ///< why it is being taken back
-    Clock::time_point m_retry;    ///< when to try again
+    Image m_image;             ///< of the database, each table as it was last read
+    Snapshot m_next;           ///< what the next snapshot is a copy of
+    std::size_t m_step = 0;    ///< of the refresh under way
+    bool m_failing = false;    ///< whether the last refresh failed
+    Clock::time_point m_due;   ///< the next refresh
+    Record m_record;           ///< of the change that is pending, or being taken back
+    RevertReason m_reason{};   ///< why it is being taken back
+    Clock::time_point m_retry; ///< when to try again
 
     std::thread m_thread;
     std::mutex m_mutex;

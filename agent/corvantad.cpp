@@ -64,10 +64,11 @@ void tellServiceManager(const char* state) {
     close(descriptor);
 }
 
-bool becomeUser(const std::string& name) {
+bool becomeUser(const std::string& name, const std::string& state) {
     const passwd* user = getpwnam(name.c_str());
-    return user != nullptr && initgroups(name.c_str(), user->pw_gid) == 0 &&
-           setgid(user->pw_gid) == 0 && setuid(user->pw_uid) == 0;
+    return user != nullptr && agent::giveState(state, user->pw_uid, user->pw_gid) &&
+           initgroups(name.c_str(), user->pw_gid) == 0 && setgid(user->pw_gid) == 0 &&
+           setuid(user->pw_uid) == 0;
 }
 
 int fail(const std::string& text) {
@@ -80,24 +81,24 @@ int fail(const std::string& text) {
 int main(int argc, char** argv) {
     agent::Options options = agent::parseOptions(argc, argv);
     agent::openLog(true); // what goes wrong now can still be seen
-    if (const std::string problem =
-            agent::prepareState(options.state, options.user, options.clientLimit);
+    if (const std::string problem = agent::prepareState(options.state, options.clientLimit);
         !problem.empty())
         return fail(problem);
     agent::setClientLimit(options.clientLimit);
-    int pipe[2];          // the worker wakes this thread with it
+    int pipe[2]; // the worker wakes this thread with it
     if (pipe2(pipe, O_CLOEXEC | O_NONBLOCK) != 0)
         return fail("no descriptors");
 
     agent::Worker worker({options.verbose, options.foreground, options.interval, options.state},
                          [&pipe] { [[maybe_unused]] const auto size = write(pipe[1], "", 1); });
-    agent::RequestHandler handler({options.maxAge, options.setDeadline, options.notifications}, worker);
+    agent::RequestHandler handler({options.maxAge, options.setDeadline, options.notifications},
+                                  worker);
     agent::netsnmp::prepare(options);
     if (!handler.registerObjects())
         return fail("the objects could not be registered");
     if (!agent::netsnmp::open(options))
         return fail("cannot listen at " + options.master);
-    if (!options.user.empty() && !becomeUser(options.user))
+    if (!options.user.empty() && !becomeUser(options.user, options.state))
         return fail("cannot run as user " + options.user);
     if (!options.foreground && daemon(0, 0) != 0)
         return fail("cannot go to the background");

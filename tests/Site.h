@@ -219,7 +219,7 @@ public:
                              " SHA \"auth passphrase\" AES \"priv passphrase\"\n";
         write("master.conf", configuration);
         startMaster();
-        startAgent("-x agentx");
+        startAgent("-x agentx -s state");
         awaitAgent();
     }
 

@@ -19,6 +19,9 @@ const char* const kTree[][4] = {
     {"1.1", "0", "Counter32", "1"},
     {"1.2", "0", "Counter32", "0"},
     {"1.4", "0", "Counter32", "0"},
+    {"1.5", "0", "Counter32", "0"},
+    {"1.6", "0", "Counter32", "0"},
+    {"1.7", "0", "Counter32", "0"},
     {"2.1", "0", "Gauge32", "5696"},
     {"2.2", "0", "Gauge32", "1024"},
     {"2.3", "0", "Gauge32", "6144"},
@@ -37,6 +40,10 @@ const char* const kTree[][4] = {
     {"7.1.2", "1", "INTEGER", "2 2 2 2 2 2 2 2"},
     {"7.1.3", "1", "INTEGER", "2 2 2 2 2 2 2 2"},
     {"7.1.4", "1", "STRING", "wan1 wan1 wan1 wan1 wan1 wan1 wan1 wan1"},
+    {"8.1", "0", "Gauge32", "0"},
+    {"8.2", "0", "Gauge32", "0"},
+    {"8.3", "0", "INTEGER", "1"},
+    {"8.4", "0", "INTEGER", "1"},
 };
 
 /// A set of each writable object, there and back, and what the database holds in between.
@@ -131,7 +138,7 @@ TEST(Agent, ServesTheTreeAsASubagent) {
     // The agent is started first.
     site.master.reset();
     site.agent.reset();
-    site.startAgent("-x agentx");
+    site.startAgent("-x agentx -s state");
     pause(500);
     site.startMaster();
     site.awaitAgent();
