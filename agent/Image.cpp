@@ -18,7 +18,7 @@ int readAt(Table table, std::size_t position, Row& row) {
     const int status = config_row_read(shapeOf(table).name.data(), static_cast<int>(position),
                                        text.data(), static_cast<int>(text.size()), &length);
     if (status == CORVANTA_OK)
-        row = parseRow(table, {text.data(), static_cast<std::size_t>(length)});
+        row = parseRow({text.data(), static_cast<std::size_t>(length)});
     return status;
 }
 
@@ -33,6 +33,10 @@ int Row::id() const {
     return static_cast<int>(std::strtol(columns.front().c_str(), nullptr, 10));
 }
 
+bool Row::fits(Table table) const {
+    return columns.size() == shapeOf(table).columns.size();
+}
+
 std::string Row::text() const {
     std::string joined = columns.front();
     for (std::size_t i = 1; i < columns.size(); ++i)
@@ -40,15 +44,13 @@ std::string Row::text() const {
     return joined;
 }
 
-Row parseRow(Table table, std::string_view text) {
+Row parseRow(std::string_view text) {
     Row row;
     for (std::size_t end = 0; end != text.npos;) {
         end = text.find('|');
         row.columns.emplace_back(text.substr(0, end));
         text.remove_prefix(end == text.npos ? text.size() : end + 1);
     }
-    if (row.columns.size() != shapeOf(table).columns.size())
-        row.columns.resize(1);
     return row;
 }
 

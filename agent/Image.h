@@ -10,19 +10,23 @@
 
 namespace agent {
 
-/** A row as the client prints it, by column; one that doesn't fit the table's shape has its Id
-    alone. */
+/** A row as the client prints it, by column. */
 struct Row {
     std::vector<std::string> columns;
 
     int id() const;
+
+    /** Whether it has a value for each of the table's columns, and no more: a text that holds a "|"
+        can't be told from two. */
+    bool fits(Table table) const;
+
     std::string text() const; ///< columns separated by "|"
 
     bool operator==(const Row& other) const { return columns == other.columns; }
     bool operator!=(const Row& other) const { return columns != other.columns; }
 };
 
-Row parseRow(Table table, std::string_view text);
+Row parseRow(std::string_view text);
 
 using Rows = std::vector<Row>;
 

@@ -196,7 +196,7 @@ int writeVlanWan(int row, const Value& value) {
 }
 
 bool inName(char c) {
-    return c > ' ' && c <= '~' && std::string_view("\"$`\\;").find(c) == std::string_view::npos;
+    return c > ' ' && c <= '~' && std::string_view("\"$`\\;|").find(c) == std::string_view::npos;
 }
 
 /** Rows that may have values; what a row lacks, its objects' read functions tell. */

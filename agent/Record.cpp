@@ -25,7 +25,7 @@ std::optional<int> number(std::string_view text) {
 }
 
 bool sameId(Table table, const Trail& trail, const std::optional<Row>& row) {
-    return !row || (row->columns.size() == shapeOf(table).columns.size() && row->id() == trail.id);
+    return !row || (row->fits(table) && row->id() == trail.id);
 }
 
 } // namespace
@@ -120,7 +120,7 @@ std::optional<Record> Record::parse(std::string_view text) {
         } else {
             std::optional<Row> row;
             if (whole != kGone)
-                row = parseRow(*table, whole);
+                row = parseRow(whole);
             if (trail == nullptr || !sameId(*table, *trail, row))
                 return std::nullopt;
             trail->versions.push_back(std::move(row));

@@ -53,7 +53,8 @@ struct Stage::Command {
     static std::optional<Command> parse(std::string_view text);
 
     bool matches(const Row& line) const {
-        return line.columns.size() == shape().columns.size() && line.columns[keyColumn] == key;
+        return keyColumn == 0 ? line.columns[0] == key
+                              : line.fits(table) && line.columns[keyColumn] == key;
     }
 };
 
@@ -152,8 +153,11 @@ std::string Stage::select(const Command& command) const {
     Row shown = *found;
     if (!command.columns.empty()) {
         shown.columns.clear();
-        for (const std::size_t column : command.columns)
-            shown.columns.push_back(column < found->columns.size() ? found->columns[column] : "");
+        for (const std::size_t column : command.columns) {
+            if (column != 0 && !found->fits(command.table))
+                return ""; // rather than another column's value
+            shown.columns.push_back(found->columns[column]);
+        }
     }
     return shown.text() + "\n";
 }
@@ -190,6 +194,8 @@ std::optional<std::string> Stage::write(const Command& command, const std::strin
     for (const Row& row : rows) {
         if (!command.matches(row))
             continue;
+        if (!row.fits(command.table))
+            return ""; // it could not be taken back
         found = true;
         if (command.verb == Command::Verb::remove) {
             put(command.table, row.id(), std::nullopt);
