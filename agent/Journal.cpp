@@ -2,10 +2,7 @@
 
 #include "Log.h"
 
-#include <array>
 #include <cerrno>
-#include <charconv>
-#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
@@ -17,36 +14,6 @@
 namespace agent {
 
 namespace {
-
-// corvantad change 1
-// set, or pending
-// the record
-// end CRC, of all that comes before this line
-
-constexpr std::string_view kHeading = "corvantad change 1\n";
-constexpr std::string_view kSet = "set\n";
-constexpr std::string_view kPending = "pending\n";
-constexpr std::string_view kEnd = "end ";
-constexpr std::size_t kEndSize = kEnd.size() + 8 + 1;
-
-std::string checksumOf(std::string_view text) {
-    std::uint32_t crc = ~std::uint32_t{0}; // CRC-32 as in Ethernet
-    for (const char c : text) {
-        crc ^= static_cast<unsigned char>(c);
-        for (int bit = 0; bit < 8; ++bit)
-            crc = crc >> 1 ^ ((crc & 1) != 0 ? 0xedb88320U : 0U);
-    }
-    std::array<char, 9> digits{};
-    std::snprintf(digits.data(), digits.size(), "%08x", static_cast<unsigned>(~crc));
-    return digits.data();
-}
-
-bool skip(std::string_view& text, std::string_view start) {
-    const bool found = text.substr(0, start.size()) == start;
-    if (found)
-        text.remove_prefix(start.size());
-    return found;
-}
 
 bool failed(const char* what, const std::string& file) {
     log(LOG_ERR, std::string("cannot ") + what + " " + file + ": " + std::strerror(errno));
@@ -74,31 +41,6 @@ bool writeAll(const std::string& file, const std::string& text) {
 }
 
 } // namespace
-
-std::string toText(const Entry& entry) {
-    std::string text(kHeading);
-    text.append(entry.pending ? kPending : kSet).append(entry.record.serialize());
-    return text + std::string(kEnd) + checksumOf(text) + "\n";
-}
-
-std::optional<Entry> toEntry(std::string_view text) {
-    if (text.size() < kEndSize)
-        return std::nullopt;
-    std::string_view body = text.substr(0, text.size() - kEndSize);
-    if (text.substr(body.size()) != std::string(kEnd) + checksumOf(body) + "\n")
-        return std::nullopt;
-    Entry entry;
-    if (!skip(body, kHeading))
-        return std::nullopt;
-    entry.pending = skip(body, kPending);
-    if (!entry.pending && !skip(body, kSet))
-        return std::nullopt;
-    auto record = Record::parse(body);
-    if (!record)
-        return std::nullopt;
-    entry.record = std::move(*record);
-    return entry;
-}
 
 Journal::Journal(const std::string& folder)
     : m_folder(folder), m_file(folder + "/change.journal") {}

@@ -1,23 +1,11 @@
 #pragma once
 
-#include "Record.h"
+#include "JournalText.h"
 
 #include <optional>
 #include <string>
-#include <string_view>
 
 namespace agent {
-
-/** What a journal is about. */
-struct Entry {
-    bool pending = false; ///< the change was whole and waited for confirmation
-    Record record;
-};
-
-std::string toText(const Entry& entry);
-
-/** @return nothing for a text that is cut, altered or of another version */
-std::optional<Entry> toEntry(std::string_view text);
 
 /**
  * The file that tells how to take the change back that is under way, or pending.

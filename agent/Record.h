@@ -4,8 +4,6 @@
 
 #include <array>
 #include <optional>
-#include <string>
-#include <string_view>
 #include <vector>
 
 namespace agent {
@@ -46,10 +44,6 @@ public:
 
     /** Notes what becomes of a row; `rows` is what its table still holds. */
     void note(Table table, const Rows& rows, int id, const std::optional<Row>& version);
-
-    /** As lines of text, and back; nothing when the text isn't whole or doesn't fit the tables. */
-    std::string serialize() const;
-    static std::optional<Record> parse(std::string_view text);
 
 private:
     std::array<TableRecord, kTables> m_tables;

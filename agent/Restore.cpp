@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <map>
+#include <set>
 
 namespace agent {
 
@@ -36,15 +37,13 @@ public:
         for (const Table table : kAllTables) {
             if (m_record.touches(table))
                 compare(table);
-            else if (shapeOf(table).bridgeId != 0)
-                followBridges(table, std::vector<bool>(m_now[table].size(), false));
         }
         return std::move(m_result);
     }
 
 private:
     using Taken = std::vector<bool>;
-    static constexpr std::size_t kNone = static_cast<std::size_t>(-1);
+    using Led = std::map<const Trail*, const Row*>;
 
     /** The version as it would be now, with the bridge's present Id. */
     Row translated(Table table, Row row) const {
@@ -54,34 +53,43 @@ private:
         return row;
     }
 
-    bool sameBesidesId(Table table, const Row& now, const Row& version) const {
-        const Row wanted = translated(table, version);
-        return now.columns.size() == wanted.columns.size() &&
-               std::equal(now.columns.begin() + 1, now.columns.end(), wanted.columns.begin() + 1);
+    /** Whether a row is a version, whether its bridge's present Id has come to it or not. */
+    bool isVersion(Table table, const Row& now, const Row& version) const {
+        const auto same = [&now](const Row& wanted) {
+            return now.columns.size() == wanted.columns.size() &&
+                   std::equal(now.columns.begin() + 1, now.columns.end(),
+                              wanted.columns.begin() + 1);
+        };
+        return same(version) || same(translated(table, version));
     }
 
     bool isVersion(Table table, const Row& now, const Trail& trail) const {
         return std::any_of(trail.versions.begin(), trail.versions.end(), [&](const auto& version) {
-            return version && sameBesidesId(table, now, *version);
+            return version && isVersion(table, now, *version);
         });
     }
 
-    /** The row that a trail has led to: under its Id, or come anew under another. */
-    std::size_t match(Table table, const Trail& trail, const Taken& taken) const {
-        const Rows& rows = m_now[table];
+    bool isOther(Table table, const Row& row) const {
         const std::vector<int>& others = m_record[table].others;
-        std::size_t anew = kNone;
-        for (std::size_t i = 0; i < rows.size(); ++i) {
-            if (taken[i] || !isVersion(table, rows[i], trail))
-                continue;
-            if (rows[i].id() == trail.id)
-                return i;
-            const bool other =
-                std::find(others.begin(), others.end(), rows[i].id()) != others.end();
-            if (anew == kNone && !other)
-                anew = i;
+        return std::find(others.begin(), others.end(), row.id()) != others.end();
+    }
+
+    /** The rows that trails have led to: under their Ids, or else come anew under others. */
+    Led follow(Table table, const std::vector<const Trail*>& trails, Taken& taken) const {
+        const Rows& rows = m_now[table];
+        Led led;
+        for (const bool anew : {false, true}) {
+            for (const Trail* trail : trails) {
+                for (std::size_t i = 0; i < rows.size() && led.count(trail) == 0; ++i) {
+                    const bool here = anew ? !isOther(table, rows[i]) : rows[i].id() == trail->id;
+                    if (here && !taken[i] && isVersion(table, rows[i], *trail)) {
+                        led[trail] = &rows[i];
+                        taken[i] = true;
+                    }
+                }
+            }
         }
-        return anew;
+        return led;
     }
 
     /** Whether somebody else's version of a row stands where the trail's should. */
@@ -103,49 +111,44 @@ private:
     }
 
     void compare(Table table) {
-        const std::vector<Trail>& trails = m_record[table].trails;
-        Taken taken(m_now[table].size(), false);
-        std::vector<const Trail*> missing;
+        std::vector<const Trail*> kept;
+        std::vector<const Trail*> added;
+        for (const Trail& trail : m_record[table].trails)
+            (trail.before() ? kept : added).push_back(&trail);
+        // So that the rows of an emptied table get back the Ids that they had.
+        std::sort(kept.begin(), kept.end(),
+                  [](const Trail* one, const Trail* other) { return one->id < other->id; });
         // Rows that were there before come first: one that came back can look like one that the
         // change added.
-        for (const Trail& trail : trails) {
-            if (!trail.before())
-                continue;
-            const std::size_t row = match(table, trail, taken);
-            if (row == kNone) {
-                missing.push_back(&trail);
-                continue;
-            }
-            taken[row] = true;
-            bring(table, trail, m_now[table][row]);
-        }
-        for (const Trail& trail : trails) {
-            if (trail.before())
-                continue;
-            const std::size_t row = match(table, trail, taken);
-            if (row != kNone) {
-                taken[row] = true;
-                if (table == Table::bridge)
-                    m_bridges[std::to_string(trail.id)] = m_now[table][row].columns[0];
-                remove(table, m_now[table][row]);
-            } else if (changedByOthers(table, trail, taken)) {
+        Taken taken(m_now[table].size(), false);
+        const Led back = follow(table, kept, taken);
+        const Led extra = follow(table, added, taken);
+        for (const Led& led : {back, extra})
+            if (table == Table::bridge)
+                for (const auto& [trail, row] : led)
+                    m_bridges[std::to_string(trail->id)] = row->columns[0];
+
+        for (const Trail* trail : kept)
+            if (const auto found = back.find(trail); found != back.end())
+                bring(table, *trail, *found->second);
+        for (const Trail* trail : added) {
+            if (const auto found = extra.find(trail); found != extra.end())
+                remove(table, *found->second);
+            else if (changedByOthers(table, *trail, taken))
                 ++m_result.leftAlone;
-            }
         }
-        for (const Trail* trail : missing) {
+        for (const Trail* trail : kept) {
+            if (back.count(trail) != 0)
+                continue;
             if (!trail->removed() || changedByOthers(table, *trail, taken))
                 ++m_result.leftAlone;
             else
                 insert(table, *trail);
         }
-        if (shapeOf(table).bridgeId != 0)
-            followBridges(table, taken);
     }
 
     void bring(Table table, const Trail& trail, const Row& now) {
         const Row wanted = translated(table, *trail.before());
-        if (table == Table::bridge)
-            m_bridges[std::to_string(trail.id)] = now.columns[0];
         std::string changes;
         const TableShape& shape = shapeOf(table);
         for (std::size_t i = 1; i < shape.columns.size(); ++i)
@@ -171,33 +174,17 @@ private:
         if (shape.bridgeId != 0 && m_missingBridges.count(wanted.columns[shape.bridgeId]) != 0)
             return; // once its bridge is back
         if (table == Table::bridge)
-            m_missingBridges[std::to_string(trail.id)] = true;
+            m_missingBridges.insert(std::to_string(trail.id));
         std::string values;
         for (std::size_t i = 1; i < shape.columns.size(); ++i)
             values += typed(shape.columns[i], wanted.columns[i]);
         m_result.commands.push_back(commandLine("insertkey " + std::string(shape.name) + values));
     }
 
-    /** Rows that the change doesn't touch can refer to a bridge that it removes. */
-    void followBridges(Table table, const Taken& taken) {
-        const std::size_t column = shapeOf(table).bridgeId;
-        const Rows& rows = m_now[table];
-        for (std::size_t i = 0; i < rows.size(); ++i) {
-            if (taken[i] || rows[i].columns.size() <= column)
-                continue;
-            const std::string& bridge = rows[i].columns[column];
-            const auto found = m_bridges.find(bridge);
-            if (found == m_bridges.end() || found->second == bridge ||
-                m_now.find(Table::bridge, std::stoi(bridge)) != m_now[Table::bridge].end())
-                continue;
-            update(table, rows[i], typed(shapeOf(table).columns[column], found->second));
-        }
-    }
-
     const Record& m_record;
     const Image& m_now;
     std::map<std::string, std::string> m_bridges; ///< present Ids by those in the record
-    std::map<std::string, bool> m_missingBridges;
+    std::set<std::string> m_missingBridges;
     Restoring m_result;
 };
 
@@ -208,8 +195,6 @@ Tables tablesToRestore(const Record& record) {
     for (const Table table : kAllTables)
         if (record.touches(table))
             tables.add(table);
-    if (record.touches(Table::bridge))
-        tables.add({Table::bridgeInterface, Table::bridgeFilter});
     return tables;
 }
 

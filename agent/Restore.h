@@ -21,7 +21,8 @@ Tables tablesToRestore(const Record& record);
  * Compares what the database holds now with what a change made of it, however
  * far that got. Rows come back with new Ids, and what refers to a bridge follows
  * its new Id, which is known once it is back: after the commands have run, the
- * tables are read and compared again, until there are none left.
+ * tables are read and compared again, until there are none left. Rows that are
+ * equal in all but their Ids may be taken for one another.
  */
 Restoring restoring(const Record& record, const Image& now);
 

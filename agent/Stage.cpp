@@ -213,8 +213,11 @@ std::optional<std::string> Stage::write(const Command& command, const std::strin
 
 void Stage::put(Table table, int id, const std::optional<Row>& version) {
     Rows& rows = m_image[table];
-    if (m_record != nullptr)
+    if (m_record != nullptr) {
         m_record->note(table, rows, id, version);
+        if (table == Table::bridge && !version)
+            noteReferences(std::to_string(id));
+    }
     const auto row = m_image.find(table, id);
     if (!version)
         rows.erase(row);
@@ -222,6 +225,15 @@ void Stage::put(Table table, int id, const std::optional<Row>& version) {
         *row = *version;
     else
         rows.push_back(*version);
+}
+
+/** What still refers to a bridge that goes has to follow when that comes back under another Id. */
+void Stage::noteReferences(const std::string& bridge) {
+    for (const Table table : kAllTables)
+        for (const Row& row : m_image[table])
+            if (const std::size_t column = shapeOf(table).bridgeId;
+                column != 0 && row.fits(table) && row.columns[column] == bridge)
+                m_record->note(table, m_image[table], row.id(), row);
 }
 
 } // namespace agent

@@ -44,6 +44,7 @@ private:
     std::string select(const Command& command) const;
     std::optional<std::string> write(const Command& command, const std::string& commandLine);
     void put(Table table, int id, const std::optional<Row>& version);
+    void noteReferences(const std::string& bridge);
 
     Image& m_image;
     Record* m_record;
