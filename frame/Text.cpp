@@ -1,49 +1,42 @@
 #include "frame/Text.h"
 
 #include <algorithm>
+#include <charconv>
 #include <iterator>
 #include <limits>
+#include <system_error>
 
 namespace kavo::snmp {
 
 namespace {
 
-// Takes white space and a sign off the text's front; true when the sign is a minus.
-bool takeSign(std::string_view& text) {
-    const std::size_t start = text.find_first_not_of(" \t\n\v\f\r");
-    text.remove_prefix(start == std::string_view::npos ? text.size() : start);
-    const bool negative = !text.empty() && text.front() == '-';
-    if (negative || (!text.empty() && text.front() == '+'))
+void skipSpace(std::string_view& text) {
+    text.remove_prefix(std::min(text.find_first_not_of(" \t\n\v\f\r"), text.size()));
+}
+
+bool takeChar(std::string_view& text, char c) {
+    const bool found = !text.empty() && text.front() == c;
+    if (found)
         text.remove_prefix(1);
-    return negative;
+    return found;
 }
 
-constexpr std::uint32_t largestUnsigned = std::numeric_limits<std::uint32_t>::max();
-
-// The value of a digit; no base has one so large when it is none.
-int digitValue(char c) {
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F')
-        return c - 'A' + 10;
-    return std::numeric_limits<int>::max();
+// The number that the text begins with, as far as it has the error that from_chars() gives.
+template <class Number>
+std::errc read(std::string_view text, Number& number, int base) {
+    return std::from_chars(text.data(), text.data() + text.size(), number, base).ec;
 }
 
-// The number that the text begins with, nothing without a digit. Past 32 bits it stops growing.
-std::optional<std::uint64_t> digits(std::string_view text, int base) {
-    std::optional<std::uint64_t> number;
-    for (const char c : text) {
-        const int value = digitValue(c);
-        if (value >= base)
-            break;
-        const std::uint64_t before = number.value_or(0);
-        number = before > largestUnsigned
-                     ? before
-                     : before * static_cast<unsigned int>(base) + static_cast<unsigned int>(value);
-    }
-    return number;
+// White space, a sign, decimal digits. Out of range, the number is the nearest.
+std::errc readInt(std::string_view text, int& number) {
+    skipSpace(text);
+    const bool negative = !text.empty() && text.front() == '-';
+    if (takeChar(text, '+') && !text.empty() && text.front() == '-')
+        return std::errc::invalid_argument; // one sign only
+    const std::errc error = read(text, number, 10);
+    if (error == std::errc::result_out_of_range)
+        number = negative ? std::numeric_limits<int>::min() : std::numeric_limits<int>::max();
+    return error;
 }
 
 } // namespace
@@ -86,24 +79,31 @@ bool contains(std::string_view text, std::string_view part) {
 }
 
 std::optional<int> parseInt(std::string_view text) {
-    const bool negative = takeSign(text);
-    const std::optional<std::uint64_t> magnitude = digits(text, 10);
-    constexpr std::uint64_t largest = std::numeric_limits<int>::max();
-    if (!magnitude || *magnitude > largest + (negative ? 1 : 0))
-        return std::nullopt;
-    const auto number = static_cast<std::int64_t>(*magnitude);
-    return static_cast<int>(negative ? -number : number);
+    int number = 0;
+    return readInt(text, number) == std::errc() ? std::optional(number) : std::nullopt;
+}
+
+std::optional<int> parseNearestInt(std::string_view text) {
+    int number = 0;
+    const bool isNumber = readInt(text, number) != std::errc::invalid_argument;
+    return isNumber ? std::optional(number) : std::nullopt;
 }
 
 std::uint32_t parseUnsigned(std::string_view text) {
-    const bool negative = takeSign(text);
-    const bool octal = !text.empty() && text[0] == '0';
-    const bool hexadecimal = octal && text.size() > 1 && (text[1] == 'x' || text[1] == 'X');
-    const std::uint64_t magnitude =
-        (hexadecimal ? digits(text.substr(2), 16) : digits(text, octal ? 8 : 10)).value_or(0);
-    if (magnitude > largestUnsigned)
-        return largestUnsigned;
-    const auto number = static_cast<std::uint32_t>(magnitude);
+    skipSpace(text);
+    const bool negative = takeChar(text, '-');
+    if (!negative)
+        takeChar(text, '+');
+    int base = 10;
+    if (text.substr(0, 2) == "0x" || text.substr(0, 2) == "0X") {
+        base = 16;
+        text.remove_prefix(2);
+    } else if (text.substr(0, 1) == "0") {
+        base = 8;
+    }
+    std::uint32_t number = 0;
+    if (read(text, number, base) == std::errc::result_out_of_range)
+        return std::numeric_limits<std::uint32_t>::max();
     return negative ? 0 - number : number;
 }
 

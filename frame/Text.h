@@ -57,6 +57,9 @@ bool contains(std::string_view text, std::string_view part);
  */
 std::optional<int> parseInt(std::string_view text);
 
+/** The same, but a number that does not fit is the nearest that does, as a stream reads it. */
+std::optional<int> parseNearestInt(std::string_view text);
+
 /**
  * The unsigned number that a text begins with, as strtoul() reads it with base
  * 0 where a long has 32 bits: 0x is hexadecimal, a leading 0 octal, no number

@@ -130,19 +130,18 @@ int physicalIFNameToIndex(const char* name) {
 }
 
 void indexToLogicalIfName(int index, char* buffer, size_t size) {
-    if (buffer == nullptr)
-        size = 0;
     guarded(
         [=] {
+            char* const target = &required(buffer);
             const std::string name = required(ConfigHandler).indexToLogicalIfName(index);
             if (size != 0) {
-                strncpy(buffer, name.c_str(), size);
-                buffer[size - 1] = '\0';
+                strncpy(target, name.c_str(), size);
+                target[size - 1] = '\0';
             }
         },
         [=] {
             unit.warning("unable to fetch logical name for index = ", index);
-            if (size != 0)
+            if (buffer != nullptr && size != 0)
                 buffer[0] = '\0';
         });
 }

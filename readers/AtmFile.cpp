@@ -89,7 +89,7 @@ void AtmFile::parse(std::string_view text) {
 }
 
 void AtmFile::markVpi(std::string_view field, int row, int col) {
-    const std::optional<int> vpi = parseInt(field);
+    const std::optional<int> vpi = parseNearestInt(field);
     if (!vpi) {
         unit.warning("initialize: no VPI in row ", row + 1, ": ", field);
         return;

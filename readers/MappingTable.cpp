@@ -28,6 +28,7 @@ constexpr Row rows[] = {
 MappingTable::MappingTable() = default;
 
 MappingTable::~MappingTable() {
+    m_bInitalized = false;
     unit.tracedo(m_bVerbose, "~MappingTable: destruction");
 }
 

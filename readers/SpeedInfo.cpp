@@ -23,6 +23,7 @@ constexpr int groupLines = 2;
 SpeedInfo::SpeedInfo() : m_sCommand("vellstat info") {}
 
 SpeedInfo::~SpeedInfo() {
+    m_bInitalized = false;
     unit.tracedo(m_bVerbose, "~SpeedInfo: destruction");
 }
 

@@ -123,7 +123,7 @@ int Table::getIntegerValue(const std::string& column, int row) {
     std::vector<std::string> fields = wrapper.Tokenize(m_szLine, "|");
     unit.tracedo(m_bVerbose, "getIntegerValue: resulting vector containing following tokens: ",
                  [&] { return wrapper.VectorToString(fields); });
-    return parseInt(fields.at(vpiField)).value_or(0);
+    return parseNearestInt(fields.at(vpiField)).value_or(0);
 }
 
 int Table::getIntegerValue(int& value, const std::string& column, const std::string& keyColumn,

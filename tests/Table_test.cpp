@@ -72,10 +72,15 @@ TEST_F(TableTest, TakesTheVpiFromTheThirdField) {
         std::string row;
         const char* column;
         int vpi;
-    } rows[] = {{"1|1|8|35\n", "Vpi", 8},          {"1|1|8\n", "VPI", 8},
-                {"1||8|35\n", "vpi", 35},          {"1|1|-8x\n", "Vpi", -8},
-                {"1|1| 010\n", "Vpi", 10},         {"a|b|c\n", "Vpi", 0},
-                {"1|1|99999999999|2\n", "Vpi", 0}, {x250 + "|1|45\n", "Vpi", 45}};
+    } rows[] = {{"1|1|8|35\n", "Vpi", 8},
+                {"1|1|8\n", "VPI", 8},
+                {"1||8|35\n", "vpi", 35},
+                {"1|1|-8x\n", "Vpi", -8},
+                {"1|1| 010\n", "Vpi", 10},
+                {"a|b|c\n", "Vpi", 0},
+                {"1|1|99999999999|2\n", "Vpi", INT_MAX},
+                {"1|1|-2147483649\n", "Vpi", INT_MIN},
+                {x250 + "|1|45\n", "Vpi", 45}};
     for (const auto& [row, column, vpi] : rows) {
         platform.script({row});
         EXPECT_EQ(vpi, table.getIntegerValue(column, 0)) << row;

@@ -121,7 +121,8 @@ TEST_F(CorvantaTest, QueriesPassOnWhatTheReadersSay) {
     EXPECT_EQ(0, physicalIFNameToIndex(nullptr));
     EXPECT_EQ(0, getSpeedInfo(nullptr));
     EXPECT_EQ("(null)", taken(speedInfoToString(nullptr)));
-    EXPECT_LOG(warned("fetch index for physical name  = "), noRates, noRatesText);
+    indexToLogicalIfName(2, nullptr, 8);
+    EXPECT_LOG(warned("fetch index for physical name  = "), noRates, noRatesText, noName);
     for (const auto& [state, text] : {std::pair(1, "UP"), {2, "DOWN"}, {0, "N/A"}, {3, "N/A"}})
         EXPECT_STREQ(text, ly2State2String(state));
     EXPECT_STREQ("/tmp/quorhub.socket", SnmpConfigHandler::pszSocketFile);
@@ -180,6 +181,8 @@ TEST_F(ReportTest, NamesTheStateOfEveryCircuit) {
     platform.script(runsFor({25, -1}));
     EXPECT_EQ("VC25=2|VC-1=2", taken(getLayer2IfStatus()));
     EXPECT_EQ(2U, platform.log.size()) << "the circuit list's warnings";
+    platform.script({"1\n", "1\n", "1|1|99999999999|35\n"});
+    EXPECT_EQ("VC2147483647=2", taken(getLayer2IfStatus()));
     platform.script(runsFor(std::vector<int>(300, 1)));
     EXPECT_EQ(300U * 15 - 1, taken(getLayer2IfStatus()).size());
 }
