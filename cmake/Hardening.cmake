@@ -27,7 +27,7 @@ if(flags MATCHES "-O[1-3sz]" AND NOT flags MATCHES "-fsanitize")
   set(CORVANTA_HARDENED ON)
   target_compile_definitions(corvanta_flags INTERFACE _FORTIFY_SOURCE=2)
   # A host that replaces syslog() gets every line: the checked form would go past it.
-  set_source_files_properties(frame/Log.cpp PROPERTIES COMPILE_OPTIONS -U_FORTIFY_SOURCE)
+  set_source_files_properties(base/Log.cpp PROPERTIES COMPILE_OPTIONS -U_FORTIFY_SOURCE)
 
   # Pays for the above: without hooks for tools that the library does not work with (transactional
   # memory, gprof) its tables fit into one page less.

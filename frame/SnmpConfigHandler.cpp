@@ -1,8 +1,8 @@
 #include "frame/SnmpConfigHandler.h"
 
-#include "frame/Guard.h"
-#include "frame/Log.h"
-#include "frame/Text.h"
+#include "base/Guard.h"
+#include "base/Log.h"
+#include "base/Text.h"
 #include "frame/Wrapper.h"
 #include "readers/MappingTable.h"
 #include "readers/SpeedInfo.h"
@@ -11,7 +11,7 @@ namespace kavo::snmp {
 
 namespace {
 
-constexpr log::Unit unit("SnmpCfgHdr", "SnmpConfigHandler");
+constexpr log::Unit kUnit = {"SnmpCfgHdr", "SnmpConfigHandler"};
 
 // The interface that carries a VPI's traffic beside its circuit; null for most VPIs.
 const char* interfaceOf(int vpi) {
@@ -35,16 +35,16 @@ void createReader(Reader*& reader, bool verbose) {
     reader->initialize(verbose);
 }
 
-// Runs a stage of the initialization; an exception becomes an error line and false.
+// Makes an object ready; an exception becomes an error line and false.
 template <class Body>
-bool stage(log::Head failure, Body body) {
+bool instantiate(const char* what, Body body) {
     return guarded(
         [&] {
             body();
             return true;
         },
         [&] {
-            unit.error(failure);
+            LOG(error, "initialize: unable to instantiate %s", what);
             return false;
         });
 }
@@ -57,7 +57,7 @@ SnmpConfigHandler::SnmpConfigHandler() : m_atmTable("Atm") {}
 
 SnmpConfigHandler::~SnmpConfigHandler() {
     m_bInitalized = false;
-    unit.tracedo(m_bVerbose, "~ConfigDBHandler: destruction");
+    LOG_IF(m_bVerbose, tracedo, "~ConfigDBHandler: destruction");
     delete m_pMappingTable;
     delete m_pSpeedInfo;
 }
@@ -67,39 +67,38 @@ bool SnmpConfigHandler::classInvariant() const {
 }
 
 void SnmpConfigHandler::initialize() {
-    m_bInitalized = stage("initialize: unable to instantiate Wrapper",
-                          [this] {
-                              m_pWrapper = Wrapper::getInstance();
-                              m_pWrapper->m_bVerbose = m_bVerbose;
-                              m_pWrapper->Openlog("corvanta");
-                          }) &&
-                    stage("initialize: unable to instantiate SpeedInfo",
-                          [this] { createReader(m_pSpeedInfo, m_bVerbose); }) &&
-                    stage("initialize: unable to instantiate MappingTable",
-                          [this] { createReader(m_pMappingTable, m_bVerbose); });
+    const auto wrapper = [this] {
+        m_pWrapper = Wrapper::getInstance();
+        m_pWrapper->m_bVerbose = m_bVerbose;
+        m_pWrapper->Openlog("corvanta");
+    };
+    const auto speedInfo = [this] { createReader(m_pSpeedInfo, m_bVerbose); };
+    const auto mappingTable = [this] { createReader(m_pMappingTable, m_bVerbose); };
+    m_bInitalized = instantiate("Wrapper", wrapper) && instantiate("SpeedInfo", speedInfo) &&
+                    instantiate("MappingTable", mappingTable);
 }
 
 std::string SnmpConfigHandler::getLayer2IfStatus() {
-    unit.tracedo(m_bVerbose, "getLayer2IfStatus: entering");
-    unit.tracedo(m_bVerbose, "getLayer2IfStatus: read Atm file");
+    LOG_IF(m_bVerbose, tracedo, "getLayer2IfStatus: entering");
+    LOG_IF(m_bVerbose, tracedo, "getLayer2IfStatus: read Atm file");
     m_atmFile.initialize(m_bVerbose);
-    unit.tracedo(m_bVerbose, "getLayer2IfStatus: read Atm config table");
+    LOG_IF(m_bVerbose, tracedo, "getLayer2IfStatus: read Atm config table");
     m_atmTable.initialize(m_bVerbose);
     const int rows = m_atmTable.size();
-    unit.tracedo(m_bVerbose, "getLayer2IfStatus: number of rows in table ", m_atmTable.m_sTableName,
-                 ": ", rows);
+    LOG_IF(m_bVerbose, tracedo, "getLayer2IfStatus: number of rows in table %s: %d",
+           m_atmTable.m_sTableName.c_str(), rows);
 
     std::string text;
     for (int row = 0; row < rows; ++row) {
         const int vpi = m_atmTable.getIntegerValue("Vpi", row);
-        unit.debug(m_bVerbose, "getLayer2IfStatus: row ", row, " contains Vpi = ", vpi);
+        LOG_IF(m_bVerbose, debug, "getLayer2IfStatus: row %d contains Vpi = %d", row, vpi);
         const ly2State state = m_atmFile.contains(vpi) ? ly2State_up : ly2State_down;
-        unit.debug(m_bVerbose, "getLayer2IfStatus: layer 2 interface with idx = ", vpi,
-                   state == ly2State_up ? " is UP" : " is DOWN");
-        append(text, {"VC", vpi, "=", state, "|"});
+        LOG_IF(m_bVerbose, debug, "getLayer2IfStatus: layer 2 interface with idx = %d%s", vpi,
+               state == ly2State_up ? " is UP" : " is DOWN");
+        text += format("VC%d=%d|", vpi, state);
         if (const char* const name = interfaceOf(vpi))
-            append(text, {name, vpi, "=", state, "|"});
-        unit.debug(m_bVerbose, "getLayer2IfStatus: ly2Status string = ", text);
+            text += format("%s%d=%d|", name, vpi, state);
+        LOG_IF(m_bVerbose, debug, "getLayer2IfStatus: ly2Status string = %s", text.c_str());
     }
     if (!text.empty())
         text.pop_back(); // the separator behind the last entry
@@ -117,9 +116,9 @@ int SnmpConfigHandler::getIntegerValue(int& value, const std::string& table,
 }
 
 bool SnmpConfigHandler::getSpeedInfo(speedInfo_s* info) {
-    unit.tracedo(m_bVerbose, "getSpeedInfo: entering");
+    LOG_IF(m_bVerbose, tracedo, "getSpeedInfo: entering");
     const bool result = required(m_pSpeedInfo).getSpeedInfo(&required(info));
-    unit.tracedo(m_bVerbose, "getSpeedInfo: exiting with ", result);
+    LOG_IF(m_bVerbose, tracedo, "getSpeedInfo: exiting with %d", result);
     return result;
 }
 
@@ -128,18 +127,18 @@ std::string SnmpConfigHandler::SpeedInfoToString(const speedInfo_s* info) {
 }
 
 int SnmpConfigHandler::physicalIFNameToIndex(std::string name) {
-    unit.tracedo(m_bVerbose, "physicalIFNameToIndex: entering with ", name);
+    LOG_IF(m_bVerbose, tracedo, "physicalIFNameToIndex: entering with %s", name.c_str());
     const int index = required(m_pMappingTable).physicalIFNameToIndex(name);
-    unit.tracedo(m_bVerbose, "physicalIFNameToIndex: exiting with index = ", index, " [", name,
-                 "]");
+    LOG_IF(m_bVerbose, tracedo, "physicalIFNameToIndex: exiting with index = %d [%s]", index,
+           name.c_str());
     return index;
 }
 
 std::string SnmpConfigHandler::indexToLogicalIfName(int index) {
-    unit.tracedo(m_bVerbose, "indexToLogicalIfName: entering");
+    LOG_IF(m_bVerbose, tracedo, "indexToLogicalIfName: entering");
     std::string name = required(m_pMappingTable).indexToLogicalIfName(index);
-    unit.tracedo(m_bVerbose, "indexToLogicalIfName: exiting with logicalName = ", name, " [", index,
-                 "]");
+    LOG_IF(m_bVerbose, tracedo, "indexToLogicalIfName: exiting with logicalName = %s [%d]",
+           name.c_str(), index);
     return name;
 }
 

@@ -1,13 +1,14 @@
 #include "frame/Wrapper.h"
 
-#include "frame/Log.h"
-#include "frame/Text.h"
+#include "base/Log.h"
+#include "base/Text.h"
 
+#include <cinttypes>
 #include <syslog.h>
 
 namespace {
 
-constexpr kavo::snmp::log::Unit unit("Wrapper", "Wrapper");
+constexpr kavo::snmp::log::Unit kUnit = {"Wrapper", "Wrapper"};
 
 constexpr char toUpper(char c) {
     return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
@@ -35,7 +36,7 @@ Wrapper::Wrapper() = default;
 
 Wrapper::~Wrapper() {
     m_bInitalized = false;
-    unit.tracedo(m_bVerbose, "~Wrapper: Destruction");
+    LOG_IF(m_bVerbose, tracedo, "~Wrapper: Destruction");
 }
 
 bool Wrapper::initialize(bool verbose) {
@@ -51,21 +52,21 @@ bool Wrapper::classInvariant() const {
 FILE* Wrapper::Popen(const std::string& command, const std::string& mode) {
     FILE* const stream = popen(command.c_str(), mode.c_str());
     if (stream == nullptr)
-        unit.error("popen error");
+        LOG(error, "popen error");
     return stream;
 }
 
 char* Wrapper::Fgets(char* buffer, int size, FILE* stream) {
     char* const line = fgets(buffer, size, stream);
     if (line == nullptr && ferror(stream) != 0)
-        unit.error("fgets error");
+        LOG(error, "fgets error");
     return line;
 }
 
 int Wrapper::Pclose(FILE* stream) {
     const int status = pclose(stream);
     if (status == -1)
-        unit.error("pclose error");
+        LOG(error, "pclose error");
     return status;
 }
 
@@ -77,7 +78,7 @@ std::string Wrapper::ToUpperCase(const std::string& s) {
     std::string s2 = s;
     for (char& c : s2)
         c = toUpper(c);
-    unit.tracedo(m_bVerbose, "ToUpperCase: s2: ", s2);
+    LOG_IF(m_bVerbose, tracedo, "ToUpperCase: s2: %s", s2.c_str());
     return s2;
 }
 
@@ -91,19 +92,21 @@ std::string Wrapper::ToLowerCase(const std::string& s) {
 std::string Wrapper::VectorToString(std::vector<std::string>& v) {
     std::string text;
     for (const std::string& element : v)
-        kavo::snmp::append(text, {element, ","});
+        text += element + ",";
     return text;
 }
 
 std::string Wrapper::SpeedInfoToString(const speedInfo_s* info) {
-    return kavo::snmp::join({"SpeedInfo[dslActualDataRateDown=", info->dslActualDataRateDown,
-                             ",dslActualDataRateUp=", info->dslActualDataRateUp,
-                             ",dslAttainableDataRateDown=", info->dslAttainableDataRateDown,
-                             ",dslAttainableDataRateUp=", info->dslAttainableDataRateUp, "]"});
+    return kavo::snmp::format("SpeedInfo[dslActualDataRateDown=%" PRIu32
+                              ",dslActualDataRateUp=%" PRIu32 ",dslAttainableDataRateDown=%" PRIu32
+                              ",dslAttainableDataRateUp=%" PRIu32 "]",
+                              info->dslActualDataRateDown, info->dslActualDataRateUp,
+                              info->dslAttainableDataRateDown, info->dslAttainableDataRateUp);
 }
 
 std::vector<std::string> Wrapper::Tokenize(const std::string& str, const std::string& delims) {
-    unit.tracedo(m_bVerbose, "Tokenize: tokenizing string using delims ", delims, ": ", str);
+    LOG_IF(m_bVerbose, tracedo, "Tokenize: tokenizing string using delims %s: %s", delims.c_str(),
+           str.c_str());
     std::vector<std::string> tokens;
     std::size_t begIdx = str.find_first_not_of(delims);
     while (begIdx != std::string::npos) {
@@ -111,8 +114,8 @@ std::vector<std::string> Wrapper::Tokenize(const std::string& str, const std::st
         if (endIdx == std::string::npos)
             endIdx = str.length();
         tokens.emplace_back(str, begIdx, endIdx - begIdx);
-        unit.tracedo(m_bVerbose, "Tokenize: begIdx = ", begIdx, ",endIdx = ", endIdx,
-                     ", token = ", tokens.back());
+        LOG_IF(m_bVerbose, tracedo, "Tokenize: begIdx = %zu,endIdx = %zu, token = %s", begIdx,
+               endIdx, tokens.back().c_str());
         begIdx = str.find_first_not_of(delims, endIdx);
     }
     return tokens;

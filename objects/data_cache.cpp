@@ -1,9 +1,8 @@
 #include "objects/data_cache.h"
 
-#include "frame/Guard.h"
+#include "base/Guard.h"
+#include "client/Client.h"
 #include "frame/Wrapper.h"
-#include "objects/client.h"
-#include "objects/managed_objects.h"
 
 #include <algorithm>
 #include <climits>
@@ -18,23 +17,24 @@ using namespace kavo::snmp;
 namespace {
 
 // The client's commands; blanks count.
-constexpr char readAtmRow[] =
+constexpr char kReadAtmRow[] =
     " quorlet \"  selectkey Atm Id %d Enabled DeviceName Vpi Vci FcsPreserve  ;\" ";
-constexpr char writeAtmVpi[] = " quorlet \"  updatekey Atm Id %d Vpi integer:%d ;\" ";
-constexpr char writeAtmVci[] = " quorlet \"  updatekey Atm Id %d Vci integer:%d ;\" ";
-constexpr char readMemberId[] = " quorlet \"  selectrow BridgeInterface %d Id  ;\" ";
-constexpr char readMemberBridge[] = " quorlet \"  selectkey BridgeInterface Id %s BridgeId  ;\" ";
-constexpr char readMemberInterface[] =
+constexpr char kWriteAtmVpi[] = " quorlet \"  updatekey Atm Id %d Vpi integer:%d ;\" ";
+constexpr char kWriteAtmVci[] = " quorlet \"  updatekey Atm Id %d Vci integer:%d ;\" ";
+constexpr char kReadMemberId[] = " quorlet \"  selectrow BridgeInterface %d Id  ;\" ";
+constexpr char kReadMemberBridge[] = " quorlet \"  selectkey BridgeInterface Id %s BridgeId  ;\" ";
+constexpr char kReadMemberInterface[] =
     " quorlet \"  selectkey BridgeInterface Id %s Interface  ;\" ";
-constexpr char insertBridge[] = " quorlet \"  insertkey  Bridge  Name text:%s Stp integer:0   ;\" ";
-constexpr char insertBridgeNode[] =
+constexpr char kInsertBridge[] =
+    " quorlet \"  insertkey  Bridge  Name text:%s Stp integer:0   ;\" ";
+constexpr char kInsertBridgeNode[] =
     " quorlet \"  insertkey   NetworkSetupNode  Type text:Bridge  InterfaceName text:%s"
     " ParentInterface text:root   ConfigurationSpecifics text:  Enable integer:1  ;\" ";
-constexpr char deleteBridgeNode[] =
+constexpr char kDeleteBridgeNode[] =
     " quorlet \"  deletekey   NetworkSetupNode  InterfaceName %s ;\" ";
-constexpr char deleteBridge[] = " quorlet \"  deletekey  Bridge  Id %d ;\" ";
+constexpr char kDeleteBridge[] = " quorlet \"  deletekey  Bridge  Id %d ;\" ";
 
-// The columns of readAtmRow's answer.
+// The columns of kReadAtmRow's answer.
 enum AtmColumn { columnEnabled, columnDeviceName, columnVpi, columnVci, columnFcs, atmColumns };
 
 bool isVlanRow(int index) {
@@ -65,7 +65,7 @@ data_cache::~data_cache() = default;
 void data_cache::init() {
     std::fill(std::begin(atm), std::end(atm), atm_entry{});
     for (int slot = 1; slot <= slotCount; ++slot)
-        bridge[slot].name = join({"br", slot});
+        bridge[slot].name = format("br%d", slot);
 }
 
 void data_cache::update() {
@@ -81,10 +81,10 @@ void data_cache::loadAtm() {
     if (wrapper == nullptr)
         return;
     for (int id = 1; id <= atmCount; ++id) {
-        Reply reply;
-        if (runAt(debug_level, reply, readAtmRow, id) != CORVANTA_OK)
+        ShortAnswer answer;
+        if (run({debug_level}, answer, kReadAtmRow, id) != CORVANTA_OK)
             return;
-        const std::vector<std::string> columns = wrapper->Tokenize(reply.text, "|");
+        const std::vector<std::string> columns = wrapper->Tokenize(answer.text, "|");
         if (columns.size() >= atmColumns) // an empty column leaves no token
             atm[id] = toAtmEntry(columns);
     }
@@ -100,19 +100,20 @@ void data_cache::loadBridges() {
 }
 
 void data_cache::loadBridgeMembers() {
-    Reply id;
-    for (int row = 0; run(id, readMemberId, row) == CORVANTA_OK; ++row) {
-        Reply bridgeId;
-        Reply interface;
-        const int bridgeStatus = run(bridgeId, readMemberBridge, id.text);
-        const int interfaceStatus = run(interface, readMemberInterface, id.text);
+    ShortAnswer id;
+    for (int row = 0; run(kQuiet, id, kReadMemberId, row) == CORVANTA_OK; ++row) {
+        ShortAnswer bridgeId;
+        ShortAnswer interface;
+        const int bridgeStatus = run(kQuiet, bridgeId, kReadMemberBridge, id.text);
+        const int interfaceStatus = run(kQuiet, interface, kReadMemberInterface, id.text);
         int slot = 0;
         if (bridgeStatus != CORVANTA_OK || interfaceStatus != CORVANTA_OK ||
             bridgeId.number().value_or(-1) < 0 ||
             bridge_iface_array_idx_by_BridgeId(*bridgeId.number(), slot) != CORVANTA_OK)
             continue;
         bridge_slot& br = bridge[slot];
-        (br.iface_name_lan.empty() ? br.iface_name_lan : br.iface_name_wan) = interface.text;
+        std::string& name = br.iface_name_lan.empty() ? br.iface_name_lan : br.iface_name_wan;
+        name = interface.text;
     }
 }
 
@@ -142,12 +143,12 @@ int data_cache::atm_access(access_type access, atm_entry* entry, int index,
     }
 
     atm[index] = *entry;
-    Reply reply;
+    ShortAnswer answer;
     switch (param) {
     case vantorKx9_Vpi:
-        return runAt(levelTraced, reply, writeAtmVpi, index, entry->Vpi);
+        return run(kTraced, answer, kWriteAtmVpi, index, entry->Vpi);
     case vantorKx9_Vci:
-        return runAt(levelTraced, reply, writeAtmVci, index, entry->Vci);
+        return run(kTraced, answer, kWriteAtmVci, index, entry->Vci);
     default:
         return CORVANTA_FAILED;
     }
@@ -190,33 +191,36 @@ int data_cache::bridge_intern_Id_by_name_idx_create(int& bridgeId, int slot) {
     if (!isSlot(slot))
         return CORVANTA_FAILED;
     bridge_slot& br = bridge[slot];
-    Reply reply;
-    ignoreStatus(run(reply, insertBridge, br.name.c_str())); // a failure leaves no number to read
-    bridgeId = br.intern_Id = reply.number().value_or(freeSlot);
+    ShortAnswer answer;
+    ignoreStatus(
+        run(kQuiet, answer, kInsertBridge, br.name.c_str())); // a failure leaves no number to read
+    br.intern_Id = answer.number().value_or(freeSlot);
+    bridgeId = br.intern_Id;
     if (bridgeId <= 0)
         return CORVANTA_FAILED;
-    ignoreStatus(run(reply, insertBridgeNode, br.name.c_str()));
+    ignoreStatus(run(kQuiet, answer, kInsertBridgeNode, br.name.c_str()));
     return CORVANTA_OK;
 }
 
 int data_cache::bridge_intern_Id_by_name_idx_get(int& bridgeId, int slot) {
-    return bridgeId = isSlot(slot) ? bridge[slot].intern_Id : freeSlot;
+    bridgeId = isSlot(slot) ? bridge[slot].intern_Id : freeSlot;
+    return bridgeId;
 }
 
 int data_cache::bridge_intern_Id_delete(int bridgeId) {
     int slot = 0;
-    if (const int status = bridge_iface_array_idx_by_BridgeId(bridgeId, slot))
-        return status;
+    TRY(bridge_iface_array_idx_by_BridgeId(bridgeId, slot));
     bridge_slot& br = bridge[slot];
-    Reply reply;
-    ignoreStatus(run(reply, deleteBridgeNode, br.name.c_str()));
-    ignoreStatus(run(reply, deleteBridge, br.intern_Id));
+    ShortAnswer answer;
+    ignoreStatus(run(kQuiet, answer, kDeleteBridgeNode, br.name.c_str()));
+    ignoreStatus(run(kQuiet, answer, kDeleteBridge, br.intern_Id));
     br.intern_Id = freeSlot;
     return CORVANTA_OK;
 }
 
 int data_cache::vlan_intern_Enable_get(int& enable, int index) {
-    return enable = isVlanRow(index) ? vlan_intern[index].Enable : 0;
+    enable = isVlanRow(index) ? vlan_intern[index].Enable : 0;
+    return enable;
 }
 
 int data_cache::vlan_intern_Enable_set(int enable, int index) {
@@ -228,13 +232,4 @@ int data_cache::vlan_intern_Enable_set(int enable, int index) {
 
 void data_cache::vlan_intern_InterfaceName_get(std::string& name, int index) {
     name = isVlanRow(index) ? vlan_intern[index].InterfaceName : std::string();
-}
-
-int atm_access_c(int access, atm_entry* entry, int index, int param) {
-    return guardedStatus([=] {
-        if (mgmt_o.cache == nullptr)
-            return static_cast<int>(CORVANTA_FAILED);
-        return mgmt_o.cache->atm_access(static_cast<access_type>(access), entry, index,
-                                        static_cast<vantorKx9_param_ids>(param));
-    });
 }

@@ -1,40 +1,40 @@
-#include "frame/Guard.h"
-#include "objects/client.h"
+#include "base/Guard.h"
+#include "client/Client.h"
 
 using namespace kavo::snmp;
 
 namespace {
 
 // The client's commands; blanks count.
-constexpr char insertBridge[] = " quorlet \" insertkey Bridge Name text:wanX Stp integer:0 ;\" ";
-constexpr char insertLanMember[] =
+constexpr char kInsertBridge[] = " quorlet \" insertkey Bridge Name text:wanX Stp integer:0 ;\" ";
+constexpr char kInsertLanMember[] =
     " quorlet \" insertkey BridgeInterface  BridgeId integer:%d  Interface text:eth0"
     "  AllowLocalAccess integer:0  AllowDHCP integer:0 ;\" ";
-constexpr char insertWanMember[] =
+constexpr char kInsertWanMember[] =
     " quorlet \" insertkey BridgeInterface  BridgeId integer:%d  Interface text:%sX"
     "  AllowLocalAccess integer:0  AllowDHCP integer:0 ;\" ";
-constexpr char deleteMembers[] = " quorlet \" deletekey    BridgeInterface BridgeId %d ;\" ";
-constexpr char deleteFilter[] =
+constexpr char kDeleteMembers[] = " quorlet \" deletekey    BridgeInterface BridgeId %d ;\" ";
+constexpr char kDeleteFilter[] =
     " quorlet \" deletekey    BridgeFilter            BridgeId %d  ;\" ";
-constexpr char deleteBridge[] = " quorlet \" deletekey    Bridge Id %d ;\" ";
+constexpr char kDeleteBridge[] = " quorlet \" deletekey    Bridge Id %d ;\" ";
 
 // Takes a new row's Id from the answer of its insert.
-int takeId(int status, const Reply& reply, int& id) {
-    if (status != CORVANTA_OK)
-        return status;
-    if (!reply.number())
+int takeId(const Answer& answer, int& id) {
+    const std::optional<int> number = answer.number();
+    if (!number)
         return CORVANTA_FAILED;
-    id = *reply.number();
+    id = *number;
     return CORVANTA_OK;
 }
 
 int create(int& bridgeId, int& lanIfaceId, int& wanIfaceId) {
-    Reply reply;
-    if (const int status = takeId(runTraced(reply, insertBridge), reply, bridgeId))
-        return status;
-    if (const int status = takeId(runTraced(reply, insertLanMember, bridgeId), reply, lanIfaceId))
-        return status;
-    return takeId(runTraced(reply, insertWanMember, bridgeId, "wan"), reply, wanIfaceId);
+    ShortAnswer answer;
+    TRY(run(kTraced, answer, kInsertBridge));
+    TRY(takeId(answer, bridgeId));
+    TRY(run(kTraced, answer, kInsertLanMember, bridgeId));
+    TRY(takeId(answer, lanIfaceId));
+    TRY(run(kTraced, answer, kInsertWanMember, bridgeId, "wan"));
+    return takeId(answer, wanIfaceId);
 }
 
 void lookUp(int& bridgeId, int& lanIfaceId, int& wanIfaceId, int& filterId) {
@@ -46,16 +46,14 @@ void lookUp(int& bridgeId, int& lanIfaceId, int& wanIfaceId, int& filterId) {
     }
     if (bridgeId > 0)
         ignoreStatus(config_int_read_by_key(&filterId, "BridgeFilter", "Id", "BridgeId",
-                                            join({bridgeId}).c_str()));
+                                            std::to_string(bridgeId).c_str()));
 }
 
 int remove(int bridgeId) {
-    Reply reply;
-    if (const int status = runTraced(reply, deleteMembers, bridgeId))
-        return status;
-    if (const int status = runTraced(reply, deleteFilter, bridgeId))
-        return status;
-    return runTraced(reply, deleteBridge, bridgeId);
+    ShortAnswer answer;
+    TRY(run(kTraced, answer, kDeleteMembers, bridgeId));
+    TRY(run(kTraced, answer, kDeleteFilter, bridgeId));
+    return run(kTraced, answer, kDeleteBridge, bridgeId);
 }
 
 } // namespace
@@ -66,7 +64,8 @@ int default_Bridge(access_type access, int* bridgeId, int* lanIfaceId, int* wanI
         if (bridgeId == nullptr || lanIfaceId == nullptr || wanIfaceId == nullptr ||
             filterId == nullptr)
             return CORVANTA_FAILED;
-        *bridgeId = *lanIfaceId = *wanIfaceId = *filterId = -1;
+        for (int* const id : {bridgeId, lanIfaceId, wanIfaceId, filterId})
+            *id = -1;
         if (access == access_create)
             return create(*bridgeId, *lanIfaceId, *wanIfaceId);
         lookUp(*bridgeId, *lanIfaceId, *wanIfaceId, *filterId);

@@ -1,6 +1,6 @@
 #include "objects/managed_objects.h"
 
-#include "frame/Guard.h"
+#include "base/Guard.h"
 #include "objects/data_cache.h"
 
 #include <memory>
@@ -22,4 +22,13 @@ void managed_objects::update() {
 
 void update_managed_objects(void) {
     kavo::snmp::guarded([] { mgmt_o.update(); }, [] {});
+}
+
+int atm_access_c(int access, atm_entry* entry, int index, int param) {
+    return kavo::snmp::guardedStatus([=]() -> int {
+        if (mgmt_o.cache == nullptr)
+            return CORVANTA_FAILED;
+        return mgmt_o.cache->atm_access(static_cast<access_type>(access), entry, index,
+                                        static_cast<vantorKx9_param_ids>(param));
+    });
 }

@@ -1,7 +1,7 @@
 #include "objects/vlan.h"
 
-#include "frame/Guard.h"
-#include "objects/client.h"
+#include "base/Guard.h"
+#include "client/Client.h"
 #include "objects/data_cache.h"
 #include "objects/managed_objects.h"
 
@@ -12,37 +12,37 @@ using namespace kavo::snmp;
 namespace {
 
 // The client's commands; blanks count. A member is an interface attached to a bridge.
-constexpr char insertLanNode[] =
+constexpr char kInsertLanNode[] =
     " quorlet \" insertkey NetworkSetupNode   Type text:VLAN   InterfaceName  text:%s"
     " ParentInterface text:%s    ConfigurationSpecifics text:  Enable integer:1  ;\" ";
-constexpr char insertLanMember[] =
+constexpr char kInsertLanMember[] =
     " quorlet \" insertkey BridgeInterface  BridgeId integer:%d  Interface      text:%s"
     "  AllowLocalAccess integer:0  AllowDHCP integer:0 ;\" ";
-constexpr char insertLanMemberNode[] =
+constexpr char kInsertLanMemberNode[] =
     " quorlet \" insertkey NetworkSetupNode   Type text:BridgeInterface    InterfaceName text:%s%s"
     "   ParentInterface text:%s  ConfigurationSpecifics text:  Enable integer:1  ;\" ";
-constexpr char insertEmptyMember[] =
+constexpr char kInsertEmptyMember[] =
     " quorlet \" insertkey BridgeInterface  BridgeId integer:%d  Interface text:"
     "  AllowLocalAccess integer:0  AllowDHCP integer:0 ;\" ";
-constexpr char insertWanNode[] =
+constexpr char kInsertWanNode[] =
     " quorlet \"  insertkey   NetworkSetupNode  Type text:VLAN  InterfaceName  text:%s"
     " ParentInterface text:%s ConfigurationSpecifics text:  Enable integer:1  ;\" ";
-constexpr char insertWanMemberNode[] =
+constexpr char kInsertWanMemberNode[] =
     " quorlet \"  insertkey  NetworkSetupNode  Type text:BridgeInterface  "
     " InterfaceName   text:bridge:%s ParentInterface text:%s"
     " ConfigurationSpecifics text:  Enable integer:1  ;\" ";
-constexpr char insertNetif[] = " quorlet \"  insertkey  StatusNetifConfig  Name text:%s ;\" ";
+constexpr char kInsertNetif[] = " quorlet \"  insertkey  StatusNetifConfig  Name text:%s ;\" ";
 
-constexpr char deleteLanMemberNode[] =
+constexpr char kDeleteLanMemberNode[] =
     " quorlet \" deletekey    NetworkSetupNode ParentInterface  %s ;\" ";
-constexpr char deleteMembers[] = " quorlet \" deletekey    BridgeInterface BridgeId %d ;\" ";
-constexpr char deleteWanMemberNode[] =
+constexpr char kDeleteMembers[] = " quorlet \" deletekey    BridgeInterface BridgeId %d ;\" ";
+constexpr char kDeleteWanMemberNode[] =
     " quorlet \"  deletekey  NetworkSetupNode  InterfaceName        bridge:%s ;\" ";
-constexpr char deleteNode[] = " quorlet \" deletekey NetworkSetupNode   InterfaceName  %s ;\" ";
-constexpr char deleteNetif[] = " quorlet \"  deletekey  StatusNetifConfig  Name %s ;\" ";
+constexpr char kDeleteNode[] = " quorlet \" deletekey NetworkSetupNode   InterfaceName  %s ;\" ";
+constexpr char kDeleteNetif[] = " quorlet \"  deletekey  StatusNetifConfig  Name %s ;\" ";
 
-constexpr char lanPort[] = "eth0";
-constexpr char memberPrefix[] = "bridge:"; // of a member's node
+constexpr char kLanPort[] = "eth0";
+constexpr char kMemberPrefix[] = "bridge:"; // of a member's node
 
 int lanRow(int vlanIndex) {
     return wanRow(vlanIndex) - 1;
@@ -60,103 +60,82 @@ int createBridge(data_cache& cache, int& bridgeId) {
 // Builds the object's bridge: its LAN member, and an empty WAN member in the row after it.
 int switchOn(data_cache& cache, const char* lanIface) {
     int bridgeId = 0;
-    Reply reply;
-    if (const int status = createBridge(cache, bridgeId))
-        return status;
-    if (const int status = runTraced(reply, insertLanNode, lanIface, lanPort))
-        return status;
-    ignoreStatus(run(reply, insertNetif, lanIface));
-    if (const int status = runTraced(reply, insertLanMember, bridgeId, lanIface))
-        return status;
-    if (const int status = runTraced(reply, insertLanMemberNode, memberPrefix, lanIface, lanIface))
-        return status;
-    return runTraced(reply, insertEmptyMember, bridgeId);
+    ShortAnswer answer;
+    TRY(createBridge(cache, bridgeId));
+    TRY(run(kTraced, answer, kInsertLanNode, lanIface, kLanPort));
+    ignoreStatus(run(kQuiet, answer, kInsertNetif, lanIface));
+    TRY(run(kTraced, answer, kInsertLanMember, bridgeId, lanIface));
+    TRY(run(kTraced, answer, kInsertLanMemberNode, kMemberPrefix, lanIface, lanIface));
+    return run(kTraced, answer, kInsertEmptyMember, bridgeId);
 }
 
 // Removes the object's bridge, once its WAN side is gone.
 int switchOff(data_cache& cache, const char* lanIface) {
     int bridgeId = 0;
-    Reply reply;
-    if (const int status = runTraced(reply, deleteLanMemberNode, lanIface);
+    ShortAnswer answer;
+    if (const int status = run(kTraced, answer, kDeleteLanMemberNode, lanIface);
         status != CORVANTA_UNKNOWN_ROW && status != CORVANTA_OK)
         return status;
-    if (const int status =
-            config_int_read_by_key(&bridgeId, "BridgeInterface", "BridgeId", "Interface", lanIface))
-        return status;
+    TRY(config_int_read_by_key(&bridgeId, "BridgeInterface", "BridgeId", "Interface", lanIface));
     char name[15];
     int length = 0;
-    if (const int status = config_string_access_by_id(access_get, name, sizeof name, &length,
-                                                      "Bridge", "Name", bridgeId))
-        return status;
-    if (const int status = runTraced(reply, deleteMembers, bridgeId))
-        return status;
-    if (const int status = runTraced(reply, deleteNode, lanIface))
-        return status;
-    ignoreStatus(run(reply, deleteNetif, lanIface));
+    TRY(config_string_access_by_id(access_get, name, sizeof name, &length, "Bridge", "Name",
+                                   bridgeId));
+    TRY(run(kTraced, answer, kDeleteMembers, bridgeId));
+    TRY(run(kTraced, answer, kDeleteNode, lanIface));
+    ignoreStatus(run(kQuiet, answer, kDeleteNetif, lanIface));
     ignoreStatus(cache.bridge_intern_Id_delete(bridgeId));
     return CORVANTA_OK;
 }
 
 void removeWanSide(const char* member, const char* wanIface) {
-    Reply reply;
-    ignoreStatus(run(reply, deleteWanMemberNode, member));
-    ignoreStatus(run(reply, deleteNode, wanIface));
-    ignoreStatus(run(reply, deleteNetif, wanIface));
+    ShortAnswer answer;
+    ignoreStatus(run(kQuiet, answer, kDeleteWanMemberNode, member));
+    ignoreStatus(run(kQuiet, answer, kDeleteNode, wanIface));
+    ignoreStatus(run(kQuiet, answer, kDeleteNetif, wanIface));
 }
 
 // Makes the tagged interface, or its parent, the bridge's WAN member.
 int setUpWanSide(int vlanIndex, int memberRow, bool tagged, const std::string& member,
                  const std::string& wanIface) {
-    Reply reply;
+    ShortAnswer answer;
     std::string parent;
-    if (const int status =
-            config_string_access_by_id(access_get, parent, "VLAN", "ParentIf", wanRow(vlanIndex)))
-        return status;
+    TRY(config_string_access_by_id(access_get, parent, "VLAN", "ParentIf", wanRow(vlanIndex)));
     if (tagged && member.empty()) {
-        if (const int status = run(reply, insertWanNode, wanIface.c_str(), parent.c_str()))
-            return status;
-        ignoreStatus(run(reply, insertNetif, wanIface.c_str()));
+        TRY(run(kQuiet, answer, kInsertWanNode, wanIface.c_str(), parent.c_str()));
+        ignoreStatus(run(kQuiet, answer, kInsertNetif, wanIface.c_str()));
     }
     std::string newMember = tagged ? wanIface : parent;
-    if (const int status = config_string_access_by_id(access_set, newMember, "BridgeInterface",
-                                                      "Interface", memberRow))
-        return status;
-    ignoreStatus(run(reply, insertWanMemberNode, newMember.c_str(), newMember.c_str()));
+    TRY(config_string_access_by_id(access_set, newMember, "BridgeInterface", "Interface",
+                                   memberRow));
+    ignoreStatus(run(kQuiet, answer, kInsertWanMemberNode, newMember.c_str(), newMember.c_str()));
     return CORVANTA_OK;
 }
 
 int setEnabled(data_cache& cache, int current, int requested, int vlanIndex) {
     if (requested == current)
         return CORVANTA_OK;
-    if (const int status = cache.vlan_intern_Enable_set(requested, lanRow(vlanIndex)))
-        return status;
+    TRY(cache.vlan_intern_Enable_set(requested, lanRow(vlanIndex)));
     std::string lanIface;
     cache.vlan_intern_InterfaceName_get(lanIface, lanRow(vlanIndex));
-    if (current == 0 && requested == 1) {
-        if (const int status = switchOn(cache, lanIface.c_str()))
-            return status;
-    }
-    if (const int status = rebuildWanSide(vlanIndex))
-        return status;
+    if (current == 0 && requested == 1)
+        TRY(switchOn(cache, lanIface.c_str()));
+    TRY(rebuildWanSide(vlanIndex));
     return current == 1 && requested == 0 ? switchOff(cache, lanIface.c_str()) : CORVANTA_OK;
 }
 
 int setTagged(data_cache& cache, bool isOn, bool tagged, int vlanIndex) {
-    if (const int status = cache.vlan_intern_Enable_set(tagged, wanRow(vlanIndex)))
-        return status;
+    TRY(cache.vlan_intern_Enable_set(tagged, wanRow(vlanIndex)));
     std::string lanIface;
     std::string wanIface;
     cache.vlan_intern_InterfaceName_get(lanIface, lanRow(vlanIndex));
     cache.vlan_intern_InterfaceName_get(wanIface, wanRow(vlanIndex));
     int lanMemberRow = 0;
-    if (const int status = config_int_read_by_key(&lanMemberRow, "BridgeInterface", "Id",
-                                                  "Interface", lanIface.c_str()))
-        return status;
+    TRY(config_int_read_by_key(&lanMemberRow, "BridgeInterface", "Id", "Interface",
+                               lanIface.c_str()));
     const int memberRow = nextRow(lanMemberRow);
     std::string member;
-    if (const int status = config_string_access_by_id(access_get, member, "BridgeInterface",
-                                                      "Interface", memberRow))
-        return status;
+    TRY(config_string_access_by_id(access_get, member, "BridgeInterface", "Interface", memberRow));
     if (isOn)
         return setUpWanSide(vlanIndex, memberRow, tagged, member, wanIface);
     removeWanSide(member.c_str(), wanIface.c_str());
@@ -203,8 +182,7 @@ int vlanDiscardTag(access_type access, int* value, int vlanIndex) {
 
 int kavo::snmp::rebuildWanSide(int vlanIndex) {
     int discardTag = 0;
-    if (const int status = VlanDiscardTag_snmp(access_get, &discardTag, vlanIndex))
-        return status;
+    TRY(VlanDiscardTag_snmp(access_get, &discardTag, vlanIndex));
     return VlanDiscardTag_snmp(access_set, &discardTag, vlanIndex);
 }
 

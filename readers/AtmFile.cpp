@@ -1,7 +1,7 @@
 #include "readers/AtmFile.h"
 
-#include "frame/Log.h"
-#include "frame/Text.h"
+#include "base/Log.h"
+#include "base/Text.h"
 #include "frame/Wrapper.h"
 
 #include <algorithm>
@@ -13,12 +13,12 @@ namespace kavo::snmp {
 
 namespace {
 
-constexpr log::Unit unit("AtmFile", "AtmFile");
+constexpr log::Unit kUnit = {"AtmFile", "AtmFile"};
 
-constexpr int maxVpi = AtmFile::vpiCount - 1;
+constexpr int kMaxVpi = AtmFile::vpiCount - 1;
 
 bool inRange(int vpi) {
-    return vpi >= 0 && vpi <= maxVpi;
+    return vpi >= 0 && vpi <= kMaxVpi;
 }
 
 } // namespace
@@ -27,7 +27,7 @@ AtmFile::AtmFile() : m_sFileName("/proc/net/atm/pvc") {}
 
 AtmFile::~AtmFile() {
     m_bInitalized = false;
-    unit.tracedo(m_bVerbose, "~AtmFile: destruction");
+    LOG_IF(m_bVerbose, tracedo, "~AtmFile: destruction");
 }
 
 bool AtmFile::classInvariant() const {
@@ -39,29 +39,28 @@ void AtmFile::initialize(bool verbose) {
     m_pWrapper = Wrapper::getInstance();
     m_pWrapper->m_bVerbose = verbose;
 
-    unit.tracedo(m_bVerbose, "initialize: trying to open file ", m_sFileName);
+    LOG_IF(m_bVerbose, tracedo, "initialize: trying to open file %s", m_sFileName.c_str());
     FILE* const file = fopen(m_sFileName.c_str(), "r");
     if (file == nullptr) {
-        unit.tracedo(m_bVerbose, "initialize: unable to open file ", m_sFileName,
-                     " using defaults");
+        LOG_IF(m_bVerbose, tracedo, "initialize: unable to open file %s using defaults",
+               m_sFileName.c_str());
         return;
     }
     char buffer[1024];
     const std::size_t size = fread(buffer, 1, sizeof buffer - 1, file);
     buffer[size] = '\0';
     if (size == 0)
-        unit.warning("initialize: could not read file ", m_sFileName, " using defaults");
+        LOG(warning, "initialize: could not read file %s using defaults", m_sFileName.c_str());
     if (fclose(file) != 0)
-        unit.warning("initialize: could not close file ", m_sFileName, " using defaults");
+        LOG(warning, "initialize: could not close file %s using defaults", m_sFileName.c_str());
 
     const std::string_view text = buffer;
-    unit.tracedo(m_bVerbose, "initialize: file read in:\n", text);
+    LOG_IF(m_bVerbose, tracedo, "initialize: file read in:\n%.*s", PRINTF_VIEW(text));
     for (std::size_t i = 0; m_bVerbose && i < text.size(); ++i)
-        unit.debug(text[i] == '\n', "initialize: newline found at index ", i);
+        LOG_IF(text[i] == '\n', debug, "initialize: newline found at index %zu", i);
 
     parse(text);
-    unit.tracedo(m_bVerbose,
-                 "initialize: contents of vpiList: ", [this] { return vpiList2String(); });
+    LOG_IF(m_bVerbose, tracedo, "initialize: contents of vpiList: %s", vpiList2String().c_str());
     m_bInitalized = true;
 }
 
@@ -70,14 +69,15 @@ void AtmFile::parse(std::string_view text) {
     int vpiIdx = -1;
     std::string_view line;
     for (int row = 0; !(line = nextToken(text, '\n')).empty(); ++row) {
-        unit.tracedo(m_bVerbose, "initialize: token = ", line);
+        LOG_IF(m_bVerbose, tracedo, "initialize: token = %.*s", PRINTF_VIEW(line));
         std::string_view field;
         for (int col = 0; !(field = nextToken(line, ' ')).empty(); ++col) {
-            unit.tracedo(m_bVerbose, "initialize:   subtoken = ", field);
+            LOG_IF(m_bVerbose, tracedo, "initialize:   subtoken = %.*s", PRINTF_VIEW(field));
             if (row == 0 && kavo::snmp::contains(field, "VPI")) {
                 vpiIdx = col;
-                unit.tracedo(m_bVerbose, "initialize: string 'VPI' found in header line ", 1,
-                             " at column ", col + 1, ", vpiIdx = ", col);
+                LOG_IF(m_bVerbose, tracedo,
+                       "initialize: string 'VPI' found in header line 1 at column %d, vpiIdx = %d",
+                       col + 1, col);
                 break;
             }
             if (col == vpiIdx) {
@@ -91,30 +91,30 @@ void AtmFile::parse(std::string_view text) {
 void AtmFile::markVpi(std::string_view field, int row, int col) {
     const std::optional<int> vpi = parseNearestInt(field);
     if (!vpi) {
-        unit.warning("initialize: no VPI in row ", row + 1, ": ", field);
+        LOG(warning, "initialize: no VPI in row %d: %.*s", row + 1, PRINTF_VIEW(field));
         return;
     }
-    unit.tracedo(m_bVerbose, "initialize:   processing row ", row + 1, ", column = ", col + 1,
-                 ", found VPI = ", *vpi);
+    LOG_IF(m_bVerbose, tracedo, "initialize:   processing row %d, column = %d, found VPI = %d",
+           row + 1, col + 1, *vpi);
     if (inRange(*vpi))
         m_eVpiList[*vpi] = 1;
     else
-        unit.error("initialize: VPI ", *vpi, " is out of range for vpiList, max idx is ", maxVpi);
+        LOG(error, "initialize: VPI %d is out of range for vpiList, max idx is %d", *vpi, kMaxVpi);
 }
 
 bool AtmFile::contains(int a_vpiVal) {
-    unit.tracedo(m_bVerbose, "contains: searching a_vpiVal ", a_vpiVal, " in m_eVpiList");
+    LOG_IF(m_bVerbose, tracedo, "contains: searching a_vpiVal %d in m_eVpiList", a_vpiVal);
     if (inRange(a_vpiVal))
         return m_eVpiList[a_vpiVal] == 1;
-    unit.warning("contains: a_vpiVal ", a_vpiVal, " is out of range for vpiList, max idx is ",
-                 maxVpi);
+    LOG(warning, "contains: a_vpiVal %d is out of range for vpiList, max idx is %d", a_vpiVal,
+        kMaxVpi);
     return false;
 }
 
 std::string AtmFile::vpiList2String() {
     std::string text = "vpiList[";
     for (int i = 0; i < vpiCount; ++i)
-        append(text, {"(", i, ")=", m_eVpiList[i], ","});
+        text += format("(%d)=%d,", i, m_eVpiList[i]);
     return text.append("]");
 }
 

@@ -1,22 +1,23 @@
 #include "readers/SpeedInfo.h"
 
-#include "frame/Guard.h"
-#include "frame/Log.h"
-#include "frame/Pipe.h"
-#include "frame/Text.h"
+#include "base/Guard.h"
+#include "base/Log.h"
+#include "base/Pipe.h"
+#include "base/Text.h"
 #include "frame/Wrapper.h"
 
 #include <algorithm>
+#include <cinttypes>
 
 namespace kavo::snmp {
 
 namespace {
 
-constexpr log::Unit unit("SpeedInfo", "SpeedInfo");
+constexpr log::Unit kUnit = {"SpeedInfo", "SpeedInfo"};
 
-constexpr std::string_view groupHeading = "Line Rate Information";
-constexpr std::size_t columnsOffset = 22; // where the heading line names its columns
-constexpr int groupLines = 2;
+constexpr std::string_view kGroupHeading = "Line Rate Information";
+constexpr std::size_t kColumnsOffset = 22; // where the heading line names its columns
+constexpr int kGroupLines = 2;
 
 } // namespace
 
@@ -24,76 +25,77 @@ SpeedInfo::SpeedInfo() : m_sCommand("vellstat info") {}
 
 SpeedInfo::~SpeedInfo() {
     m_bInitalized = false;
-    unit.tracedo(m_bVerbose, "~SpeedInfo: destruction");
+    LOG_IF(m_bVerbose, tracedo, "~SpeedInfo: destruction");
 }
 
 void SpeedInfo::initialize(bool verbose) {
     m_bVerbose = verbose;
-    unit.tracedo(m_bVerbose, "initialize: entering");
+    LOG_IF(m_bVerbose, tracedo, "initialize: entering");
     m_pWrapper = Wrapper::getInstance();
     m_pWrapper->m_bVerbose = verbose;
     m_bInitalized = true;
-    unit.tracedo(m_bVerbose, "initialize: exiting with  m_bInitalized = ", m_bInitalized);
+    LOG_IF(m_bVerbose, tracedo, "initialize: exiting with  m_bInitalized = %d", m_bInitalized);
 }
 
 bool SpeedInfo::getSpeedInfo(speedInfo_s* info) {
-    unit.tracedo(m_bVerbose, "getSpeedInfo: entering");
+    LOG_IF(m_bVerbose, tracedo, "getSpeedInfo: entering");
     *info = {};
     const bool started = readDSLInfo(info);
-    unit.tracedo(m_bVerbose, "getSpeedInfo: exiting with: ", [&] {
-        return required(m_pWrapper).SpeedInfoToString(info);
-    });
+    LOG_IF(m_bVerbose, tracedo, "getSpeedInfo: exiting with: %s",
+           required(m_pWrapper).SpeedInfoToString(info).c_str());
     return started;
 }
 
 bool SpeedInfo::readDSLInfo(speedInfo_s* info) {
-    unit.tracedo(m_bVerbose, "readDSLInfo: entering");
-    unit.debug(m_bVerbose, "readDSLInfo: trying to popen >", m_sCommand, "<");
+    LOG_IF(m_bVerbose, tracedo, "readDSLInfo: entering");
+    LOG_IF(m_bVerbose, debug, "readDSLInfo: trying to popen >%s<", m_sCommand.c_str());
     Pipe tool(required(m_pWrapper), m_sCommand);
     if (!tool) {
-        unit.error("read: could not popen ", m_sCommand);
+        LOG(error, "read: could not popen %s", m_sCommand.c_str());
         return false;
     }
 
     int lineNumber = 0;
     while (tool.readLine(m_szLine)) {
         ++lineNumber;
-        unit.debug(m_bVerbose, "readDSLInfo: processing line ", lineNumber, ": ", m_szLine);
-        if (!contains(m_szLine, groupHeading))
+        LOG_IF(m_bVerbose, debug, "readDSLInfo: processing line %d: %s", lineNumber, m_szLine);
+        if (!contains(m_szLine, kGroupHeading))
             continue;
         const bool downFirst = downComesFirst(m_szLine);
-        unit.debug(m_bVerbose, "readDSLInfo: line ", lineNumber, ": downFirst = ", downFirst);
-        for (int i = 0; i < groupLines && tool.readLine(m_szLine); ++i)
+        LOG_IF(m_bVerbose, debug, "readDSLInfo: line %d: downFirst = %d", lineNumber, downFirst);
+        for (int i = 0; i < kGroupLines && tool.readLine(m_szLine); ++i)
             parseGroupLine(m_szLine, ++lineNumber, downFirst, info);
     }
     return true;
 }
 
 bool SpeedInfo::downComesFirst(std::string_view heading) {
-    heading.remove_prefix(std::min(columnsOffset, heading.size()));
+    heading.remove_prefix(std::min(kColumnsOffset, heading.size()));
     return contains(nextToken(heading, ' '), "Down");
 }
 
 void SpeedInfo::parseGroupLine(std::string_view line, int lineNumber, bool downFirst,
                                speedInfo_s* info) {
-    unit.debug(m_bVerbose, "readDSLInfo: processing group line ", lineNumber, ": ", line);
+    LOG_IF(m_bVerbose, debug, "readDSLInfo: processing group line %d: %.*s", lineNumber,
+           PRINTF_VIEW(line));
 
     std::string_view rest = line;
     const std::string_view name = nextToken(rest, ':');
     const std::string_view first = nextToken(rest, ' ');
     const std::string_view second = nextToken(rest, ' ');
     if (name.empty())
-        unit.warning("readDSLInfo: token ':' not found in line: ", line);
+        LOG(warning, "readDSLInfo: token ':' not found in line: %.*s", PRINTF_VIEW(line));
     else if (first.empty())
-        unit.warning("readDSLInfo: DOWN value not found in line: ", line);
+        LOG(warning, "readDSLInfo: DOWN value not found in line: %.*s", PRINTF_VIEW(line));
     else if (second.empty())
-        unit.warning("readDSLInfo: UP value not found in line: ", line);
+        LOG(warning, "readDSLInfo: UP value not found in line: %.*s", PRINTF_VIEW(line));
 
     // A missing token is empty and counts as 0.
     const std::uint32_t ui1 = parseUnsigned(first);
     const std::uint32_t ui2 = parseUnsigned(second);
-    unit.debug(m_bVerbose, "readDSLInfo: line ", lineNumber, ": ", "name = ", name, ", ui1 = ", ui1,
-               ", ui2 = ", ui2);
+    LOG_IF(m_bVerbose, debug,
+           "readDSLInfo: line %d: name = %.*s, ui1 = %" PRIu32 ", ui2 = %" PRIu32, lineNumber,
+           PRINTF_VIEW(name), ui1, ui2);
 
     const std::uint32_t down = downFirst ? ui1 : ui2;
     const std::uint32_t up = downFirst ? ui2 : ui1;
@@ -104,8 +106,9 @@ void SpeedInfo::parseGroupLine(std::string_view line, int lineNumber, bool downF
         info->dslAttainableDataRateDown = down;
         info->dslAttainableDataRateUp = up;
     } else {
-        unit.debug(m_bVerbose,
-                   "readDSLInfo: Group: >Line Rate Information<, unhandled DSL line: ", name);
+        LOG_IF(m_bVerbose, debug,
+               "readDSLInfo: Group: >Line Rate Information<, unhandled DSL line: %.*s",
+               PRINTF_VIEW(name));
     }
 }
 

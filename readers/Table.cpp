@@ -1,14 +1,12 @@
 #include "readers/Table.h"
 
-#include "frame/Failures.h"
-#include "frame/Guard.h"
-#include "frame/Log.h"
-#include "frame/Pipe.h"
-#include "frame/Text.h"
+#include "base/Guard.h"
+#include "base/Log.h"
+#include "base/Text.h"
+#include "client/Client.h"
 #include "frame/Wrapper.h"
 
 #include <optional>
-#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -16,33 +14,23 @@ namespace kavo::snmp {
 
 namespace {
 
-constexpr log::Unit unit("Table", "Table");
+constexpr log::Unit kUnit = {"Table", "Table"};
 
 // The client's commands; blanks count.
-std::string sizeCommand(const std::string& table) {
-    return join({"quorlet \"size ", table, ";\""});
-}
+constexpr char kSize[] = "quorlet \"size %s;\"";
+constexpr char kReadRow[] = "quorlet \"selectrow %s %d;\"";
+constexpr char kReadByKey[] = " quorlet \" selectkey %s %s %s %s ; \" ";
 
-std::string rowCommand(const std::string& table, int row) {
-    return join({"quorlet \"selectrow ", table, " ", row, ";\""});
-}
-
-std::string keyedCommand(const std::string& table, const std::string& keyColumn,
-                         const std::string& keyValue, const std::string& column) {
-    return join(
-        {" quorlet \" selectkey ", table, " ", keyColumn, " ", keyValue, " ", column, " ; \" "});
-}
-
-constexpr std::size_t vpiField = 2; // of an `Atm` row's text
+constexpr std::size_t kVpiField = 2; // of an `Atm` row's text
 
 } // namespace
 
 Table::Table(std::string name)
-    : m_sTableName(std::move(name)), m_sSizeCommand(sizeCommand(m_sTableName)) {}
+    : m_sTableName(std::move(name)), m_sSizeCommand(format(kSize, m_sTableName.c_str())) {}
 
 Table::~Table() {
     m_bInitalized = false;
-    unit.tracedo(m_bVerbose, "~Table: destruction");
+    LOG_IF(m_bVerbose, tracedo, "~Table: destruction");
 }
 
 bool Table::initialize(bool verbose) {
@@ -57,78 +45,73 @@ bool Table::classInvariant() const {
     return true;
 }
 
-Table::Reply Table::ask(const std::string& command) {
-    Pipe client(required(m_pWrapper), command);
-    const Reply reply = !client                     ? Reply::notStarted
-                        : client.readLine(m_szLine) ? Reply::line
-                                                    : Reply::nothing;
-    if (reply != Reply::line || std::string_view(m_szLine) == "Database locked\n")
-        counted(CORVANTA_FAILED);
-    return reply;
-}
-
 int Table::size() {
-    switch (ask(m_sSizeCommand)) {
-    case Reply::line:
+    switch (readLine(required(m_pWrapper), m_sSizeCommand, {m_sTableName}, m_szLine)) {
+    case Line::read:
         break;
-    case Reply::nothing:
-        unit.error("size: could not read programs output ", m_sSizeCommand);
+    case Line::missing:
+        LOG(error, "size: could not read programs output %s", m_sSizeCommand.c_str());
         return 0;
-    case Reply::notStarted:
-        unit.error("size: could not popen ", m_sSizeCommand);
+    case Line::notStarted:
+        LOG(error, "size: could not popen %s", m_sSizeCommand.c_str());
         return 0;
     }
     m_iRowCount = static_cast<int>(parseUnsigned(m_szLine));
-    unit.tracedo(m_bVerbose, "size: size of table ", m_sTableName, ": ", m_iRowCount);
+    LOG_IF(m_bVerbose, tracedo, "size: size of table %s: %d", m_sTableName.c_str(), m_iRowCount);
     return m_iRowCount;
 }
 
 bool Table::readRow(int row) {
     if (m_iRowCount < 0 || row < m_iRowCount)
         m_iRowCount = size();
-    unit.tracedo(m_bVerbose, "read: number of rows in table ", m_sTableName, ": ", m_iRowCount);
-    const std::string command = rowCommand(m_sTableName, row);
-    switch (ask(command)) {
-    case Reply::line:
+    LOG_IF(m_bVerbose, tracedo, "read: number of rows in table %s: %d", m_sTableName.c_str(),
+           m_iRowCount);
+    const std::string command = format(kReadRow, m_sTableName.c_str(), row);
+    switch (readLine(required(m_pWrapper), command, {m_sTableName}, m_szLine)) {
+    case Line::read:
         break;
-    case Reply::nothing:
-        unit.error("read: could not read programs output ", command);
+    case Line::missing:
+        LOG(error, "read: could not read programs output %s", command.c_str());
         return false;
-    case Reply::notStarted:
-        unit.error("read: could not popen ", command);
+    case Line::notStarted:
+        LOG(error, "read: could not popen %s", command.c_str());
         return false;
     }
-    unit.tracedo(m_bVerbose, "read: row ", row, ": ", m_szLine);
+    LOG_IF(m_bVerbose, tracedo, "read: row %d: %s", row, m_szLine);
     return true;
 }
 
 int Table::getIntegerValue(const std::string& column, int row) {
     if (!readRow(row)) {
-        unit.warning("read: could not read row ", row, " from table ", m_sTableName);
+        LOG(warning, "read: could not read row %d from table %s", row, m_sTableName.c_str());
         return 0;
     }
     Wrapper& wrapper = required(m_pWrapper);
-    unit.tracedo(m_bVerbose, "getIntegerValue: processing row ", row, ": ", m_szLine);
+    LOG_IF(m_bVerbose, tracedo, "getIntegerValue: processing row %d: %s", row, m_szLine);
     const std::string table = wrapper.ToUpperCase(m_sTableName);
-    unit.tracedo(m_bVerbose, "getIntegerValue: table name in UPPER CASE: ", table);
+    LOG_IF(m_bVerbose, tracedo, "getIntegerValue: table name in UPPER CASE: %s", table.c_str());
     if (table != "ATM") {
-        unit.warning("getIntegerValue: unsupported table ", m_sTableName);
+        LOG(warning, "getIntegerValue: unsupported table %s", m_sTableName.c_str());
         return 0;
     }
     if (wrapper.ToUpperCase(column) != "VPI") {
-        unit.warning("getIntegerValue: unsupported column ", column, " in table ", m_sTableName);
+        LOG(warning, "getIntegerValue: unsupported column %s in table %s", column.c_str(),
+            m_sTableName.c_str());
         return 0;
     }
-    unit.tracedo(m_bVerbose, "getIntegerValue: request for Vpi in row ", m_szLine);
+    LOG_IF(m_bVerbose, tracedo, "getIntegerValue: request for Vpi in row %s", m_szLine);
     std::vector<std::string> fields = wrapper.Tokenize(m_szLine, "|");
-    unit.tracedo(m_bVerbose, "getIntegerValue: resulting vector containing following tokens: ",
-                 [&] { return wrapper.VectorToString(fields); });
-    return parseNearestInt(fields.at(vpiField)).value_or(0);
+    LOG_IF(m_bVerbose, tracedo, "getIntegerValue: resulting vector containing following tokens: %s",
+           wrapper.VectorToString(fields).c_str());
+    return parseNearestInt(fields.at(kVpiField)).value_or(0);
 }
 
 int Table::getIntegerValue(int& value, const std::string& column, const std::string& keyColumn,
                            const std::string& keyValue) {
-    if (ask(keyedCommand(m_sTableName, keyColumn, keyValue, column)) != Reply::line)
+    const std::string command = format(kReadByKey, m_sTableName.c_str(), keyColumn.c_str(),
+                                       keyValue.c_str(), column.c_str());
+    if (readLine(required(m_pWrapper), command, {m_sTableName, keyColumn, keyValue, column},
+                 m_szLine) != Line::read)
         return CORVANTA_FAILED;
     const std::optional<int> number = parseInt(m_szLine);
     if (!number)

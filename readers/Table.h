@@ -44,12 +44,6 @@ public:
     int m_iRowCount = -1;          ///< last count read; -1 unknown
     char m_szLine[256] = {};       ///< first line of the last answer, newline included
     Wrapper* m_pWrapper = nullptr; ///< not owned
-
-private:
-    enum class Reply { line, nothing, notStarted };
-
-    // Runs a command and reads the answer's first line into m_szLine.
-    [[gnu::visibility("hidden")]] Reply ask(const std::string& command);
 };
 
 } // namespace kavo::snmp

@@ -1,12 +1,12 @@
 #pragma once
 
-#include "include/corvanta.h"
+#include <corvanta.h>
 
 #include <stdexcept>
 
 namespace kavo::snmp {
 
-/** Runs the body of an exported function; any exception becomes what onFailure returns. */
+/// Runs the body of an exported function; any exception becomes what onFailure returns.
 template <class Body, class OnFailure>
 auto guarded(Body body, OnFailure onFailure) noexcept {
     try {
@@ -16,13 +16,13 @@ auto guarded(Body body, OnFailure onFailure) noexcept {
     }
 }
 
-/** The same for a function that returns a status code. */
+/// The same for a function that returns a status code.
 template <class Body>
 int guardedStatus(Body body) noexcept {
     return guarded([&]() -> int { return body(); }, []() -> int { return CORVANTA_FAILED; });
 }
 
-/** @return what a pointer refers to; a missing object throws instead of being used */
+/// @return what a pointer refers to; a missing object throws instead of being used
 template <class T>
 T& required(T* object) {
     if (object == nullptr)

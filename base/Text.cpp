@@ -1,8 +1,9 @@
-#include "frame/Text.h"
+#include "base/Text.h"
 
 #include <algorithm>
 #include <charconv>
-#include <iterator>
+#include <cstdarg>
+#include <cstdio>
 #include <limits>
 #include <system_error>
 
@@ -41,29 +42,18 @@ std::errc readInt(std::string_view text, int& number) {
 
 } // namespace
 
-std::string_view Piece::text(Digits& digits) const {
-    if (m_text != nullptr)
-        return {m_text, m_size};
-    char* const end = std::end(digits);
-    char* begin = end;
-    unsigned long rest = m_number;
-    do
-        *--begin = static_cast<char>('0' + rest % 10);
-    while ((rest /= 10) != 0);
-    if (m_negative)
-        *--begin = '-';
-    return {begin, static_cast<std::size_t>(end - begin)};
-}
-
-void append(std::string& text, std::initializer_list<Piece> pieces) {
-    Piece::Digits digits;
-    for (const Piece& piece : pieces)
-        text.append(piece.text(digits));
-}
-
-std::string join(std::initializer_list<Piece> pieces) {
-    std::string text;
-    append(text, pieces);
+std::string format(const char* format, ...) {
+    char buffer[128];
+    va_list values;
+    va_start(values, format);
+    const int length = vsnprintf(buffer, sizeof buffer, format, values);
+    va_end(values);
+    if (length < static_cast<int>(sizeof buffer))
+        return buffer;
+    std::string text(static_cast<std::size_t>(length), '\0');
+    va_start(values, format);
+    vsnprintf(text.data(), text.size() + 1, format, values);
+    va_end(values);
     return text;
 }
 
@@ -108,11 +98,12 @@ std::uint32_t parseUnsigned(std::string_view text) {
 }
 
 bool isSafeText(std::string_view text) {
-    return std::none_of(text.begin(), text.end(), [](char c) {
+    const bool isPlain = std::none_of(text.begin(), text.end(), [](char c) {
         const auto byte = static_cast<unsigned char>(c);
         const bool control = byte < 0x20 || byte == 0x7f;
         return control || c == '"' || c == '$' || c == '`' || c == '\\' || c == ';';
     });
+    return isPlain && !contains(text, " integer:") && !contains(text, " text:");
 }
 
 bool isSafeValue(const char* buffer, int bufferSize, int length) {
