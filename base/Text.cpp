@@ -22,21 +22,30 @@ bool takeChar(std::string_view& text, char c) {
     return found;
 }
 
-// The number that the text begins with, as far as it has the error that from_chars() gives.
-template <class Number>
-std::errc read(std::string_view text, Number& number, int base) {
+// The digits that the text begins with; std::from_chars() comes in here once only.
+[[gnu::noinline]] std::errc readDigits(std::string_view text, int base, std::uint32_t& number) {
     return std::from_chars(text.data(), text.data() + text.size(), number, base).ec;
+}
+
+bool takeMinus(std::string_view& text) {
+    skipSpace(text);
+    const bool negative = takeChar(text, '-');
+    if (!negative)
+        takeChar(text, '+');
+    return negative;
 }
 
 // White space, a sign, decimal digits. Out of range, the number is the nearest.
 std::errc readInt(std::string_view text, int& number) {
-    skipSpace(text);
-    const bool negative = !text.empty() && text.front() == '-';
-    if (takeChar(text, '+') && !text.empty() && text.front() == '-')
-        return std::errc::invalid_argument; // one sign only
-    const std::errc error = read(text, number, 10);
-    if (error == std::errc::result_out_of_range)
-        number = negative ? std::numeric_limits<int>::min() : std::numeric_limits<int>::max();
+    const bool negative = takeMinus(text);
+    const std::int64_t limit =
+        negative ? std::numeric_limits<int>::min() : std::numeric_limits<int>::max();
+    std::uint32_t magnitude = 0;
+    std::errc error = readDigits(text, 10, magnitude);
+    std::int64_t exact = negative ? -std::int64_t(magnitude) : std::int64_t(magnitude);
+    if (error == std::errc() && (negative ? exact < limit : exact > limit))
+        error = std::errc::result_out_of_range;
+    number = static_cast<int>(error == std::errc() ? exact : limit);
     return error;
 }
 
@@ -80,30 +89,26 @@ std::optional<int> parseNearestInt(std::string_view text) {
 }
 
 std::uint32_t parseUnsigned(std::string_view text) {
-    skipSpace(text);
-    const bool negative = takeChar(text, '-');
-    if (!negative)
-        takeChar(text, '+');
+    const bool negative = takeMinus(text);
     int base = 10;
-    if (text.substr(0, 2) == "0x" || text.substr(0, 2) == "0X") {
-        base = 16;
-        text.remove_prefix(2);
-    } else if (text.substr(0, 1) == "0") {
+    if (takeChar(text, '0')) {
         base = 8;
+        if (takeChar(text, 'x') || takeChar(text, 'X'))
+            base = 16;
     }
     std::uint32_t number = 0;
-    if (read(text, number, base) == std::errc::result_out_of_range)
+    if (readDigits(text, base, number) == std::errc::result_out_of_range)
         return std::numeric_limits<std::uint32_t>::max();
     return negative ? 0 - number : number;
 }
 
 bool isSafeText(std::string_view text) {
-    const bool isPlain = std::none_of(text.begin(), text.end(), [](char c) {
+    for (const char c : text) {
         const auto byte = static_cast<unsigned char>(c);
-        const bool control = byte < 0x20 || byte == 0x7f;
-        return control || c == '"' || c == '$' || c == '`' || c == '\\' || c == ';';
-    });
-    return isPlain && !contains(text, " integer:") && !contains(text, " text:");
+        if (byte < 0x20 || byte == 0x7f || contains("\"$`\\;", {&c, 1}))
+            return false;
+    }
+    return !contains(text, " integer:") && !contains(text, " text:");
 }
 
 bool isSafeValue(const char* buffer, int bufferSize, int length) {

@@ -46,7 +46,7 @@ void lookUp(int& bridgeId, int& lanIfaceId, int& wanIfaceId, int& filterId) {
     }
     if (bridgeId > 0)
         ignoreStatus(config_int_read_by_key(&filterId, "BridgeFilter", "Id", "BridgeId",
-                                            std::to_string(bridgeId).c_str()));
+                                            format("%d", bridgeId).c_str()));
 }
 
 int remove(int bridgeId) {

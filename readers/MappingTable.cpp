@@ -81,10 +81,10 @@ std::string MappingTable::toString() {
     std::string text =
         format("MappingTable[size=%zu:%zu, ", m_mapIndex.size(), m_mapPhysical.size());
     for (auto entry = m_mapIndex.begin(); entry != m_mapIndex.end(); ++entry) {
-        text += std::to_string(entry->first) + "=";
+        text += format("%d=", entry->first);
         for (const auto& [physicalName, reference] : m_mapPhysical) {
             if (reference == entry) {
-                text += physicalName + ":" + entry->second + ",";
+                text += format("%s:%s,", physicalName.c_str(), entry->second.c_str());
                 break;
             }
         }

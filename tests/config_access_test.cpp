@@ -202,6 +202,60 @@ TEST_F(ConfigAccessTest, WholeRows) {
     EXPECT_LOG();
 }
 
+/** A text that ends a command, or is the value of another column to the client, runs nothing. */
+TEST_F(ConfigAccessTest, HostileTexts) {
+    int value = 1, length = 1;
+    char text[20] = "x";
+    kavo::snmp::Table atm("Atm");
+    atm.initialize(false);
+    data_cache cache;
+    mgmt_o.cache = &cache;
+    for (const std::string bad : {"a\"", "a;b", "x Enable integer:1", " text:", "a  text:b c"}) {
+        SCOPED_TRACE(bad);
+        const char* const t = bad.c_str();
+        const int statuses[] = {
+            config_int_access_by_id(access_get, &value, t, "C", 1),
+            config_int_access_by_id(access_set, &value, "T", t, 1),
+            config_int_read_by_key(&value, t, "C", "K", "v"),
+            config_int_read_by_key(&value, "T", t, "K", "v"),
+            config_int_read_by_key(&value, "T", "C", t, "v"),
+            config_int_read_by_key(&value, "T", "C", "K", t),
+            config_string_access_by_id(access_get, text, 20, &length, t, "C", 1),
+            config_string_access_by_id(access_set, text, 20, &length, "T", t, 1),
+            config_row_read(t, 1, text, 20, &length),
+            write(bad, static_cast<int>(bad.size()), 20)};
+        platform.commands.clear();
+        for (const int& status : statuses)
+            EXPECT_EQ(6, status) << &status - statuses;
+
+        const std::string error = "error:Table: ";
+        kavo::snmp::Table table(bad);
+        table.initialize(false);
+        EXPECT_EQ(0, table.size());
+        table.m_iRowCount = 0;
+        EXPECT_EQ(0, table.getIntegerValue("Vpi", 2));
+        EXPECT_LOG(error + "size: could not popen quorlet \"size " + bad + ";\"",
+                   error + "read: could not popen quorlet \"selectrow " + bad + " 2;\"",
+                   "warning:Table: read: could not read row 2 from table " + bad);
+        EXPECT_EQ(1, table.getIntegerValue(value, "Vpi", "Id", "3"));
+        EXPECT_EQ(1, atm.getIntegerValue(value, bad, "Id", "3"));
+        EXPECT_EQ(1, atm.getIntegerValue(value, "Vpi", bad, "3"));
+        EXPECT_EQ(1, atm.getIntegerValue(value, "Vpi", "Id", bad));
+        EXPECT_RUN();
+        EXPECT_LOG();
+
+        cache.vlan_intern[1].InterfaceName = bad; // a name that was read back
+        platform.script({"\n"});
+        EXPECT_EQ(6, VlanDiscardTag_snmp(access_set, &value, 1));
+        EXPECT_RUN(quorlet(" updatekey VLAN Id 2 Enable integer:0 ;"));
+        platform.takeLog();
+    }
+    mgmt_o.cache = nullptr;
+    platform.client = [](const std::string&) { return "\n"; };
+    for (const std::string good : {"a b", "integer:1", "text:x y", "a  bcontext:", "x -integer:"})
+        EXPECT_EQ(0, write(good, static_cast<int>(good.size()), 20)) << good;
+}
+
 /** Whoever runs a command, and whether somebody looks at its status, a failure counts once. */
 TEST_F(ConfigAccessTest, FailuresCount) {
     int value = 1, length = 1;
