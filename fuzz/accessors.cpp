@@ -3,7 +3,7 @@
 
 #include "harness.h"
 
-#include "include/corvanta.h"
+#include <corvanta.h>
 
 void fuzz::test(std::string_view input) {
     std::string value = takeValue();
@@ -48,6 +48,11 @@ void fuzz::test(std::string_view input) {
     });
     expect(result == CORVANTA_OK ? size >= 0 && size <= room - 2 && text[size] == '\0' : size == -1,
            "a text that is read fits");
+    size = -1;
+    result = run([&] { return config_row_read(value.c_str(), 1, text, room, &size); });
+    expect(result == CORVANTA_OK ? size == static_cast<int>(strlen(text)) && size < room
+                                 : size == -1,
+           "a row is whole, or refused");
     size = static_cast<int>(value.size());
     run([&] {
         return config_string_access_by_id(access_set, value.data(), size, &size, "Atm", "Name", 2);

@@ -3,7 +3,7 @@
 
 #include "harness.h"
 
-#include "include/corvanta.h"
+#include <corvanta.h>
 
 void fuzz::test(std::string_view input) {
     std::string name = takeValue() + "  "; // a text's read needs this room

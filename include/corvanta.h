@@ -15,7 +15,38 @@
  *   its failure value and a warning in the system log; every other function
  *   answers with a status code. A null pointer is such a failure, except in the
  *   database field functions, whose pointers must be valid.
- * - Outputs are written on success only, unless a function says otherwise.
+ * - Outputs are written on success only, unless a function or the list below
+ *   says otherwise.
+ * - A text that enters a client command is refused with CORVANTA_UNFIT, before
+ *   anything runs, when it would end or change the command: when it holds a
+ *   double quote, $, backquote, backslash, ; or a control character, or, behind
+ *   a blank, a token that begins with "integer:" or "text:".
+ *
+ * Things to know:
+ * - A sequence of commands stops at the first failure that counts and undoes
+ *   nothing; some failures do not count. client_failures() tells of all.
+ * - VlanEnabled_snmp() stores the new state in the cache before it writes to the
+ *   database. When that write failed, the same set again does nothing and gives
+ *   CORVANTA_OK, until the next update_managed_objects().
+ * - update_managed_objects() on a locked database tries each of 34 commands for
+ *   19 seconds, eleven minutes in all; then everything reads as off and empty.
+ * - A set of the default WAN interface can create a bridge, which the cache does
+ *   not know before the next update_managed_objects().
+ * - Deleting a default bridge that has no filter stops at the missing filter:
+ *   the row in `Bridge` stays, and so does its name.
+ * - default_Bridge() writes what it found or created when it fails, too.
+ * - getSpeedInfo() zeroes the record also when the tool does not start.
+ * - VlanWanInterface() on an object that is off stores the name and then gives
+ *   CORVANTA_UNKNOWN_ROW; a get takes any index that has a row.
+ * - A stored integer that fits no int cannot be read: CORVANTA_FAILED. A VPI in
+ *   the report becomes the nearest int instead.
+ * - A signal handler of the host's that is installed without SA_RESTART can make
+ *   a client command fail; any handler can shorten a pause. With SIGCHLD ignored
+ *   everything works, but the readers log "pclose error". pthread_cancel()
+ *   inside a call ends the process.
+ * - time2string() uses the time zone that the process read first; tzset() makes
+ *   it read a later one.
+ * - Once loaded, the library stays: dlclose() does not unload it.
  *
  * Valid C11 and C++17.
  */
@@ -130,7 +161,7 @@ CORVANTA_API const char* ly2State2String(int state);
 
 /**
  * DSL line rates from the group "Line Rate Information" of `vellstat info`.
- * @param info the caller's record; all zero when the tool prints no rates
+ * @param info the caller's record; all zero when there are no rates
  * @return 1 when the tool could be started, else 0
  */
 CORVANTA_API int getSpeedInfo(speedInfo_s* info);
@@ -148,7 +179,7 @@ CORVANTA_API int physicalIFNameToIndex(const char* name);
  * Logical interface name of an interface index, such as "LAN" (built-in table).
  * @param index  interface index; an unknown one gives "N/A"
  * @param buffer receives the name, cut to size - 1 characters and terminated,
- *               the rest filled with NULs; empty on failure
+ *               the rest filled with NULs; empty on failure; null is one
  * @param size   bytes of the buffer; with 0 it is not touched
  */
 CORVANTA_API void indexToLogicalIfName(int index, char* buffer, size_t size);
@@ -219,8 +250,7 @@ CORVANTA_API int VlanDiscardTag_snmp(access_type access, int* value, int vlanInd
  * to the default WAN interface deletes the default bridge first.
  * @param access access_get or access_set
  * @param buffer     the name; a set uses the first *length characters, a get
- *                   fills buffer and length. A set refuses with CORVANTA_UNFIT,
- *                   changing nothing, what config_string_access_by_id() refuses
+ *                   fills buffer and length
  * @param bufferSize bytes of the buffer
  * @param length     of the name
  * @param vlanIndex  VLAN object n, 1 to 8
@@ -260,7 +290,7 @@ CORVANTA_API int config_int_access_by_id(access_type access, int* value, const c
 /**
  * Reads an integer column of the row whose key column has a value. Not repeated
  * when the database is locked: CORVANTA_FAILED, as for a command of 100
- * characters or more. A value that would change the command: CORVANTA_UNFIT.
+ * characters or more.
  */
 CORVANTA_API int config_int_read_by_key(int* value, const char* table, const char* column,
                                         const char* keyColumn, const char* keyValue);
@@ -271,7 +301,7 @@ CORVANTA_API int config_int_read_by_key(int* value, const char* table, const cha
  * locked. A row is given whole or refused with CORVANTA_UNFIT: one that does
  * not fit the buffer with its terminator, that has 4095 bytes or more, or that
  * came without its newline, cut off.
- * @param table  its name; one that would change the command: CORVANTA_UNFIT
+ * @param table  its name
  * @param row    counted from 0; past the last one CORVANTA_UNKNOWN_ROW
  * @param buffer receives the row, terminated
  * @param size   bytes of the buffer
@@ -351,10 +381,8 @@ extern "C" {
  * Reads or writes a text column of the row with an Id.
  * A get fills buffer and length; the text is at most bufferSize - 2 characters
  * long, a longer one gives CORVANTA_UNFIT with the cut text in buffer.
- * A set writes the first *length characters and leaves the buffer as it is. It
- * gives CORVANTA_UNFIT, running nothing, when the length is negative or larger
- * than bufferSize, or the text holds a character that would end or change the
- * command: a double quote, $, backquote, backslash, ; or a control character.
+ * A set writes the first *length characters and leaves the buffer as it is. A
+ * length that is negative or larger than bufferSize gives CORVANTA_UNFIT.
  */
 CORVANTA_API int config_string_access_by_id(access_type access, char* buffer, int bufferSize,
                                             int* length, const char* table, const char* column,

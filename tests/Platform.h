@@ -1,7 +1,6 @@
 #pragma once
 
-#include "include/corvanta.h"
-
+#include <corvanta.h>
 #include <gtest/gtest.h>
 
 #include <climits>

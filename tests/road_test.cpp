@@ -2,7 +2,8 @@
 // DSL tool. Each test runs on a device of its own; what a set changed is compared row by row.
 
 #include "Device.h"
-#include "corvanta.h"
+
+#include <corvanta.h>
 
 #include <algorithm>
 #include <csignal>
