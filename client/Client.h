@@ -48,7 +48,7 @@ template <std::size_t limit>
 struct AnswerOf : Answer {
     AnswerOf() : Answer(room, limit) {}
 
-    char room[limit + 1] = "";
+    char room[limit + 1] = {};
 };
 
 using ShortAnswer = AnswerOf<29>; // to all commands but these
