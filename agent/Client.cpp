@@ -34,7 +34,7 @@ thread_local Stage* stage = nullptr;
 thread_local const std::atomic<bool>* cutShort = nullptr;
 thread_local std::string output; ///< what the program said that the library reads now
 
-/** Starts the shell with its output in a pipe. @return its process, or -1 */
+/// Starts the shell with its output in a pipe. @return its process, or -1
 pid_t start(const std::string& commandLine, int& reading) {
     std::array<int, 2> ends{};
     if (pipe2(ends.data(), O_CLOEXEC) != 0)
@@ -61,7 +61,7 @@ pid_t start(const std::string& commandLine, int& reading) {
     return process;
 }
 
-/** @return whether all has come before the deadline */
+/// @return whether all has come before the deadline
 bool readAll(int descriptor, std::string& text, Clock::time_point deadline) {
     std::array<char, 4096> piece{};
     while (text.size() < kMostOutput) {
@@ -80,7 +80,7 @@ bool readAll(int descriptor, std::string& text, Clock::time_point deadline) {
     return false;
 }
 
-/** @return whether the process has ended before the deadline */
+/// @return whether the process has ended before the deadline
 bool awaitEnd(pid_t process, int& status, Clock::time_point deadline) {
     // It has closed its output and has little left to do.
     for (auto pause = milliseconds(0);;
@@ -158,7 +158,7 @@ OnStage::~OnStage() {
 
 } // namespace agent
 
-/** Takes the place of the system library's for the library. It reads one program at a time. */
+/// Takes the place of the system library's for the library. It reads one program at a time.
 extern "C" FILE* popen(const char* command, const char*) {
     using namespace agent;
     std::optional<std::string> said;

@@ -6,11 +6,9 @@
 #include <optional>
 #include <string>
 
-/**
- * Where the library's programs are started. The library runs them through
- * popen(), which this program replaces: each runs in a process group of its own
- * to its end, or to a limit, before the library gets to read what it said.
- */
+/// Where the library's programs are started. The library runs them through
+/// popen(), which this program replaces: each runs in a process group of its own
+/// to its end, or to a limit, before the library gets to read what it said.
 namespace agent {
 
 class Stage;
@@ -20,25 +18,25 @@ struct Said {
     bool well; ///< ended by itself, with status 0
 };
 
-/** How long a program may run; then it is killed, with all that it started. */
+/// How long a program may run; then it is killed, with all that it started.
 void setClientLimit(std::chrono::seconds limit);
 
-/** Programs that were killed because they hung. */
+/// Programs that were killed because they hung.
 std::uint32_t clientsKilled();
 
-/** Runs a command line through the shell. One that hung, or was killed, has said nothing.
-    @return nothing when it could not be started */
+/// Runs a command line through the shell. One that hung, or was killed, has said nothing.
+/// @return nothing when it could not be started
 std::optional<Said> runProgram(const std::string& commandLine);
 
-/** Kills the program that runs now, if any. */
+/// Kills the program that runs now, if any.
 void killProgram();
 
-/** Runs a command line of the database's client. @return what it said; nothing when it could not be
-    started */
+/// Runs a command line of the database's client. @return what it said; nothing when it could not be
+/// started
 std::optional<std::string> runDatabaseClient(const std::string& commandLine);
 
-/** Has no program started for this thread's library calls any more once a flag is set, while it
-    lives. */
+/// Has no program started for this thread's library calls any more once a flag is set, while it
+/// lives.
 class CutShort {
 public:
     explicit CutShort(const std::atomic<bool>& flag);
@@ -50,7 +48,7 @@ private:
     const std::atomic<bool>* m_before;
 };
 
-/** Answers the database commands of this thread's library calls from a stage, while it lives. */
+/// Answers the database commands of this thread's library calls from a stage, while it lives.
 class OnStage {
 public:
     explicit OnStage(Stage& stage);

@@ -11,7 +11,7 @@ namespace {
 
 constexpr int kMostRows = 100000; ///< a client that knows more rows than these doesn't count them
 
-/** @return a corvanta_status; CORVANTA_UNKNOWN_ROW past the last row */
+/// @return a corvanta_status; CORVANTA_UNKNOWN_ROW past the last row
 int readAt(Table table, std::size_t position, Row& row) {
     std::array<char, 4096> text{};
     int length = 0;

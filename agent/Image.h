@@ -10,14 +10,14 @@
 
 namespace agent {
 
-/** A row as the client prints it, by column. */
+/// A row as the client prints it, by column.
 struct Row {
     std::vector<std::string> columns;
 
     int id() const;
 
-    /** Whether it has a value for each of the table's columns, and no more: a text that holds a "|"
-        can't be told from two. */
+    /// Whether it has a value for each of the table's columns, and no more: a text that holds a "|"
+    /// can't be told from two.
     bool fits(Table table) const;
 
     std::string text() const; ///< columns separated by "|"
@@ -30,21 +30,21 @@ Row parseRow(std::string_view text);
 
 using Rows = std::vector<Row>;
 
-/** What the configuration database held when it was read, table by table. */
+/// What the configuration database held when it was read, table by table.
 class Image {
 public:
     Rows& operator[](Table table) { return m_tables[static_cast<std::size_t>(table)]; }
     const Rows& operator[](Table table) const { return m_tables[static_cast<std::size_t>(table)]; }
 
-    /** @return where the row with this Id stands, or the table's end */
+    /// @return where the row with this Id stands, or the table's end
     Rows::iterator find(Table table, int id);
     Rows::const_iterator find(Table table, int id) const;
 
-    /** Reads a table from the database, one client run a row.
-        @return a corvanta_status; on a failure the table stays as it was */
+    /// Reads a table from the database, one client run a row.
+    /// @return a corvanta_status; on a failure the table stays as it was
     int read(Table table);
 
-    /** Reads one row in a single run, if it still stands where it stood; else the table. */
+    /// Reads one row in a single run, if it still stands where it stood; else the table.
     int readRow(Table table, int id);
 
 private:

@@ -42,7 +42,7 @@ bool skip(std::string_view& text, std::string_view start) {
 
 constexpr std::string_view kGone = "-";
 
-/** Cuts the piece up to the character, or what there is, off the front of a text. */
+/// Cuts the piece up to the character, or what there is, off the front of a text.
 std::string_view cut(std::string_view& text, char end) {
     const std::string_view piece = text.substr(0, text.find(end));
     text.remove_prefix(std::min(piece.size() + 1, text.size()));

@@ -45,7 +45,7 @@ QuietLibrary::~QuietLibrary() {
 
 } // namespace agent
 
-/** Takes the place of the system library's, so that the library can be told to be quiet. */
+/// Takes the place of the system library's, so that the library can be told to be quiet.
 extern "C" void syslog(int priority, const char* format, ...) {
     if (agent::quiet)
         return;

@@ -8,13 +8,13 @@ namespace agent {
 
 namespace {
 
-/** A text of the library, empty when there was no memory for it. */
+/// A text of the library, empty when there was no memory for it.
 std::string take(char* text) {
     const std::unique_ptr<char, decltype(&std::free)> owned(text, &std::free);
     return owned ? std::string(owned.get()) : std::string();
 }
 
-/** Cuts the piece up to `end`, or what there is, off the front of a text. */
+/// Cuts the piece up to `end`, or what there is, off the front of a text.
 std::string cut(std::string_view& text, char end) {
     const std::size_t size = text.find(end);
     std::string piece(text.substr(0, size));
@@ -37,7 +37,7 @@ void readCircuits(Model& model) {
     }
 }
 
-/** @return the text; empty when the device has no such row, nothing when it can't be given */
+/// @return the text; empty when the device has no such row, nothing when it can't be given
 template <class Call>
 std::optional<std::string> readText(bool& present, Call call) {
     std::string text;
@@ -60,7 +60,7 @@ void readVlans(Model& model) {
     }
 }
 
-/** "VC1=1|PPPoE1=1|VC8=2" */
+/// "VC1=1|PPPoE1=1|VC8=2"
 void readLayer2(Model& model) {
     const std::string report = take(getLayer2IfStatus());
     model.layer2.clear();
@@ -95,7 +95,7 @@ bool readLine(Model& model) {
     return true;
 }
 
-/** "MappingTable[size=14:14, 0=n/a:N/A,1=lo:LOOPBACK]" */
+/// "MappingTable[size=14:14, 0=n/a:N/A,1=lo:LOOPBACK]"
 void readMapping(Model& model) {
     const std::string table = take(mappingTableToString());
     std::string_view rest(table);

@@ -7,11 +7,9 @@
 #include <string>
 #include <vector>
 
-/**
- * The device as the agent shows it, and the library calls that tell it. The
- * library allows one call at a time and blocks while a program runs, so that all
- * functions here are for the worker thread.
- */
+/// The device as the agent shows it, and the library calls that tell it. The
+/// library allows one call at a time and blocks while a program runs, so that all
+/// functions here are for the worker thread.
 namespace agent {
 
 constexpr int kUnits = 8; ///< ATM circuits, and VLAN objects; both are numbered from 1
@@ -58,18 +56,18 @@ struct Model {
     Truth discardUntagged;
 };
 
-/** Takes in what the database holds, which a stage answers: what the library can't make anything
-    of is not there, but nothing else suffers. */
+/// Takes in what the database holds, which a stage answers: what the library can't make anything
+/// of is not there, but nothing else suffers.
 void readConfiguration(Model& model);
 
-/** Takes in what the DSL tool says. @return whether it could be asked */
+/// Takes in what the DSL tool says. @return whether it could be asked
 bool readLine(Model& model);
 
-/** Takes in what the library has built in. */
+/// Takes in what the library has built in.
 void readMapping(Model& model);
 
-/** Runs a library call that takes a text as a buffer and a length: the text of a get replaces
-    `text`. */
+/// Runs a library call that takes a text as a buffer and a length: the text of a get replaces
+/// `text`.
 template <class Call>
 int accessText(access_type access, std::string& text, Call call) {
     std::array<char, 32> buffer{};

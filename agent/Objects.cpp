@@ -104,14 +104,14 @@ const Vlan* vlan(const View& view, int row) {
 
 // How values are written.
 
-/** Sets a text through a library call. */
+/// Sets a text through a library call.
 template <class Call>
 int writeText(const Value& value, Call call) {
     std::string text = value.text;
     return accessText(access_set, text, call);
 }
 
-/** Sets a TruthValue through a library call. */
+/// Sets a TruthValue through a library call.
 template <class Call>
 int writeTruth(const Value& value, Call call) {
     int truth = static_cast<int>(value.number);
@@ -127,8 +127,8 @@ int defaultBridge() {
     return bridge;
 }
 
-/** Makes a change that can do away with the default bridge. Without a filter, the library leaves
-    the bridge's own row behind. */
+/// Makes a change that can do away with the default bridge. Without a filter, the library leaves
+/// the bridge's own row behind.
 template <class Change>
 int withoutRemains(Change change) {
     const int before = defaultBridge();
@@ -172,8 +172,7 @@ int writeVlanEnabled(int row, const Value& value) {
                       [row](int* truth) { return VlanEnabled_snmp(access_set, truth, row); });
 }
 
-/** A VLAN object that is off has no bridge: the library stores the change, then misses the bridge.
- */
+/// A VLAN object that is off has no bridge: the library stores the change, then misses the bridge.
 int storedWhenOff(int status, int row) {
     int enabled = 0;
     const bool off = VlanEnabled_snmp(access_get, &enabled, row) == CORVANTA_OK && enabled == 2;
@@ -199,7 +198,7 @@ bool inName(char c) {
     return c > ' ' && c <= '~' && std::string_view("\"$`\\;|").find(c) == std::string_view::npos;
 }
 
-/** Rows that may have values; what a row lacks, its objects' read functions tell. */
+/// Rows that may have values; what a row lacks, its objects' read functions tell.
 std::vector<int> rowsOf(const Model& model, Source source) {
     if (source == Source::agent || source == Source::scalar)
         return {0};

@@ -14,12 +14,12 @@
 #include <string>
 #include <vector>
 
-/** The objects of CORVANTA-MIB as one table of data. */
+/// The objects of CORVANTA-MIB as one table of data.
 namespace agent {
 
 using Clock = std::chrono::steady_clock;
 
-/** A value on its way to or from a manager: a number, or a text where the object's type is one. */
+/// A value on its way to or from a manager: a number, or a text where the object's type is one.
 struct Value {
     long number = 0;
     std::string text;
@@ -31,17 +31,17 @@ struct Value {
 
 class Object;
 
-/** A scalar, or a column in one row. */
+/// A scalar, or a column in one row.
 struct Instance {
     const Object* object;
     int row; ///< 0 for a scalar
     std::vector<oid> name;
 };
 
-/** What becomes of the changes of managers; the numbers are those of the MIB. */
+/// What becomes of the changes of managers; the numbers are those of the MIB.
 enum class ChangeState { idle = 1, pending = 2, restoring = 3 };
 
-/** Why a change was taken back without its manager asking again; likewise. */
+/// Why a change was taken back without its manager asking again; likewise.
 enum class RevertReason { none = 0, expired = 1, requested = 2, restarted = 3, failed = 4 };
 
 struct Trial {
@@ -50,7 +50,7 @@ struct Trial {
     Clock::time_point end;           ///< when it is taken back
 };
 
-/** What requests are answered from: made by the worker, then never changed. */
+/// What requests are answered from: made by the worker, then never changed.
 struct Snapshot {
     Model model;
     std::vector<Instance> instances; ///< those that the model has a value for, in order of OID
@@ -70,29 +70,29 @@ struct View {
     std::uint32_t setsRefused;
 };
 
-/** Where an object's rows come from. Those of the agent's own always have a value. */
+/// Where an object's rows come from. Those of the agent's own always have a value.
 enum class Source { agent, scalar, layer2, mapping, circuits, vlans };
 
-/** What a set means for the agent itself, where it is no change of the device. */
+/// What a set means for the agent itself, where it is no change of the device.
 enum class Control { none, confirmTimeout, change };
 
-/** An object: its name, type and source, and for those that can be written how. */
+/// An object: its name, type and source, and for those that can be written how.
 class Object {
 public:
-    /** Takes a row's value from a view. @return whether there is one */
+    /// Takes a row's value from a view. @return whether there is one
     using Read = bool (*)(const View& view, int row, Value& value);
-    /** Changes the value on the device; a corvanta_status. For the worker. */
+    /// Changes the value on the device; a corvanta_status. For the worker.
     using Write = int (*)(int row, const Value& value);
 
-    /** @param arcs below corvantaObjects, without the row */
+    /// @param arcs below corvantaObjects, without the row
     Object(std::initializer_list<oid> arcs, u_char type, Source source, Read reader);
 
-    /** The tables that the change can touch, and those that decide how. */
+    /// The tables that the change can touch, and those that decide how.
     Object& written(Write writer, Tables tables);
-    /** The same where it is only one row that has the instance's number as its Id. */
+    /// The same where it is only one row that has the instance's number as its Id.
     Object& writtenInOwnRow(Write writer, Table table);
     Object& controls(Control control);
-    /** Limits of the number, or of the text's length. */
+    /// Limits of the number, or of the text's length.
     Object& range(long minimum, long maximum);
 
     const std::vector<oid>& name() const { return m_name; }
@@ -120,22 +120,22 @@ private:
     long m_maximum = 0;
 };
 
-/** corvantaObjects and a name below it. */
+/// corvantaObjects and a name below it.
 std::vector<oid> below(std::initializer_list<oid> arcs);
 
-/** The table, in order of OID. */
+/// The table, in order of OID.
 const std::vector<Object>& objects();
 
-/** The object that a variable is of, whatever its row; null when there is none. */
+/// The object that a variable is of, whatever its row; null when there is none.
 const Object* findObject(const netsnmp_variable_list& binding);
 
-/** The instances that a snapshot with this model has, in order of OID. */
+/// The instances that a snapshot with this model has, in order of OID.
 std::vector<Instance> listInstances(const Snapshot& snapshot);
 
-/** Puts a value into a variable, with the type that its object has. */
+/// Puts a value into a variable, with the type that its object has.
 void store(const Object& object, const Value& value, netsnmp_variable_list& binding);
 
-/** Checks what a manager wants to write; an SNMP error, or 0 and the value. */
+/// Checks what a manager wants to write; an SNMP error, or 0 and the value.
 int check(const Object& object, const netsnmp_variable_list& binding, Value& value);
 
 } // namespace agent

@@ -8,11 +8,11 @@
 
 namespace agent {
 
-/** What a change makes of one row. */
+/// What a change makes of one row.
 struct Trail {
     int id;
-    /** What the row holds in turn, nothing while it isn't there; first what it held before the
-        change. */
+    /// What the row holds in turn, nothing while it isn't there; first what it held before the
+    /// change.
     std::vector<std::optional<Row>> versions;
 
     const std::optional<Row>& before() const { return versions.front(); }
@@ -20,7 +20,7 @@ struct Trail {
     bool removed() const; ///< at any time
 };
 
-/** What a change makes of one table. */
+/// What a change makes of one table.
 struct TableRecord {
     std::vector<int> others; ///< Ids that the table had before, those of the trails left out
     std::vector<Trail> trails;
@@ -28,10 +28,8 @@ struct TableRecord {
     Trail* find(int id);
 };
 
-/**
- * All that has to be known to take a change back: the rows that it touches, as
- * they were and whatever it makes of them. It is made before the change.
- */
+/// All that has to be known to take a change back: the rows that it touches, as
+/// they were and whatever it makes of them. It is made before the change.
 class Record {
 public:
     TableRecord& operator[](Table table) { return m_tables[static_cast<std::size_t>(table)]; }
@@ -42,7 +40,7 @@ public:
     bool empty() const;
     bool touches(Table table) const { return !(*this)[table].trails.empty(); }
 
-    /** Notes what becomes of a row; `rows` is what its table still holds. */
+    /// Notes what becomes of a row; `rows` is what its table still holds.
     void note(Table table, const Rows& rows, int id, const std::optional<Row>& version);
 
 private:

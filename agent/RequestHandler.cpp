@@ -21,7 +21,7 @@ constexpr seconds kWalkLimit{5};
 
 constexpr seconds kRepeated{60}; ///< for how long a request that comes again is known
 
-/** What a manager is told of a set that has ended. */
+/// What a manager is told of a set that has ended.
 int errorOf(const Transaction& set) {
     constexpr int kStatusErrors[] = {
         SNMP_ERR_COMMITFAILED,        // CORVANTA_OK, where the outcome is not
@@ -50,7 +50,7 @@ int errorOf(const Transaction& set) {
     return index < std::size(kStatusErrors) ? kStatusErrors[index] : SNMP_ERR_GENERR;
 }
 
-/** Gives the error to the request that stands at a place of the list. */
+/// Gives the error to the request that stands at a place of the list.
 void setError(netsnmp_request_info* requests, std::size_t place, int error) {
     for (; place > 0 && requests->next != nullptr; --place)
         requests = requests->next;
@@ -58,8 +58,8 @@ void setError(netsnmp_request_info* requests, std::size_t place, int error) {
         netsnmp_request_set_error(requests, error);
 }
 
-/** Who sent which request: the same when it comes again. A subagent can't tell, but its master
-    doesn't let it see such a request either. */
+/// Who sent which request: the same when it comes again. A subagent can't tell, but its master
+/// doesn't let it see such a request either.
 std::string identify(const netsnmp_agent_request_info& info, const netsnmp_request_info* requests) {
     const netsnmp_pdu* pdu = info.asp != nullptr ? info.asp->pdu : nullptr;
     if (pdu == nullptr || pdu->transport_data == nullptr || pdu->transport_data_length <= 0)
@@ -94,7 +94,7 @@ Position find(const std::vector<Instance>& instances, const netsnmp_variable_lis
 
 enum class Notification : oid { circuitUp = 1, circuitDown = 2, changeReverted = 3 };
 
-/** The bindings of a notification, which are sent and released with it. */
+/// The bindings of a notification, which are sent and released with it.
 class Bindings {
 public:
     explicit Bindings(Notification kind) {
@@ -116,8 +116,7 @@ private:
     netsnmp_variable_list* m_list = nullptr;
 };
 
-/** cvCircuitUp or cvCircuitDown, which have the numbers of the states, with the objects of a row.
- */
+/// cvCircuitUp or cvCircuitDown, which have the numbers of the states, with the objects of a row.
 void sendCircuit(const Snapshot& snapshot, int row, int state) {
     Bindings bindings(static_cast<Notification>(state));
     for (const Instance& instance : snapshot.instances) {
@@ -131,7 +130,7 @@ void sendCircuit(const Snapshot& snapshot, int row, int state) {
     bindings.send();
 }
 
-/** cvChangeReverted with cvChangeReason. */
+/// cvChangeReverted with cvChangeReason.
 void sendReverted(RevertReason reason) {
     Bindings bindings(Notification::changeReverted);
     if (auto* binding = bindings.add(below({8, 5, 0})))
@@ -279,7 +278,7 @@ int RequestHandler::reserve(const netsnmp_variable_list& binding, std::size_t pl
     return SNMP_ERR_NOERROR;
 }
 
-/** Whether the request goes with what is pending. */
+/// Whether the request goes with what is pending.
 int RequestHandler::checkTrial() const {
     const ChangeState state = m_snapshot->trial.state;
     if (state == ChangeState::restoring)

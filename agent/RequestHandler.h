@@ -50,7 +50,7 @@ private:
     std::shared_ptr<Transaction> m_set; ///< the toolkit handles one set request at a time
     std::uint32_t m_setsRefused = 0;
 
-    /** The last set: a manager that has not heard of its end sends it again. */
+    /// The last set: a manager that has not heard of its end sends it again.
     struct Answered {
         std::string request; ///< who sent what; empty when that can't be known
         int error = SNMP_ERR_NOERROR;

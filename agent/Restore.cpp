@@ -8,7 +8,7 @@ namespace agent {
 
 namespace {
 
-/** A text that the client takes as it is, whatever stands behind it. */
+/// A text that the client takes as it is, whatever stands behind it.
 bool isPlain(const std::string& text) {
     const bool unsafe = std::any_of(text.begin(), text.end(), [](char c) {
         return static_cast<unsigned char>(c) < ' ' || c == 0x7f || c == '"' || c == '$' ||
@@ -28,7 +28,7 @@ std::string commandLine(const std::string& command) {
     return " quorlet \" " + command + " ;\" ";
 }
 
-/** One comparison of a record with the database. */
+/// One comparison of a record with the database.
 class Comparison {
 public:
     Comparison(const Record& record, const Image& now) : m_record(record), m_now(now) {}
@@ -45,7 +45,7 @@ private:
     using Taken = std::vector<bool>;
     using Led = std::map<const Trail*, const Row*>;
 
-    /** The version as it would be now, with the bridge's present Id. */
+    /// The version as it would be now, with the bridge's present Id.
     Row translated(Table table, Row row) const {
         if (const std::size_t column = shapeOf(table).bridgeId; column != 0)
             if (const auto found = m_bridges.find(row.columns[column]); found != m_bridges.end())
@@ -53,7 +53,7 @@ private:
         return row;
     }
 
-    /** Whether a row is a version, whether its bridge's present Id has come to it or not. */
+    /// Whether a row is a version, whether its bridge's present Id has come to it or not.
     bool isVersion(Table table, const Row& now, const Row& version) const {
         const auto same = [&now](const Row& wanted) {
             return now.columns.size() == wanted.columns.size() &&
@@ -74,7 +74,7 @@ private:
         return std::find(others.begin(), others.end(), row.id()) != others.end();
     }
 
-    /** The rows that trails have led to: under their Ids, or else come anew under others. */
+    /// The rows that trails have led to: under their Ids, or else come anew under others.
     Led follow(Table table, const std::vector<const Trail*>& trails, Taken& taken) const {
         const Rows& rows = m_now[table];
         Led led;
@@ -92,7 +92,7 @@ private:
         return led;
     }
 
-    /** Whether somebody else's version of a row stands where the trail's should. */
+    /// Whether somebody else's version of a row stands where the trail's should.
     bool changedByOthers(Table table, const Trail& trail, const Taken& taken) const {
         const std::size_t subject = shapeOf(table).subject;
         const Rows& rows = m_now[table];

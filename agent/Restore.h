@@ -8,25 +8,23 @@
 
 namespace agent {
 
-/** The next commands that bring a change's rows back. */
+/// The next commands that bring a change's rows back.
 struct Restoring {
     std::vector<std::string> commands; ///< none when nothing is left to do
     int leftAlone = 0; ///< rows that are no longer as the change left them: others changed them
 };
 
-/** The tables that have to be read before restoring(). */
+/// The tables that have to be read before restoring().
 Tables tablesToRestore(const Record& record);
 
-/**
- * Compares what the database holds now with what a change made of it, however
- * far that got. Rows come back with new Ids, and what refers to a bridge follows
- * its new Id, which is known once it is back: after the commands have run, the
- * tables are read and compared again, until there are none left. Rows that are
- * equal in all but their Ids may be taken for one another.
- */
+/// Compares what the database holds now with what a change made of it, however
+/// far that got. Rows come back with new Ids, and what refers to a bridge follows
+/// its new Id, which is known once it is back: after the commands have run, the
+/// tables are read and compared again, until there are none left. Rows that are
+/// equal in all but their Ids may be taken for one another.
 Restoring restoring(const Record& record, const Image& now);
 
-/** Whether every row that the change removes or alters could be written back. */
+/// Whether every row that the change removes or alters could be written back.
 bool canBeRestored(const Record& record);
 
 } // namespace agent

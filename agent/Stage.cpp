@@ -21,7 +21,7 @@ bool isTyped(std::string_view word) {
     return startsWith(word, kInteger) || startsWith(word, kText);
 }
 
-/** Runs of characters other than blanks; each refers to the text. */
+/// Runs of characters other than blanks; each refers to the text.
 std::vector<std::string_view> wordsOf(std::string_view text) {
     std::vector<std::string_view> words;
     for (std::size_t begin; (begin = text.find_first_not_of(' ')) != text.npos;) {
@@ -34,7 +34,7 @@ std::vector<std::string_view> wordsOf(std::string_view text) {
 
 } // namespace
 
-/** A command, taken apart. */
+/// A command, taken apart.
 struct Stage::Command {
     enum class Verb { select, size, update, insert, remove };
 
@@ -49,7 +49,7 @@ struct Stage::Command {
     const TableShape& shape() const { return shapeOf(table); }
     bool writes() const { return verb != Verb::select && verb != Verb::size; }
 
-    /** @return nothing for what the client would refuse */
+    /// @return nothing for what the client would refuse
     static std::optional<Command> parse(std::string_view text);
 
     bool matches(const Row& line) const {
@@ -227,7 +227,7 @@ void Stage::put(Table table, int id, const std::optional<Row>& version) {
         rows.push_back(*version);
 }
 
-/** What still refers to a bridge that goes has to follow when that comes back under another Id. */
+/// What still refers to a bridge that goes has to follow when that comes back under another Id.
 void Stage::noteReferences(const std::string& bridge) {
     for (const Table table : kAllTables)
         for (const Row& row : m_image[table])

@@ -10,32 +10,28 @@
 
 namespace agent {
 
-/**
- * Stands in for the client of the configuration database: answers the library's
- * commands from an image. So the library can be asked without running anything,
- * and a set can be rehearsed: what it would do is known, and recorded, before it
- * does anything. When it is performed, its writes go to the real client too.
- */
+/// Stands in for the client of the configuration database: answers the library's
+/// commands from an image. So the library can be asked without running anything,
+/// and a set can be rehearsed: what it would do is known, and recorded, before it
+/// does anything. When it is performed, its writes go to the real client too.
 class Stage {
 public:
-    /** Runs a command line. @return what the client prints; nothing when it was not started */
+    /// Runs a command line. @return what the client prints; nothing when it was not started
     using Client = std::function<std::optional<std::string>(const std::string& commandLine)>;
 
-    /**
-     * @param image  is kept up with the writes
-     * @param record notes them; null to note nothing
-     * @param client runs them; without one they only happen here
-     */
+    /// @param image  is kept up with the writes
+    /// @param record notes them; null to note nothing
+    /// @param client runs them; without one they only happen here
     explicit Stage(Image& image, Record* record = nullptr, Client client = nullptr)
         : m_image(image), m_record(record), m_client(std::move(client)) {}
 
-    /** @return whether a command line is one for the client */
+    /// @return whether a command line is one for the client
     static bool isFor(std::string_view commandLine);
 
-    /** Answers a command line as the client would; nothing when it was not started. */
+    /// Answers a command line as the client would; nothing when it was not started.
     std::optional<std::string> answer(const std::string& commandLine);
 
-    /** @return how many commands have changed something, or tried to */
+    /// @return how many commands have changed something, or tried to
     int writes() const { return m_writes; }
 
 private:
@@ -52,7 +48,7 @@ private:
     int m_writes = 0;
 };
 
-/** What the client answers to commands that change something. */
+/// What the client answers to commands that change something.
 constexpr std::string_view kSucceeded = "Operation succeeded\n";
 constexpr std::string_view kUnknownRow = "Unknown row\n";
 constexpr std::string_view kLocked = "Database locked\n";

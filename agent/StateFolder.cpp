@@ -23,7 +23,7 @@ using std::chrono::milliseconds;
 
 constexpr std::chrono::seconds kOtherAgent{2}; ///< one that is just ending
 
-/** Processes that have the file open, this one left out. */
+/// Processes that have the file open, this one left out.
 template <class Do>
 void forEachHolder(const struct stat& file, Do action) {
     std::error_code gone;
@@ -43,7 +43,7 @@ void forEachHolder(const struct stat& file, Do action) {
     }
 }
 
-/** Whether an agent holds the file, not only what one has left behind. */
+/// Whether an agent holds the file, not only what one has left behind.
 bool heldByAgent(const struct stat& file) {
     std::error_code unknown;
     const fs::path own = fs::read_symlink("/proc/self/exe", unknown);

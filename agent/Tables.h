@@ -5,10 +5,10 @@
 #include <string_view>
 #include <vector>
 
-/** The tables of the configuration database that the library's objects can touch. */
+/// The tables of the configuration database that the library's objects can touch.
 namespace agent {
 
-/** In an order in which what a row refers to comes before it. */
+/// In an order in which what a row refers to comes before it.
 enum class Table { bridge, bridgeInterface, bridgeFilter, node, netif, vlan, vlanParams, atm };
 
 constexpr std::size_t kTables = 8;
@@ -28,13 +28,13 @@ struct TableShape {
     std::size_t subject;         ///< the column that tells two rows apart which had one Id in turn
     std::size_t bridgeId;        ///< the column that holds the Id of a `Bridge` row; 0 for none
 
-    /** @return the column's number; that of columns.size() when there is no such column */
+    /// @return the column's number; that of columns.size() when there is no such column
     std::size_t find(std::string_view column) const;
 };
 
 const TableShape& shapeOf(Table table);
 
-/** Set of tables. */
+/// Set of tables.
 class Tables {
 public:
     constexpr Tables() = default;

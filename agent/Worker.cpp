@@ -27,7 +27,7 @@ std::string statusText(int status) {
     return "status " + std::to_string(status);
 }
 
-/** Whether every value of the set is what the image makes the library say. */
+/// Whether every value of the set is what the image makes the library say.
 bool holds(const Transaction& set, Image image) {
     Stage stage(image);
     const OnStage on(stage);
@@ -45,7 +45,7 @@ bool holds(const Transaction& set, Image image) {
     return true;
 }
 
-/** Has the library make the changes on a stage. */
+/// Has the library make the changes on a stage.
 int play(Transaction& set, Stage& stage) {
     const OnStage on(stage);
     for (const Change& change : set.changes) {
@@ -58,7 +58,7 @@ int play(Transaction& set, Stage& stage) {
     return CORVANTA_OK;
 }
 
-/** Whether the change only alters rows that stay where they are. */
+/// Whether the change only alters rows that stay where they are.
 bool altersOnly(const TableRecord& record) {
     return std::all_of(record.trails.begin(), record.trails.end(),
                        [](const Trail& trail) { return trail.before() && !trail.removed(); });
@@ -262,7 +262,7 @@ int Worker::readFor(const Transaction& set) {
     return CORVANTA_OK;
 }
 
-/** Finds out what the set does to which rows, without doing it. */
+/// Finds out what the set does to which rows, without doing it.
 int Worker::rehearse(Transaction& set, int& writes) {
     const QuietLibrary quiet;
     Image image = m_image;
@@ -321,8 +321,8 @@ void Worker::perform(Transaction& set, int writes) {
                                                           : Outcome::refused;
 }
 
-/** Reads what the change has touched, and compares: rows, and the values that the library makes of
-    them. */
+/// Reads what the change has touched, and compares: rows, and the values that the library makes of
+/// them.
 int Worker::readBack(const Transaction& set, const Record& done, Image& image) const {
     const Image wanted = image;
     for (const Table table : kAllTables) {
@@ -350,8 +350,7 @@ int Worker::readBack(const Transaction& set, const Record& done, Image& image) c
     return holds(set, image) ? CORVANTA_OK : CORVANTA_FAILED;
 }
 
-/** The point of no return: somebody still waits, and the journal no longer takes the change back.
- */
+/// The point of no return: somebody still waits, and the journal no longer takes the change back.
 bool Worker::stays(Transaction& set, const Record& done) {
     {
         const std::lock_guard lock(m_mutex);
@@ -391,7 +390,7 @@ void Worker::beginRestore(Record record, RevertReason reason) {
     restore();
 }
 
-/** One attempt. @return whether everything is as it was */
+/// One attempt. @return whether everything is as it was
 bool Worker::restore() {
     const CutShort cut(m_hurry);
     const bool restored = restoreRows() && m_journal.clear();
@@ -435,7 +434,7 @@ bool Worker::restoreRows() {
 
 // ----------------------------------------------------------------------------------- refreshes
 
-/** Reads a table, or the line, so that a set waits for no more than that. */
+/// Reads a table, or the line, so that a set waits for no more than that.
 void Worker::refreshStep() {
     const CutShort cut(m_stopping);
     const unsigned long failures = client_failures();

@@ -14,7 +14,7 @@
 
 namespace agent {
 
-/** One value to write. */
+/// One value to write.
 struct Change {
     const Object* object;
     int row;
@@ -22,10 +22,10 @@ struct Change {
     std::size_t request; ///< the place of its variable in the request
 };
 
-/** What a manager says of the change that is pending; the numbers are those of the MIB. */
+/// What a manager says of the change that is pending; the numbers are those of the MIB.
 enum class Verdict { notGiven = 0, none = 1, confirm = 2, revert = 3 };
 
-/** What became of a set. */
+/// What became of a set.
 enum class Outcome {
     done,
     refused,      ///< nothing has changed, or all of it was taken back; the status tells why
@@ -35,7 +35,7 @@ enum class Outcome {
     inconsistent, ///< a verdict, or more time, without a change that is pending
 };
 
-/** What one set request asks for, all or nothing. */
+/// What one set request asks for, all or nothing.
 struct Transaction {
     std::vector<Change> changes;   ///< in the order in which they are made
     std::chrono::seconds trial{0}; ///< taken back after this time, unless confirmed; 0: to stay
@@ -53,14 +53,12 @@ struct Transaction {
     bool ended = false;
 };
 
-/**
- * The thread that owns the library. It refreshes the snapshot at intervals and
- * makes changes, which go before what is left of a refresh.
- *
- * A change is rehearsed on an image of the database first. What it will do to
- * which rows goes into the journal, and only then it is performed. One that is
- * not whole in the end is taken back, by this process or the next.
- */
+/// The thread that owns the library. It refreshes the snapshot at intervals and
+/// makes changes, which go before what is left of a refresh.
+///
+/// A change is rehearsed on an image of the database first. What it will do to
+/// which rows goes into the journal, and only then it is performed. One that is
+/// not whole in the end is taken back, by this process or the next.
 class Worker {
 public:
     struct Settings {
@@ -70,25 +68,25 @@ public:
         std::string state; ///< folder of the journal
     };
 
-    /** @param published called after each new snapshot, on the worker's thread */
+    /// @param published called after each new snapshot, on the worker's thread
     Worker(Settings settings, std::function<void()> published);
 
     void start();
 
-    /** Ends the thread. A change that has begun, or is being taken back, has a while to end; what
-        it leaves open then is left to the journal.
-        @return false when the thread hangs: just end the process */
+    /// Ends the thread. A change that has begun, or is being taken back, has a while to end; what
+    /// it leaves open then is left to the journal.
+    /// @return false when the thread hangs: just end the process
     bool stop();
 
-    /** The newest snapshot; never null. */
+    /// The newest snapshot; never null.
     std::shared_ptr<const Snapshot> snapshot() const { return std::atomic_load(&m_snapshot); }
 
-    /** Makes a change and publishes what the database then says.
-        @return whether it has ended before the deadline; if not, it comes to nothing */
+    /// Makes a change and publishes what the database then says.
+    /// @return whether it has ended before the deadline; if not, it comes to nothing
     bool make(const std::shared_ptr<Transaction>& set, Clock::time_point deadline);
 
-    /** Takes a change back that was made, because others of its request failed.
-        @return whether it has been taken back before the deadline */
+    /// Takes a change back that was made, because others of its request failed.
+    /// @return whether it has been taken back before the deadline
     bool takeBack(const std::shared_ptr<Transaction>& set, Clock::time_point deadline);
 
 private:

@@ -19,7 +19,7 @@ std::string run(Image& database, const std::string& command, Record* record = nu
     return *Stage(database, record).answer(" quorlet \" " + command + " ;\" ");
 }
 
-/** Rows with the names of bridges in place of their Ids, which come back as others. */
+/// Rows with the names of bridges in place of their Ids, which come back as others.
 std::multiset<std::string> contents(const Image& database) {
     std::multiset<std::string> all;
     for (const Table table : kAllTables) {
@@ -41,7 +41,7 @@ protected:
     int pick(int below) { return static_cast<int>(random() % static_cast<unsigned>(below)); }
     std::string number(int below) { return std::to_string(pick(below)); }
 
-    /** The Id of a bridge; without one, an Id that no bridge ever gets. */
+    /// The Id of a bridge; without one, an Id that no bridge ever gets.
     std::string bridge(const Image& database) {
         const Rows& rows = database[Table::bridge];
         return rows.empty() ? "99" : rows[random() % rows.size()].columns[0];
@@ -83,7 +83,7 @@ protected:
         }
     }
 
-    /** @return how many rows were left alone; -1 when it came to no end */
+    /// @return how many rows were left alone; -1 when it came to no end
     int takeBack(const Record& record, Image& database) {
         for (int round = 0; round < 50; ++round) {
             const Restoring next = restoring(record, database);
