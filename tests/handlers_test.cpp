@@ -4,208 +4,489 @@
 #include "objects/managed_objects.h"
 
 #include <algorithm>
-#include <cstdlib>
-#include <fstream>
+#include <cctype>
+#include <iterator>
 #include <map>
+#include <optional>
+#include <set>
 #include <sstream>
 
-// Drives the handlers by their sequences in handlers.txt: what comes of any failure follows
-// from that file.
+// The handlers, each by the tables of its commands. What comes of any failure follows from the
+// table: the status, the commands after it, and what is left in the outputs and the cache.
 
 namespace {
 
-using State = std::map<std::string, std::string>; // "v3": VLAN row 3, "s1": slot 1, outputs
+/** What a call can change: its output, and in the cache the VLAN rows and the bridge slots. */
+struct State {
+    State() : output(ids) {}
+    State(int given) : output(number), value(given) {}
+    State(const char* given) : output(name), text(given) {}
 
-/** A line of a sequence; see handlers.txt. */
+    State& on(std::initializer_list<int> rows) {
+        for (const int row : rows)
+            vlan[row] = 1;
+        return *this;
+    }
+    State& bridges(std::initializer_list<int> held) {
+        std::copy(held.begin(), held.end(), &slot[1]);
+        return *this;
+    }
+    std::string show() const {
+        std::ostringstream out;
+        if (output == ids)
+            out << bridge << " " << lan << " " << wan << " " << filter;
+        else if (output == number)
+            out << value;
+        else
+            out << "'" << text << "'";
+        std::copy(&vlan[1], std::end(vlan), std::ostream_iterator<int>(out << ", VLAN ", " "));
+        std::copy(&slot[1], std::end(slot), std::ostream_iterator<int>(out << ", slots ", " "));
+        return out.str();
+    }
+
+    enum { ids, number, name } output;
+    int value = 0, bridge = -1, lan = -1, wan = -1, filter = -1;
+    std::string text;
+    int vlan[17] = {}, slot[9] = {0, -1, -1, -1, -1, -1, -1, -1, -1};
+};
+using Effect = std::function<void(State&)>;
+
+const std::string unknownRow = "Unknown row", locked = "Database locked";
+constexpr int noRow = CORVANTA_UNKNOWN_ROW;
+
+/** A step of a sequence: a command, or steps together, or the end. */
 struct Step {
-    std::string kind;
-    std::string text; // command, name of a label, or status at the end
-    std::string failed, unknown, answer;
-    State done, reached;
+    enum Failure { ends, goesOn, isElsewhere };
+    struct Kind {
+        bool traced = false, number = false, once = false;
+    };
 
-    bool runs() const { return text[0] == ' '; }
-    bool traced() const { return kind == "act" || kind == "num"; }
-    bool number() const { return kind == "num" || kind == "get" || kind == "key"; }
+    Step(std::vector<Step> steps) : together(std::move(steps)) {}
+    Step(std::string text, Kind its, int at) : command(std::move(text)), kind(its), line(at) {}
+
+    template <typename Value>
+    Step with(Value Step::*member, Value value) const {
+        Step other = *this;
+        other.*member = std::move(value);
+        return other;
+    }
+    Step answers(const std::string& text) const { return with(&Step::answer, text + "\n"); }
+    Step answers(int text) const { return answers(std::to_string(text)); }
+    Step mustAnswer(const std::string& text) const {
+        return answers(text).with(&Step::required, text + "\n");
+    }
+    /** What it changes when it succeeds, or even before. */
+    Step then(Effect effect) const { return with(&Step::onSuccess, std::move(effect)); }
+    Step anyway(Effect effect) const { return with(&Step::always, std::move(effect)); }
+    /** A failure, or that with a status only, does not end the sequence. */
+    Step ignored(int only = 0) const {
+        return with(&Step::failure, goesOn).with(&Step::onlyStatus, only);
+    }
+    /** The same, and the rest of the sequence is another. */
+    Step orElse(std::vector<Step> steps, int only = 0) const {
+        return ignored(only).with(&Step::failure, isElsewhere).with(&Step::elsewhere, steps);
+    }
+    Step failsWith(int status) const { return with(&Step::end, status); }
+
+    int statusOf(const Answer& given) const {
+        const std::string& text = given.text;
+        if (given.fault == Answer::Fault::start || text.empty())
+            return 1;
+        if (text == unknownRow + "\n")
+            return 3;
+        if (text == locked + "\n")
+            return kind.once ? 1 : 2;
+        if (text.size() > (kind.once ? 98U : 28U))
+            return kind.once ? 1 : 6;
+        return (kind.number && !std::isdigit(text[0])) || (!required.empty() && text != required);
+    }
+
+    std::string command, answer = "?\n", required;
+    Kind kind;
+    int line = 0;
+    Effect onSuccess, always;
+    Failure failure = ends;
+    int onlyStatus = 0, end = 0;
+    std::vector<Step> together, elsewhere;
 };
 using Steps = std::vector<Step>;
 
-struct Sequence {
-    std::string name;
-    Lines call;   // handler, access, value, index
-    State before; // outputs, and the cache where it isn't all zeroes and free slots
-    Steps steps;
-
-    const Step* labelled(const std::string& label) const {
-        const Step* at = steps.data();
-        while (at->kind != "label" || at->text != label)
-            ++at;
-        return at;
-    }
+/** The beginning of a command, and where it stands. */
+struct Text {
+    Text(const char* what, int where = __builtin_LINE()) : begin(what), line(where) {}
+    const char* begin;
+    int line;
 };
 
-struct Macro {
-    Lines parameters, body;
+/** Makes commands from their parts: "act" and "num" are traced, "key" is not repeated while the
+ *  database is locked, and "num", "get" and "key" answer with a number. */
+struct Maker : Step::Kind {
+    template <typename... Parts>
+    Step operator()(Text text, const Parts&... parts) const {
+        std::ostringstream command;
+        (command << text.begin << ... << parts);
+        return Step(quorlet(command.str()), *this, text.line);
+    }
 };
+constexpr Maker run = {}, act = {{true}}, num = {{true, true}}, get = {{false, true}},
+                key = {{false, true, true}};
 
-std::string meant(const std::string& word) {
-    const State words = {{"ok", "Operation succeeded"}, {"none", "Unknown row"}, {"''", ""}};
-    return words.count(word) ? words.at(word) : word;
+/** Steps of which the first failure ends no more than these. */
+Step ignoring(Steps steps) {
+    return Step(std::move(steps)).ignored();
+}
+Step endsWith(int status) {
+    return Step(Steps()).failsWith(status);
 }
 
-Lines split(const std::string& text, char separator) {
-    std::istringstream in(text);
-    Lines pieces;
-    for (std::string piece; std::getline(in, piece, separator);)
-        if (!piece.empty())
-            pieces.push_back(piece);
-    return pieces;
-}
+// The default bridge: Id 1, members 1 and 2, filter 1.
 
-State changes(const std::string& list) {
-    State changed;
-    for (const std::string& change : split(list, ','))
-        if (const auto equals = change.find('='); equals != std::string::npos)
-            changed[change.substr(0, equals)] = meant(change.substr(equals + 1));
-    return changed;
-}
-
-std::string replaced(std::string text, const std::string& name, const std::string& value) {
-    for (std::size_t at; (at = text.find(name)) != std::string::npos;)
-        text.replace(at, name.size(), value);
-    return text;
-}
-
-/** Appends a line's steps. */
-void append(Steps& steps, const std::map<std::string, Macro>& macros, const std::string& line) {
-    Lines words = split(line.substr(0, line.find('|')), ' ');
-    if (words[0] == "ignoring") {
-        Steps called;
-        append(called, macros, line.substr(line.find(" use ") + 1));
-        for (Step& step : called)
-            for (std::string* on : {&step.failed, &step.unknown})
-                if (*on == "return" || *on == "1")
-                    *on = words[1];
-        steps.insert(steps.end(), called.begin(), called.end());
-        append(steps, macros, "label " + words[1]);
-    } else if (words[0] == "use") {
-        static int uses = 0;
-        const std::string number = std::to_string(++uses);
-        const Macro& macro = macros.at(words.at(1));
-        for (std::string body : macro.body) {
-            for (std::size_t i = 0; i < macro.parameters.size(); ++i)
-                body = replaced(body, "{" + macro.parameters[i] + "}", words.at(i + 2));
-            append(steps, macros, replaced(body, "{#}", number));
-        }
-    } else if (words[0] == "each") {
-        for (const std::string& each : split(words[1], ','))
-            append(steps, macros, replaced(line.substr(line.find(words[2])), "{each}", each));
-    } else {
-        words.resize(4);
-        Step step = {words[0], words[1], words[1], words[1], meant(words[2]), {}, {}};
-        if (const auto command = line.find('|'); command != std::string::npos)
-            step.text = quorlet(line.substr(command + 1, line.rfind('|') - command - 1));
-        step.failed.erase(std::min(step.failed.find('/'), step.failed.size()));
-        step.unknown.erase(0, step.unknown.find('/') + 1);
-        (words[3][0] == '*' ? step.reached : step.done) =
-            changes(words[3].substr(words[3][0] == '*'));
-        steps.push_back(step);
-    }
-}
-
-std::vector<Sequence> sequences() {
-    std::ifstream file(TESTS "/handlers.txt");
-    std::vector<Sequence> all;
-    std::map<std::string, Macro> macros;
-    Macro* macro = nullptr;
-    for (std::string line; std::getline(file, line);) {
-        if (line.empty() || line[0] == '#')
-            continue;
-        Lines words = split(line, ' ');
-        if (words[0] == "macro") {
-            macro = &macros[words[1]];
-            macro->parameters.assign(words.begin() + 2, words.end());
-        } else if (words[0] == "sequence") {
-            macro = nullptr;
-            const Lines parts = split(line, '|');
-            all.push_back({parts[0], split(parts.at(1), ' '), changes(parts.at(2).substr(1)), {}});
-        } else if (macro) {
-            macro->body.push_back(line);
-        } else {
-            append(all.back().steps, macros, line);
-        }
-    }
-    for (Sequence& sequence : all)
-        append(sequence.steps, macros, "end 0");
-    EXPECT_EQ(30U, all.size());
-    return all;
-}
-
-/** Calls a sequence's handler, its allocations counted. @return the status */
-int call(const Sequence& sequence, State& outputs) {
-    Lines words = sequence.call;
-    words.resize(4);
-    const std::string &handler = words[0], given = meant(words[2]);
-    const std::string accesses[] = {"none", "get", "set", "create", "delete"};
-    const auto access = access_type(std::find(accesses, std::end(accesses), words[1]) - accesses);
-    int ids[4] = {7, 7, 7, 7}, length = static_cast<int>(given.size());
-    int value = std::atoi(given.c_str()), index = std::atoi(words[3].c_str());
-    char text[15] = "zzzzzzzzzzzzzz"; // not terminated after the value
-    given.copy(text, given.size());
-    const int status = counted([&] {
-        return handler == "atm"       ? AtmEnabled_snmp(access, &value, index)
-               : handler == "enabled" ? VlanEnabled_snmp(access, &value, index)
-               : handler == "tag"     ? VlanDiscardTag_snmp(access, &value, index)
-               : handler == "discard" ? VlanDiscardUntaggedFrames_snmp(access, &value)
-               : handler == "parent"  ? VlanWanInterface(access, text, 15, &length, 1)
-               : handler == "default" ? VlanDefaultWanInterface(access, text, 15, &length)
-                                      : default_Bridge(access, &ids[0], &ids[1], &ids[2], &ids[3]);
+const Step lanMember =
+    key(" selectkey BridgeInterface Interface eth0 Id ;").answers(1).then([](State& s) {
+        s.lan = 1, s.wan = 2;
     });
-    if (handler == "bridge")
-        outputs = {{"bridge", std::to_string(ids[0])},
-                   {"lan", std::to_string(ids[1])},
-                   {"wan", std::to_string(ids[2])},
-                   {"filter", std::to_string(ids[3])}};
-    else if (handler == "parent" || handler == "default")
-        outputs["text"] = std::string(text, static_cast<std::size_t>(length));
-    else
-        outputs["value"] = std::to_string(value);
-    return status;
+const Step bridgeOfMember =
+    get(" selectkey BridgeInterface Id 1 BridgeId ;").answers(1).then([](State& s) {
+        s.bridge = 1;
+    });
+const Step filter =
+    key(" selectkey BridgeFilter BridgeId 1 Id ;").answers(1).then([](State& s) { s.filter = 1; });
+const Step noFilter = filter.answers(unknownRow).ignored();
+const Step noBridge = lanMember.answers(unknownRow).ignored();
+
+Steps lookUp(const Steps& elsewhere, const Step& last = filter.ignored()) {
+    return {lanMember.orElse(elsewhere), bridgeOfMember.orElse(elsewhere), last};
+}
+/** As long as the WAN member is all that matters, a bridge not found is no failure. */
+Steps find(const Steps& elsewhere) {
+    return {lanMember.orElse(elsewhere), ignoring({bridgeOfMember, filter})};
 }
 
-/** How a command is refused, and the status that it then has. */
-struct Refusal {
-    const char* way = "";
-    Answer answer;
-    const char* status = "";
-    std::size_t runs = 0;
+const Step insertBridge = num(" insertkey Bridge Name text:wanX Stp integer:0 ;").answers(1);
+const Step noNewBridge = insertBridge.answers("no number");
+const Steps create = {insertBridge.then([](State& s) { s.bridge = 1; }),
+                      num(" insertkey BridgeInterface  BridgeId integer:1  Interface text:eth0"
+                          "  AllowLocalAccess integer:0  AllowDHCP integer:0 ;")
+                          .answers(1)
+                          .then([](State& s) { s.lan = 1; }),
+                      num(" insertkey BridgeInterface  BridgeId integer:1  Interface text:wanX"
+                          "  AllowLocalAccess integer:0  AllowDHCP integer:0 ;")
+                          .answers(2)
+                          .then([](State& s) { s.wan = 2; })};
+Steps remove(int bridge) {
+    return {act(" deletekey    BridgeInterface BridgeId ", bridge, " ;"),
+            act(" deletekey    BridgeFilter            BridgeId ", bridge, "  ;"),
+            act(" deletekey    Bridge Id ", bridge, " ;")};
+}
+
+// ATM circuit 3.
+
+Step atmRead(int enabled) {
+    return get(" selectkey Atm Id 3 Enabled ;").answers(enabled);
+}
+Step atmWrite(int enabled) {
+    return act(" updatekey Atm Id 3 Enabled integer:", enabled, " ;");
+}
+const Step insertMpoa =
+    act(" insertkey NetworkSetupNode   Type text:MPoA  InterfaceName text:wan3"
+        "  ParentInterface text:SHDSL  ConfigurationSpecifics text:3  Enable integer:1  ;");
+const Step deleteMpoa =
+    act(" deletekey NetworkSetupNode                   InterfaceName      wan3  ;");
+
+// Discarding untagged frames.
+
+const Step discardRead = get(" selectkey VLANSingleParams Id 1 DiscardUntaggedFrames ;").answers(1);
+const Step insertFilter = num(" insertkey  BridgeFilter  BridgeId integer:1  FilterRule text:"
+                              "  VLANId integer:0  PBit integer:0 ;")
+                              .answers(3);
+const Step deleteFilter =
+    act(" deletekey  BridgeFilter  BridgeId         1  ;").mustAnswer("Operation succeeded");
+Step discardWrite(int discard) {
+    return act(" updatekey VLANSingleParams Id 1 DiscardUntaggedFrames integer:", discard, " ;");
+}
+
+// VLAN object n: rows 2n - 1 and 2n, interfaces eth0.10n and wan1.10n, bridge 9 in slot 3,
+// members 20 and 21.
+
+Step enable(int row, int to) {
+    return act(" updatekey VLAN Id ", row, " Enable integer:", to, " ;").anyway([=](State& s) {
+        s.vlan[row] = to;
+    });
+}
+Step parent(int row, const std::string& interface) {
+    return run("  selectkey VLAN Id ", row, " ParentIf  ;").answers(interface);
+}
+Step insertNetif(const char* interface) {
+    return run("  insertkey  StatusNetifConfig  Name text:", interface, " ;").ignored();
+}
+Steps storeTag(int n, int tag, const char* member) {
+    return {enable(2 * n, tag),
+            key(" selectkey BridgeInterface Interface eth0.10", n, " Id ;").answers(20),
+            run("  selectkey BridgeInterface Id 21 Interface  ;").answers(member)};
+}
+Steps setMember(const char* to) {
+    return {run(" updatekey BridgeInterface Id 21 Interface text:", to, " ;"),
+            run("  insertkey  NetworkSetupNode  Type text:BridgeInterface  "
+                " InterfaceName   text:bridge:",
+                to, " ParentInterface text:", to,
+                " ConfigurationSpecifics text:  Enable integer:1  ;")
+                .ignored()};
+}
+Steps wanOn(int tag, const char* from, const char* to, const char* parentIf) {
+    return {storeTag(1, tag, from), parent(2, parentIf), setMember(to)};
+}
+Steps wanOff(int n, int tag, const char* member) {
+    const char* const deleteMember = "  deletekey  NetworkSetupNode  InterfaceName        bridge:";
+    return {storeTag(n, tag, member), run(deleteMember, member, " ;").ignored(),
+            run(" deletekey NetworkSetupNode   InterfaceName  wan1.10", n, " ;").ignored(),
+            run("  deletekey  StatusNetifConfig  Name wan1.10", n, " ;").ignored()};
+}
+Steps lanOn(int slot) {
+    return {enable(1, 1),
+            get("  insertkey  Bridge  Name text:br", slot, " Stp integer:0   ;")
+                .answers(9)
+                .then([=](State& s) { s.slot[slot] = 9; })
+                .failsWith(1),
+            run("  insertkey   NetworkSetupNode  Type text:Bridge  InterfaceName text:br", slot,
+                " ParentInterface text:root   ConfigurationSpecifics text:  Enable integer:1  ;")
+                .ignored(),
+            act(" insertkey NetworkSetupNode   Type text:VLAN   InterfaceName  text:eth0.101"
+                " ParentInterface text:eth0    ConfigurationSpecifics text:  Enable integer:1  ;"),
+            insertNetif("eth0.101"),
+            act(" insertkey BridgeInterface  BridgeId integer:9  Interface      text:eth0.101"
+                "  AllowLocalAccess integer:0  AllowDHCP integer:0 ;"),
+            act(" insertkey NetworkSetupNode   Type text:BridgeInterface    InterfaceName"
+                " text:bridge:eth0.101   ParentInterface text:eth0.101"
+                "  ConfigurationSpecifics text:  Enable integer:1  ;"),
+            act(" insertkey BridgeInterface  BridgeId integer:9  Interface text:"
+                "  AllowLocalAccess integer:0  AllowDHCP integer:0 ;")};
+}
+Steps off(int n, int tag, const char* member) {
+    return {enable(2 * n - 1, 0),
+            wanOff(n, tag, member),
+            act(" deletekey    NetworkSetupNode ParentInterface  eth0.10", n, " ;").ignored(noRow),
+            key(" selectkey BridgeInterface Interface eth0.10", n, " BridgeId ;").answers(9),
+            run("  selectkey Bridge Id 9 Name  ;").answers("br3"),
+            act(" deletekey    BridgeInterface BridgeId 9 ;"),
+            act(" deletekey NetworkSetupNode   InterfaceName  eth0.10", n, " ;"),
+            run("  deletekey  StatusNetifConfig  Name eth0.10", n, " ;").ignored(),
+            run("  deletekey   NetworkSetupNode  InterfaceName br3 ;").ignored(),
+            run("  deletekey  Bridge  Id 9 ;").ignored().anyway([](State& s) { s.slot[3] = -1; })};
+}
+
+// WAN interfaces.
+
+Step readDefault(const char* interface) {
+    return run("  selectkey BridgeInterface Id 2 Interface  ;").answers(interface);
+}
+Step writeDefault(const char* interface) {
+    return run(" updatekey BridgeInterface Id 2 Interface text:", interface, " ;");
+}
+Step writeParent(const char* interface) {
+    return run(" updatekey VLAN Id 2 ParentIf text:", interface, " ;");
+}
+Steps setParent(const char* to) {
+    return {writeParent(to), wanOn(0, "wan1", to, to)};
+}
+/** The walk over eight objects whose parent is another interface. */
+Step walk() {
+    Steps parents;
+    for (int n = 1; n <= 8; ++n)
+        parents.push_back(parent(2 * n, "wan1"));
+    return ignoring(parents);
+}
+Step bridgeNamed(int number) {
+    return key(" selectkey Bridge Name br", number, " Id ;").answers(number);
+}
+/** A new default bridge under the first free name; interface wan1 leaves its VLAN object. */
+Steps adopt(const char* freeName) {
+    const Steps rest = {discardWrite(1),
+                        ignoring({parent(2, "wan1"), ignoring(off(1, 1, "wan1.101")),
+                                  parent(4, "wan2"), parent(6, unknownRow)}),
+                        writeDefault("wan1")};
+    return {create,       run(" updatekey Bridge Id 1 Name text:", freeName, " ;"),
+            discardRead,  lookUp(rest, noFilter),
+            insertFilter, rest};
+}
+Steps allNamesTaken() {
+    Steps steps;
+    for (int number = 1; number <= 9; ++number)
+        steps.push_back(bridgeNamed(number).orElse({noNewBridge}, noRow));
+    return steps;
+}
+
+using Handler = std::function<int(access_type, State&)>;
+
+const Handler bridge = [](access_type access, State& s) {
+    s.bridge = s.lan = s.wan = s.filter = 7;
+    return default_Bridge(access, &s.bridge, &s.lan, &s.wan, &s.filter);
+};
+const Handler atm = [](access_type a, State& s) { return AtmEnabled_snmp(a, &s.value, 3); };
+const Handler vlan = [](access_type a, State& s) { return VlanEnabled_snmp(a, &s.value, 1); };
+const Handler vlanTag = [](access_type a, State& s) { return VlanDiscardTag_snmp(a, &s.value, 1); };
+const Handler discard = [](access_type access, State& s) {
+    return VlanDiscardUntaggedFrames_snmp(access, &s.value);
+};
+template <typename Call, typename... Index>
+Handler text(Call call, Index... index) {
+    return [=](access_type access, State& s) {
+        char buffer[15] = "zzzzzzzzzzzzzz"; // not terminated after the value
+        int length = static_cast<int>(s.text.copy(buffer, sizeof buffer));
+        const int status = call(access, buffer, sizeof buffer, &length, index...);
+        s.text.assign(buffer, static_cast<std::size_t>(length));
+        return status;
+    };
+}
+const Handler vlanWan = text(VlanWanInterface, 1), defaultWan = text(VlanDefaultWanInterface);
+
+struct Sequence {
+    Sequence(const char* title, Handler of, access_type how, State given, Steps all)
+        : name(title), handler(std::move(of)), access(how), before(given), steps(std::move(all)) {}
+
+    const char* name;
+    Handler handler;
+    access_type access;
+    State before;
+    Steps steps;
 };
 
-std::vector<Refusal> refusals(const Step& step) {
-    const bool key = step.kind == "key";
-    std::vector<Refusal> all = {{"not started", notStarted, "1", 1},
-                                {"unknown row", "Unknown row\n", "3", 1},
-                                {"locked", "Database locked\n", key ? "1" : "2", key ? 1U : 20U},
-                                {"too long", std::string(key ? 99 : 29, '1'), key ? "1" : "6", 1}};
-    if (step.number())
-        all.push_back({"no number", "?", "1", 1});
-    return all;
+const std::vector<Sequence> sequences = {
+    Sequence("BridgeCreate", bridge, access_create, {}, create),
+    Sequence("BridgeLookUp", bridge, access_none, {}, lookUp({})),
+    Sequence("BridgeDelete", bridge, access_delete, {}, {lookUp(remove(-1)), remove(1)}),
+
+    Sequence("AtmGet", atm, access_get, 77, {atmRead(0).then([](State& s) { s.value = 2; })}),
+    Sequence("AtmNeitherGetNorSet", atm, access_create, 1, {atmRead(0)}),
+    Sequence("AtmOn", atm, access_set, 1, {atmRead(0), insertMpoa, atmWrite(1)}),
+    Sequence("AtmOff", atm, access_set, 2, {atmRead(1), deleteMpoa.ignored(), atmWrite(0)}),
+    Sequence("AtmUnchanged", atm, access_set, 1, {atmRead(1), atmWrite(1)}),
+    Sequence("AtmNoTruthValue", atm, access_set, 5, {atmRead(0), atmWrite(5)}),
+
+    Sequence("DiscardGet", discard, access_get, 77,
+             {discardRead.then([](State& s) { s.value = 1; })}),
+    Sequence("DiscardNeitherGetNorSet", discard, access_create, 77, {endsWith(1)}),
+    Sequence("DiscardOn", discard, access_set, 1,
+             {lookUp({discardWrite(1)}, noFilter), insertFilter, discardWrite(1)}),
+    Sequence("DiscardOnAgain", discard, access_set, 1,
+             {lookUp({discardWrite(1)}, filter.orElse({insertFilter, discardWrite(1)})),
+              discardWrite(1)}),
+    Sequence("DiscardOff", discard, access_set, 2,
+             {lookUp({discardWrite(0)}, filter.orElse({discardWrite(0)})), deleteFilter,
+              discardWrite(0)}),
+
+    Sequence("VlanOnTagCarried", vlan, access_set, State(1).on({2}).bridges({1, 2}),
+             {lanOn(3), storeTag(1, 1, ""), parent(2, "wan1"),
+              run("  insertkey   NetworkSetupNode  Type text:VLAN  InterfaceName  text:wan1.101"
+                  " ParentInterface text:wan1 ConfigurationSpecifics text:  Enable integer:1  ;"),
+              insertNetif("wan1.101"), setMember("wan1.101")}),
+    Sequence("VlanOnTagDiscarded", vlan, access_set, State(1).bridges({1, 2, 3, 4, 5, 6, 7}),
+             {lanOn(8), wanOn(0, "", "wan1", "wan1")}),
+    Sequence("VlanOnNoFreeSlot", vlan, access_set, State(1).bridges({1, 2, 9, 4, 5, 6, 7, 8}),
+             {enable(1, 1), endsWith(1)}),
+    Sequence("VlanOffTagCarried", vlan, access_set, State(2).on({1, 2}).bridges({1, -1, 9}),
+             off(1, 1, "wan1.101")),
+    Sequence("VlanOffTagDiscarded", vlan, access_set, State(2).on({1}).bridges({-1, -1, 9}),
+             off(1, 0, "wan1")),
+    Sequence("VlanFrom1To5", vlan, access_set, State(5).on({1, 2}).bridges({-1, -1, 9}),
+             {enable(1, 5), wanOn(1, "wan1", "wan1.101", "wan1")}),
+    Sequence("TagDiscarded", vlanTag, access_set, State(1).on({1, 2}),
+             wanOn(0, "wan1.101", "wan1", "wan1")),
+    Sequence("TagCarried", vlanTag, access_set, State(2).on({1}),
+             wanOn(1, "wan1", "wan1.101", "wan1")),
+    Sequence("TagOfObjectThatIsOff", vlanTag, access_set, State(7).on({2}), wanOff(1, 0, "wan1")),
+
+    Sequence("ParentGet", vlanWan, access_get, "old",
+             {parent(2, "wan1").then([](State& s) { s.text = "wan1"; })}),
+    Sequence("ParentNeitherGetNorSet", vlanWan, access_delete, "old", {endsWith(1)}),
+    Sequence("ParentSet", vlanWan, access_set, State("wan2").on({1}),
+             {find(setParent("wan2")), readDefault("-"), setParent("wan2")}),
+    Sequence("ParentSetToTheDefault", vlanWan, access_set, State("wan1").on({1}),
+             {find(setParent("wan1")), readDefault("wan1"),
+              find({parent(2, unknownRow).ignored(), setParent("wan1")}),
+              lookUp({ignoring(remove(-1)), setParent("wan1")}), ignoring(remove(1)),
+              setParent("wan1")}),
+    Sequence("ParentSetDefaultTooLongToCompare", vlanWan, access_set, "wan2",
+             {find({writeParent("wan2").answers(unknownRow)}), readDefault("fourteen-chars"),
+              endsWith(6)}),
+    Sequence("ParentEmptied", vlanWan, access_set, State("").on({3, 4}).bridges({-1, -1, 9}),
+             {noBridge, noBridge,
+              ignoring({parent(2, "wan1"), parent(4, ""), ignoring(off(2, 1, "wan1.102")),
+                        parent(6, unknownRow)}),
+              writeParent(""), wanOff(1, 0, "wan1")}),
+    Sequence("DefaultGet", defaultWan, access_get, "old",
+             {find({}), readDefault("wan1").then([](State& s) { s.text = "wan1"; })}),
+    Sequence("DefaultNeitherGetNorSet", defaultWan, access_create, "old", {find({}), endsWith(1)}),
+    Sequence("DefaultSetNewBridge", defaultWan, access_set,
+             State("wan1").on({1, 2}).bridges({-1, -1, 9}),
+             {noBridge, bridgeNamed(1).orElse(adopt("br1"), noRow),
+              bridgeNamed(2).orElse(adopt("br2"), noRow),
+              bridgeNamed(3).answers(unknownRow).orElse(adopt("br3"), noRow)}),
+    Sequence("DefaultSetNoFreeName", defaultWan, access_set, "wan1",
+             {noBridge, allNamesTaken(), endsWith(1)}),
+    Sequence("DefaultMoved", defaultWan, access_set, "wan2",
+             {find({bridgeNamed(1).answers("no number").orElse({noNewBridge}, noRow)}), walk(),
+              writeDefault("wan2")}),
+    Sequence("DefaultEmptied", defaultWan, access_set, "",
+             {find({walk()}), lookUp({ignoring(remove(-1))}), ignoring(remove(1))})};
+
+using Refusals = std::map<const Step*, Answer>;
+
+/** What comes of a call. */
+struct Course {
+    State left;
+    int status = 0;
+    std::vector<std::pair<const Step*, Answer>> runs = {};
+    Lines log = {};
+    std::vector<unsigned> pauses = {};
+};
+
+/** Goes through steps. @return the status when they end the sequence */
+std::optional<int> follow(const Steps& steps, const Refusals& refusals, Course& course) {
+    for (const Step& step : steps) {
+        if (step.end != 0 && step.command.empty())
+            return step.end;
+        if (step.command.empty()) {
+            const std::optional<int> status = follow(step.together, refusals, course);
+            if (status && step.failure == Step::ends)
+                return status;
+            continue;
+        }
+        const auto refusal = refusals.find(&step);
+        const Answer answer = refusal == refusals.end() ? Answer(step.answer) : refusal->second;
+        const int status = step.statusOf(answer);
+        const std::size_t runs = status == 2 ? 20 : 1;
+        std::string shown = answer.text;
+        if (!shown.empty() && shown.back() == '\n' && status != 2 && status != 3)
+            shown.pop_back();
+        course.runs.insert(course.runs.end(), runs, {&step, answer});
+        course.pauses.insert(course.pauses.end(), runs - 1, 1);
+        course.log.insert(course.log.end(), step.kind.traced ? runs : 0,
+                          "trace:corvanta: " + step.command + " ==> " + shown);
+        if (step.always)
+            step.always(course.left);
+        if (status == 0 && step.onSuccess)
+            step.onSuccess(course.left);
+        if (status == 0)
+            continue;
+        if (step.failure == Step::ends || (step.onlyStatus != 0 && step.onlyStatus != status))
+            return step.end != 0 ? step.end : status;
+        if (step.failure == Step::isElsewhere)
+            return follow(step.elsewhere, refusals, course).value_or(0);
+    }
+    return std::nullopt;
 }
 
-/** What the sequences name of the cache. */
-std::map<std::string, std::int32_t*> cached() {
-    std::map<std::string, std::int32_t*> values;
-    for (int row = 1; row <= 16; ++row)
-        values["v" + std::to_string(row)] = &mgmt_o.cache->vlan_intern[row].Enable;
-    for (int slot = 1; slot <= 8; ++slot)
-        values["s" + std::to_string(slot)] = &mgmt_o.cache->bridge[slot].intern_Id;
-    return values;
-}
-
-/** The outputs and the cache as they are now. */
-State now(State outputs) {
-    for (const auto& [name, value] : cached())
-        outputs[name] = std::to_string(*value);
-    return outputs;
+/** Every way in which a command can be refused. */
+std::vector<std::pair<const char*, Answer>> refusals(const Step& step) {
+    std::vector<std::pair<const char*, Answer>> ways = {
+        {"not started", notStarted},
+        {"nothing printed", ""},
+        {"unknown row", unknownRow + "\n"},
+        {"locked", locked + "\n"},
+        {"too long", std::string(step.kind.once ? 99 : 29, '1')}};
+    if (step.kind.number || !step.required.empty())
+        ways.emplace_back("another answer", "?");
+    return ways;
 }
 
 /** Makes the cache as it is before a call. */
@@ -214,109 +495,114 @@ void fillCache(const State& before) {
     mgmt_o.cache = new data_cache;
     mgmt_o.cache->init();
     for (int row = 1; row <= 16; ++row)
-        mgmt_o.cache->vlan_intern[row].InterfaceName =
-            (row % 2 ? "eth0.10" : "wan1.10") + std::to_string((row + 1) / 2);
-    for (const auto& [name, value] : cached())
-        *value = before.count(name) ? std::stoi(before.at(name))
-                 : name[0] == 's'   ? data_cache::freeSlot
-                                    : 0;
+        mgmt_o.cache->vlan_intern[row] = {before.vlan[row], (row % 2 ? "eth0.10" : "wan1.10") +
+                                                                std::to_string((row + 1) / 2)};
+    for (int slot = 1; slot <= 8; ++slot)
+        mgmt_o.cache->bridge[slot].intern_Id = before.slot[slot];
 }
 
 class HandlersTest : public PlatformTest {
 protected:
-    ~HandlersTest() override {
-        delete mgmt_o.cache;
-        mgmt_o.cache = nullptr;
-    }
-
-    /** Calls a handler, whose commands the table answers, but for one. @return the status */
-    static std::string expect(const Sequence& sequence, const Step* refused = nullptr,
-                              const Refusal& refusal = {}) {
-        fillCache(sequence.before);
-        State expected = now(sequence.before), outputs;
-        const auto change = [&](const State& changed) {
-            for (const auto& [name, to] : changed)
-                if (expected.count(name))
-                    expected[name] = to;
-        };
-        const Step* step = nullptr; // that runs next, or ends the sequence
-        const auto goOn = [&](const Step* from) {
-            for (step = from; !step->runs() && step->kind != "end"; ++step)
-                if (step->kind == "jump")
-                    step = sequence.labelled(step->text);
-        };
-        std::string status;
-        std::size_t runs = 0; // of the command that is refused
-        Lines log;
-        goOn(sequence.steps.data());
-        platform.client = [&](const std::string& command) {
-            if (command != step->text) {
-                ADD_FAILURE() << "instead of" << step->text << "came" << command;
-                return notStarted;
-            }
-            change(step->reached);
-            const bool fails = step == refused;
-            const Answer answer = fails ? refusal.answer : Answer(step->answer + "\n");
-            std::string shown = answer.text;
-            if (!fails && shown != "Unknown row\n")
-                shown.pop_back();
-            if (step->traced())
-                log.push_back("trace:corvanta: " + command + " ==> " + shown);
-            const std::string& next = refusal.status[0] == '3' ? step->unknown : step->failed;
-            if (!fails)
-                change(step->done);
-            else if (++runs < refusal.runs)
-                return answer;
-            else if (next == "return" || next == "1")
-                status = next == "1" ? next : refusal.status;
-            goOn(!status.empty()              ? &sequence.steps.back()
-                 : !fails || next == "ignore" ? step + 1
-                                              : sequence.labelled(next));
-            return answer;
-        };
-        platform.sleeps.clear();
-        const std::string given = std::to_string(call(sequence, outputs));
-        EXPECT_EQ("end", step->kind) << "not run:" << step->text;
-        EXPECT_EQ(status.empty() ? step->text : status, given);
-        EXPECT_EQ(expected, now(outputs));
-        EXPECT_EQ(log, platform.takeLog());
-        EXPECT_EQ(std::vector<unsigned>(runs > 0 ? runs - 1 : 0, 1), platform.sleeps);
-        EXPECT_EQ(0, platform.openStreams);
-        platform.commands.clear();
-        return given;
-    }
+    ~HandlersTest() override { delete std::exchange(mgmt_o.cache, nullptr); }
 };
 
-TEST_F(HandlersTest, EverySequenceRefusalAndLackOfMemory) {
-    for (const Sequence& sequence : sequences()) {
-        SCOPED_TRACE(sequence.name);
-        const std::string ordinary = expect(sequence);
-        for (const Step& step : sequence.steps)
-            if (step.runs())
-                for (const Refusal& refusal : refusals(step)) {
-                    SCOPED_TRACE(step.text + refusal.way);
-                    expect(sequence, &step, refusal);
-                    ASSERT_FALSE(HasFailure());
-                }
-        withEachAllocationFailing([&] {
-            fillCache(sequence.before);
-            platform.client = [&](const std::string& command) {
-                for (const Step& step : sequence.steps)
-                    if (step.text == command)
-                        return Answer(step.answer + "\n");
-                return notStarted;
-            };
-            State outputs;
-            const std::string status = std::to_string(call(sequence, outputs));
-            EXPECT_TRUE(status == "1" || status == ordinary) << status;
-        });
-        platform.takeLog();
-        expect(sequence);
-    }
+std::ostream& operator<<(std::ostream& out, const Sequence& sequence) {
+    return out << sequence.name;
 }
 
+/** One test for each sequence, which runs alone by its name. */
+class SequenceTest : public HandlersTest, public testing::WithParamInterface<Sequence> {
+protected:
+    /** Calls the handler, with some commands refused, and compares everything. */
+    static Course expect(const Refusals& refused = {}) {
+        const Sequence& sequence = GetParam();
+        Course course = {sequence.before};
+        course.status = follow(sequence.steps, refused, course).value_or(0);
+        std::size_t at = 0;
+        platform.client = [&](const std::string& command) {
+            const Step* const due = at < course.runs.size() ? course.runs[at].first : nullptr;
+            if (due && due->command == command)
+                return course.runs[at++].second;
+            if (due)
+                ADD_FAILURE_AT(__FILE__, due->line)
+                    << "instead of" << due->command << "came" << command;
+            else
+                ADD_FAILURE() << "after the end came" << command;
+            return notStarted;
+        };
+        platform.sleeps.clear();
+        fillCache(sequence.before);
+        State left = sequence.before;
+        const int status = counted([&] { return sequence.handler(sequence.access, left); });
+        for (int row = 1; row <= 16; ++row)
+            left.vlan[row] = mgmt_o.cache->vlan_intern[row].Enable;
+        for (int slot = 1; slot <= 8; ++slot)
+            left.slot[slot] = mgmt_o.cache->bridge[slot].intern_Id;
+        if (at < course.runs.size())
+            ADD_FAILURE_AT(__FILE__, course.runs[at].first->line)
+                << "not run:" << course.runs[at].first->command;
+        const int line = course.runs.empty() ? __LINE__ : course.runs.back().first->line;
+        const testing::ScopedTrace trace(__FILE__, line, "the last command");
+        EXPECT_EQ(course.status, status);
+        EXPECT_EQ(course.left.show(), left.show());
+        EXPECT_EQ(course.log, platform.takeLog());
+        EXPECT_EQ(course.pauses, platform.sleeps);
+        return course;
+    }
+
+    /** Refuses, on top of what is refused, each command that runs then for the first time. */
+    void refuseEach(const Refusals& refused = {}) {
+        std::vector<const Step*> fresh;
+        for (const auto& [step, answer] : expect(refused).runs)
+            if (m_seen.insert(step).second)
+                fresh.push_back(step);
+        for (const Step* step : fresh)
+            for (const auto& [way, answer] : refusals(*step)) {
+                if (HasFailure())
+                    return;
+                const testing::ScopedTrace trace(__FILE__, step->line, step->command + way);
+                Refusals more = refused;
+                more[step] = answer;
+                refuseEach(more);
+            }
+    }
+
+private:
+    std::set<const Step*> m_seen;
+};
+
+TEST_P(SequenceTest, EachCommandRefused) {
+    refuseEach();
+}
+
+TEST_P(SequenceTest, LackOfMemory) {
+    const Sequence& sequence = GetParam();
+    const int ordinary = expect().status;
+    std::map<std::string, Answer> answers;
+    const std::function<void(const Steps&)> collect = [&](const Steps& steps) {
+        for (const Step& step : steps) {
+            answers.emplace(step.command, step.answer);
+            collect(step.together);
+            collect(step.elsewhere);
+        }
+    };
+    collect(sequence.steps);
+    withEachAllocationFailing([&] {
+        fillCache(sequence.before);
+        platform.client = [&](const std::string& command) { return answers[command]; };
+        State left = sequence.before;
+        const int status = counted([&] { return sequence.handler(sequence.access, left); });
+        EXPECT_TRUE(status == 1 || status == ordinary) << status;
+    });
+    platform.takeLog();
+    expect();
+}
+
+INSTANTIATE_TEST_SUITE_P(, SequenceTest, testing::ValuesIn(sequences),
+                         [](const auto& its) { return its.param.name; });
+
 TEST_F(HandlersTest, WhatNeedsNoCommand) {
-    fillCache({{"v1", "1"}, {"v2", "1"}});
+    fillCache(State().on({1, 2}));
     int value = 1, length = 1;
     char text[20] = "a";
     for (const int status :
@@ -365,7 +651,7 @@ TEST_F(HandlersTest, WhatNeedsNoCommand) {
 TEST_F(HandlersTest, CommandsUpToTheirLimits) {
     // Less the length of the rest of the command.
     const std::string lan(199 - 158, 'x'), wan(198 - 156, 'x');
-    fillCache({{"v5", "1"}, {"v7", "1"}});
+    fillCache(State().on({5, 7}));
     data_cache::vlan_row* const rows = mgmt_o.cache->vlan_intern;
     rows[1].InterfaceName = lan;
     rows[3].InterfaceName = lan + "x";
