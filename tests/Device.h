@@ -15,7 +15,7 @@ using Lines = std::vector<std::string>;
 class Database {
 public:
     explicit Database(const fs::path& file) {
-        EXPECT_EQ(sqlite3_open(file.c_str(), &m_handle), SQLITE_OK);
+        EXPECT_EQ(SQLITE_OK, sqlite3_open(file.c_str(), &m_handle));
     }
     ~Database() { sqlite3_close(m_handle); }
 
@@ -29,7 +29,7 @@ public:
             static_cast<Lines*>(out)->push_back(row);
             return 0;
         };
-        EXPECT_EQ(sqlite3_exec(m_handle, sql.c_str(), take, &rows, nullptr), SQLITE_OK) << sql;
+        EXPECT_EQ(SQLITE_OK, sqlite3_exec(m_handle, sql.c_str(), take, &rows, nullptr)) << sql;
         return rows;
     }
 
@@ -44,7 +44,7 @@ protected:
         std::string name = (fs::temp_directory_path() / "device_test.XXXXXX").string();
         m_folder = mkdtemp(name.data());
         m_device = m_folder / "device";
-        EXPECT_EQ(std::system((ON_DEVICE " '" + m_device.string() + "' true").c_str()), 0);
+        EXPECT_EQ(0, std::system((ON_DEVICE " '" + m_device.string() + "' true").c_str()));
     }
     ~DeviceTest() override { fs::remove_all(m_folder); }
 

@@ -80,7 +80,7 @@ TEST_F(ClientTest, AnswersEachCommandToTheByte) {
         {"selectkey VLAN Id 2 ParentIf;", "x\" OR 1 -- %s|y\n"},
     };
     for (const auto& [command, answer] : cases)
-        EXPECT_EQ(ask(command), answer) << command;
+        EXPECT_EQ(answer, ask(command)) << command;
 }
 
 TEST_F(ClientTest, RefusesWhatItDoesNotUnderstandAndChangesNothing) {
@@ -106,12 +106,12 @@ TEST_F(ClientTest, RefusesWhatItDoesNotUnderstandAndChangesNothing) {
     };
     // clang-format on
     for (const char* command : commands) {
-        EXPECT_EQ(client(command).status, 2) << command;
-        EXPECT_EQ(ask(command), "") << command;
-        EXPECT_NE(contents(error()), "") << command;
+        EXPECT_EQ(2, client(command).status) << command;
+        EXPECT_EQ("", ask(command)) << command;
+        EXPECT_NE("", contents(error())) << command;
     }
-    EXPECT_EQ(shell(QUORLET " size 'Atm;'").status, 2);
-    EXPECT_EQ(contents(database()), before);
+    EXPECT_EQ(2, shell(QUORLET " size 'Atm;'").status);
+    EXPECT_EQ(before, contents(database()));
 }
 
 TEST_F(ClientTest, SaysAtOnceThatAnotherConnectionHoldsTheDatabase) {
@@ -125,33 +125,33 @@ TEST_F(ClientTest, SaysAtOnceThatAnotherConnectionHoldsTheDatabase) {
     for (const auto& [lock, read] : cases) {
         other.run(lock);
         const auto start = std::chrono::steady_clock::now();
-        EXPECT_EQ(ask("updatekey Atm Id 1 Vpi integer:9;"), locked) << lock;
-        EXPECT_EQ(ask("selectkey Atm Id 1 Vpi;"), read) << lock;
+        EXPECT_EQ(locked, ask("updatekey Atm Id 1 Vpi integer:9;")) << lock;
+        EXPECT_EQ(read, ask("selectkey Atm Id 1 Vpi;")) << lock;
         EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2)) << lock;
         other.run("COMMIT");
-        EXPECT_EQ(ask("selectkey Atm Id 1 Vpi;"), "1\n") << lock;
+        EXPECT_EQ("1\n", ask("selectkey Atm Id 1 Vpi;")) << lock;
     }
 }
 
 TEST_F(ClientTest, LeavesTheFactoryAsItsClientsRelyOn) {
-    ASSERT_EQ(ask("size Atm;") + ask("size VLAN;"), "8\n16\n");
+    ASSERT_EQ("8\n16\n", ask("size Atm;") + ask("size VLAN;"));
     std::string circuits;
     for (int k = 1; k <= 8; ++k) {
         const std::string id = std::to_string(k), vpi = ask("selectkey Atm Id " + id + " Vpi;");
         const std::string row = ask("selectrow Atm " + std::to_string(k - 1) + ";");
         const bool enabled = row[2] == '1';
-        EXPECT_EQ(row.substr(0, row.find('|', 4)) + '\n', id + (enabled ? "|1|" : "|0|") + vpi);
+        EXPECT_EQ(id + (enabled ? "|1|" : "|0|") + vpi, row.substr(0, row.find('|', 4)) + '\n');
         EXPECT_LE(row.size(), 28U);
-        EXPECT_EQ(ask("selectkey NetworkSetupNode InterfaceName wan" + id + " Enable;"),
-                  enabled ? "1\n" : "Unknown row\n");
+        EXPECT_EQ(enabled ? "1\n" : "Unknown row\n",
+                  ask("selectkey NetworkSetupNode InterfaceName wan" + id + " Enable;"));
         if (enabled)
             circuits += vpi;
-        EXPECT_EQ(ask("selectkey VLAN InterfaceName eth0.10" + id + " Id Enable;"),
-                  std::to_string(2 * k - 1) + "|0\n");
-        EXPECT_EQ(ask("selectkey VLAN InterfaceName wan1.10" + id + " Id ParentIf;"),
-                  std::to_string(2 * k) + "|wan1\n");
+        EXPECT_EQ(std::to_string(2 * k - 1) + "|0\n",
+                  ask("selectkey VLAN InterfaceName eth0.10" + id + " Id Enable;"));
+        EXPECT_EQ(std::to_string(2 * k) + "|wan1\n",
+                  ask("selectkey VLAN InterfaceName wan1.10" + id + " Id ParentIf;"));
     }
-    EXPECT_EQ(on("awk 'NR > 1 { print $2 }' /proc/net/atm/pvc").out, circuits);
+    EXPECT_EQ(circuits, on("awk 'NR > 1 { print $2 }' /proc/net/atm/pvc").out);
 }
 
 TEST_F(ClientTest, ShowsItsCircuitListUnderTheKernelsPathAlone) {
@@ -159,35 +159,35 @@ TEST_F(ClientTest, ShowsItsCircuitListUnderTheKernelsPathAlone) {
     std::ofstream(m_folder / "other") << "its own\n";
     // fopen, open and openat, as these tools happen to use them
     for (const char* reader : {"sed p -n ", "cat ", "grep . ", "awk 1 "}) {
-        EXPECT_EQ(on(std::string(reader) + "/proc/net/atm/pvc").out, "the device's\n") << reader;
-        EXPECT_EQ(on(reader + (m_folder / "other").string()).out, "its own\n") << reader;
+        EXPECT_EQ("the device's\n", on(std::string(reader) + "/proc/net/atm/pvc").out) << reader;
+        EXPECT_EQ("its own\n", on(reader + (m_folder / "other").string()).out) << reader;
         for (const char* path : {"/proc/net/atm/pvcs", "net/atm/pvc"})
-            EXPECT_EQ(on(reader + std::string(path)).out, "") << reader << path;
+            EXPECT_EQ("", on(reader + std::string(path)).out) << reader << path;
     }
     const std::string made = (m_folder / "made").string(); // gets its mode
-    EXPECT_EQ(on("sh -c 'umask 0; > " + made + "; stat -c %a " + made + "'").out, "666\n");
+    EXPECT_EQ("666\n", on("sh -c 'umask 0; > " + made + "; stat -c %a " + made + "'").out);
 }
 
 TEST_F(ClientTest, KeepsDevicesInTheirFolders) {
     const fs::path first = m_device;
     m_device = m_folder / "with blank" / "second";
-    EXPECT_EQ(on("quorlet 'updatekey Atm Id 1 Vci integer:9;'").out, "Operation succeeded\n");
-    EXPECT_EQ(on("quorlet 'selectkey Atm Id 1 Vci;'").out, "9\n");
+    EXPECT_EQ("Operation succeeded\n", on("quorlet 'updatekey Atm Id 1 Vci integer:9;'").out);
+    EXPECT_EQ("9\n", on("quorlet 'selectkey Atm Id 1 Vci;'").out);
     m_device = first;
-    EXPECT_EQ(ask("selectkey Atm Id 1 Vci;"), "32\n");
-    EXPECT_EQ(on("sh -c 'exit 7'").status, 7);
-    EXPECT_EQ(on("vellstat info now").status, 2);
+    EXPECT_EQ("32\n", ask("selectkey Atm Id 1 Vci;"));
+    EXPECT_EQ(7, on("sh -c 'exit 7'").status);
+    EXPECT_EQ(2, on("vellstat info now").status);
 
     fs::create_directory(m_device = m_folder / "empty");
-    EXPECT_EQ(on("quorlet 'size Atm;'").out, "8\n");
+    EXPECT_EQ("8\n", on("quorlet 'size Atm;'").out);
 
     m_device = m_folder / "with blank"; // no device, and not empty
-    EXPECT_EQ(on("true").status, 1);
-    EXPECT_NE(contents(error()).find("neither a device nor empty"), std::string::npos);
-    EXPECT_EQ(std::distance(fs::directory_iterator(m_folder), {}), 4); // nothing left behind
-    EXPECT_EQ(client("size Atm;").status, 1);
-    EXPECT_EQ(shell(ON_DEVICE " /tmp").status, 1);
-    EXPECT_EQ(shell("CORVANTA_BUILD=/nowhere " ON_DEVICE " /tmp/x true").status, 1);
+    EXPECT_EQ(1, on("true").status);
+    EXPECT_NE(std::string::npos, contents(error()).find("neither a device nor empty"));
+    EXPECT_EQ(4, std::distance(fs::directory_iterator(m_folder), {})); // nothing left behind
+    EXPECT_EQ(1, client("size Atm;").status);
+    EXPECT_EQ(1, shell(ON_DEVICE " /tmp").status);
+    EXPECT_EQ(1, shell("CORVANTA_BUILD=/nowhere " ON_DEVICE " /tmp/x true").status);
 }
 
 } // namespace

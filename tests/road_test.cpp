@@ -24,7 +24,7 @@ std::function<void()> meanwhile; // what others do in a pause
 class RoadTest : public DeviceTest {
 protected:
     // Once: a second initialize() would leak the first.
-    static void SetUpTestSuite() { ASSERT_EQ(initialize(0), 1); }
+    static void SetUpTestSuite() { ASSERT_EQ(1, initialize(0)); }
 
     RoadTest() {
         setenv("CORVANTA_DEVICE", m_device.c_str(), 1);
@@ -76,7 +76,7 @@ protected:
     static std::string defaultWan() {
         char text[15] = "";
         int length = 0;
-        EXPECT_EQ(VlanDefaultWanInterface(access_get, text, sizeof text, &length), CORVANTA_OK);
+        EXPECT_EQ(CORVANTA_OK, VlanDefaultWanInterface(access_get, text, sizeof text, &length));
         return {text, static_cast<std::size_t>(length)};
     }
 
@@ -89,7 +89,7 @@ protected:
     template <class Handler, class... Index>
     static int get(Handler handler, Index... index) {
         int value = 0;
-        EXPECT_EQ(handler(access_get, &value, index...), CORVANTA_OK);
+        EXPECT_EQ(CORVANTA_OK, handler(access_get, &value, index...));
         return value;
     }
 
@@ -97,48 +97,49 @@ protected:
 };
 
 TEST_F(RoadTest, StatusFollowsTheDevice) {
-    EXPECT_EQ(report(),
-              "VC1=1|PPPoE1=1|VC2=1|PPPoE2=1|VC3=1|DHCP3=1|VC4=2|VC5=2|VC6=2|VC7=2|VC8=1");
+    EXPECT_EQ("VC1=1|PPPoE1=1|VC2=1|PPPoE2=1|VC3=1|DHCP3=1|VC4=2|VC5=2|VC6=2|VC7=2|VC8=1",
+              report());
     std::ofstream(m_device / "pvc") << "Itf VPI VCI   AAL RX(PCR,Class) TX(PCR,Class)\n"
                                        "  0   7  35    5       0 UBR         0 UBR\n";
     sql("DELETE FROM Atm WHERE Id < 7");
-    EXPECT_EQ(report(), "VC7=1|VC8=2");
+    EXPECT_EQ("VC7=1|VC8=2", report());
 
     speedInfo_s rates;
-    ASSERT_EQ(getSpeedInfo(&rates), 1);
+    ASSERT_EQ(1, getSpeedInfo(&rates));
     EXPECT_GT(rates.dslActualDataRateDown, rates.dslActualDataRateUp);
     std::ofstream(m_device / "line-rates")
         << "actual 640 0x908\ncolumns Up Down\n# attainable 5\nattainable 704 2400\n";
-    ASSERT_EQ(getSpeedInfo(&rates), 1);
+    ASSERT_EQ(1, getSpeedInfo(&rates));
     const std::uint32_t expected[] = {2312, 640, 2400, 704};
-    EXPECT_EQ(memcmp(&rates, expected, sizeof expected), 0);
+    EXPECT_EQ(0, memcmp(&rates, expected, sizeof expected));
 }
 
 TEST_F(RoadTest, HostThatIgnoresItsChildren) {
     const auto before = std::signal(SIGCHLD, SIG_IGN); // whose exit statuses are then lost
-    EXPECT_EQ(report().substr(0, 14), "VC1=1|PPPoE1=1");
-    EXPECT_EQ(set(AtmEnabled_snmp, true, 4), CORVANTA_OK);
-    EXPECT_EQ(get(AtmEnabled_snmp, 4), 1);
-    EXPECT_EQ(name(VlanDefaultWanInterface, "wan2"), CORVANTA_OK);
-    EXPECT_EQ(defaultWan(), "wan2");
+    EXPECT_EQ("VC1=1|PPPoE1=1", report().substr(0, 14));
+    EXPECT_EQ(CORVANTA_OK, set(AtmEnabled_snmp, true, 4));
+    EXPECT_EQ(1, get(AtmEnabled_snmp, 4));
+    EXPECT_EQ(CORVANTA_OK, name(VlanDefaultWanInterface, "wan2"));
+    EXPECT_EQ("wan2", defaultWan());
     std::signal(SIGCHLD, before);
 }
 
 TEST_F(RoadTest, AtmCircuit) {
-    EXPECT_EQ(get(AtmEnabled_snmp, 4), 2);
-    EXPECT_EQ(set(AtmEnabled_snmp, true, 4), CORVANTA_OK);
-    EXPECT_EQ(changes(), (Lines{"-Atm 4|0|4|32|atm4|0", "+Atm 4|1|4|32|atm4|0",
-                                "+NetworkSetupNode 7|MPoA|wan4|SHDSL|4|1"}));
-    EXPECT_EQ(set(AtmEnabled_snmp, false, 4), CORVANTA_OK);
-    EXPECT_EQ(changes(), (Lines{"-Atm 4|1|4|32|atm4|0", "-NetworkSetupNode 7|MPoA|wan4|SHDSL|4|1",
-                                "+Atm 4|0|4|32|atm4|0"}));
-    EXPECT_EQ(set(AtmEnabled_snmp, true, 9), CORVANTA_UNKNOWN_ROW);
+    EXPECT_EQ(2, get(AtmEnabled_snmp, 4));
+    EXPECT_EQ(CORVANTA_OK, set(AtmEnabled_snmp, true, 4));
+    EXPECT_EQ((Lines{"-Atm 4|0|4|32|atm4|0", "+Atm 4|1|4|32|atm4|0",
+                     "+NetworkSetupNode 7|MPoA|wan4|SHDSL|4|1"}),
+              changes());
+    EXPECT_EQ(CORVANTA_OK, set(AtmEnabled_snmp, false, 4));
+    EXPECT_EQ((Lines{"-Atm 4|1|4|32|atm4|0", "-NetworkSetupNode 7|MPoA|wan4|SHDSL|4|1",
+                     "+Atm 4|0|4|32|atm4|0"}),
+              changes());
+    EXPECT_EQ(CORVANTA_UNKNOWN_ROW, set(AtmEnabled_snmp, true, 9));
 }
 
 TEST_F(RoadTest, VlanObject) {
-    EXPECT_EQ(set(VlanEnabled_snmp, true, 1), CORVANTA_OK);
+    EXPECT_EQ(CORVANTA_OK, set(VlanEnabled_snmp, true, 1));
     EXPECT_EQ(
-        changes(),
         (Lines{"-VLAN 1|0|eth0.101|eth0", "+Bridge 1|br1|0", "+BridgeInterface 1|1|eth0.101|0|0",
                "+BridgeInterface 2|1|wan1.101|0|0", "+NetworkSetupNode 10|VLAN|wan1.101|wan1||1",
                "+NetworkSetupNode 11|BridgeInterface|bridge:wan1.101|wan1.101||1",
@@ -146,80 +147,85 @@ TEST_F(RoadTest, VlanObject) {
                "+NetworkSetupNode 8|VLAN|eth0.101|eth0||1",
                "+NetworkSetupNode 9|BridgeInterface|bridge:eth0.101|eth0.101||1",
                "+StatusNetifConfig 2|eth0.101", "+StatusNetifConfig 3|wan1.101",
-               "+VLAN 1|1|eth0.101|eth0"}));
+               "+VLAN 1|1|eth0.101|eth0"}),
+        changes());
 
-    EXPECT_EQ(set(VlanDiscardTag_snmp, true, 1), CORVANTA_OK);
-    EXPECT_EQ(changes(), (Lines{"-BridgeInterface 2|1|wan1.101|0|0", "-VLAN 2|1|wan1.101|wan1",
-                                "+BridgeInterface 2|1|wan1|0|0",
-                                "+NetworkSetupNode 12|BridgeInterface|bridge:wan1|wan1||1",
-                                "+VLAN 2|0|wan1.101|wan1"}));
+    EXPECT_EQ(CORVANTA_OK, set(VlanDiscardTag_snmp, true, 1));
+    EXPECT_EQ((Lines{"-BridgeInterface 2|1|wan1.101|0|0", "-VLAN 2|1|wan1.101|wan1",
+                     "+BridgeInterface 2|1|wan1|0|0",
+                     "+NetworkSetupNode 12|BridgeInterface|bridge:wan1|wan1||1",
+                     "+VLAN 2|0|wan1.101|wan1"}),
+              changes());
 
-    EXPECT_EQ(get(VlanDiscardTag_snmp, 1), 1);
-    EXPECT_EQ(set(VlanDiscardTag_snmp, false, 1), CORVANTA_OK);
-    EXPECT_EQ(changes(), (Lines{"-BridgeInterface 2|1|wan1|0|0", "-VLAN 2|0|wan1.101|wan1",
-                                "+BridgeInterface 2|1|wan1.101|0|0",
-                                "+NetworkSetupNode 13|BridgeInterface|bridge:wan1.101|wan1.101||1",
-                                "+VLAN 2|1|wan1.101|wan1"}));
+    EXPECT_EQ(1, get(VlanDiscardTag_snmp, 1));
+    EXPECT_EQ(CORVANTA_OK, set(VlanDiscardTag_snmp, false, 1));
+    EXPECT_EQ((Lines{"-BridgeInterface 2|1|wan1|0|0", "-VLAN 2|0|wan1.101|wan1",
+                     "+BridgeInterface 2|1|wan1.101|0|0",
+                     "+NetworkSetupNode 13|BridgeInterface|bridge:wan1.101|wan1.101||1",
+                     "+VLAN 2|1|wan1.101|wan1"}),
+              changes());
 
     // The node of the parent, a member for a while, is nobody's to remove.
-    EXPECT_EQ(set(VlanEnabled_snmp, false, 1), CORVANTA_OK);
-    EXPECT_EQ(changes().size(), 13u);
-    EXPECT_EQ(sql("SELECT Id, InterfaceName FROM NetworkSetupNode WHERE Id > 6"),
-              Lines{"12|bridge:wan1"});
-    EXPECT_EQ(sql("SELECT * FROM BridgeInterface UNION ALL SELECT *, '', '' FROM Bridge"), Lines{});
+    EXPECT_EQ(CORVANTA_OK, set(VlanEnabled_snmp, false, 1));
+    EXPECT_EQ(13u, changes().size());
+    EXPECT_EQ(Lines{"12|bridge:wan1"},
+              sql("SELECT Id, InterfaceName FROM NetworkSetupNode WHERE Id > 6"));
+    EXPECT_EQ(Lines{}, sql("SELECT * FROM BridgeInterface UNION ALL SELECT *, '', '' FROM Bridge"));
 
-    EXPECT_EQ(set(VlanDiscardTag_snmp, true, 1), CORVANTA_UNKNOWN_ROW);
-    EXPECT_EQ(changes(), (Lines{"-VLAN 2|1|wan1.101|wan1", "+VLAN 2|0|wan1.101|wan1"}));
+    EXPECT_EQ(CORVANTA_UNKNOWN_ROW, set(VlanDiscardTag_snmp, true, 1));
+    EXPECT_EQ((Lines{"-VLAN 2|1|wan1.101|wan1", "+VLAN 2|0|wan1.101|wan1"}), changes());
 }
 
 TEST_F(RoadTest, EveryBridgeSlot) {
     for (int n = 1; n <= 8; ++n)
-        EXPECT_EQ(set(VlanEnabled_snmp, true, n), CORVANTA_OK) << n;
-    EXPECT_EQ(sql("SELECT count(*) FROM Bridge"), Lines{"8"});
-    EXPECT_EQ(set(VlanEnabled_snmp, false, 5), CORVANTA_OK);
+        EXPECT_EQ(CORVANTA_OK, set(VlanEnabled_snmp, true, n)) << n;
+    EXPECT_EQ(Lines{"8"}, sql("SELECT count(*) FROM Bridge"));
+    EXPECT_EQ(CORVANTA_OK, set(VlanEnabled_snmp, false, 5));
     sql("INSERT INTO Bridge (Name) VALUES ('br5')"); // somebody else's
     update_managed_objects();
-    EXPECT_EQ(set(VlanEnabled_snmp, true, 5), CORVANTA_FAILED);
-    EXPECT_EQ(sql("SELECT Enable FROM VLAN WHERE Id = 9"), Lines{"1"});
+    EXPECT_EQ(CORVANTA_FAILED, set(VlanEnabled_snmp, true, 5));
+    EXPECT_EQ(Lines{"1"}, sql("SELECT Enable FROM VLAN WHERE Id = 9"));
 }
 
 TEST_F(RoadTest, DefaultWanInterface) {
     // Without a bridge the discarding of untagged frames is a setting only.
     for (const char* state : {"1", "0"}) {
-        EXPECT_EQ(set(VlanDiscardUntaggedFrames_snmp, *state == '1'), CORVANTA_OK);
-        EXPECT_EQ(sql("SELECT DiscardUntaggedFrames FROM VLANSingleParams"), Lines{state});
+        EXPECT_EQ(CORVANTA_OK, set(VlanDiscardUntaggedFrames_snmp, *state == '1'));
+        EXPECT_EQ(Lines{state}, sql("SELECT DiscardUntaggedFrames FROM VLANSingleParams"));
     }
-    EXPECT_EQ(changes(), Lines{});
-    EXPECT_EQ(defaultWan(), "");
-    EXPECT_EQ(name(VlanDefaultWanInterface, "wan2"), CORVANTA_OK);
-    EXPECT_EQ(changes(), (Lines{"+Bridge 1|br1|0", "+BridgeInterface 1|1|eth0|0|0",
-                                "+BridgeInterface 2|1|wan2|0|0"}));
-    EXPECT_EQ(name(VlanDefaultWanInterface, "wan3"), CORVANTA_OK);
-    EXPECT_EQ(changes(), (Lines{"-BridgeInterface 2|1|wan2|0|0", "+BridgeInterface 2|1|wan3|0|0"}));
-    EXPECT_EQ(name(VlanDefaultWanInterface, "wan3;reboot"), CORVANTA_UNFIT);
-    EXPECT_EQ(defaultWan(), "wan3");
+    EXPECT_EQ(Lines{}, changes());
+    EXPECT_EQ("", defaultWan());
+    EXPECT_EQ(CORVANTA_OK, name(VlanDefaultWanInterface, "wan2"));
+    EXPECT_EQ((Lines{"+Bridge 1|br1|0", "+BridgeInterface 1|1|eth0|0|0",
+                     "+BridgeInterface 2|1|wan2|0|0"}),
+              changes());
+    EXPECT_EQ(CORVANTA_OK, name(VlanDefaultWanInterface, "wan3"));
+    EXPECT_EQ((Lines{"-BridgeInterface 2|1|wan2|0|0", "+BridgeInterface 2|1|wan3|0|0"}), changes());
+    EXPECT_EQ(CORVANTA_UNFIT, name(VlanDefaultWanInterface, "wan3;reboot"));
+    EXPECT_EQ("wan3", defaultWan());
 
     // A VLAN object takes the interface: without a filter the bridge's deletion stops half way.
-    EXPECT_EQ(name(VlanWanInterface, "wan3", 2), CORVANTA_UNKNOWN_ROW);
-    EXPECT_EQ(changes(), (Lines{"-BridgeInterface 1|1|eth0|0|0", "-BridgeInterface 2|1|wan3|0|0",
-                                "-VLAN 4|1|wan1.102|wan1", "+VLAN 4|1|wan1.102|wan3"}));
-    EXPECT_EQ(defaultWan(), "");
+    EXPECT_EQ(CORVANTA_UNKNOWN_ROW, name(VlanWanInterface, "wan3", 2));
+    EXPECT_EQ((Lines{"-BridgeInterface 1|1|eth0|0|0", "-BridgeInterface 2|1|wan3|0|0",
+                     "-VLAN 4|1|wan1.102|wan1", "+VLAN 4|1|wan1.102|wan3"}),
+              changes());
+    EXPECT_EQ("", defaultWan());
 
     // The next bridge takes the interface back, from an object that it switches off.
-    EXPECT_EQ(set(VlanEnabled_snmp, true, 2), CORVANTA_OK);
-    EXPECT_EQ(name(VlanDefaultWanInterface, "wan3"), CORVANTA_OK);
-    EXPECT_EQ(sql("SELECT Enable FROM VLAN WHERE Id = 3"), Lines{"0"});
-    EXPECT_EQ(sql("SELECT Name, Interface FROM Bridge b JOIN BridgeInterface ON BridgeId = b.Id"),
-              (Lines{"br2|eth0", "br2|wan3"}));
+    EXPECT_EQ(CORVANTA_OK, set(VlanEnabled_snmp, true, 2));
+    EXPECT_EQ(CORVANTA_OK, name(VlanDefaultWanInterface, "wan3"));
+    EXPECT_EQ(Lines{"0"}, sql("SELECT Enable FROM VLAN WHERE Id = 3"));
+    EXPECT_EQ((Lines{"br2|eth0", "br2|wan3"}),
+              sql("SELECT Name, Interface FROM Bridge b JOIN BridgeInterface ON BridgeId = b.Id"));
     changes();
 
     // With a filter it goes whole.
-    EXPECT_EQ(set(VlanDiscardUntaggedFrames_snmp, true), CORVANTA_OK);
-    EXPECT_EQ(changes(),
-              (Lines{"-VLANSingleParams 1|0", "+BridgeFilter 1|3||0|0", "+VLANSingleParams 1|1"}));
-    EXPECT_EQ(name(VlanDefaultWanInterface, ""), CORVANTA_OK);
-    EXPECT_EQ(sql("SELECT Name FROM Bridge"), Lines{"br1"});
-    EXPECT_EQ(sql("SELECT * FROM BridgeFilter"), Lines{});
+    EXPECT_EQ(CORVANTA_OK, set(VlanDiscardUntaggedFrames_snmp, true));
+    EXPECT_EQ((Lines{"-VLANSingleParams 1|0", "+BridgeFilter 1|3||0|0", "+VLANSingleParams 1|1"}),
+              changes());
+    EXPECT_EQ(CORVANTA_OK, name(VlanDefaultWanInterface, ""));
+    EXPECT_EQ(Lines{"br1"}, sql("SELECT Name FROM Bridge"));
+    EXPECT_EQ(Lines{}, sql("SELECT * FROM BridgeFilter"));
 }
 
 TEST_F(RoadTest, LockedDatabase) {
@@ -231,18 +237,18 @@ TEST_F(RoadTest, LockedDatabase) {
     while (!fs::exists(held))
         usleep(1000);
     meanwhile = [] { usleep(1000000); };
-    EXPECT_EQ(set(AtmEnabled_snmp, true, 4), CORVANTA_OK);
+    EXPECT_EQ(CORVANTA_OK, set(AtmEnabled_snmp, true, 4));
     EXPECT_GE(pauses, 1);
-    EXPECT_EQ(pclose(process), 0);
-    EXPECT_EQ(sql("SELECT Enabled FROM Atm WHERE Id = 4"), Lines{"1"});
+    EXPECT_EQ(0, pclose(process));
+    EXPECT_EQ(Lines{"1"}, sql("SELECT Enabled FROM Atm WHERE Id = 4"));
 
     // Somebody holds it for good.
     Database other(database());
     other.run("BEGIN EXCLUSIVE");
     meanwhile = [] {};
     pauses = 0;
-    EXPECT_EQ(set(AtmEnabled_snmp, false, 4), CORVANTA_LOCKED);
-    EXPECT_EQ(pauses, 19);
+    EXPECT_EQ(CORVANTA_LOCKED, set(AtmEnabled_snmp, false, 4));
+    EXPECT_EQ(19, pauses);
 }
 
 } // namespace
