@@ -261,7 +261,7 @@ Steps lanOn(int slot) {
             act(" insertkey BridgeInterface  BridgeId integer:9  Interface text:"
                 "  AllowLocalAccess integer:0  AllowDHCP integer:0 ;")};
 }
-Steps off(int n, int tag, const char* member) {
+Steps offButSlot(int n, int tag, const char* member) {
     return {enable(2 * n - 1, 0),
             wanOff(n, tag, member),
             act(" deletekey    NetworkSetupNode ParentInterface  eth0.10", n, " ;").ignored(noRow),
@@ -269,7 +269,10 @@ Steps off(int n, int tag, const char* member) {
             run("  selectkey Bridge Id 9 Name  ;").answers("br3"),
             act(" deletekey    BridgeInterface BridgeId 9 ;"),
             act(" deletekey NetworkSetupNode   InterfaceName  eth0.10", n, " ;"),
-            run("  deletekey  StatusNetifConfig  Name eth0.10", n, " ;").ignored(),
+            run("  deletekey  StatusNetifConfig  Name eth0.10", n, " ;").ignored()};
+}
+Steps off(int n, int tag, const char* member) {
+    return {offButSlot(n, tag, member),
             run("  deletekey   NetworkSetupNode  InterfaceName br3 ;").ignored(),
             run("  deletekey  Bridge  Id 9 ;").ignored().anyway([](State& s) { s.slot[3] = -1; })};
 }
@@ -387,6 +390,7 @@ const std::vector<Sequence> sequences = {
              off(1, 1, "wan1.101")),
     Sequence("VlanOffTagDiscarded", vlan, access_set, State(2).on({1}).bridges({-1, -1, 9}),
              off(1, 0, "wan1")),
+    Sequence("VlanOffBridgeInNoSlot", vlan, access_set, State(2).on({1}), offButSlot(1, 0, "wan1")),
     Sequence("VlanFrom1To5", vlan, access_set, State(5).on({1, 2}).bridges({-1, -1, 9}),
              {enable(1, 5), wanOn(1, "wan1", "wan1.101", "wan1")}),
     Sequence("TagDiscarded", vlanTag, access_set, State(1).on({1, 2}),
