@@ -18,9 +18,9 @@ namespace {
 
 /** What a call can change: its output, and in the cache the VLAN rows and the bridge slots. */
 struct State {
-    State() : output(ids) {}
-    State(int given) : output(number), value(given) {}
-    State(const char* given) : output(name), text(given) {}
+    State() : hasIds(true) {}
+    State(int given) : value(given) {}
+    State(const char* given) : text(given) {}
 
     State& on(std::initializer_list<int> rows) {
         for (const int row : rows)
@@ -33,18 +33,15 @@ struct State {
     }
     std::string show() const {
         std::ostringstream out;
-        if (output == ids)
-            out << bridge << " " << lan << " " << wan << " " << filter;
-        else if (output == number)
-            out << value;
-        else
-            out << "'" << text << "'";
+        out << value << " '" << text << "'";
+        if (hasIds)
+            out << " " << bridge << " " << lan << " " << wan << " " << filter;
         std::copy(&vlan[1], std::end(vlan), std::ostream_iterator<int>(out << ", VLAN ", " "));
         std::copy(&slot[1], std::end(slot), std::ostream_iterator<int>(out << ", slots ", " "));
         return out.str();
     }
 
-    enum { ids, number, name } output;
+    bool hasIds = false;
     int value = 0, bridge = -1, lan = -1, wan = -1, filter = -1;
     std::string text;
     int vlan[17] = {}, slot[9] = {0, -1, -1, -1, -1, -1, -1, -1, -1};
@@ -71,7 +68,10 @@ struct Step {
         return other;
     }
     Step answers(const std::string& text) const { return with(&Step::answer, text + "\n"); }
-    Step answers(int text) const { return answers(std::to_string(text)); }
+    Step answers(int id) const { return answers(std::to_string(id)); }
+    Step answers(int id, int State::*to) const {
+        return answers(id).then([=](State& s) { s.*to = id; });
+    }
     Step mustAnswer(const std::string& text) const {
         return answers(text).with(&Step::required, text + "\n");
     }
@@ -86,7 +86,7 @@ struct Step {
     Step orElse(std::vector<Step> steps, int only = 0) const {
         return ignored(only).with(&Step::failure, isElsewhere).with(&Step::elsewhere, steps);
     }
-    Step failsWith(int status) const { return with(&Step::end, status); }
+    Step failsWith(int status) const { return with(&Step::end, std::optional(status)); }
 
     int statusOf(const Answer& given) const {
         const std::string& text = given.text;
@@ -104,9 +104,10 @@ struct Step {
     std::string command, answer = "?\n", required;
     Kind kind;
     int line = 0;
-    Effect onSuccess, always;
+    Effect onSuccess = [](State&) {}, always = onSuccess;
     Failure failure = ends;
-    int onlyStatus = 0, end = 0;
+    int onlyStatus = 0;
+    std::optional<int> end;
     std::vector<Step> together, elsewhere;
 };
 using Steps = std::vector<Step>;
@@ -132,12 +133,8 @@ constexpr Maker run = {}, act = {{true}}, num = {{true, true}}, get = {{false, t
                 key = {{false, true, true}};
 
 /** Steps of which the first failure ends no more than these. */
-Step ignoring(Steps steps) {
-    return Step(std::move(steps)).ignored();
-}
-Step endsWith(int status) {
-    return Step(Steps()).failsWith(status);
-}
+const auto ignoring = [](Steps steps) { return Step(std::move(steps)).ignored(); };
+const auto endsWith = [](int status) { return Step(Steps()).failsWith(status); };
 
 // The default bridge: Id 1, members 1 and 2, filter 1.
 
@@ -146,11 +143,8 @@ const Step lanMember =
         s.lan = 1, s.wan = 2;
     });
 const Step bridgeOfMember =
-    get(" selectkey BridgeInterface Id 1 BridgeId ;").answers(1).then([](State& s) {
-        s.bridge = 1;
-    });
-const Step filter =
-    key(" selectkey BridgeFilter BridgeId 1 Id ;").answers(1).then([](State& s) { s.filter = 1; });
+    get(" selectkey BridgeInterface Id 1 BridgeId ;").answers(1, &State::bridge);
+const Step filter = key(" selectkey BridgeFilter BridgeId 1 Id ;").answers(1, &State::filter);
 const Step noFilter = filter.answers(unknownRow).ignored();
 const Step noBridge = lanMember.answers(unknownRow).ignored();
 
@@ -162,17 +156,15 @@ Steps find(const Steps& elsewhere) {
     return {lanMember.orElse(elsewhere), ignoring({bridgeOfMember, filter})};
 }
 
-const Step insertBridge = num(" insertkey Bridge Name text:wanX Stp integer:0 ;").answers(1);
+const Step insertBridge =
+    num(" insertkey Bridge Name text:wanX Stp integer:0 ;").answers(1, &State::bridge);
 const Step noNewBridge = insertBridge.answers("no number");
-const Steps create = {insertBridge.then([](State& s) { s.bridge = 1; }),
-                      num(" insertkey BridgeInterface  BridgeId integer:1  Interface text:eth0"
-                          "  AllowLocalAccess integer:0  AllowDHCP integer:0 ;")
-                          .answers(1)
-                          .then([](State& s) { s.lan = 1; }),
-                      num(" insertkey BridgeInterface  BridgeId integer:1  Interface text:wanX"
-                          "  AllowLocalAccess integer:0  AllowDHCP integer:0 ;")
-                          .answers(2)
-                          .then([](State& s) { s.wan = 2; })};
+Step insertMember(const char* interface) {
+    return num(" insertkey BridgeInterface  BridgeId integer:1  Interface text:", interface,
+               "  AllowLocalAccess integer:0  AllowDHCP integer:0 ;");
+}
+const Steps create = {insertBridge, insertMember("eth0").answers(1, &State::lan),
+                      insertMember("wanX").answers(2, &State::wan)};
 Steps remove(int bridge) {
     return {act(" deletekey    BridgeInterface BridgeId ", bridge, " ;"),
             act(" deletekey    BridgeFilter            BridgeId ", bridge, "  ;"),
@@ -181,12 +173,8 @@ Steps remove(int bridge) {
 
 // ATM circuit 3.
 
-Step atmRead(int enabled) {
-    return get(" selectkey Atm Id 3 Enabled ;").answers(enabled);
-}
-Step atmWrite(int enabled) {
-    return act(" updatekey Atm Id 3 Enabled integer:", enabled, " ;");
-}
+const auto atmRead = [](int on) { return get(" selectkey Atm Id 3 Enabled ;").answers(on); };
+const auto atmWrite = [](int on) { return act(" updatekey Atm Id 3 Enabled integer:", on, " ;"); };
 const Step insertMpoa =
     act(" insertkey NetworkSetupNode   Type text:MPoA  InterfaceName text:wan3"
         "  ParentInterface text:SHDSL  ConfigurationSpecifics text:3  Enable integer:1  ;");
@@ -343,7 +331,7 @@ Handler text(Call call, Index... index) {
 const Handler vlanWan = text(VlanWanInterface, 1), defaultWan = text(VlanDefaultWanInterface);
 
 struct Sequence {
-    Sequence(const char* title, Handler of, access_type how, State given, Steps all)
+    Sequence(const char* title, Handler of, State given, Steps all, access_type how = access_set)
         : name(title), handler(std::move(of)), access(how), before(given), steps(std::move(all)) {}
 
     const char* name;
@@ -354,83 +342,77 @@ struct Sequence {
 };
 
 const std::vector<Sequence> sequences = {
-    Sequence("BridgeCreate", bridge, access_create, {}, create),
-    Sequence("BridgeLookUp", bridge, access_none, {}, lookUp({})),
-    Sequence("BridgeDelete", bridge, access_delete, {}, {lookUp(remove(-1)), remove(1)}),
+    Sequence("BridgeCreate", bridge, {}, create, access_create),
+    Sequence("BridgeLookUp", bridge, {}, lookUp({}), access_none),
+    Sequence("BridgeDelete", bridge, {}, {lookUp(remove(-1)), remove(1)}, access_delete),
 
-    Sequence("AtmGet", atm, access_get, 77, {atmRead(0).then([](State& s) { s.value = 2; })}),
-    Sequence("AtmNeitherGetNorSet", atm, access_create, 1, {atmRead(0)}),
-    Sequence("AtmOn", atm, access_set, 1, {atmRead(0), insertMpoa, atmWrite(1)}),
-    Sequence("AtmOff", atm, access_set, 2, {atmRead(1), deleteMpoa.ignored(), atmWrite(0)}),
-    Sequence("AtmUnchanged", atm, access_set, 1, {atmRead(1), atmWrite(1)}),
-    Sequence("AtmNoTruthValue", atm, access_set, 5, {atmRead(0), atmWrite(5)}),
+    Sequence("AtmGet", atm, 77, {atmRead(0).then([](State& s) { s.value = 2; })}, access_get),
+    Sequence("AtmNeitherGetNorSet", atm, 1, {atmRead(0)}, access_create),
+    Sequence("AtmOn", atm, 1, {atmRead(0), insertMpoa, atmWrite(1)}),
+    Sequence("AtmOff", atm, 2, {atmRead(1), deleteMpoa.ignored(), atmWrite(0)}),
+    Sequence("AtmUnchanged", atm, 1, {atmRead(1), atmWrite(1)}),
+    Sequence("AtmNoTruthValue", atm, 5, {atmRead(0), atmWrite(5)}),
 
-    Sequence("DiscardGet", discard, access_get, 77,
-             {discardRead.then([](State& s) { s.value = 1; })}),
-    Sequence("DiscardNeitherGetNorSet", discard, access_create, 77, {endsWith(1)}),
-    Sequence("DiscardOn", discard, access_set, 1,
+    Sequence("DiscardGet", discard, 77, {discardRead.answers(1, &State::value)}, access_get),
+    Sequence("DiscardNeitherGetNorSet", discard, 77, {endsWith(1)}, access_create),
+    Sequence("DiscardOn", discard, 1,
              {lookUp({discardWrite(1)}, noFilter), insertFilter, discardWrite(1)}),
-    Sequence("DiscardOnAgain", discard, access_set, 1,
+    Sequence("DiscardOnAgain", discard, 1,
              {lookUp({discardWrite(1)}, filter.orElse({insertFilter, discardWrite(1)})),
               discardWrite(1)}),
-    Sequence("DiscardOff", discard, access_set, 2,
+    Sequence("DiscardOff", discard, 2,
              {lookUp({discardWrite(0)}, filter.orElse({discardWrite(0)})), deleteFilter,
               discardWrite(0)}),
 
-    Sequence("VlanOnTagCarried", vlan, access_set, State(1).on({2}).bridges({1, 2}),
+    Sequence("VlanOnTagCarried", vlan, State(1).on({2}).bridges({1, 2}),
              {lanOn(3), storeTag(1, 1, ""), parent(2, "wan1"),
               run("  insertkey   NetworkSetupNode  Type text:VLAN  InterfaceName  text:wan1.101"
                   " ParentInterface text:wan1 ConfigurationSpecifics text:  Enable integer:1  ;"),
               insertNetif("wan1.101"), setMember("wan1.101")}),
-    Sequence("VlanOnTagDiscarded", vlan, access_set, State(1).bridges({1, 2, 3, 4, 5, 6, 7}),
+    Sequence("VlanOnTagDiscarded", vlan, State(1).bridges({1, 2, 3, 4, 5, 6, 7}),
              {lanOn(8), wanOn(0, "", "wan1", "wan1")}),
-    Sequence("VlanOnNoFreeSlot", vlan, access_set, State(1).bridges({1, 2, 9, 4, 5, 6, 7, 8}),
+    Sequence("VlanOnNoFreeSlot", vlan, State(1).bridges({1, 2, 9, 4, 5, 6, 7, 8}),
              {enable(1, 1), endsWith(1)}),
-    Sequence("VlanOffTagCarried", vlan, access_set, State(2).on({1, 2}).bridges({1, -1, 9}),
+    Sequence("VlanOffTagCarried", vlan, State(2).on({1, 2}).bridges({1, -1, 9}),
              off(1, 1, "wan1.101")),
-    Sequence("VlanOffTagDiscarded", vlan, access_set, State(2).on({1}).bridges({-1, -1, 9}),
-             off(1, 0, "wan1")),
-    Sequence("VlanOffBridgeInNoSlot", vlan, access_set, State(2).on({1}), offButSlot(1, 0, "wan1")),
-    Sequence("VlanFrom1To5", vlan, access_set, State(5).on({1, 2}).bridges({-1, -1, 9}),
+    Sequence("VlanOffTagDiscarded", vlan, State(2).on({1}).bridges({-1, -1, 9}), off(1, 0, "wan1")),
+    Sequence("VlanOffBridgeInNoSlot", vlan, State(2).on({1}), offButSlot(1, 0, "wan1")),
+    Sequence("VlanFrom1To5", vlan, State(5).on({1, 2}).bridges({-1, -1, 9}),
              {enable(1, 5), wanOn(1, "wan1", "wan1.101", "wan1")}),
-    Sequence("TagDiscarded", vlanTag, access_set, State(1).on({1, 2}),
-             wanOn(0, "wan1.101", "wan1", "wan1")),
-    Sequence("TagCarried", vlanTag, access_set, State(2).on({1}),
-             wanOn(1, "wan1", "wan1.101", "wan1")),
-    Sequence("TagOfObjectThatIsOff", vlanTag, access_set, State(7).on({2}), wanOff(1, 0, "wan1")),
+    Sequence("TagDiscarded", vlanTag, State(1).on({1, 2}), wanOn(0, "wan1.101", "wan1", "wan1")),
+    Sequence("TagCarried", vlanTag, State(2).on({1}), wanOn(1, "wan1", "wan1.101", "wan1")),
+    Sequence("TagOfObjectThatIsOff", vlanTag, State(7).on({2}), wanOff(1, 0, "wan1")),
 
-    Sequence("ParentGet", vlanWan, access_get, "old",
-             {parent(2, "wan1").then([](State& s) { s.text = "wan1"; })}),
-    Sequence("ParentNeitherGetNorSet", vlanWan, access_delete, "old", {endsWith(1)}),
-    Sequence("ParentSet", vlanWan, access_set, State("wan2").on({1}),
+    Sequence("ParentGet", vlanWan, "old",
+             {parent(2, "wan1").then([](State& s) { s.text = "wan1"; })}, access_get),
+    Sequence("ParentNeitherGetNorSet", vlanWan, "old", {endsWith(1)}, access_delete),
+    Sequence("ParentSet", vlanWan, State("wan2").on({1}),
              {find(setParent("wan2")), readDefault("-"), setParent("wan2")}),
-    Sequence("ParentSetToTheDefault", vlanWan, access_set, State("wan1").on({1}),
+    Sequence("ParentSetToTheDefault", vlanWan, State("wan1").on({1}),
              {find(setParent("wan1")), readDefault("wan1"),
               find({parent(2, unknownRow).ignored(), setParent("wan1")}),
               lookUp({ignoring(remove(-1)), setParent("wan1")}), ignoring(remove(1)),
               setParent("wan1")}),
-    Sequence("ParentSetDefaultTooLongToCompare", vlanWan, access_set, "wan2",
+    Sequence("ParentSetDefaultTooLongToCompare", vlanWan, "wan2",
              {find({writeParent("wan2").answers(unknownRow)}), readDefault("fourteen-chars"),
               endsWith(6)}),
-    Sequence("ParentEmptied", vlanWan, access_set, State("").on({3, 4}).bridges({-1, -1, 9}),
+    Sequence("ParentEmptied", vlanWan, State("").on({3, 4}).bridges({-1, -1, 9}),
              {noBridge, noBridge,
               ignoring({parent(2, "wan1"), parent(4, ""), ignoring(off(2, 1, "wan1.102")),
                         parent(6, unknownRow)}),
               writeParent(""), wanOff(1, 0, "wan1")}),
-    Sequence("DefaultGet", defaultWan, access_get, "old",
-             {find({}), readDefault("wan1").then([](State& s) { s.text = "wan1"; })}),
-    Sequence("DefaultNeitherGetNorSet", defaultWan, access_create, "old", {find({}), endsWith(1)}),
-    Sequence("DefaultSetNewBridge", defaultWan, access_set,
-             State("wan1").on({1, 2}).bridges({-1, -1, 9}),
+    Sequence("DefaultGet", defaultWan, "old",
+             {find({}), readDefault("wan1").then([](State& s) { s.text = "wan1"; })}, access_get),
+    Sequence("DefaultNeitherGetNorSet", defaultWan, "old", {find({}), endsWith(1)}, access_create),
+    Sequence("DefaultSetNewBridge", defaultWan, State("wan1").on({1, 2}).bridges({-1, -1, 9}),
              {noBridge, bridgeNamed(1).orElse(adopt("br1"), noRow),
               bridgeNamed(2).orElse(adopt("br2"), noRow),
               bridgeNamed(3).answers(unknownRow).orElse(adopt("br3"), noRow)}),
-    Sequence("DefaultSetNoFreeName", defaultWan, access_set, "wan1",
-             {noBridge, allNamesTaken(), endsWith(1)}),
-    Sequence("DefaultMoved", defaultWan, access_set, "wan2",
+    Sequence("DefaultSetNoFreeName", defaultWan, "wan1", {noBridge, allNamesTaken(), endsWith(1)}),
+    Sequence("DefaultMoved", defaultWan, "wan2",
              {find({bridgeNamed(1).answers("no number").orElse({noNewBridge}, noRow)}), walk(),
               writeDefault("wan2")}),
-    Sequence("DefaultEmptied", defaultWan, access_set, "",
+    Sequence("DefaultEmptied", defaultWan, "",
              {find({walk()}), lookUp({ignoring(remove(-1))}), ignoring(remove(1))})};
 
 using Refusals = std::map<const Step*, Answer>;
@@ -447,10 +429,8 @@ struct Course {
 /** Goes through steps. @return the status when they end the sequence */
 std::optional<int> follow(const Steps& steps, const Refusals& refusals, Course& course) {
     for (const Step& step : steps) {
-        if (step.end != 0 && step.command.empty())
-            return step.end;
         if (step.command.empty()) {
-            const std::optional<int> status = follow(step.together, refusals, course);
+            const auto status = step.end ? step.end : follow(step.together, refusals, course);
             if (status && step.failure == Step::ends)
                 return status;
             continue;
@@ -466,30 +446,26 @@ std::optional<int> follow(const Steps& steps, const Refusals& refusals, Course& 
         course.pauses.insert(course.pauses.end(), runs - 1, 1);
         course.log.insert(course.log.end(), step.kind.traced ? runs : 0,
                           "trace:corvanta: " + step.command + " ==> " + shown);
-        if (step.always)
-            step.always(course.left);
-        if (status == 0 && step.onSuccess)
-            step.onSuccess(course.left);
+        step.always(course.left);
         if (status == 0)
-            continue;
-        if (step.failure == Step::ends || (step.onlyStatus != 0 && step.onlyStatus != status))
-            return step.end != 0 ? step.end : status;
-        if (step.failure == Step::isElsewhere)
+            step.onSuccess(course.left);
+        else if (step.failure == Step::ends || (step.onlyStatus != 0 && step.onlyStatus != status))
+            return step.end.value_or(status);
+        else if (step.failure == Step::isElsewhere)
             return follow(step.elsewhere, refusals, course).value_or(0);
     }
     return std::nullopt;
 }
 
 /** Every way in which a command can be refused. */
-std::vector<std::pair<const char*, Answer>> refusals(const Step& step) {
-    std::vector<std::pair<const char*, Answer>> ways = {
-        {"not started", notStarted},
-        {"nothing printed", ""},
-        {"unknown row", unknownRow + "\n"},
-        {"locked", locked + "\n"},
-        {"too long", std::string(step.kind.once ? 99 : 29, '1')}};
+std::map<std::string, Answer> refusals(const Step& step) {
+    std::map<std::string, Answer> ways = {{"not started", notStarted},
+                                          {"nothing printed", ""},
+                                          {"unknown row", unknownRow + "\n"},
+                                          {"locked", locked + "\n"},
+                                          {"too long", std::string(step.kind.once ? 99 : 29, '1')}};
     if (step.kind.number || !step.required.empty())
-        ways.emplace_back("another answer", "?");
+        ways["another answer"] = "?";
     return ways;
 }
 
@@ -527,11 +503,8 @@ protected:
             const Step* const due = at < course.runs.size() ? course.runs[at].first : nullptr;
             if (due && due->command == command)
                 return course.runs[at++].second;
-            if (due)
-                ADD_FAILURE_AT(__FILE__, due->line)
-                    << "instead of" << due->command << "came" << command;
-            else
-                ADD_FAILURE() << "after the end came" << command;
+            ADD_FAILURE_AT(__FILE__, due ? due->line : __LINE__)
+                << "instead of" << (due ? due->command : " the end ") << "came" << command;
             return notStarted;
         };
         platform.sleeps.clear();
@@ -580,23 +553,18 @@ TEST_P(SequenceTest, EachCommandRefused) {
 }
 
 TEST_P(SequenceTest, LackOfMemory) {
-    const Sequence& sequence = GetParam();
-    const int ordinary = expect().status;
-    std::map<std::string, Answer> answers;
-    const std::function<void(const Steps&)> collect = [&](const Steps& steps) {
-        for (const Step& step : steps) {
-            answers.emplace(step.command, step.answer);
-            collect(step.together);
-            collect(step.elsewhere);
-        }
-    };
-    collect(sequence.steps);
+    const Course ordinary = expect();
     withEachAllocationFailing([&] {
-        fillCache(sequence.before);
-        platform.client = [&](const std::string& command) { return answers[command]; };
-        State left = sequence.before;
-        const int status = counted([&] { return sequence.handler(sequence.access, left); });
-        EXPECT_TRUE(status == 1 || status == ordinary) << status;
+        platform.client = [&](const std::string& command) {
+            for (const auto& [step, answer] : ordinary.runs)
+                if (step->command == command)
+                    return answer;
+            return notStarted;
+        };
+        fillCache(GetParam().before);
+        State left = GetParam().before;
+        const int status = counted([&] { return GetParam().handler(GetParam().access, left); });
+        EXPECT_TRUE(status == 1 || status == ordinary.status) << status;
     });
     platform.takeLog();
     expect();

@@ -11,26 +11,23 @@ namespace {
 
 TEST(OptionsTest, MistakesAreNamed) {
     const std::string seconds = " is no number of seconds from 1 to 604800";
-    const struct {
-        std::string options, said;
-    } cases[] = {{"--nowhere", "'--nowhere'"},
-                 {"-y", "'y'"},
-                 {"--interval", "'--interval'"},
-                 {"--verbose=1", "'--verbose'"},
-                 {"again", "unexpected argument 'again'"},
-                 {"--agentx /nowhere/a --master unix:/nowhere/b",
-                  "--agentx and --master exclude each other"},
-                 {"--interval 0", "'0'" + seconds},
-                 {"--max-age -5", "'-5'" + seconds},
-                 {"--set-deadline 5s", "'5s'" + seconds},
-                 {"--max-age ''", "''" + seconds},
-                 {"--max-age 604801", "'604801'" + seconds},
-                 {"--max-age 99999999999999999999", "'99999999999999999999'" + seconds},
-                 {"--interval 60 --max-age 60", "--max-age must be longer than --interval"},
-                 {"--config /nowhere/conf", "cannot read /nowhere/conf"}};
+    const std::pair<std::string, std::string> cases[] = {
+        {"--nowhere", "'--nowhere'"},
+        {"-y", "'y'"},
+        {"--interval", "'--interval'"},
+        {"again", "unexpected argument 'again'"},
+        {"--interval 0", "'0'" + seconds},
+        {"--max-age -5", "'-5'" + seconds},
+        {"--set-deadline 5s", "'5s'" + seconds},
+        {"--max-age ''", "''" + seconds},
+        {"--max-age 604801", "'604801'" + seconds},
+        {"--max-age 99999999999999999999", "'99999999999999999999'" + seconds},
+        {"--interval 60 --max-age 60", "--max-age must be longer than --interval"},
+        {"--agentx /nowhere/a --master unix:/nowhere/b", "--agentx and --master exclude"},
+        {"--config /nowhere/conf", "cannot read /nowhere/conf"}};
     for (const auto& [options, said] : cases) {
         SCOPED_TRACE(options);
-        // In the foreground and not for long, in case that it goes on.
+        // In the foreground and not for long, if it goes on.
         FILE* const agent = popen(("timeout 5 " CORVANTAD " -f " + options + " 2>&1").c_str(), "r");
         std::string all;
         for (int c; (c = fgetc(agent)) != EOF;)

@@ -59,6 +59,8 @@ protected:
         return gone;
     }
 
+#define EXPECT_CHANGES(...) EXPECT_EQ((Lines{__VA_ARGS__}), changes())
+
     /// Sets the default WAN interface, or that of a VLAN object.
     template <class Handler, class... Index>
     static int name(Handler handler, std::string text, Index... index) {
@@ -127,43 +129,37 @@ TEST_F(RoadTest, HostThatIgnoresItsChildren) {
 TEST_F(RoadTest, AtmCircuit) {
     EXPECT_EQ(2, get(AtmEnabled_snmp, 4));
     EXPECT_EQ(CORVANTA_OK, set(AtmEnabled_snmp, true, 4));
-    EXPECT_EQ((Lines{"-Atm 4|0|4|32|atm4|0", "+Atm 4|1|4|32|atm4|0",
-                     "+NetworkSetupNode 7|MPoA|wan4|SHDSL|4|1"}),
-              changes());
+    EXPECT_CHANGES("-Atm 4|0|4|32|atm4|0", "+Atm 4|1|4|32|atm4|0",
+                   "+NetworkSetupNode 7|MPoA|wan4|SHDSL|4|1");
     EXPECT_EQ(CORVANTA_OK, set(AtmEnabled_snmp, false, 4));
-    EXPECT_EQ((Lines{"-Atm 4|1|4|32|atm4|0", "-NetworkSetupNode 7|MPoA|wan4|SHDSL|4|1",
-                     "+Atm 4|0|4|32|atm4|0"}),
-              changes());
+    EXPECT_CHANGES("-Atm 4|1|4|32|atm4|0", "-NetworkSetupNode 7|MPoA|wan4|SHDSL|4|1",
+                   "+Atm 4|0|4|32|atm4|0");
     EXPECT_EQ(CORVANTA_UNKNOWN_ROW, set(AtmEnabled_snmp, true, 9));
 }
 
 TEST_F(RoadTest, VlanObject) {
     EXPECT_EQ(CORVANTA_OK, set(VlanEnabled_snmp, true, 1));
-    EXPECT_EQ(
-        (Lines{"-VLAN 1|0|eth0.101|eth0", "+Bridge 1|br1|0", "+BridgeInterface 1|1|eth0.101|0|0",
-               "+BridgeInterface 2|1|wan1.101|0|0", "+NetworkSetupNode 10|VLAN|wan1.101|wan1||1",
-               "+NetworkSetupNode 11|BridgeInterface|bridge:wan1.101|wan1.101||1",
-               "+NetworkSetupNode 7|Bridge|br1|root||1",
-               "+NetworkSetupNode 8|VLAN|eth0.101|eth0||1",
-               "+NetworkSetupNode 9|BridgeInterface|bridge:eth0.101|eth0.101||1",
-               "+StatusNetifConfig 2|eth0.101", "+StatusNetifConfig 3|wan1.101",
-               "+VLAN 1|1|eth0.101|eth0"}),
-        changes());
+    EXPECT_CHANGES(
+        "-VLAN 1|0|eth0.101|eth0", "+Bridge 1|br1|0", "+BridgeInterface 1|1|eth0.101|0|0",
+        "+BridgeInterface 2|1|wan1.101|0|0", "+NetworkSetupNode 10|VLAN|wan1.101|wan1||1",
+        "+NetworkSetupNode 11|BridgeInterface|bridge:wan1.101|wan1.101||1",
+        "+NetworkSetupNode 7|Bridge|br1|root||1", "+NetworkSetupNode 8|VLAN|eth0.101|eth0||1",
+        "+NetworkSetupNode 9|BridgeInterface|bridge:eth0.101|eth0.101||1",
+        "+StatusNetifConfig 2|eth0.101", "+StatusNetifConfig 3|wan1.101",
+        "+VLAN 1|1|eth0.101|eth0");
 
     EXPECT_EQ(CORVANTA_OK, set(VlanDiscardTag_snmp, true, 1));
-    EXPECT_EQ((Lines{"-BridgeInterface 2|1|wan1.101|0|0", "-VLAN 2|1|wan1.101|wan1",
-                     "+BridgeInterface 2|1|wan1|0|0",
-                     "+NetworkSetupNode 12|BridgeInterface|bridge:wan1|wan1||1",
-                     "+VLAN 2|0|wan1.101|wan1"}),
-              changes());
+    EXPECT_CHANGES("-BridgeInterface 2|1|wan1.101|0|0", "-VLAN 2|1|wan1.101|wan1",
+                   "+BridgeInterface 2|1|wan1|0|0",
+                   "+NetworkSetupNode 12|BridgeInterface|bridge:wan1|wan1||1",
+                   "+VLAN 2|0|wan1.101|wan1");
 
     EXPECT_EQ(1, get(VlanDiscardTag_snmp, 1));
     EXPECT_EQ(CORVANTA_OK, set(VlanDiscardTag_snmp, false, 1));
-    EXPECT_EQ((Lines{"-BridgeInterface 2|1|wan1|0|0", "-VLAN 2|0|wan1.101|wan1",
-                     "+BridgeInterface 2|1|wan1.101|0|0",
-                     "+NetworkSetupNode 13|BridgeInterface|bridge:wan1.101|wan1.101||1",
-                     "+VLAN 2|1|wan1.101|wan1"}),
-              changes());
+    EXPECT_CHANGES("-BridgeInterface 2|1|wan1|0|0", "-VLAN 2|0|wan1.101|wan1",
+                   "+BridgeInterface 2|1|wan1.101|0|0",
+                   "+NetworkSetupNode 13|BridgeInterface|bridge:wan1.101|wan1.101||1",
+                   "+VLAN 2|1|wan1.101|wan1");
 
     // The node of the parent, a member for a while, is nobody's to remove.
     EXPECT_EQ(CORVANTA_OK, set(VlanEnabled_snmp, false, 1));
@@ -173,7 +169,7 @@ TEST_F(RoadTest, VlanObject) {
     EXPECT_EQ(Lines{}, sql("SELECT * FROM BridgeInterface UNION ALL SELECT *, '', '' FROM Bridge"));
 
     EXPECT_EQ(CORVANTA_UNKNOWN_ROW, set(VlanDiscardTag_snmp, true, 1));
-    EXPECT_EQ((Lines{"-VLAN 2|1|wan1.101|wan1", "+VLAN 2|0|wan1.101|wan1"}), changes());
+    EXPECT_CHANGES("-VLAN 2|1|wan1.101|wan1", "+VLAN 2|0|wan1.101|wan1");
 }
 
 TEST_F(RoadTest, EveryBridgeSlot) {
@@ -193,22 +189,20 @@ TEST_F(RoadTest, DefaultWanInterface) {
         EXPECT_EQ(CORVANTA_OK, set(VlanDiscardUntaggedFrames_snmp, *state == '1'));
         EXPECT_EQ(Lines{state}, sql("SELECT DiscardUntaggedFrames FROM VLANSingleParams"));
     }
-    EXPECT_EQ(Lines{}, changes());
+    EXPECT_CHANGES();
     EXPECT_EQ("", defaultWan());
     EXPECT_EQ(CORVANTA_OK, name(VlanDefaultWanInterface, "wan2"));
-    EXPECT_EQ((Lines{"+Bridge 1|br1|0", "+BridgeInterface 1|1|eth0|0|0",
-                     "+BridgeInterface 2|1|wan2|0|0"}),
-              changes());
+    EXPECT_CHANGES("+Bridge 1|br1|0", "+BridgeInterface 1|1|eth0|0|0",
+                   "+BridgeInterface 2|1|wan2|0|0");
     EXPECT_EQ(CORVANTA_OK, name(VlanDefaultWanInterface, "wan3"));
-    EXPECT_EQ((Lines{"-BridgeInterface 2|1|wan2|0|0", "+BridgeInterface 2|1|wan3|0|0"}), changes());
+    EXPECT_CHANGES("-BridgeInterface 2|1|wan2|0|0", "+BridgeInterface 2|1|wan3|0|0");
     EXPECT_EQ(CORVANTA_UNFIT, name(VlanDefaultWanInterface, "wan3;reboot"));
     EXPECT_EQ("wan3", defaultWan());
 
     // A VLAN object takes the interface: without a filter the bridge's deletion stops half way.
     EXPECT_EQ(CORVANTA_UNKNOWN_ROW, name(VlanWanInterface, "wan3", 2));
-    EXPECT_EQ((Lines{"-BridgeInterface 1|1|eth0|0|0", "-BridgeInterface 2|1|wan3|0|0",
-                     "-VLAN 4|1|wan1.102|wan1", "+VLAN 4|1|wan1.102|wan3"}),
-              changes());
+    EXPECT_CHANGES("-BridgeInterface 1|1|eth0|0|0", "-BridgeInterface 2|1|wan3|0|0",
+                   "-VLAN 4|1|wan1.102|wan1", "+VLAN 4|1|wan1.102|wan3");
     EXPECT_EQ("", defaultWan());
 
     // The next bridge takes the interface back, from an object that it switches off.
@@ -221,8 +215,7 @@ TEST_F(RoadTest, DefaultWanInterface) {
 
     // With a filter it goes whole.
     EXPECT_EQ(CORVANTA_OK, set(VlanDiscardUntaggedFrames_snmp, true));
-    EXPECT_EQ((Lines{"-VLANSingleParams 1|0", "+BridgeFilter 1|3||0|0", "+VLANSingleParams 1|1"}),
-              changes());
+    EXPECT_CHANGES("-VLANSingleParams 1|0", "+BridgeFilter 1|3||0|0", "+VLANSingleParams 1|1");
     EXPECT_EQ(CORVANTA_OK, name(VlanDefaultWanInterface, ""));
     EXPECT_EQ(Lines{"br1"}, sql("SELECT Name FROM Bridge"));
     EXPECT_EQ(Lines{}, sql("SELECT * FROM BridgeFilter"));
