@@ -125,7 +125,7 @@ struct Maker : Step::Kind {
     template <typename... Parts>
     Step operator()(Text text, const Parts&... parts) const {
         std::ostringstream command;
-        (command << text.begin << ... << parts);
+        ((command << text.begin) << ... << parts);
         return Step(quorlet(command.str()), *this, text.line);
     }
 };
