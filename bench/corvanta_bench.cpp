@@ -2,7 +2,8 @@
 // stand-in device. SCRIPTS is the folder of report.sh and report.pl. Each way of making a report
 // does some CLIENT_RUNS per number of rows, in no less than three rounds.
 
-#include "agent/Device.h"
+#include "agent/Image.h"
+#include "agent/Model.h"
 
 #include <algorithm>
 #include <benchmark/benchmark.h>
@@ -171,11 +172,15 @@ double processorTime(int who) {
 
 void refresh(benchmark::State& state) {
     configureCircuits(agent::kUnits);
+    agent::Image image;
     agent::Model model;
     Times own, all;
     for (auto _ : state) {
         const double self = processorTime(RUSAGE_SELF), children = processorTime(RUSAGE_CHILDREN);
-        if (agent::load(model, agent::kAll) != CORVANTA_OK)
+        bool read = agent::readLine(model);
+        for (const agent::Table table : agent::kAllTables)
+            read = read && image.read(table) == CORVANTA_OK;
+        if (!read)
             return state.SkipWithError("the refresh failed");
         own.push_back(processorTime(RUSAGE_SELF) - self);
         all.push_back(own.back() + processorTime(RUSAGE_CHILDREN) - children);
