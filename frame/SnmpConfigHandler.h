@@ -13,13 +13,11 @@ namespace kavo::snmp {
 class MappingTable;
 class SpeedInfo;
 
-/**
- * The one object behind every status query: it owns the readers and forwards
- * to them. A query whose reader is missing throws std::logic_error.
- */
+/// The one object behind every status query: it owns the readers and forwards to them. A query
+/// whose reader is missing throws std::logic_error.
 class CORVANTA_API SnmpConfigHandler {
 public:
-    /** The configuration database server's socket; for the library's users. */
+    /// The configuration database server's socket; for the library's users.
     static const char* const pszSocketFile;
 
     SnmpConfigHandler();
@@ -27,17 +25,15 @@ public:
     SnmpConfigHandler(const SnmpConfigHandler&) = delete;
     SnmpConfigHandler& operator=(const SnmpConfigHandler&) = delete;
 
-    /** Opens the log and creates the readers; m_bInitalized tells the outcome. Throws nothing. */
+    /// Opens the log and creates the readers; m_bInitalized tells the outcome. Throws nothing.
     void initialize();
     bool classInvariant() const;
 
-    /** @return one entry per `Atm` row and interface, such as "VC1=1|PPPoE1=1|VC8=2" */
+    /// @return one entry per `Atm` row and interface, such as "VC1=1|PPPoE1=1|VC8=2"
     std::string getLayer2IfStatus();
 
-    /**
-     * Reads `column` of the `Atm` row whose `keyColumn` equals `keyValue`.
-     * @return 0 on success and, with value untouched, for any table but "Atm"; 1 on failure
-     */
+    /// Reads `column` of the `Atm` row whose `keyColumn` equals `keyValue`.
+    /// @return 0 on success and, with value untouched, for any table but "Atm"; 1 on failure
     int getIntegerValue(int& value, const std::string& table, const std::string& column,
                         const std::string& keyColumn, const std::string& keyValue);
 

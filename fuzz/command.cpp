@@ -10,7 +10,7 @@ using device::Command;
 
 namespace {
 
-/** A command in its shortest form. */
+/// A command in its shortest form.
 std::string write(const Command& command) {
     static const char* const verbs[] = {"selectkey", "updatekey", "insertkey",
                                         "deletekey", "selectrow", "size"};

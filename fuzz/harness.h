@@ -9,10 +9,8 @@
 #include <unistd.h>
 #include <vector>
 
-/**
- * What the fuzz targets share; each is one source. Programs that the library runs answer from
- * memory, and every command is looked at before it would reach the shell.
- */
+/// What the fuzz targets share; each is one source. Programs that the library runs answer from
+/// memory, and every command is looked at before it would reach the shell.
 namespace fuzz {
 
 inline std::vector<std::string> answers; // the input's parts between '~', in turn, over and over
@@ -21,10 +19,10 @@ inline std::string output;               // of the program that runs
 inline FILE* stream;
 inline thread_local bool testing; // not one of the fuzzer's own threads
 
-/** What a target does with an input. */
+/// What a target does with an input.
 void test(std::string_view input);
 
-/** Makes the input a finding unless a condition holds. */
+/// Makes the input a finding unless a condition holds.
 inline void expect(bool holds, const char* what) {
     if (holds)
         return;
@@ -32,14 +30,14 @@ inline void expect(bool holds, const char* what) {
     std::abort();
 }
 
-/** Begins with the first answer again, for so many programs; "!" is one that cannot start. */
+/// Begins with the first answer again, for so many programs; "!" is one that cannot start.
 inline void start(int programs) {
     expect(stream == nullptr, "every pipe is closed");
     limit = programs;
     started = 0;
 }
 
-/** Takes the first part, as a value, from the answers; an only one is both. */
+/// Takes the first part, as a value, from the answers; an only one is both.
 inline std::string takeValue() {
     std::string value = answers.front();
     if (answers.size() > 1)
@@ -47,7 +45,7 @@ inline std::string takeValue() {
     return value;
 }
 
-/** Whether the shell sees one program with at most one argument, and the client one command. */
+/// Whether the shell sees one program with at most one argument, and the client one command.
 inline bool isOneCommand(const char* command) {
     int end = 0;
     std::sscanf(command, " quorlet \"%*[^\"$`\\;\1-\37\177]%n", &end);

@@ -9,7 +9,7 @@ class Wrapper;
 
 namespace kavo::snmp {
 
-/** Which VPIs have an open circuit in the kernel's list, /proc/net/atm/pvc. */
+/// Which VPIs have an open circuit in the kernel's list, /proc/net/atm/pvc.
 class CORVANTA_API AtmFile {
 public:
     AtmFile();
@@ -17,18 +17,18 @@ public:
     AtmFile(const AtmFile&) = delete;
     AtmFile& operator=(const AtmFile&) = delete;
 
-    /** Reads the file anew; a file that cannot be opened leaves the list as it was. */
+    /// Reads the file anew; a file that cannot be opened leaves the list as it was.
     void initialize(bool verbose);
     bool classInvariant() const;
 
-    /** @return whether a circuit is open on the VPI; false, with a warning, outside 0 to 19 */
+    /// @return whether a circuit is open on the VPI; false, with a warning, outside 0 to 19
     bool contains(int a_vpiVal);
     std::string vpiList2String();
 
-    /** @return 1, whatever the list holds */
+    /// @return 1, whatever the list holds
     int size();
 
-    /** Rebuilds the list from the file's text. */
+    /// Rebuilds the list from the file's text.
     [[gnu::visibility("hidden")]] void parse(std::string_view text);
 
     static constexpr int vpiCount = 20;

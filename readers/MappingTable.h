@@ -10,7 +10,7 @@ class Wrapper;
 
 namespace kavo::snmp {
 
-/** The fixed relation of interface index, physical name and logical name. */
+/// The fixed relation of interface index, physical name and logical name.
 class CORVANTA_API MappingTable {
 public:
     MappingTable();
@@ -20,16 +20,16 @@ public:
 
     void initialize(bool verbose);
 
-    /** @return the index; 0, with a warning, for an empty or unknown name */
+    /// @return the index; 0, with a warning, for an empty or unknown name
     int physicalIFNameToIndex(std::string physicalIfName);
 
-    /** @return the logical name; that of the lowest index, with a warning, for an unknown one */
+    /// @return the logical name; that of the lowest index, with a warning, for an unknown one
     std::string indexToLogicalIfName(int index);
 
-    /** @return "MappingTable[size=14:14, 0=n/a:N/A,...]" */
+    /// @return "MappingTable[size=14:14, 0=n/a:N/A,...]"
     std::string toString();
 
-    /** @return the number of physical names */
+    /// @return the number of physical names
     std::size_t size() const;
 
     bool m_bVerbose = false;

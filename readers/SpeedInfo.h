@@ -9,7 +9,7 @@ class Wrapper;
 
 namespace kavo::snmp {
 
-/** The DSL line rates from the output of `vellstat info`, asked anew each time. */
+/// The DSL line rates from the output of `vellstat info`, asked anew each time.
 class CORVANTA_API SpeedInfo {
 public:
     SpeedInfo();
@@ -19,16 +19,16 @@ public:
 
     void initialize(bool verbose);
 
-    /** Clears the record and reads the rates. @return whether the tool could be started */
+    /// Clears the record and reads the rates. @return whether the tool could be started
     bool getSpeedInfo(speedInfo_s* info);
 
-    /** The same without clearing the record first. */
+    /// The same without clearing the record first.
     bool readDSLInfo(speedInfo_s* info);
 
-    /** @return whether the group's heading names the downstream column first */
+    /// @return whether the group's heading names the downstream column first
     [[gnu::visibility("hidden")]] static bool downComesFirst(std::string_view heading);
 
-    /** Takes the rates from a line of the group; its number is for the log. */
+    /// Takes the rates from a line of the group; its number is for the log.
     [[gnu::visibility("hidden")]] void parseGroupLine(std::string_view line, int lineNumber,
                                                       bool downFirst, speedInfo_s* info);
 

@@ -8,7 +8,7 @@ class Wrapper;
 
 namespace kavo::snmp {
 
-/** Reads one table of the configuration database, one `quorlet` run per answer. */
+/// Reads one table of the configuration database, one `quorlet` run per answer.
 class CORVANTA_API Table {
 public:
     explicit Table(std::string name);
@@ -19,21 +19,18 @@ public:
     bool initialize(bool verbose);
     bool classInvariant() const;
 
-    /** @return the number of rows, 0 when it cannot be read */
+    /// @return the number of rows, 0 when it cannot be read
     int size();
 
-    /** Reads a row, counted from 0, into m_szLine. @return whether a line came back */
+    /// Reads a row, counted from 0, into m_szLine. @return whether a line came back
     bool readRow(int row);
 
-    /**
-     * The VPI of a row of the table `Atm`: the third field of the row's text.
-     * @return 0 on every failure
-     * @throws std::out_of_range when the row has fewer than three fields
-     */
+    /// The VPI of a row of the table `Atm`: the third field of the row's text.
+    /// @return 0 on every failure
+    /// @throws std::out_of_range when the row has fewer than three fields
     int getIntegerValue(const std::string& column, int row);
 
-    /** Reads a column of the row with a key. @return 0 on success; 1, value untouched, on failure
-     */
+    /// Reads a column of the row with a key. @return 0 on success; 1, value untouched, on failure
     int getIntegerValue(int& value, const std::string& column, const std::string& keyColumn,
                         const std::string& keyValue);
 

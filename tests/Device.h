@@ -11,7 +11,7 @@
 namespace fs = std::filesystem;
 using Lines = std::vector<std::string>;
 
-/** A connection to a device's database. */
+/// A connection to a device's database.
 class Database {
 public:
     explicit Database(const fs::path& file) {
@@ -37,7 +37,7 @@ private:
     sqlite3* m_handle = nullptr;
 };
 
-/** A test with a device of its own. */
+/// A test with a device of its own.
 class DeviceTest : public testing::Test {
 protected:
     DeviceTest() {

@@ -15,7 +15,7 @@
 
 namespace {
 
-/** What the harness allocates is not the library's. */
+/// What the harness allocates is not the library's.
 class Unwatched {
 public:
     ~Unwatched() { Allocations::counting = before; }
@@ -31,7 +31,7 @@ void* allocate(std::size_t size) noexcept {
     return std::malloc(size ? size : 1);
 }
 
-/** What is read from an open stream, and how far. */
+/// What is read from an open stream, and how far.
 struct Stream {
     Answer answer;
     std::size_t at;
@@ -72,7 +72,7 @@ FILE* open(Answer answer) {
     return fopencookie(new Stream{std::move(answer), 0}, "r", functions);
 }
 
-/** Keeps a log line, after a look at what all log lines have in common. */
+/// Keeps a log line, after a look at what all log lines have in common.
 void keepLogLine(int priority, const std::string& line) {
     const std::map<std::string, int> priorities = {
         {"error", 3}, {"warning", 4}, {"trace", 6}, {"tracedo", 7}, {"debug", 7}};
@@ -204,7 +204,7 @@ void syslog(int priority, const char* format, ...) {
     va_end(arguments);
 }
 
-/** A second initialize() leaves the first handler in place. */
+/// A second initialize() leaves the first handler in place.
 const char* __lsan_default_suppressions() {
     return "leak:^initialize$\n";
 }

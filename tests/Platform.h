@@ -13,7 +13,7 @@
 
 using Lines = std::vector<std::string>;
 
-/** What a program prints or a file holds, and what goes wrong with it. */
+/// What a program prints or a file holds, and what goes wrong with it.
 struct Answer {
     enum class Fault { none, start, read, close };
 
@@ -26,10 +26,8 @@ struct Answer {
 
 inline const Answer notStarted("", Answer::Fault::start);
 
-/**
- * The platform under the library: this program defines popen(), fopen(),
- * sleep(), syslog() and their like, so that the library's calls end here.
- */
+/// The platform under the library: this program defines popen(), fopen(), sleep(), syslog() and
+/// their like, so that the library's calls end here.
 struct Platform {
     std::function<Answer(const std::string& command)> client; ///< what each program run answers
     Answer circuits = notStarted;                             ///< /proc/net/atm/pvc
@@ -43,31 +41,31 @@ struct Platform {
     int openStreams = 0;
     std::deque<Answer> answers; ///< those of script() that were not asked yet
 
-    /** Answers the program runs to come in this order; a run too many is a failure. */
+    /// Answers the program runs to come in this order; a run too many is a failure.
     void script(std::deque<Answer> inOrder);
     Lines takeLog();
 };
 
 extern Platform platform;
 
-/** The log lines, or the commands, since the last look. */
+/// The log lines, or the commands, since the last look.
 #define EXPECT_LOG(...) EXPECT_EQ((Lines{__VA_ARGS__}), platform.takeLog())
 #define EXPECT_RUN(...) EXPECT_EQ((Lines{__VA_ARGS__}), std::exchange(platform.commands, {}))
 
-/** A test on a fresh platform, at whose end every stream is closed and every answer was asked. */
+/// A test on a fresh platform, at whose end every stream is closed and every answer was asked.
 class PlatformTest : public testing::Test {
 protected:
     PlatformTest();
     ~PlatformTest() override;
 };
 
-/** What the library allocates in a counted() call, and the plan which of it fails. */
+/// What the library allocates in a counted() call, and the plan which of it fails.
 struct Allocations {
     static inline long failFrom = 0, failUntil = 0, made = 0;
     static inline bool counting = false;
 };
 
-/** The result of a call of the library's, its allocations counted. */
+/// The result of a call of the library's, its allocations counted.
 template <typename Call>
 auto counted(Call call) {
     Allocations::made = 0;
@@ -77,7 +75,7 @@ auto counted(Call call) {
     return result;
 }
 
-/** Calls time and again, each time with one more allocation failing, or all from that one on. */
+/// Calls time and again, each time with one more allocation failing, or all from that one on.
 template <typename Call>
 void withEachAllocationFailing(Call call) {
     bool reached = true;
@@ -93,10 +91,10 @@ void withEachAllocationFailing(Call call) {
         }
 }
 
-/** Takes over a text of the library's; "(null)" for none. */
+/// Takes over a text of the library's; "(null)" for none.
 std::string taken(char* text);
 
-/** A client command with blanks around. */
+/// A client command with blanks around.
 inline std::string quorlet(const std::string& text) {
     return " quorlet \"" + text + "\" ";
 }

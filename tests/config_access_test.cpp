@@ -13,7 +13,7 @@ using ConfigAccessTest = PlatformTest;
 const Answer locked("Database locked\n");
 const std::string unknownRow = "Unknown row\n";
 
-/** A column name that makes a command of `length` characters with the rest. */
+/// A column name that makes a command of `length` characters with the rest.
 std::string column(std::size_t length, const std::string& rest) {
     return std::string(length - rest.size(), 'C');
 }
@@ -202,7 +202,7 @@ TEST_F(ConfigAccessTest, WholeRows) {
     EXPECT_LOG();
 }
 
-/** A text that ends a command, or is the value of another column to the client, runs nothing. */
+/// A text that ends a command, or is the value of another column to the client, runs nothing.
 TEST_F(ConfigAccessTest, HostileTexts) {
     int value = 1, length = 1;
     char text[20] = "x";
@@ -256,7 +256,7 @@ TEST_F(ConfigAccessTest, HostileTexts) {
         EXPECT_EQ(0, write(good, static_cast<int>(good.size()), 20)) << good;
 }
 
-/** Whoever runs a command, and whether somebody looks at its status, a failure counts once. */
+/// Whoever runs a command, and whether somebody looks at its status, a failure counts once.
 TEST_F(ConfigAccessTest, FailuresCount) {
     int value = 1, length = 1;
     char text[200] = "x", quote[] = "\"";

@@ -24,7 +24,7 @@ const std::string noRates = warned("fetch all speed related information"),
                   noRatesText = warned("translate structure containing speed related information "
                                        "to string");
 
-/** Nothing was initialized in this process yet. */
+/// Nothing was initialized in this process yet.
 void beforeInitialize() {
     platform.script({});
     EXPECT_TRUE(!m_bVerbose && debug_level == 7 && m_iLogHandle == -1 && !mgmt_o.cache);
@@ -153,7 +153,7 @@ class ReportTest : public PlatformTest {
 protected:
     ReportTest() { EXPECT_EQ(1, initialize(0)); }
 
-    /** Answers the client runs of a report over these rows. */
+    /// Answers the client runs of a report over these rows.
     static std::deque<Answer> runsFor(const std::vector<int>& vpis) {
         const Answer count(std::to_string(vpis.size()) + "\n");
         std::deque<Answer> answers = {count};
@@ -208,7 +208,7 @@ TEST_F(ReportTest, GoesOnAfterEachFailure) {
     EXPECT_RUN(size, size, row + "0;\"", size, row + "1;\"");
 }
 
-/** Every trace line of the status side, against trace.log. */
+/// Every trace line of the status side, against trace.log.
 TEST_F(ReportTest, TracesEveryStep) {
     platform.circuits = "Itf VPI\n0 1\n";
     platform.script(runsFor({1}));

@@ -12,7 +12,7 @@ std::string number(int value) {
     return std::to_string(value);
 }
 
-/** A command in two parts, with the number of a row, or the like, between them. */
+/// A command in two parts, with the number of a row, or the like, between them.
 struct Numbered {
     std::string operator()(int id) const { return quorlet(before + number(id) + after); }
     std::string before, after;
@@ -25,7 +25,7 @@ const Numbered atmRead = {"  selectkey Atm Id ", " Enabled DeviceName Vpi Vci Fc
                vlanEnable = {" selectkey VLAN Id ", " Enable ;"},
                vlanName = {"  selectkey VLAN Id ", " InterfaceName  ;"};
 
-/** A database with a few rows, which answers "Unknown row" to everything else. */
+/// A database with a few rows, which answers "Unknown row" to everything else.
 class DataCacheTest : public PlatformTest {
 protected:
     DataCacheTest() {

@@ -11,7 +11,7 @@ namespace {
 
 using EnduranceTest = PlatformTest;
 
-/** What the process has: open descriptors, and pages in memory. */
+/// What the process has: open descriptors, and pages in memory.
 std::pair<long, long> held() {
     const std::filesystem::directory_iterator descriptors("/proc/self/fd");
     std::ifstream statm("/proc/self/statm");

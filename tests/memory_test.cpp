@@ -10,7 +10,7 @@ namespace {
 
 using MemoryTest = PlatformTest;
 
-/** A call that gives its result as text. */
+/// A call that gives its result as text.
 template <typename LibraryCall>
 std::function<std::string()> giving(LibraryCall call) {
     return [call] {
@@ -31,7 +31,7 @@ int cacheRefreshed() {
     return 0;
 }
 
-/** What leaks on the way is found under AddressSanitizer. */
+/// What leaks on the way is found under AddressSanitizer.
 TEST_F(MemoryTest, EveryExportedFunctionFailsWholly) {
     platform.circuits = "VPI\n1\n2\n";
     platform.client = [](const std::string& command) {
