@@ -75,16 +75,16 @@ void checkTree(Site& site) {
         }
     }
     const std::string all = ROOT_OID " | grep -v -e '1.1.1.3.0 =' -e 'No more variables'"; // no age
-    EXPECT_EQ(site.tool("snmpwalk", all), tree);
-    EXPECT_EQ(site.tool("snmpbulkwalk", all), tree);
-    EXPECT_EQ(site.tool("snmpget", names), tree);
+    EXPECT_EQ(tree, site.tool("snmpwalk", all));
+    EXPECT_EQ(tree, site.tool("snmpbulkwalk", all));
+    EXPECT_EQ(tree, site.tool("snmpget", names));
     for (const auto& [object, value, undo, query, rows] : kWrites) {
         const std::string before = site.get(object);
-        EXPECT_EQ(site.set(object, value), "") << object;
-        EXPECT_NE(site.get(object), before) << object;
-        EXPECT_EQ(site.sql(query), rows) << object;
-        EXPECT_EQ(site.set(object, undo), "") << object;
-        EXPECT_EQ(site.get(object), before) << object;
+        EXPECT_EQ("", site.set(object, value)) << object;
+        EXPECT_NE(before, site.get(object)) << object;
+        EXPECT_EQ(rows, site.sql(query)) << object;
+        EXPECT_EQ("", site.set(object, undo)) << object;
+        EXPECT_EQ(before, site.get(object)) << object;
     }
     EXPECT_FALSE(site.has("sockets")); // no client has inherited any
 }
@@ -94,10 +94,10 @@ TEST(Agent, ServesTheTreeAlone) {
     site.address = "tcp:" + site.address; // connections are not inherited either
     site.startAlone("-i 60");
     checkTree(site);
-    EXPECT_EQ(site.get("6.1.4.9"), "No Such Instance currently exists at this OID");
-    EXPECT_EQ(site.get("6.1.1.1"), "No Such Object available on this agent at this OID");
+    EXPECT_EQ("No Such Instance currently exists at this OID", site.get("6.1.4.9"));
+    EXPECT_EQ("No Such Object available on this agent at this OID", site.get("6.1.1.1"));
     // No SMUX port.
-    EXPECT_EQ(site.run("cat /proc/net/tcp /proc/net/tcp6").find(":00C7 00"), std::string::npos);
+    EXPECT_EQ(std::string::npos, site.run("cat /proc/net/tcp /proc/net/tcp6").find(":00C7 00"));
 }
 
 TEST(Agent, ServesTheTreeAsASubagent) {
@@ -122,7 +122,7 @@ TEST(Agent, ServesTheTreeAsASubagent) {
     site.patience = "1";
     for (const auto& [manager, command, arguments, answer] : rules) {
         site.manager = manager;
-        EXPECT_NE(site.tool(command, Site::oid(arguments)).find(answer), std::string::npos)
+        EXPECT_NE(std::string::npos, site.tool(command, Site::oid(arguments)).find(answer))
             << manager << " " << command << " " << arguments;
     }
     site.manager = own;
@@ -132,7 +132,7 @@ TEST(Agent, ServesTheTreeAsASubagent) {
     pause(5000); // through attempts that find nobody
     site.startMaster();
     site.awaitAgent();
-    EXPECT_EQ(site.set("6.1.5.1", "i 33"), "");
+    EXPECT_EQ("", site.set("6.1.5.1", "i 33"));
     EXPECT_LT(site.logged(), 7) << site.run("cat agent.log");
 
     // The agent is started first.
@@ -169,18 +169,18 @@ TEST(Agent, RefusesWhatDoesNotFitAndChangesNothing) {
     };
     const std::string before = site.sql(".dump");
     for (const auto& [object, value, error] : sets)
-        EXPECT_EQ(site.set(object, value), error) << object << value;
+        EXPECT_EQ(error, site.set(object, value)) << object << value;
     // Of a blank, a line's end and \";$`\\|, each is refused, and what is no ASCII.
     const auto hostile = {"20", "0a", "22", "3b", "24", "60", "5c", "7c", "e9"};
     for (const std::string character : hostile)
-        EXPECT_EQ(site.set("7.1.4.1", "x 61" + character + "62"), "wrongValue") << character;
+        EXPECT_EQ("wrongValue", site.set("7.1.4.1", "x 61" + character + "62")) << character;
     const std::size_t refused = std::size(sets) + hostile.size();
-    EXPECT_EQ(site.sql(".dump"), before);
+    EXPECT_EQ(before, site.sql(".dump"));
     EXPECT_FALSE(site.has("hit"));
-    EXPECT_EQ(site.get("1.4.0"), "Counter32: " + std::to_string(refused));
+    EXPECT_EQ("Counter32: " + std::to_string(refused), site.get("1.4.0"));
     // What a shell would take for more than a word, but a text may hold.
-    EXPECT_EQ(site.set("7.1.4.1", "s \"*'&<>()!\""), "");
-    EXPECT_EQ(site.sql("SELECT ParentIf FROM VLAN WHERE Id=2"), "*'&<>()!\n");
+    EXPECT_EQ("", site.set("7.1.4.1", "s \"*'&<>()!\""));
+    EXPECT_EQ("*'&<>()!\n", site.sql("SELECT ParentIf FROM VLAN WHERE Id=2"));
 }
 
 TEST(Agent, UndoesInReverseWhatFailsInPart) {
@@ -189,28 +189,28 @@ TEST(Agent, UndoesInReverseWhatFailsInPart) {
     for (int slot = 1; slot <= 8; ++slot)
         site.sql("INSERT INTO Bridge (Name) VALUES ('br" + std::to_string(slot) + "')");
     const std::string before = site.sql(".dump");
-    EXPECT_EQ(site.set("6.1.5.1", "i 77 " + Site::oid("6.1.5.1") + " i 78 " + Site::oid("7.1.3.1") +
-                                      " i 1 " + Site::oid("7.1.2.1") + " i 1"),
-              "commitFailed");
-    EXPECT_EQ(site.sql(".dump"), before);
-    EXPECT_EQ(site.get("6.1.5.1"), "INTEGER: 32");
+    EXPECT_EQ("commitFailed",
+              site.set("6.1.5.1", "i 77 " + Site::oid("6.1.5.1") + " i 78 " + Site::oid("7.1.3.1") +
+                                      " i 1 " + Site::oid("7.1.2.1") + " i 1"));
+    EXPECT_EQ(before, site.sql(".dump"));
+    EXPECT_EQ("INTEGER: 32", site.get("6.1.5.1"));
 
     // What changes along comes back as well: the default bridge gives its interface away.
     site.sql("DELETE FROM Bridge WHERE Name='br1'");
-    EXPECT_EQ(site.set("3.1.0", "s wan2"), "");
-    EXPECT_EQ(site.set("7.1.4.1", "s wan2 " + Site::oid("7.1.2.1") + " i 1"), "commitFailed");
-    EXPECT_EQ(site.get("3.1.0") + site.get("7.1.4.1"), "STRING: \"wan2\"STRING: \"wan1\"");
-    EXPECT_EQ(site.run("grep undone agent.log"), "");
-    EXPECT_EQ(site.set("3.1.0", "s ''"), "");
+    EXPECT_EQ("", site.set("3.1.0", "s wan2"));
+    EXPECT_EQ("commitFailed", site.set("7.1.4.1", "s wan2 " + Site::oid("7.1.2.1") + " i 1"));
+    EXPECT_EQ("STRING: \"wan2\"STRING: \"wan1\"", site.get("3.1.0") + site.get("7.1.4.1"));
+    EXPECT_EQ("", site.run("grep undone agent.log"));
+    EXPECT_EQ("", site.set("3.1.0", "s ''"));
 
     // A change made elsewhere since the last refresh is neither missed nor put back wrongly.
     site.sql("DELETE FROM Bridge");
-    EXPECT_EQ(site.set("7.1.2.1", "i 1"), "");
+    EXPECT_EQ("", site.set("7.1.2.1", "i 1"));
     site.sql(
         "UPDATE VLAN SET Enable=0 WHERE Id=1; DELETE FROM BridgeInterface; DELETE FROM Bridge");
-    EXPECT_EQ(site.set("7.1.2.1", "i 1"), "");
-    EXPECT_EQ(site.sql("SELECT Enable FROM VLAN WHERE Id=1; SELECT count(*) FROM BridgeInterface"),
-              "1\n2\n");
+    EXPECT_EQ("", site.set("7.1.2.1", "i 1"));
+    EXPECT_EQ("1\n2\n",
+              site.sql("SELECT Enable FROM VLAN WHERE Id=1; SELECT count(*) FROM BridgeInterface"));
 }
 
 TEST(Agent, ShowsAWalkOneSnapshot) {
@@ -219,9 +219,9 @@ TEST(Agent, ShowsAWalkOneSnapshot) {
     const std::string before = next();
     site.sql("UPDATE Atm SET Vci=99");
     for (int step = 0; step < 6; ++step, pause(400))
-        EXPECT_EQ(next(), before);
+        EXPECT_EQ(before, next());
     pause(1000);
-    EXPECT_NE(next(), before);
+    EXPECT_NE(before, next());
 }
 
 TEST(Agent, AnswersWhileTheDatabaseIsLocked) {
@@ -232,18 +232,18 @@ TEST(Agent, AnswersWhileTheDatabaseIsLocked) {
     int slowest = 0;
     for (int i = 0; i < 10; ++i) {
         const auto asked = Clock::now();
-        EXPECT_EQ(site.get("6.1.5.1"), "INTEGER: 32");
+        EXPECT_EQ("INTEGER: 32", site.get("6.1.5.1"));
         slowest = std::max(slowest, msSince(asked));
     }
     EXPECT_LT(slowest, 100);
     EXPECT_TRUE(site.has("locked"));
-    EXPECT_EQ(site.set("3.1.0", "s wan2"), ""); // waits, and doesn't take the lock for missing rows
+    EXPECT_EQ("", site.set("3.1.0", "s wan2")); // waits, and doesn't take the lock for missing rows
     EXPECT_GT(msSince(start), 2900);
-    EXPECT_EQ(site.get("3.1.0"), "STRING: \"wan2\"");
-    EXPECT_EQ(site.sql("SELECT Name FROM Bridge"), "br1\n");
+    EXPECT_EQ("STRING: \"wan2\"", site.get("3.1.0"));
+    EXPECT_EQ("br1\n", site.sql("SELECT Name FROM Bridge"));
     const auto lockAgain = site.lock("6");
     pause(1200);
-    EXPECT_EQ(site.agent->end(SIGTERM), 0); // a refresh that hangs is left behind
+    EXPECT_EQ(0, site.agent->end(SIGTERM)); // a refresh that hangs is left behind
     EXPECT_TRUE(site.has("locked"));
 }
 
@@ -252,19 +252,19 @@ TEST(Agent, GivesUpASetAtItsDeadline) {
     {
         const auto lock = site.lock("6");
         const auto start = Clock::now();
-        EXPECT_EQ(site.set("6.1.5.1", "i 77"), "(genError)");
+        EXPECT_EQ("(genError)", site.set("6.1.5.1", "i 77"));
         EXPECT_LT(msSince(start), 1500);
-        EXPECT_EQ(site.get("6.1.5.1"), "INTEGER: 32");
+        EXPECT_EQ("INTEGER: 32", site.get("6.1.5.1"));
         EXPECT_LT(msSince(start), 1600);
         EXPECT_TRUE(soon([&] { return !site.has("locked"); }));
     }
     pause(1500);
-    EXPECT_EQ(site.sql("SELECT Vci FROM Atm WHERE Id=1"), "32\n");
-    EXPECT_EQ(site.run("grep integer:77 agent.log"), ""); // wasn't even begun
+    EXPECT_EQ("32\n", site.sql("SELECT Vci FROM Atm WHERE Id=1"));
+    EXPECT_EQ("", site.run("grep integer:77 agent.log")); // wasn't even begun
 
     // The device is slow: the change is made after the answer, then undone.
     site.write("slow", "");
-    EXPECT_EQ(site.set("6.1.5.1", "i 77"), "(genError)");
+    EXPECT_EQ("(genError)", site.set("6.1.5.1", "i 77"));
     EXPECT_TRUE(soon([&] { return site.sql("SELECT Vci FROM Atm WHERE Id=1") == "77\n"; }));
     EXPECT_TRUE(soon([&] { return site.sql("SELECT Vci FROM Atm WHERE Id=1") == "32\n"; }));
     EXPECT_TRUE(soon([&] { return site.get("6.1.5.1") == "INTEGER: 32"; }));
@@ -276,8 +276,8 @@ TEST(Agent, LetsAChangeEndBeforeItStops) {
     std::thread manager([&] { site.set("6.1.5.1", "i 77"); });
     EXPECT_TRUE(soon([&] { return site.has("changing"); }));
     kill(-site.agent->pid(), SIGINT); // as from a terminal, to the clients too
-    EXPECT_EQ(site.agent->end(SIGTERM), 0);
-    EXPECT_EQ(site.sql("SELECT Vci FROM Atm WHERE Id=1"), "77\n");
+    EXPECT_EQ(0, site.agent->end(SIGTERM));
+    EXPECT_EQ("77\n", site.sql("SELECT Vci FROM Atm WHERE Id=1"));
     manager.join();
 }
 
@@ -285,11 +285,11 @@ TEST(Agent, ServesNoOldValues) {
     Site site("-i 1 -a 3");
     site.write("silent", "");
     EXPECT_TRUE(soon([&] { return site.get("6.1.5.1").empty(); }));
-    EXPECT_EQ(site.set("6.1.5.1", "i 77"), "(genError)");
-    EXPECT_NE(site.tool("snmpgetnext", Site::oid("6.1.2")).find("genError"), std::string::npos);
-    EXPECT_NE(site.get("1.2.0"), "Counter32: 0");
-    EXPECT_NE(site.tool("snmpgetnext", Site::oid("1.2.0")).find("1.3.0 = Gauge32: "),
-              std::string::npos);
+    EXPECT_EQ("(genError)", site.set("6.1.5.1", "i 77"));
+    EXPECT_NE(std::string::npos, site.tool("snmpgetnext", Site::oid("6.1.2")).find("genError"));
+    EXPECT_NE("Counter32: 0", site.get("1.2.0"));
+    EXPECT_NE(std::string::npos,
+              site.tool("snmpgetnext", Site::oid("1.2.0")).find("1.3.0 = Gauge32: "));
     fs::remove(site.folder / "silent");
     EXPECT_TRUE(soon([&] { return site.get("6.1.5.1") == "INTEGER: 32"; }));
     EXPECT_LT(site.logged(), 8) << site.run("cat agent.log");
@@ -303,7 +303,7 @@ TEST(Agent, TellsWhatHappens) {
     address.sun_family = AF_UNIX;
     const std::string path = site.folder.string() + "/notices";
     path.copy(address.sun_path, path.size());
-    ASSERT_EQ(bind(notices, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    ASSERT_EQ(0, bind(notices, reinterpret_cast<sockaddr*>(&address), sizeof address));
     const timeval limit{8, 0};
     for (const int descriptor : {notices, sink.descriptor})
         setsockopt(descriptor, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
@@ -319,9 +319,9 @@ TEST(Agent, TellsWhatHappens) {
     ASSERT_GT(recv(notices, buffer, sizeof buffer, 0), 0);
     EXPECT_STREQ(buffer, "READY=1");
     close(notices);
-    EXPECT_EQ(site.get("4.1.3.11"), "INTEGER: 1");
+    EXPECT_EQ("INTEGER: 1", site.get("4.1.3.11"));
     const std::string user = site.run("stat -c %U /proc/" + std::to_string(site.agent->pid()));
-    EXPECT_EQ(user, drops ? "nobody\n" : user);
+    EXPECT_EQ(drops ? "nobody\n" : user, user);
 
     site.run("grep -v ' 8 ' device/pvc >pvc && cat pvc >device/pvc");
     std::string packet;
@@ -331,21 +331,21 @@ TEST(Agent, TellsWhatHappens) {
         packet.assign(buffer, static_cast<std::size_t>(size));
     }
     // The end of cvCircuitDown's name, and the next variable's begin.
-    EXPECT_NE(packet.find(std::string("\x01\x00\x02\x30", 4)), packet.npos);
-    EXPECT_EQ(site.get("4.1.3.11"), "INTEGER: 2");
+    EXPECT_NE(packet.npos, packet.find(std::string("\x01\x00\x02\x30", 4)));
+    EXPECT_EQ("INTEGER: 2", site.get("4.1.3.11"));
 }
 
 TEST(Mib, IsCleanAndFitsTheAgent) {
     if (!fs::exists(SMI "/SNMPv2-CONF"))
         GTEST_SKIP() << "no standard modules: smi-modules had no npm";
     Site site("-i 60");
-    EXPECT_EQ(site.run("SMIPATH=" SMI " smilint -m -s -l 6 -i namelength-32 " MIB), "");
+    EXPECT_EQ("", site.run("SMIPATH=" SMI " smilint -m -s -l 6 -i namelength-32 " MIB));
     site.environment = "";
     const std::string walk =
         site.run("snmpwalk -v2c -c test -m " MIB " -M " SMI " " + site.address + " " ROOT_OID);
-    EXPECT_NE(walk.find("CORVANTA-MIB::cvVlanEnabled.8 = INTEGER: false(2)"), walk.npos) << walk;
-    EXPECT_EQ(walk.find("Wrong Type"), walk.npos) << walk;
-    EXPECT_EQ(walk.find("corvantaObjects."), walk.npos) << walk; // an object that the module lacks
+    EXPECT_NE(walk.npos, walk.find("CORVANTA-MIB::cvVlanEnabled.8 = INTEGER: false(2)")) << walk;
+    EXPECT_EQ(walk.npos, walk.find("Wrong Type")) << walk;
+    EXPECT_EQ(walk.npos, walk.find("corvantaObjects.")) << walk; // an object that the module lacks
 }
 
 } // namespace

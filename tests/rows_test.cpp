@@ -133,8 +133,8 @@ TEST_F(RowsTest, ComeBackFromWhereverAChangeWasBrokenOff) {
         for (const std::string& command : commands)
             story += command + "\n";
         SCOPED_TRACE(story + toLines(record));
-        EXPECT_EQ(takeBack(entry->record, database), 0);
-        EXPECT_EQ(contents(database), contents(expected));
+        EXPECT_EQ(0, takeBack(entry->record, database));
+        EXPECT_EQ(contents(expected), contents(database));
     }
 }
 
@@ -166,8 +166,8 @@ TEST_F(RowsTest, AreLeftAloneOnceOthersHaveChangedThem) {
         Record record;
         run(database, change, &record);
         run(database, other);
-        EXPECT_EQ(takeBack(record, database), leftAlone) << change;
-        EXPECT_EQ(run(database, left), answer) << change;
+        EXPECT_EQ(leftAlone, takeBack(record, database)) << change;
+        EXPECT_EQ(answer, run(database, left)) << change;
     }
 }
 
