@@ -33,3 +33,13 @@ add_executable(agent_test agent_test.cpp)
 target_link_libraries(agent_test PRIVATE agent_site)
 add_test(NAME agent_test COMMAND agent_test)
 set_tests_properties(agent_test PROPERTIES FIXTURES_REQUIRED smi RUN_SERIAL ON TIMEOUT 300)
+
+find_program(SCRIPT script)
+if(NOT SCRIPT)
+  message(STATUS "tests: corvanta_set_test left out, script not found (bsdutils)")
+  return()
+endif()
+add_test(NAME corvanta_set_test
+  COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/corvanta_set_test.sh ${PROJECT_BINARY_DIR})
+set_tests_properties(corvanta_set_test PROPERTIES
+  FIXTURES_REQUIRED smi SKIP_RETURN_CODE 77 RUN_SERIAL ON TIMEOUT 600)

@@ -23,7 +23,7 @@ CORVANTA_PACKAGE_BUILD=$build/package "$source/scripts/package"
 packages="
 libcorvanta1 libs shlibs,triggers /usr/lib/$triplet/libcorvanta.so.1
 libcorvanta-dev libdevel md5sums /usr/include/corvanta.h,/usr/include/corvanta/objects/managed_objects.h,/usr/lib/$triplet/libcorvanta.so,/usr/lib/$triplet/pkgconfig/corvanta.pc,/usr/lib/$triplet/cmake/corvanta/corvantaConfig.cmake
-corvanta-agent net conffiles,postinst,prerm /usr/sbin/corvantad,/usr/lib/systemd/system/corvantad.service,/usr/share/man/man8/corvantad.8.gz,/usr/share/snmp/mibs/CORVANTA-MIB.txt,/etc/snmp/snmpd.conf.d/corvanta.conf"
+corvanta-agent net conffiles,postinst,prerm /usr/sbin/corvantad,/usr/bin/corvanta-set,/usr/lib/systemd/system/corvantad.service,/usr/share/man/man8/corvantad.8.gz,/usr/share/man/man1/corvanta-set.1.gz,/usr/share/snmp/mibs/CORVANTA-MIB.txt,/etc/snmp/snmpd.conf.d/corvanta.conf"
 [ -x "$build/agent/corvantad" ] || packages=$(grep -v ^corvanta-agent <<<"$packages")
 
 while read -r name section control files; do
