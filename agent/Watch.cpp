@@ -43,6 +43,7 @@ bool isYoung(const struct stat& state) {
 FileWatch::FileWatch(std::string file)
     : m_file(std::move(file)), m_inotify(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
     const std::filesystem::path path = std::filesystem::absolute(m_file);
+    m_file = path.string(); // whatever folder this program goes to
     m_folder = path.parent_path().string();
     m_name = path.filename().string();
     watchFolder();

@@ -85,8 +85,14 @@ Worker::Worker(Settings settings, std::function<void()> published)
     : m_settings(std::move(settings)),
       m_published(std::move(published)),
       m_journal(m_settings.state),
-      m_due(Clock::now()) {
+      m_due(Clock::now()),
+      m_fullDue(m_due),
+      m_lookDue(m_due),
+      m_staleDue(m_due),
+      m_wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
     m_next.refreshed = m_due;
+    if (!m_settings.watched.empty())
+        m_watch.emplace(m_settings.watched);
     if (auto entry = m_journal.load()) {
         log(LOG_WARNING, entry->pending ? "a change was pending at the end: it is taken back"
                                         : "a change was half done at the end: it is taken back");

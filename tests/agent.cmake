@@ -29,6 +29,11 @@ target_compile_definitions(agent_site INTERFACE
   ROOT_OID=".1.3.6.1.4.1.${CORVANTA_ENTERPRISE}.1")
 add_dependencies(agent_site corvantad quorlet pvcshim)
 
+add_executable(watch_test watch_test.cpp)
+target_link_libraries(watch_test PRIVATE agent_site)
+add_test(NAME watch_test COMMAND watch_test)
+set_tests_properties(watch_test PROPERTIES TIMEOUT 300)
+
 add_executable(agent_test agent_test.cpp)
 target_link_libraries(agent_test PRIVATE agent_site)
 add_test(NAME agent_test COMMAND agent_test)
