@@ -66,7 +66,7 @@ set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libcorvanta-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION
 "state and managed objects of a modem-router - development files
-The header of libcorvanta and its files for pkg-config and CMake, for an SNMP
+The headers of libcorvanta and its files for pkg-config and CMake, for an SNMP
 agent that loads the library.")
 set(CPACK_COMPONENT_DEVELOPMENT_DEPENDS runtime)
 
