@@ -40,7 +40,8 @@ protected:
     }
 
     void change(const char* vci) const {
-        site.run(QUORLET " 'updatekey Atm Id 1 Vci integer:" + std::string(vci) + " ;'");
+        site.run(ON_DEVICE " device quorlet 'updatekey Atm Id 1 Vci integer:" + std::string(vci) +
+                 " ;'");
     }
 
     Site site;
@@ -137,8 +138,9 @@ TEST_F(WatchTest, SeesACircuitCloseWithoutADatabase) {
     for (ssize_t size; (size = recv(sink.descriptor, buffer, sizeof buffer, 0)) > 0;) {
         packet.assign(buffer, static_cast<std::size_t>(size));
         told += packet.find("VC8") != packet.npos ? 1 : 0;
-        if (told == 1)
+        if (told == 1) {
             EXPECT_LT(msSince(closed), 2000);
+        }
     }
     EXPECT_EQ(1, told);
 }
