@@ -257,8 +257,8 @@ const std::vector<Object>& objects() {
     constexpr Tables kBridging{Table::bridge,    Table::bridgeInterface, Table::bridgeFilter,
                                Table::node,      Table::netif,           Table::vlan,
                                Table::vlanParams};
-    constexpr auto writeVpi = writeCircuitId<vantorKx9_Vpi>;
-    constexpr auto writeVci = writeCircuitId<vantorKx9_Vci>;
+    constexpr auto kWriteVpi = writeCircuitId<vantorKx9_Vpi>;
+    constexpr auto kWriteVci = writeCircuitId<vantorKx9_Vci>;
     // clang-format off
     static const std::vector<Object> table = {
         // corvantaHealth
@@ -290,9 +290,9 @@ const std::vector<Object>& objects() {
             .written(writeCircuitEnabled, kCircuit).range(1, 2),
         Object({6, 1, 3}, kText,       Source::circuits, read<circuit, &Circuit::deviceName>),
         Object({6, 1, 4}, ASN_INTEGER, Source::circuits, read<circuit, &Circuit::vpi>)
-            .writtenInOwnRow(writeVpi, Table::atm).range(0, 255),
+            .writtenInOwnRow(kWriteVpi, Table::atm).range(0, 255),
         Object({6, 1, 5}, ASN_INTEGER, Source::circuits, read<circuit, &Circuit::vci>)
-            .writtenInOwnRow(writeVci, Table::atm).range(0, 65535),
+            .writtenInOwnRow(kWriteVci, Table::atm).range(0, 65535),
         Object({6, 1, 6}, ASN_INTEGER, Source::circuits, read<circuit, &Circuit::fcsPreserve>),
         // cvVlanTable
         Object({7, 1, 2}, ASN_INTEGER, Source::vlans, read<vlan, &Vlan::enabled>)

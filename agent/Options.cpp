@@ -38,6 +38,11 @@ constexpr Option kOptions[] = {
     {'c', "config", "FILE", "read FILE, in the format of snmpd.conf", &Options::config},
     {'s', "state", "DIR", "keep what must outlive a restart in DIR (/var/lib/corvanta)", &Options::state},
     {'i', "interval", "SECONDS", "pause between two refreshes (30)", &Options::interval},
+    {'w', "watch-database", "FILE", "FILE changes whenever the database does: read it then,\n"
+                                    "and at the interval the line only", &Options::watchDatabase},
+    {'F', "full-interval", "SECONDS", "with a watched file, read everything so often (3600)", &Options::fullInterval},
+    {'p', "refresh-pause", "SECONDS", "shortest pause between two refreshes that a change of the\n"
+                                      "file makes (1)", &Options::refreshPause},
     {'a', "max-age", "SECONDS", "answer genErr when the values are older (120)", &Options::maxAge},
     {'d', "set-deadline", "SECONDS", "longest wait for a set (5); the master's agentXTimeout\n"
                                      "must be longer", &Options::setDeadline},

@@ -11,7 +11,10 @@ struct Options {
     std::string config;
     std::string state = "/var/lib/corvanta";
     std::string user;
+    std::string watchDatabase; ///< file that changes whenever the database does
     std::chrono::seconds interval{30};
+    std::chrono::seconds fullInterval{3600};
+    std::chrono::seconds refreshPause{1};
     std::chrono::seconds maxAge{120};
     std::chrono::seconds setDeadline{5};
     std::chrono::seconds clientLimit{30};

@@ -299,18 +299,20 @@ void RequestHandler::make(netsnmp_request_info* requests) {
     // A time of 0 by itself.
     const bool nothing =
         m_set->changes.empty() && m_set->trial == seconds(0) && m_set->verdict == Verdict::notGiven;
-    int error = SNMP_ERR_NOERROR;
-    if (!nothing) {
-        const bool inTime = m_worker.make(m_set, Clock::now() + m_settings.setDeadline);
-        if (!inTime)
-            log(LOG_WARNING, "a set missed its deadline and comes to nothing");
-        error = inTime ? errorOf(*m_set) : SNMP_ERR_GENERR;
-        m_snapshot = m_worker.snapshot();
+    m_answered = {};
+    if (!nothing && m_worker.make(m_set, Clock::now() + m_settings.setDeadline)) {
+        m_answered.error = errorOf(*m_set);
+        m_answered.place = m_set->request;
+    } else if (!nothing) { // the worker may still be at it
+        log(LOG_WARNING, "a set missed its deadline and comes to nothing");
+        m_answered.error = SNMP_ERR_GENERR;
     }
-    m_answered = {m_request, error, error == SNMP_ERR_NOERROR ? 0 : m_set->request, Clock::now()};
-    if (error == SNMP_ERR_NOERROR)
+    m_answered.request = m_request;
+    m_answered.when = Clock::now();
+    m_snapshot = m_worker.snapshot();
+    if (m_answered.error == SNMP_ERR_NOERROR)
         return;
-    setError(requests, m_answered.place, error);
+    setError(requests, m_answered.place, m_answered.error);
     m_set.reset();
 }
 

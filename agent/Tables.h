@@ -45,6 +45,8 @@ public:
 
     constexpr void add(Table table) { m_bits |= 1U << static_cast<unsigned>(table); }
     constexpr void add(Tables other) { m_bits |= other.m_bits; }
+    constexpr void remove(Tables other) { m_bits &= ~other.m_bits; }
+    constexpr bool empty() const { return m_bits == 0; }
     constexpr bool has(Table table) const {
         return (m_bits >> static_cast<unsigned>(table) & 1U) != 0;
     }

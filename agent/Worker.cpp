@@ -7,6 +7,11 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
+
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
 
 namespace agent {
 
@@ -16,6 +21,9 @@ using std::chrono::seconds;
 
 constexpr seconds kRetry{5};  ///< longest pause after a refresh that failed
 constexpr seconds kSettle{1}; ///< from a set to a refresh, which shows what the device made of it
+constexpr seconds kLook{1};   ///< between two looks at what has no events
+constexpr std::chrono::milliseconds kBurst{100}; ///< for a change to end, once it is seen
+constexpr const char* kCircuitList = "/proc/net/atm/pvc";
 constexpr seconds kRestoreRetry{1};
 constexpr int kRestoreRounds = 10; ///< more than any change needs
 constexpr seconds kStop{10};       ///< for what is under way, when stopping
@@ -77,8 +85,14 @@ Worker::Worker(Settings settings, std::function<void()> published)
     : m_settings(std::move(settings)),
       m_published(std::move(published)),
       m_journal(m_settings.state),
-      m_due(Clock::now()) {
+      m_due(Clock::now()),
+      m_fullDue(m_due),
+      m_lookDue(m_due),
+      m_staleDue(m_due),
+      m_wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
     m_next.refreshed = m_due;
+    if (!m_settings.watched.empty())
+        m_watch.emplace(m_settings.watched);
     if (auto entry = m_journal.load()) {
         log(LOG_WARNING, entry->pending ? "a change was pending at the end: it is taken back"
                                         : "a change was half done at the end: it is taken back");
@@ -90,6 +104,10 @@ Worker::Worker(Settings settings, std::function<void()> published)
     publish();
 }
 
+Worker::~Worker() {
+    close(m_wake);
+}
+
 void Worker::start() {
     m_thread = std::thread(&Worker::run, this);
 }
@@ -97,7 +115,7 @@ void Worker::start() {
 bool Worker::stop() {
     std::unique_lock lock(m_mutex);
     m_stopping = true;
-    m_changed.notify_all();
+    wake();
     if (!m_changed.wait_for(lock, kStop, [this] { return m_ended; })) {
         m_hurry = true;
         killProgram();
@@ -124,7 +142,7 @@ bool Worker::await(const Job& job, Clock::time_point deadline) {
     std::unique_lock lock(m_mutex);
     set.ended = false;
     m_jobs.push_back(job);
-    m_changed.notify_all();
+    wake();
     const auto ended = [&set] { return set.ended; };
     if (m_changed.wait_until(lock, deadline, ended))
         return true;
@@ -136,15 +154,37 @@ bool Worker::await(const Job& job, Clock::time_point deadline) {
     return true;
 }
 
+void Worker::wake() const {
+    const std::uint64_t one = 1;
+    [[maybe_unused]] const auto size = write(m_wake, &one, sizeof one);
+}
+
 Clock::time_point Worker::nextDue() const {
-    switch (m_next.trial.state) {
-    case ChangeState::pending:
-        return std::min(m_due, m_next.trial.end);
-    case ChangeState::restoring:
-        return std::min(m_due, m_retry);
-    default:
-        return m_due;
-    }
+    auto due = std::min(m_due, m_lookDue);
+    if (!m_stale.empty())
+        due = std::min(due, m_staleDue);
+    if (m_next.trial.state == ChangeState::pending)
+        due = std::min(due, m_next.trial.end);
+    if (m_next.trial.state == ChangeState::restoring)
+        due = std::min(due, m_retry);
+    return due;
+}
+
+/// Until something is due or wanted, or happens to the watched file.
+void Worker::wait(std::unique_lock<std::mutex>& lock) {
+    lock.unlock();
+    // What has happened to a file that is to be read anyway can wait: there may be much of it.
+    const bool listen = m_watch && m_stale.empty();
+    std::array<pollfd, 2> events{
+        {{m_wake, POLLIN, 0}, {listen ? m_watch->descriptor() : -1, POLLIN, 0}}};
+    const auto left =
+        std::chrono::ceil<std::chrono::milliseconds>(nextDue() - Clock::now()).count();
+    poll(events.data(), events.size(), static_cast<int>(std::clamp<long>(left, 0, 60000)));
+    std::uint64_t count = 0;
+    [[maybe_unused]] const auto size = read(m_wake, &count, sizeof count);
+    if ((events[1].revents & POLLIN) != 0)
+        lookAtDatabase();
+    lock.lock();
 }
 
 void Worker::run() {
@@ -179,12 +219,16 @@ void Worker::run() {
             log(LOG_NOTICE, "a change was not confirmed in time: it is taken back");
             beginRestore(std::move(m_record), RevertReason::expired);
             lock.lock();
-        } else if (m_step != 0 || now >= m_due) {
+        } else if (now >= m_lookDue) {
+            lock.unlock();
+            look();
+            lock.lock();
+        } else if (m_reading || now >= m_due || (!m_stale.empty() && now >= m_staleDue)) {
             lock.unlock();
             refreshStep();
             lock.lock();
         } else {
-            m_changed.wait_until(lock, nextDue());
+            wait(lock);
         }
     }
 }
@@ -248,6 +292,8 @@ int Worker::readFor(const Transaction& set) {
     for (const Change& change : set.changes)
         if (!change.object->ownRow())
             tables.add(change.object->tables());
+    if (databaseIsKnown())
+        return CORVANTA_OK;
     for (const Table table : kAllTables) {
         int status = CORVANTA_OK;
         if (tables.has(table))
@@ -284,6 +330,8 @@ void Worker::perform(Transaction& set, int writes) {
     const bool wasPending = m_next.trial.state == ChangeState::pending;
     Record done = m_record;
     Image image = m_image;
+    Tables current;
+    FileWatch::Mark mark;
     if (writes != 0) {
         if (!m_journal.save({false, set.record})) {
             if (!wasPending)
@@ -294,8 +342,10 @@ void Worker::perform(Transaction& set, int writes) {
         const unsigned long failures = client_failures();
         Stage stage(image, &done, runDatabaseClient);
         set.status = play(set, stage);
+        if (m_watch)
+            mark = m_watch->mark();
         if (set.status == CORVANTA_OK)
-            set.status = readBack(set, done, image);
+            set.status = readBack(set, done, image, current);
         if (set.status == CORVANTA_OK && client_failures() != failures)
             set.status = CORVANTA_FAILED; // a step whose failure the library ignores
     }
@@ -309,6 +359,10 @@ void Worker::perform(Transaction& set, int writes) {
             set.record = std::move(done);
         }
         show();
+        if (writes != 0) {
+            accept(mark);
+            settle(current);
+        }
         return;
     }
     if (writes == 0)
@@ -323,16 +377,18 @@ void Worker::perform(Transaction& set, int writes) {
 
 /// Reads what the change has touched, and compares: rows, and the values that the library makes of
 /// them.
-int Worker::readBack(const Transaction& set, const Record& done, Image& image) const {
+int Worker::readBack(const Transaction& set, const Record& done, Image& image,
+                     Tables& current) const {
     const Image wanted = image;
     for (const Table table : kAllTables) {
         const TableRecord& record = done[table];
         if (record.trails.empty())
             continue;
         int status = CORVANTA_OK;
-        if (!altersOnly(record))
+        if (!altersOnly(record)) {
             status = image.read(table);
-        else
+            current.add(table);
+        } else
             for (const Trail& trail : record.trails)
                 if (status == CORVANTA_OK)
                     status = image.readRow(table, trail.id);
@@ -406,6 +462,7 @@ bool Worker::restore() {
     m_record = {};
     m_next.trial = {};
     show();
+    settle({});
     return true;
 }
 
@@ -434,24 +491,86 @@ bool Worker::restoreRows() {
 
 // ----------------------------------------------------------------------------------- refreshes
 
+/// Looks at what tells of no change by itself.
+void Worker::look() {
+    m_lookDue = Clock::now() + kLook;
+    lookAtDatabase();
+    auto circuits = textOf(kCircuitList);
+    if (!circuits || circuits == m_circuits || !m_next.complete)
+        return;
+    m_circuits = std::move(circuits);
+    show();
+}
+
+void Worker::lookAtDatabase() {
+    if (!m_watch)
+        return;
+    const auto state = m_watch->look();
+    const bool blind = state == FileWatch::State::unreadable;
+    if (blind != m_blind)
+        log(blind ? LOG_WARNING : LOG_INFO,
+            m_watch->file() + (blind ? " cannot be watched: everything is read at each interval"
+                                     : " is watched again"));
+    m_blind = blind;
+    if (state != FileWatch::State::changed || m_reading)
+        return;
+    if (m_stale.empty())
+        m_staleDue = std::max(Clock::now() + kBurst, m_begun + m_settings.pause);
+    m_stale.add(Tables(kAllTables));
+}
+
+void Worker::accept(const FileWatch::Mark& mark) {
+    if (m_watch)
+        m_watch->accept(mark);
+    m_accepted = Clock::now();
+}
+
+/// Whether what was read is still what the database holds, as far as anybody can tell.
+bool Worker::databaseIsKnown() {
+    return m_watch && m_watch->descriptor() >= 0 && m_stale.empty() && !m_failing &&
+           m_watch->look() == FileWatch::State::same;
+}
+
+void Worker::beginRefresh() {
+    const auto now = Clock::now();
+    m_readsLine = now >= m_due;
+    const bool everything = !m_watch || m_failing || now >= m_fullDue ||
+                            (m_readsLine && m_watch->look() == FileWatch::State::unreadable);
+    if (m_watch && !everything && m_stale.empty() && m_watch->look() == FileWatch::State::changed)
+        m_stale = Tables(kAllTables);
+    m_readsTables = everything && m_readsLine ? Tables(kAllTables) : m_stale;
+    m_reading = true;
+    if (m_readsTables.empty())
+        return;
+    m_begun = now;
+    if (m_watch)
+        m_mark = m_watch->mark();
+}
+
 /// Reads a table, or the line, so that a set waits for no more than that.
 void Worker::refreshStep() {
     const CutShort cut(m_stopping);
+    if (!m_reading)
+        beginRefresh();
     const unsigned long failures = client_failures();
     int status = CORVANTA_OK;
-    if (m_step < kTables)
-        status = m_image.read(kAllTables.begin()[m_step]);
-    else if (!readLine(m_next.model))
+    const auto* const table = std::find_if(kAllTables.begin(), kAllTables.end(),
+                                           [this](Table t) { return m_readsTables.has(t); });
+    if (table != kAllTables.end()) {
+        status = m_image.read(*table);
+        m_readsTables.remove({*table});
+        m_stale.remove({*table});
+    } else if (m_readsLine && !readLine(m_next.model)) {
         status = CORVANTA_FAILED;
+    }
     const bool failed = status != CORVANTA_OK || client_failures() != failures;
-    if (!failed && m_step++ < kTables)
-        return;
-    m_step = 0;
-    endRefresh(failed, status);
+    if (failed || table == kAllTables.end())
+        endRefresh(failed, status);
 }
 
 void Worker::endRefresh(bool failed, int status) {
     const auto now = Clock::now();
+    m_reading = false;
     if (failed != m_failing)
         log(failed ? LOG_WARNING : LOG_INFO,
             failed ? "the device cannot be read, " + statusText(status)
@@ -459,25 +578,40 @@ void Worker::endRefresh(bool failed, int status) {
     m_failing = failed;
     if (failed) {
         ++m_next.refreshesFailed;
-        m_due = now + std::min(m_settings.interval, kRetry);
+        m_stale = Tables(kAllTables);
+        m_due = m_staleDue = now + std::min(m_settings.interval, kRetry);
         publish();
         return;
     }
-    ++m_next.refreshesDone;
-    m_next.complete = true;
-    m_next.refreshed = now;
-    m_due = now + m_settings.interval;
-    Stage stage(m_image);
-    const OnStage on(stage);
-    readConfiguration(m_next.model);
-    publish();
+    if (m_begun > m_accepted) // no set has come between
+        accept(m_mark);
+    if (m_readsLine) {
+        ++m_next.refreshesDone;
+        m_next.complete = true;
+        m_next.refreshed = now;
+        m_due = now + m_settings.interval;
+        if (now >= m_fullDue)
+            m_fullDue = now + m_settings.fullInterval;
+    }
+    show();
+}
+
+/// After a change of this agent's own: reads again, but not what it has just read.
+void Worker::settle(Tables current) {
+    const auto now = Clock::now();
+    if (!m_watch) {
+        m_due = std::min(m_due, now + kSettle);
+        return;
+    }
+    m_stale = Tables(kAllTables);
+    m_stale.remove(current);
+    m_staleDue = now + kSettle;
 }
 
 void Worker::show() {
     Stage stage(m_image);
     const OnStage on(stage);
     readConfiguration(m_next.model);
-    m_due = std::min(m_due, Clock::now() + kSettle);
     publish();
 }
 

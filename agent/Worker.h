@@ -2,6 +2,7 @@
 
 #include "Journal.h"
 #include "Objects.h"
+#include "Watch.h"
 
 #include <atomic>
 #include <condition_variable>
@@ -9,6 +10,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <thread>
 #include <vector>
 
@@ -65,11 +67,17 @@ public:
         bool verbose;
         bool foreground;
         std::chrono::seconds interval;
-        std::string state; ///< folder of the journal
+        std::chrono::seconds fullInterval; ///< for everything, whatever the watched file says
+        std::chrono::seconds pause;        ///< the shortest between two refreshes of the database
+        std::string watched; ///< file that changes whenever the database does; empty for none
+        std::string state;   ///< folder of the journal
     };
 
     /// @param published called after each new snapshot, on the worker's thread
     Worker(Settings settings, std::function<void()> published);
+    ~Worker();
+    Worker(const Worker&) = delete;
+    Worker& operator=(const Worker&) = delete;
 
     void start();
 
@@ -106,17 +114,25 @@ private:
     int readFor(const Transaction& set);
     int rehearse(Transaction& set, int& writes);
     void perform(Transaction& set, int writes);
-    int readBack(const Transaction& set, const Record& done, Image& image) const;
+    int readBack(const Transaction& set, const Record& done, Image& image, Tables& current) const;
     bool stays(Transaction& set, const Record& done);
 
     void beginRestore(Record record, RevertReason reason);
     bool restore();
     bool restoreRows();
 
+    void look();
+    void lookAtDatabase();
+    void accept(const FileWatch::Mark& mark);
+    bool databaseIsKnown();
+    void beginRefresh();
     void refreshStep();
     void endRefresh(bool failed, int status);
+    void settle(Tables current);
     void show();
     void publish();
+    void wait(std::unique_lock<std::mutex>& lock);
+    void wake() const;
 
     const Settings m_settings;
     const std::function<void()> m_published;
@@ -124,18 +140,31 @@ private:
 
     // The worker thread's own.
     Journal m_journal;
-    Image m_image;             ///< of the database, each table as it was last read
-    Snapshot m_next;           ///< what the next snapshot is a copy of
-    std::size_t m_step = 0;    ///< of the refresh under way
-    bool m_failing = false;    ///< whether the last refresh failed
-    Clock::time_point m_due;   ///< the next refresh
-    Record m_record;           ///< of the change that is pending, or being taken back
-    RevertReason m_reason{};   ///< why it is being taken back
-    Clock::time_point m_retry; ///< when to try again
+    Image m_image;   ///< of the database, each table as it was last read
+    Snapshot m_next; ///< what the next snapshot is a copy of
+    std::optional<FileWatch> m_watch;
+    FileWatch::Mark m_mark;                ///< taken when the refresh under way began
+    std::optional<std::string> m_circuits; ///< the kernel's list, as it was last shown
+    Tables m_stale = Tables(kAllTables);   ///< that can have changed since they were read
+    bool m_reading = false;                ///< whether a refresh is under way
+    bool m_readsLine = false;              ///< and what it reads
+    Tables m_readsTables;
+    bool m_failing = false;       ///< whether the last refresh failed
+    bool m_blind = false;         ///< whether the watched file could not be looked at
+    Clock::time_point m_due;      ///< the next refresh of the line, at least
+    Clock::time_point m_fullDue;  ///< of everything
+    Clock::time_point m_lookDue;  ///< when to look at the circuits and the watched file
+    Clock::time_point m_staleDue; ///< when to read what is stale, while something is
+    Clock::time_point m_begun;    ///< the last refresh of the database
+    Clock::time_point m_accepted; ///< the last mark that was accepted
+    Record m_record;              ///< of the change that is pending, or being taken back
+    RevertReason m_reason{};      ///< why it is being taken back
+    Clock::time_point m_retry;    ///< when to try again
 
     std::thread m_thread;
     std::mutex m_mutex;
     std::condition_variable m_changed; ///< one of the following has
+    int m_wake;                        ///< the same, for the worker itself
     std::deque<Job> m_jobs;
     bool m_ended = false;
     std::atomic<bool> m_stopping{false};

@@ -89,7 +89,9 @@ int main(int argc, char** argv) {
     if (pipe2(pipe, O_CLOEXEC | O_NONBLOCK) != 0)
         return fail("no descriptors");
 
-    agent::Worker worker({options.verbose, options.foreground, options.interval, options.state},
+    agent::Worker worker({options.verbose, options.foreground, options.interval,
+                          options.fullInterval, options.refreshPause, options.watchDatabase,
+                          options.state},
                          [&pipe] { [[maybe_unused]] const auto size = write(pipe[1], "", 1); });
     agent::RequestHandler handler({options.maxAge, options.setDeadline, options.notifications},
                                   worker);

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <arpa/inet.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -13,6 +14,7 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <thread>
 
@@ -56,6 +58,7 @@ public:
         if (m_pid != 0)
             return;
         setpgid(0, 0);
+        prctl(PR_SET_PDEATHSIG, SIGKILL); // a test that is interrupted leaves nothing
         fs::current_path(folder);
         execl("/bin/sh", "sh", "-c", ("exec env " + command).c_str(), nullptr);
         _exit(127);
@@ -68,6 +71,12 @@ public:
     }
 
     pid_t pid() const { return m_pid; }
+
+    bool running() const {
+        siginfo_t ended{};
+        return waitid(P_PID, static_cast<id_t>(m_pid), &ended, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+               ended.si_pid == 0;
+    }
 
     /// @return the exit status, or -1 when the signal ended it
     int end(int signal) {
@@ -109,12 +118,13 @@ public:
         folder = mkdtemp(name.data());
         address = "127.0.0.1:" + std::to_string(Port().number);
         // A client between the agent and the real one: it can be told to be slow in changing
-        // things, or not to answer, and notes the sockets that it inherits.
+        // things, or not to answer, and notes the sockets that it inherits, and its runs.
         fs::create_directory(folder / "bin");
         write("bin/quorlet",
               "#!/bin/sh\ncd " + folder.string() +
                   "\nfor f in /proc/$$/fd/*; do [ ! -S $f ] || echo $f >>sockets; done\n"
                   "[ ! -e silent ] || exit\n"
+                  "[ ! -e runs ] || echo \"$1\" >>runs\n"
                   "case $1 in *updatekey*) [ ! -e slow ] || { touch changing; sleep 3; } ;; esac\n"
                   "exec " QUORLET " \"$@\"\n");
         write("agent.conf", "rwcommunity test 127.0.0.1\n");
@@ -152,7 +162,8 @@ public:
 
     void awaitAgent() {
         patience = "0.3";
-        EXPECT_TRUE(soon([this] { return get("3.2.0") == "INTEGER: 2"; })) << run("cat agent.log");
+        EXPECT_TRUE(soon([this] { return get("3.2.0") == "INTEGER: 2"; }, 60000))
+            << run("cat agent.log");
         patience = "9";
     }
 
@@ -169,12 +180,32 @@ public:
     }
 
     /// What is said of an error: "wrongType"; empty without one.
-    std::string set(const std::string& object, const std::string& typeAndValue) const {
-        const std::string answer = tool("snmpset", oid(object) + " " + typeAndValue);
+    static std::string errorIn(const std::string& answer) {
         const std::size_t reason = answer.find("Reason: ") + 8;
         if (reason >= 8)
             return answer.substr(reason, answer.find_first_of(" \n", reason) - reason);
         return answer.find(" = ") == answer.npos ? answer : "";
+    }
+
+    std::string set(const std::string& object, const std::string& typeAndValue) const {
+        return errorIn(tool("snmpset", oid(object) + " " + typeAndValue));
+    }
+
+    /// Sets several objects, given as in "3.1.0 s wan2 3.2.0 i 1". @return as set() does, and "no
+    /// answer" where the agent was killed
+    std::string request(const std::string& text) const {
+        std::istringstream words(text);
+        std::string bindings;
+        for (std::string object, type, value; words >> object >> type >> value;)
+            bindings += " " + oid(object) + " " + type + " " + value;
+        fs::remove(folder / "answer");
+        Process asking(folder, environment + "snmpset " + manager + " -r 0 -t 90 -On " + address +
+                                   bindings + " >answer 2>&1");
+        while (asking.running() && agent->running())
+            pause(5);
+        soon([&] { return !asking.running(); }, 100);
+        const std::string answer = run("cat answer");
+        return answer.empty() ? "no answer" : errorIn(answer);
     }
 
     std::string sql(const std::string& statement) const {
@@ -219,7 +250,7 @@ public:
                              " SHA \"auth passphrase\" AES \"priv passphrase\"\n";
         write("master.conf", configuration);
         startMaster();
-        startAgent("-x agentx -s state");
+        startAgent("-x agentx -s state -d 9"); // the master waits 10
         awaitAgent();
     }
 

@@ -29,7 +29,44 @@ target_compile_definitions(agent_site INTERFACE
   ROOT_OID=".1.3.6.1.4.1.${CORVANTA_ENTERPRISE}.1")
 add_dependencies(agent_site corvantad quorlet pvcshim)
 
+add_executable(watch_test watch_test.cpp)
+target_link_libraries(watch_test PRIVATE agent_site)
+add_test(NAME watch_test COMMAND watch_test)
+set_tests_properties(watch_test PROPERTIES TIMEOUT 300)
+
 add_executable(agent_test agent_test.cpp)
 target_link_libraries(agent_test PRIVATE agent_site)
 add_test(NAME agent_test COMMAND agent_test)
 set_tests_properties(agent_test PROPERTIES FIXTURES_REQUIRED smi RUN_SERIAL ON TIMEOUT 300)
+
+add_executable(change_test change_test.cpp)
+target_link_libraries(change_test PRIVATE agent_site)
+add_test(NAME change_test COMMAND change_test)
+set_tests_properties(change_test PROPERTIES RUN_SERIAL ON TIMEOUT 600)
+
+# A fault at each command of the client. It is linked statically and without sanitizers: a run of the
+# tests starts it a million times.
+add_executable(fault_client
+  fault_client.cpp ${PROJECT_SOURCE_DIR}/device/quorlet.cpp ${PROJECT_SOURCE_DIR}/device/Command.cpp)
+set_source_files_properties(${PROJECT_SOURCE_DIR}/device/quorlet.cpp PROPERTIES COMPILE_DEFINITIONS main=quorlet)
+target_compile_options(fault_client PRIVATE -O2 -fno-sanitize=all)
+target_link_options(fault_client PRIVATE -fno-sanitize=all -static)
+target_compile_definitions(fault_client PRIVATE LOCK_SECONDS="9")
+target_link_libraries(fault_client PRIVATE corvanta_flags sqlite3 m)
+
+add_executable(faults_test faults_test.cpp)
+target_link_libraries(faults_test PRIVATE agent_site)
+target_compile_definitions(faults_test PRIVATE FAULT_CLIENT="$<TARGET_FILE:fault_client>")
+add_dependencies(faults_test fault_client)
+add_test(NAME faults_test COMMAND faults_test)
+set_tests_properties(faults_test PROPERTIES RUN_SERIAL ON TIMEOUT 3600)
+
+find_program(SCRIPT script)
+if(NOT SCRIPT)
+  message(STATUS "tests: corvanta_set_test left out, script not found (bsdutils)")
+  return()
+endif()
+add_test(NAME corvanta_set_test
+  COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/corvanta_set_test.sh ${PROJECT_BINARY_DIR})
+set_tests_properties(corvanta_set_test PROPERTIES
+  FIXTURES_REQUIRED smi SKIP_RETURN_CODE 77 RUN_SERIAL ON TIMEOUT 600)

@@ -286,6 +286,7 @@ TEST_F(ConfigAccessTest, FailuresCount) {
     EXPECT_EQ(1, config_int_read_by_key(&value, "T", column(100, "").c_str(), "K", "v"));
     EXPECT_EQ(6, config_int_read_by_key(&value, "T", "C", "K", noName));
     EXPECT_EQ(failures + 2, client_failures());
+    platform.client = [](const std::string&) { return notStarted; };
     update_managed_objects(); // the cache load goes on after the 1st circuit
     EXPECT_EQ(failures + 2 + 1 + 8 + 1 + 32, client_failures());
     delete std::exchange(mgmt_o.cache, nullptr);

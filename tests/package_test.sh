@@ -43,8 +43,8 @@ installed() {
     for file in "${names[@]/#/usr/share/doc/}" etc/snmp/snmpd.conf.d/corvanta.conf \
         usr/include/corvanta{.h,/objects/managed_objects.h} \
         usr/lib/"$triplet"/{libcorvanta.so.1,libcorvanta.so,pkgconfig/corvanta.pc,cmake/corvanta/corvantaConfig.cmake} \
-        usr/lib/systemd/system/corvantad.service usr/sbin/corvantad \
-        usr/share/{man/man8/corvantad.8.gz,snmp/mibs/CORVANTA-MIB.txt} \
+        usr/lib/systemd/system/corvantad.service usr/sbin/corvantad usr/bin/corvanta-set \
+        usr/share/{man/man8/corvantad.8.gz,man/man1/corvanta-set.1.gz,snmp/mibs/CORVANTA-MIB.txt} \
         usr/share/corvanta-monitoring/{snmp.yml,snmptrapd-corvanta.conf}; do
         [ -e "$root/$file" ] || fail "no /$file"
     done

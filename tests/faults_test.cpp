@@ -1,0 +1,439 @@
+// A set is all or nothing: whatever fails at whichever of its commands, the device ends up as
+// before the set or as after it, and the manager is never told the wrong one of the two. Tried on
+// the stand-in device with a client that fails at a given command (fault_client.cpp).
+//
+// By default, each command that writes is tried in each way, and some of those that read; with
+// $CORVANTA_FAULTS all of them. $CORVANTA_FAULTS_SET and $CORVANTA_FAULTS_WAY choose by a part of
+// the name.
+
+#include "Site.h"
+
+#include <sys/file.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdlib>
+#include <functional>
+#include <iterator>
+#include <mutex>
+#include <sstream>
+#include <thread>
+#include <vector>
+
+namespace {
+
+/// Requests are objects with their types and values; one before a slash is made before the next.
+struct Set {
+    const char* name;
+    const char* before;
+    const char* request;
+    const char* inverse;
+    const char* query; ///< after it, gives
+    const char* rows;
+    bool restored; ///< by default, not all have faults in bringing them back
+};
+
+struct Way {
+    const char* name;
+    char letter;    ///< as fault_client knows it
+    bool restoring; ///< not in the set, but in bringing back what one left that was killed
+    const char* options;
+};
+
+// clang-format off
+#define MEMBERS "SELECT group_concat(Interface) FROM (SELECT * FROM BridgeInterface ORDER BY Id)"
+#define BRIDGES "SELECT (SELECT count(*) FROM Bridge), (SELECT count(*) FROM BridgeInterface), (SELECT count(*) FROM BridgeFilter)"
+
+const Set kSets[] = {
+    {"VLAN on", "", "7.1.2.1 i 1", "7.1.2.1 i 2", MEMBERS, "eth0.101,wan1.101", false},
+    {"VLAN off", "7.1.2.1 i 1", "7.1.2.1 i 2", "7.1.2.1 i 1", BRIDGES, "0|0|0", true},
+    {"tag discarded", "7.1.2.1 i 1", "7.1.3.1 i 1", "7.1.3.1 i 2", MEMBERS, "eth0.101,wan1", false},
+    {"tag kept again", "7.1.2.1 i 1/7.1.3.1 i 1", "7.1.3.1 i 2", "7.1.3.1 i 1", MEMBERS, "eth0.101,wan1.101", false},
+    {"parent of one that is on", "7.1.2.1 i 1/7.1.3.1 i 1", "7.1.4.1 s wan2", "7.1.4.1 s wan1", MEMBERS, "eth0.101,wan2", false},
+    {"parent of one that is off", "", "7.1.4.1 s wan2", "7.1.4.1 s wan1", "SELECT ParentIf FROM VLAN WHERE Id=2", "wan2", false},
+    {"default WAN", "", "3.1.0 s wan2", "3.1.0 s ''", MEMBERS, "eth0,wan2", false},
+    {"default WAN moved", "3.1.0 s wan2", "3.1.0 s wan3", "3.1.0 s wan2", MEMBERS, "eth0,wan3", false},
+    {"default WAN taken from a VLAN", "7.1.4.1 s wan2/7.1.2.1 i 1", "3.1.0 s wan2", "3.1.0 s '' 7.1.2.1 i 1", MEMBERS, "eth0,wan2", false},
+    {"default WAN emptied, filter", "3.2.0 i 1/3.1.0 s wan2", "3.1.0 s ''", "3.1.0 s wan2", BRIDGES, "0|0|0", false},
+    {"default WAN emptied", "3.1.0 s wan2", "3.1.0 s ''", "3.1.0 s wan2", BRIDGES, "0|0|0", false},
+    {"circuit on", "", "6.1.2.4 i 1", "6.1.2.4 i 2", "SELECT Enabled FROM Atm WHERE Id=4", "1", false},
+    {"circuit off", "", "6.1.2.8 i 2", "6.1.2.8 i 1", "SELECT Enabled FROM Atm WHERE Id=8", "0", false},
+    {"VPI", "", "6.1.4.8 i 255", "6.1.4.8 i 8", "SELECT Vpi FROM Atm WHERE Id=8", "255", false},
+    {"VCI", "", "6.1.5.1 i 65535", "6.1.5.1 i 32", "SELECT Vci FROM Atm WHERE Id=1", "65535", false},
+    {"four objects", "", "6.1.5.1 i 77 6.1.2.4 i 1 3.1.0 s wan2 7.1.2.1 i 1",
+     "7.1.2.1 i 2 3.1.0 s '' 6.1.2.4 i 2 6.1.5.1 i 32", MEMBERS, "eth0,wan2,eth0.101,wan1.101", true},
+};
+
+const Way kWays[] = {
+    {"agent killed before", 'a', false, "-d 60"},
+    {"agent killed after", 'A', false, "-d 60"},
+    {"group killed before", 'g', false, "-d 60"},
+    {"group killed after", 'G', false, "-d 60"},
+    {"client dies before", 'd', false, "-d 60"},
+    {"client dies after", 'D', false, "-d 60"},
+    {"database locked", 'l', false, "-d 8"}, // for a second longer
+    {"client hangs", 'h', false, "-d 8 --client-limit 2"},
+    {"restore: group killed before", 'g', true, "-d 60"},
+    {"restore: group killed after", 'G', true, "-d 60"},
+    {"restore: client dies before", 'd', true, "-d 60"},
+    {"restore: client dies after", 'D', true, "-d 60"},
+    {"restore: database locked", 'l', true, "-d 60"},
+};
+
+/// The rows of all tables. A bridge's Id is replaced by its name, and a member's by its place.
+const char* const kRows =
+    "SELECT 'Atm', * FROM Atm; SELECT 'VLAN', * FROM VLAN; SELECT 'VLANSingleParams', * FROM VLANSingleParams;"
+    "SELECT 'Bridge', Name, Stp FROM Bridge ORDER BY 2, 3;"
+    "SELECT 'BridgeInterface', (SELECT Name FROM Bridge WHERE Id = BridgeId), Id - min(Id) OVER (PARTITION BY BridgeId),"
+    " Interface, AllowLocalAccess, AllowDHCP FROM BridgeInterface ORDER BY 2, 3;"
+    "SELECT 'BridgeFilter', (SELECT Name FROM Bridge WHERE Id = BridgeId), FilterRule, VLANId, PBit FROM BridgeFilter ORDER BY 2, 3;"
+    "SELECT 'NetworkSetupNode', Type, InterfaceName, ParentInterface, ConfigurationSpecifics, Enable FROM NetworkSetupNode ORDER BY 2, 3, 4, 5, 6;"
+    "SELECT 'StatusNetifConfig', Name FROM StatusNetifConfig ORDER BY 2;";
+// clang-format on
+
+constexpr int kNoEnd = 1000000;
+constexpr int kPatience = 180000; ///< in ms: on a busy machine nothing is late, only slow
+
+/// A device with an agent, each with an address of its own: a port that is free for a moment, as
+/// when the agent is started again, could be taken.
+class Bench : public Site {
+public:
+    explicit Bench(std::string agentOptions) : options(std::move(agentOptions)) {
+        static std::atomic<int> count{0};
+        const int number = ++count;
+        address = "127." + std::to_string(1 + getpid() % 250) + "." + std::to_string(number / 250) +
+                  "." + std::to_string(1 + number % 250) + ":10161";
+        environment += "AGENT=$$ ";
+        write("agent.conf", "rwcommunity test\n");
+        run("ln -sf " FAULT_CLIENT " bin/quorlet");
+        static const bool limits =
+            run(CORVANTAD " --help").find("client-limit") != std::string::npos;
+        if (!limits)
+            options.erase(std::min(options.find(" --client-limit"), options.size()));
+    }
+
+    /// Takes over another's device and what its agent has kept.
+    void copy(const fs::path& other) {
+        agent.reset();
+        run("rm -rf device state; cp -r " + other.string() + "/device " + other.string() +
+            "/state .; rm -f device/hit device/fault");
+    }
+
+    void start() {
+        agent.reset();
+        startAgent("-m " + address + " -c agent.conf -s state -i 3600 -a 604800 " + options);
+    }
+
+    /// Waits until the agent answers, with nothing left to bring back. @return false when it dies
+    bool settles() {
+        std::uintmax_t commands = 0;
+        auto last = Clock::now();
+        const auto settled = [&] {
+            if (!agent->running())
+                return true;
+            pause(150);
+            const std::string state =
+                run(environment + "snmpget " + manager + " -r 0 -t 1 -Oqv " + address + " " +
+                    oid("1.1.0") + " " + oid("8.4.0")); // refreshes, and cvChangeState
+            if (state.find('\n') == state.npos || state.compare(0, 2, "0\n") == 0)
+                return false;
+            if (state.find("No Such") == state.npos)
+                return state.substr(state.find('\n')) == "\n1\n";
+            std::error_code none; // the state is not shown: is it quiet?
+            const auto now = fs::file_size(folder / "device/commands", none);
+            if (std::exchange(commands, now) != now)
+                last = Clock::now();
+            return none || msSince(last) > 1500;
+        };
+        return soon(settled, kPatience) && agent->running();
+    }
+
+    void arm(char way, char kind, int number) const {
+        fs::remove(folder / "device/commands");
+        fs::remove(folder / "device/hit");
+        write("device/fault", std::string{way, ' ', kind, ' '} + std::to_string(number));
+    }
+
+    bool hit() const { return has("device/hit"); }
+
+    void disarm() const { fs::remove(folder / "device/fault"); }
+
+    /// Whether all processes of a client that hangs have gone.
+    bool hungOnesGone() const {
+        const int file = open((folder / "device/hit").c_str(), O_RDWR | O_CLOEXEC);
+        const bool gone = soon([&] { return flock(file, LOCK_EX | LOCK_NB) == 0; }, 3000);
+        close(file);
+        return gone;
+    }
+
+    std::string rows() const { return sql(kRows); }
+
+    std::string options;
+};
+
+/// A set's device at its various stages, as a set without a fault goes.
+struct Prepared {
+    std::unique_ptr<Bench> ready;  ///< before the set
+    std::unique_ptr<Bench> killed; ///< while it was being made, at its last command that writes
+    std::string before, after, back;
+    int writes = 0, reads = 0; ///< commands
+    bool good = false;
+};
+
+struct Tally {
+    int points = 0, before = 0, after = 0, half = 0, dead = 0, wrong = 0;
+
+    Tally& operator+=(const Tally& other);
+};
+
+constexpr int Tally::*kFields[] = {&Tally::points, &Tally::before, &Tally::after,
+                                   &Tally::half,   &Tally::dead,   &Tally::wrong};
+
+Tally& Tally::operator+=(const Tally& other) {
+    for (const auto field : kFields)
+        this->*field += other.*field;
+    return *this;
+}
+
+void print(const char* name, const char* way, const Tally& tally) {
+    std::printf("%-30s %-28s", name, way);
+    for (const auto field : kFields)
+        std::printf("%7d", tally.*field);
+    std::printf("\n");
+    std::fflush(stdout);
+}
+
+class Faults : public testing::Test {
+protected:
+    void prepare(std::size_t index) {
+        const Set& set = kSets[index];
+        Prepared& prepared = m_prepared[index];
+        std::string failed;
+        const auto ask = [&](const Bench& site, const std::string& request) {
+            if (const std::string error = site.request(request.c_str()); !error.empty())
+                failed += request + ": " + error + "\n";
+        };
+        prepared.ready = std::make_unique<Bench>("-d 60");
+        Bench& site = *prepared.ready;
+        site.start();
+        site.settles();
+        std::istringstream requests(set.before);
+        for (std::string request; std::getline(requests, request, '/');)
+            ask(site, request);
+        site.agent->end(SIGTERM);
+
+        Bench trial("-d 60");
+        trial.copy(site.folder);
+        prepared.before = trial.rows();
+        trial.start();
+        trial.settles();
+        trial.arm('-', '-', 0);
+        ask(trial, set.request);
+        trial.disarm();
+        prepared.writes = std::atoi(trial.run("grep -c ^w device/commands").c_str());
+        prepared.reads = std::atoi(trial.run("grep -c ^r device/commands").c_str());
+        prepared.after = trial.rows();
+        const std::string rows = trial.sql(set.query);
+        ask(trial, set.inverse);
+        prepared.back = trial.rows();
+
+        prepared.killed = std::make_unique<Bench>("-d 60");
+        Bench& killed = *prepared.killed;
+        killed.copy(site.folder);
+        killed.start();
+        killed.settles();
+        killed.arm('G', 'w', prepared.writes);
+        killed.request(set.request);
+        if (killed.agent->running())
+            failed += "not killed";
+        killed.agent.reset();
+
+        const std::lock_guard lock(m_mutex);
+        prepared.good = failed.empty();
+        EXPECT_EQ(failed, "") << set.name << site.run("cat agent.log");
+        EXPECT_EQ(rows, set.rows + std::string("\n")) << set.name;
+        if (prepared.back != prepared.before)
+            std::cout << set.name << ": its inverse alone does not give the rows before\n"
+                      << difference(prepared.before, prepared.back);
+    }
+
+    /// Tries a fault at one command after the other, until there are no more.
+    void sweep(std::size_t index, const Way& way, int firstRead) {
+        const Prepared& prepared = m_prepared[index];
+        if (!prepared.good)
+            return;
+        Bench site(way.options);
+        bool usable = false; // the device is as before the set, its agent runs
+        Tally sum;
+        std::string stories;
+        const auto all = [&](char kind, int first, int step, int last) {
+            bool hit = true;
+            for (int number = first; hit && number <= last; number += step) {
+                Tally tally;
+                std::string story;
+                hit = point(site, kSets[index], prepared, way, kind, number, usable, tally, story);
+                const bool failed = tally.half + tally.dead + tally.wrong > 0;
+                if (!hit && !failed)
+                    return;
+                tally.points = 1;
+                sum += tally;
+                if (failed)
+                    stories += std::string("  ") + kind + std::to_string(number) + ": " + story;
+            }
+        };
+        const bool open = m_full || way.restoring; // else as many as without a fault
+        all('w', 1, 1, open ? kNoEnd : prepared.writes);
+        all('r', firstRead, m_step, open ? kNoEnd : prepared.reads);
+        const std::lock_guard lock(m_mutex);
+        print(kSets[index].name, way.name, sum);
+        std::printf("%s", stories.c_str());
+        m_total += sum;
+    }
+
+    /// @return whether the fault was reached
+    bool point(Bench& site, const Set& set, const Prepared& prepared, const Way& way, char kind,
+               int number, bool& usable, Tally& tally, std::string& story) {
+        std::string answer = "no answer";
+        if (way.restoring) {
+            site.copy(prepared.killed->folder);
+            site.arm(way.letter, kind, number);
+            site.start();
+            site.settles();
+        } else {
+            if (!usable) {
+                site.copy(prepared.ready->folder);
+                site.start();
+                site.settles();
+            }
+            site.arm(way.letter, kind, number);
+            answer = site.request(set.request);
+        }
+        usable = false;
+        const bool hit = site.hit();
+        if (!hit)
+            site.disarm();
+        const bool killed = !site.agent->running();
+        const bool toBeKilled = hit && std::string("aAgG").find(way.letter) != std::string::npos;
+        if (killed)
+            site.start();
+        const bool gone = way.letter != 'h' || !hit || site.hungOnesGone();
+        const bool done = !killed && answer.empty(); // at once
+        const bool alive = (done || site.settles()) && gone && killed <= toBeKilled;
+        site.disarm();
+        soon([&] { return !site.has("device/locked"); });
+        const std::string rows = site.rows();
+        const bool isBefore = rows == prepared.before;
+        const bool isAfter = rows == prepared.after;
+        story = answer + (alive ? "" : ", dead") +
+                (isBefore  ? ", before"
+                 : isAfter ? ", after"
+                           : ", half") +
+                site.run(std::string("echo; grep ^") + kind + " device/commands | sed -n " +
+                         std::to_string(number) + "p");
+        if (!alive) {
+            tally.dead = 1;
+        } else if (!isBefore && !isAfter) {
+            tally.half = 1;
+            story += difference(prepared.before, rows);
+        } else {
+            (isBefore ? tally.before : tally.after) = 1;
+            const bool told = answer.empty() ? isAfter : isBefore || answer == "no answer";
+            tally.wrong = (way.restoring && !isBefore) || !told ||
+                          (!hit && !way.restoring && !answer.empty());
+            usable = isBefore && number % m_again != 1
+                         ? true
+                         : again(site, set, prepared, isBefore, tally, story);
+            usable = usable && !way.restoring;
+        }
+        return hit;
+    }
+
+    /// The same set succeeds, and so does its inverse. @return whether it led back to the start
+    bool again(Bench& site, const Set& set, const Prepared& prepared, bool isBefore, Tally& tally,
+               std::string& story) {
+        std::string answer = isBefore ? site.request(set.request) : "";
+        std::string rows = site.rows();
+        if (answer.empty() && rows == prepared.after) {
+            answer = site.request(set.inverse);
+            rows = site.rows();
+            if (answer.empty() && rows == prepared.back)
+                return rows == prepared.before;
+        }
+        tally.wrong = 1;
+        story += "    then a set: " + answer + "\n" + difference(prepared.before, rows);
+        return false;
+    }
+
+    static std::string difference(const std::string& before, const std::string& now) {
+        std::string text;
+        const auto missing = [&](const std::string& rows, const std::string& other,
+                                 const char* sign) {
+            std::istringstream lines(rows);
+            for (std::string line; std::getline(lines, line);) {
+                if (("\n" + other).find("\n" + line + "\n") == std::string::npos)
+                    text += std::string("    ") + sign + line + "\n";
+            }
+        };
+        missing(before, now, "-");
+        missing(now, before, "+");
+        return text;
+    }
+
+    std::vector<Prepared> m_prepared{std::size(kSets)};
+    Tally m_total;
+
+    // The usual size, or the full one.
+    const bool m_full = std::getenv("CORVANTA_FAULTS") != nullptr;
+    const int m_step = m_full ? 1 : 60; ///< of the commands that read
+    const int m_again = m_full ? 1 : 4; ///< of the points followed by the same set and its inverse
+    std::mutex m_mutex;
+};
+
+/// Runs jobs side by side: most of them wait most of the time.
+void runAll(const std::vector<std::function<void()>>& jobs) {
+    const unsigned atOnce = 4 * std::max(1U, std::thread::hardware_concurrency());
+    std::atomic<std::size_t> next{0};
+    std::vector<std::thread> threads;
+    for (unsigned i = 0; i < atOnce; ++i)
+        threads.emplace_back([&] {
+            for (std::size_t job; (job = next++) < jobs.size();)
+                jobs[job]();
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+}
+
+/// Whether a name is asked for, by a part of it.
+bool wanted(const char* variable, const char* name) {
+    const char* const value = std::getenv(variable);
+    return value == nullptr || std::string(name).find(value) != std::string::npos;
+}
+
+TEST_F(Faults, LeaveTheDeviceAsBeforeOrAsAfter) {
+    const auto start = Clock::now();
+    std::vector<std::function<void()>> preparations;
+    std::vector<std::function<void()>> sweeps;
+    for (std::size_t index = 0; index < std::size(kSets); ++index) {
+        if (!wanted("CORVANTA_FAULTS_SET", kSets[index].name))
+            continue;
+        preparations.emplace_back([=] { prepare(index); });
+        for (const Way& way : kWays) {
+            if (!wanted("CORVANTA_FAULTS_WAY", way.name) ||
+                (way.restoring && !m_full && !kSets[index].restored))
+                continue;
+            const int firstRead = 1 + static_cast<int>(sweeps.size()) * 7 % m_step;
+            sweeps.emplace_back([=, &way] { sweep(index, way, firstRead); });
+        }
+    }
+    runAll(preparations);
+    std::printf("Each command that writes and every %dth that reads; the same set and its inverse "
+                "after every %dth.\n%-30s %-28s points before  after   half   dead  wrong\n",
+                m_step, m_again, "set", "way");
+    runAll(sweeps);
+
+    print("total", (std::to_string(msSince(start) / 1000) + " s").c_str(), m_total);
+    EXPECT_GT(m_total.points, 0);
+    EXPECT_EQ(m_total.half + m_total.dead + m_total.wrong, 0);
+}
+
+} // namespace
