@@ -1,16 +1,17 @@
 #!/usr/bin/env bash
-# Builds the Debian packages, unpacks them in a throw-away root, looks for what each must have and
-# starts the agent from there, on the stand-in device.
+# Builds the Debian packages and leads them through their life in a throw-away root: installed and
+# purged, then 1.0.0 upgraded, the agent started from there on the stand-in device, removed, purged.
 #
 #     package_test.sh BUILD_DIR VERSION
 set -euo pipefail
+[ "$(id -u)" -eq 0 ] || exec fakeroot -- "$0" "$@"
 build=$(realpath -- "$1") version=$2
 source=$(dirname -- "$(realpath -- "${BASH_SOURCE[0]}")")/..
 triplet=$(dpkg-architecture -qDEB_HOST_MULTIARCH)
 work=$(mktemp -d)
 agent=
 trap '[ -z "$agent" ] || kill "$agent"; rm -rf -- "$work"' EXIT
-root=$work/root
+root=$work/root conffile=$work/root/etc/snmp/snmpd.conf.d/corvanta.conf state=$work/root/var/lib/corvanta
 
 fail() {
     echo "FAIL: $1" >&2
@@ -18,36 +19,78 @@ fail() {
 }
 
 CORVANTA_PACKAGE_BUILD=$build/package "$source/scripts/package"
+names=(libcorvanta1 libcorvanta-dev corvanta-agent corvanta-monitoring)
+debs=("${names[@]/%/_$version-*.deb}")
+debs=("${debs[@]/#/$build/package/}")
 
-# Package, section, control files, files. The agent is there where Net-SNMP is.
-packages="
-libcorvanta1 libs shlibs,triggers /usr/lib/$triplet/libcorvanta.so.1
-libcorvanta-dev libdevel md5sums /usr/include/corvanta.h,/usr/include/corvanta/objects/managed_objects.h,/usr/lib/$triplet/libcorvanta.so,/usr/lib/$triplet/pkgconfig/corvanta.pc,/usr/lib/$triplet/cmake/corvanta/corvantaConfig.cmake
-corvanta-agent net conffiles,postinst,prerm /usr/sbin/corvantad,/usr/bin/corvanta-set,/usr/lib/systemd/system/corvantad.service,/usr/share/man/man8/corvantad.8.gz,/usr/share/man/man1/corvanta-set.1.gz,/usr/share/snmp/mibs/CORVANTA-MIB.txt,/etc/snmp/snmpd.conf.d/corvanta.conf"
-[ -x "$build/agent/corvantad" ] || packages=$(grep -v ^corvanta-agent <<<"$packages")
+# A root of merged folders where the packages of this machine answer for dependencies.
+db=$root/var/lib/dpkg
+mkdir -p "$db/info" "$root/usr/lib" "$root/etc"
+ln -s usr/lib "$root/lib"
+awk -v RS= -v ORS='\n\n' '!/^Package: (lib)?corvanta/' /var/lib/dpkg/status >"$db/status"
+find /var/lib/dpkg/info -name '*.list' ! -name '*corvanta*' -exec cp -t "$db/info" {} +
+cp /var/lib/dpkg/info/format "$db/info"
+in_root() {
+    dpkg --root="$root" --log="$work/dpkg.log" --force-script-chrootless --force-confold "$@" >"$work/said" 2>&1 || {
+        cat "$work/said" >&2
+        fail "dpkg $*"
+    }
+}
 
-while read -r name section control files; do
-    [ -n "$name" ] || continue
-    deb=$(echo "$build/package/${name}_$version-"*.deb)
-    [ "$(dpkg-deb -f "$deb" Section)" = "$section" ] || fail "section of $name"
-    for file in ${control//,/ }; do
-        dpkg-deb -I "$deb" "$file" >"$work/control" || fail "$name has no $file"
-        # A configuration file that is listed must be there.
-        [ "$file" != conffiles ] || files+=,$(paste -sd, "$work/control")
+# Everything is there, and the state folder is the agent's alone, with what was in it.
+installed() {
+    local file user
+    for file in "${names[@]/#/usr/share/doc/}" etc/snmp/snmpd.conf.d/corvanta.conf \
+        usr/include/corvanta{.h,/objects/managed_objects.h} \
+        usr/lib/"$triplet"/{libcorvanta.so.1,libcorvanta.so,pkgconfig/corvanta.pc,cmake/corvanta/corvantaConfig.cmake} \
+        usr/lib/systemd/system/corvantad.service usr/sbin/corvantad usr/bin/corvanta-set \
+        usr/share/{man/man8/corvantad.8.gz,man/man1/corvanta-set.1.gz,snmp/mibs/CORVANTA-MIB.txt} \
+        usr/share/corvanta-monitoring/{snmp.yml,snmptrapd-corvanta.conf}; do
+        [ -e "$root/$file" ] || fail "no /$file"
     done
-    dpkg-deb -x "$deb" "$root"
-    for file in ${files//,/ } "/usr/share/doc/$name/copyright" "/usr/share/doc/$name/changelog.Debian.gz"; do
-        [ -s "$root$file" ] || fail "$name has no $file"
-    done
-    [ "$name" = libcorvanta1 ] || grep -q "libcorvanta1 (= $version-" <<<"$(dpkg-deb -f "$deb" Depends)" ||
-        fail "$name does not depend on its library"
-done <<<"$packages"
-grep -qi "licence.*owner's to choose" "$root/usr/share/doc/libcorvanta1/copyright" || fail "licence"
-[ -x "$root/usr/sbin/corvantad" ] || exit 0
+    user=$(sed -n 's/^corvanta:[^:]*:\([0-9]*\):.*/\1/p' "$root/etc/passwd")
+    [ "$(stat -c '%a %u' "$state")" = "700 ${user:-none}" ] || fail "the state folder is not the user's"
+    [ -z "$(find "$state" ! -uid "$user")" ] || fail "the state is not the user's"
+    [ ! -e "$root/etc/systemd/system/multi-user.target.wants" ] || fail "the agent is enabled"
+}
+purged() {
+    local left
+    in_root --purge "${names[@]}"
+    left=$(find "$root" -path "$db" -prune -o -iname '*corvanta*' -print)
+    [ -z "$left" ] || fail "left behind: $left"
+}
 
-daemon=$root/usr/sbin/corvantad
-export LD_LIBRARY_PATH=$root/usr/lib/$triplet
-for file in "$daemon" "$LD_LIBRARY_PATH/libcorvanta.so.1"; do
+# shellcheck disable=SC2068 # patterns
+in_root --install ${debs[@]}
+installed
+grep -q 'libcorvanta1 (>= 1\.1\.0)' <<<"$(dpkg-query --admindir="$db" -f '${Depends}' -W corvanta-agent)" ||
+    fail "the agent doesn't depend on a library that has all it calls"
+purged
+
+# As 1.0.0 was packaged, its unit elsewhere; then used for a while.
+old=$work/old/corvanta-agent
+install -D /dev/null "$old/usr/lib/systemd/system/corvantad.service"
+install -D /dev/null "$old/etc/snmp/snmpd.conf.d/corvanta.conf"
+mkdir -p "$old/DEBIAN" "$work/old/libcorvanta1/DEBIAN"
+echo /etc/snmp/snmpd.conf.d/corvanta.conf >"$old/DEBIAN/conffiles"
+for name in libcorvanta1 corvanta-agent; do
+    printf '%s\n' "Package: $name" 'Version: 1.0.0-1' "Architecture: $(dpkg --print-architecture)" \
+        'Maintainer: none' 'Description: none' >"$work/old/$name/DEBIAN/control"
+    [ $name = libcorvanta1 ] || echo 'Depends: libcorvanta1 (= 1.0.0-1)' >>"$work/old/$name/DEBIAN/control"
+    dpkg-deb --build "$work/old/$name" "$work/old" >/dev/null
+done
+in_root --install "$work"/old/*.deb
+echo '# mine' >"$conffile"
+install -D -m 600 /dev/null "$state/snmpd.conf"
+# shellcheck disable=SC2068
+in_root --install ${debs[@]}
+installed
+grep -qx '# mine' "$conffile" || fail "the upgrade took the configuration file"
+[ -e "$state/snmpd.conf" ] || fail "the upgrade took the state"
+
+daemon=$root/usr/sbin/corvantad libraries=$root/usr/lib/$triplet
+export LD_LIBRARY_PATH=$libraries${LD_LIBRARY_PATH:+:$LD_LIBRARY_PATH}
+for file in "$daemon" "$libraries/libcorvanta.so.1"; do
     ! readelf -SW "$file" | grep -E '\.symtab|\.debug' || fail "$file is not stripped"
     ! readelf -dW "$file" | grep -E 'RPATH|RUNPATH' || fail "$file looks for libraries by itself"
 done
@@ -56,10 +99,17 @@ ldd "$daemon" | grep -F "libcorvanta.so.1 => $root/" || fail "library not found 
 
 # It reports that it has started, and ends well when it is told to.
 CORVANTA_BUILD=$build "$source/scripts/on-device" "$work/device" "$daemon" --foreground \
-    --state "$work/state" --master "unix:$work/agent" 2>"$work/log" &
+    --state "$state" --master "unix:$work/agent" 2>"$work/log" &
 agent=$!
 # shellcheck disable=SC2016 # the inner shell's
 timeout 30 sh -c 'until grep "started$" "$0"; do sleep 0.1; done' "$work/log" || fail "no start"
 kill "$agent"
 wait "$agent" || fail "the agent ended with $?"
 agent=
+
+in_root --remove "${names[@]}"
+[ ! -e "$daemon" ] || fail "the agent is still there"
+for file in "$conffile" "$state/agent.lock"; do
+    [ -e "$file" ] || fail "removal took $file"
+done
+purged

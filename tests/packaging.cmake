@@ -1,6 +1,7 @@
 # What is built, installed and packaged. Each has packages of its own to work with.
 find_program(ABIDW abidw)
 find_program(LINTIAN lintian)
+find_program(DH dh)
 if(CORVANTA_HARDENED)
   add_test(NAME check_build COMMAND scripts/check-build ${PROJECT_BINARY_DIR}
     WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
@@ -16,11 +17,11 @@ if(CORVANTA_HARDENED AND NOT CMAKE_CROSSCOMPILING)
   else()
     message(STATUS "tests: abi_check left out, abidw not found (abigail-tools)")
   endif()
-  if(LINTIAN AND TARGET quorlet)
+  if(LINTIAN AND DH AND TARGET corvantad AND TARGET quorlet)
     add_test(NAME package_test
       COMMAND tests/package_test.sh ${PROJECT_BINARY_DIR} ${PROJECT_VERSION}
       WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
   else()
-    message(STATUS "tests: package_test left out, needs lintian and the device")
+    message(STATUS "tests: package_test left out, needs debhelper, lintian, the agent and the device")
   endif()
 endif()
