@@ -31,7 +31,12 @@ need_npm() {
 # What building and running every part takes.
 # shellcheck disable=SC2034
 build_packages=(g++ cmake make ninja-build pkg-config libgtest-dev libsqlite3-dev sqlite3 libsnmp-dev)
+# What watching a fleet of agents takes besides, and looking at its page.
+# shellcheck disable=SC2034
+fleet_packages=(snmp curl prometheus prometheus-snmp-exporter)
+# shellcheck disable=SC2034
+page_packages=(chromium chromium-driver)
 # What the tests take besides.
 # shellcheck disable=SC2034
-test_packages=(snmp snmpd smitools abigail-tools dpkg-dev file lintian
-    valgrind)
+test_packages=(snmp snmpd snmptrapd smitools abigail-tools dpkg-dev file lintian
+    valgrind "${fleet_packages[@]}" "${page_packages[@]}")
