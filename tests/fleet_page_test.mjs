@@ -1,0 +1,148 @@
+// The pages in a browser, beside what the agents say. scripts/fleet --check runs it on its fleet:
+//
+//     node fleet_page_test.mjs PAGE FLEET_FOLDER
+//
+// Screenshots go to build/fleet.
+import assert from "node:assert/strict";
+import { execFileSync, spawn } from "node:child_process";
+import fs from "node:fs";
+import { once } from "node:events";
+
+const [page, folder] = process.argv.slice(2);
+const pause = ms => new Promise(done => setTimeout(done, ms));
+const routers = Object.fromEntries([...fs.readFileSync(folder + "/targets/fleet.yml", "utf8")
+  .matchAll(/'(.*)'.*router: ([^}]*)/g)].map(([, address, name]) => [name, address]));
+const names = Object.keys(routers), second = names[1 % names.length], last = names.at(-1);
+
+const driver = spawn("chromedriver", ["--port=0"], { stdio: ["ignore", "pipe", "inherit"] });
+let said = "", port;
+while (!(port = said.match(/started successfully on port (\d+)/)?.[1])) said += (await once(driver.stdout, "data"))[0];
+async function browser(method, path, body) {
+  const answer = await fetch(`http://127.0.0.1:${port}/session${path}`, { method, body: body && JSON.stringify(body) });
+  const { value } = await answer.json();
+  assert(answer.ok, JSON.stringify(value));
+  return value;
+}
+const { sessionId } = await browser("POST", "", { capabilities: { alwaysMatch: {
+  "goog:loggingPrefs": { browser: "ALL" },
+  "goog:chromeOptions": { args: ["--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
+    "--disable-background-networking", "--disable-component-update", "--disable-sync", "--window-size=1000,800",
+    `--user-data-dir=${folder}/browser`] } } } });
+const go = url => browser("POST", `/${sessionId}/url`, { url });
+const look = script => browser("POST", `/${sessionId}/execute/sync`, { script: "return " + script, args: [] });
+const cells = async id => Object.fromEntries((await look(`[...document.querySelectorAll("#${id} tr")].map(r => [...r.cells].map(c => c.innerText))`))
+  .map(([first, ...rest]) => [first, rest]));
+const figures = async id => Object.fromEntries(await look(`[...document.querySelectorAll("#${id} > div")].map(d => [...d.children].map(c => c.innerText))`));
+async function shoot(name) {
+  fs.mkdirSync("build/fleet", { recursive: true });
+  fs.writeFileSync(`build/fleet/${name}.png`, Buffer.from(await browser("GET", `/${sessionId}/screenshot`), "base64"));
+}
+// Waits for what must be true soon: two scrapes, the rules and, when it draws by itself, the page's
+// 15 seconds.
+async function soon(what, check, byItself = false) {
+  for (let tries = 90; ; --tries) {
+    try {
+      if (!byItself) await look("draw()");
+      await check();
+      return console.log("ok " + what);
+    } catch (error) {
+      if (tries === 0) throw new Error(what + ": " + error.message);
+      await pause(500);
+    }
+  }
+}
+
+// What an agent says, by object and row.
+function asked(router) {
+  const text = execFileSync("snmpbulkwalk", ["-Cr50", "-Oqsa", routers[router], "corvantaMIB"],
+    { encoding: "utf8", env: { ...process.env, SNMPCONFPATH: folder + "/snmp" } });
+  return Object.fromEntries(text.trim().split("\n").map(line => line.match(/^(\S+) ?(.*)/).slice(1)));
+}
+function expected(router) {
+  const said = asked(router), states = { off: 0, up: 0, down: 0 };
+  for (let i = 1; i <= 8; ++i) {
+    const name = Object.keys(said).find(key => /^cvLayer2IfName/.test(key) && said[key] === "VC" + said["cvCircuitVpi." + i]);
+    const up = said[name?.replace("Name", "State")] === "up";
+    ++states[said["cvCircuitEnabled." + i] === "false" ? "off" : up ? "up" : "down"];
+  }
+  return [states.up, states.down, said["cvDslActualRateDown.0"], said["cvDslActualRateUp.0"]].map(Number);
+}
+const plain = text => Number(text.replace(/\u202f/g, ""));
+const sum = (rows, column) => rows.reduce((so_far, row) => so_far + row[column], 0);
+async function fleetIsRight() {
+  const shown = await cells("routers"), right = names.map(expected), totals = await figures("totals");
+  assert.deepEqual(names.map(name => shown[name]?.slice(1, 5).map(plain)), right);
+  assert(names.every(name => plain(shown[name][5]) < 60));
+  assert.equal(totals["Circuits enabled"], String(sum(right, 0) + sum(right, 1)));
+  assert.equal(totals["of these down"], sum(right, 1) + (sum(right, 1) ? " critical" : " ok"));
+  assert.deepEqual(totals["Sum of rates, down / up"].split(" / ").map(plain), [sum(right, 2), sum(right, 3)]);
+  assert.equal(totals["Routers answering"], `${names.length} of ${names.length} ok`);
+}
+// Device N's circuit with this VPI closes.
+function closeCircuit(router, vpi) {
+  const list = `${folder}/${router}/device/pvc`;
+  fs.writeFileSync(list + ".new", fs.readFileSync(list, "utf8").replace(new RegExp(`^ *\\S+ +${vpi} .*\n`, "m"), ""));
+  fs.renameSync(list + ".new", list);
+}
+
+try {
+  await go(page);
+  await soon("the fleet's page shows what the agents say", fleetIsRight);
+  closeCircuit(second, 2);
+  await soon("a circuit closes: its router comes first, with the trouble", async () => {
+    const [[name, trouble, , down]] = Object.entries(await cells("routers")).map(([first, rest]) => [first, ...rest]);
+    assert.deepEqual([name, trouble.replace(/ \(since.*/, ""), down], [second, "critical circuit 2 (2/32) is enabled but down", "1"]);
+    await fleetIsRight();
+  }, true);
+  await shoot("fleet");
+
+  // A name that a manager could set is a text to the page.
+  execFileSync("scripts/on-device", [`${folder}/${second}/device`, "quorlet", "updatekey VLAN Id 2 ParentIf text:<b>x</b> ;"]);
+  await go(page.replace(".html", "-router.html") + "?instance=" + routers[second]);
+  await soon("a router's page shows its circuits, VLAN objects, rates and health", async () => {
+    const said = asked(second), circuits = await cells("circuits"), vlans = await cells("vlans");
+    assert.deepEqual(Object.values(circuits).map(row => row[2]), ["up", "down", "up", "off", "off", "off", "off", "up"]);
+    assert.deepEqual(circuits[8], ["atm8", "8/35", "up", "yes"]);
+    assert.deepEqual(vlans[1], ["off", "tagged", "<b>x</b>", "–"]);
+    assert.deepEqual(vlans[8], ["off", "tagged", "wan1", "1/32"]);
+    assert.deepEqual((await cells("interfaces")).PPPoE2, ["down"]);
+    const state = await figures("state"), health = await figures("health");
+    assert.equal(state["Answers"], "yes");
+    assert.deepEqual(state["Rate down"].split(" of ").map(plain), ["Actual", "Attainable"].map(kind => Number(said[`cvDsl${kind}RateDown.0`])));
+    assert.equal(health["Sets refused"], "0");
+    assert(plain(health["Refreshes done"]) > 0);
+    assert.match(await look("document.getElementById('alerts').innerText"), /^critical circuit 2 .*\nIf the line rates/);
+  });
+  await soon("the graph has four curves, and tells the rates where one points", async () => {
+    assert.equal(await look("[...document.querySelectorAll('path.curve')].filter(p => /L/.test(p.getAttribute('d'))).length"), 4);
+    await look("readTime(600 / 720)");
+    const [, , down, up] = expected(second);
+    const told = await look("document.getElementById('reading').innerText.replace(/\\u202f/g, '')");
+    assert(told.includes(`: down ${down}, up ${up}, attainable down`), told);
+  });
+  await shoot("router");
+
+  await browser("POST", `/${sessionId}/goog/cdp/execute`, { cmd: "Emulation.setDeviceMetricsOverride",
+    params: { width: 390, height: 844, deviceScaleFactor: 1, mobile: true } });
+  for (const url of [await look("location.href"), page]) {
+    await go(url);
+    await soon("it fits a phone, loads nothing from elsewhere, names every colour: " + url.replace(/.*\//, ""), async () => {
+      assert(await look("document.querySelectorAll('td').length > 10 && document.documentElement.scrollWidth <= 390"));
+      assert(await look("performance.getEntriesByType('resource').every(one => one.name.startsWith(location.origin))"));
+      assert(await look("[...document.querySelectorAll('.critical, .warning, .info, .ok')].every(one => one.innerText)"));
+    });
+  }
+  await shoot("phone");
+
+  process.kill(Number(fs.readFileSync(`${folder}/${last}/pid`)), "SIGSTOP");
+  await soon("a router that is silent is told from one with values", async () => {
+    assert.match((await cells("routers"))[last][0], /^Trouble: critical does not answer|^critical does not answer/);
+    assert.equal((await figures("totals"))["Routers answering"], `${names.length - 1} of ${names.length} critical`);
+  });
+  process.kill(Number(fs.readFileSync(`${folder}/${last}/pid`)), "SIGCONT");
+  assert.deepEqual((await browser("POST", `/${sessionId}/se/log`, { type: "browser" })).filter(line => line.level === "SEVERE"), []);
+  console.log("ok the browser had nothing to complain of");
+} finally {
+  await browser("DELETE", `/${sessionId}`);
+  driver.kill();
+}

@@ -1,0 +1,118 @@
+#!/usr/bin/env bash
+# The files of monitoring/ with the programs that use them.
+#
+#     monitoring_test.sh generator|rules|credentials|notifications SMI_DIR [BUILD_DIR]
+set -euo pipefail
+smi=$(realpath -m -- "$2")
+source=$(realpath -- "$(dirname -- "${BASH_SOURCE[0]}")/..")
+monitoring=$source/monitoring mib=$source/agent/CORVANTA-MIB.txt
+[ "$1" != notifications ] || build=$(realpath -- "$3")
+work=$(mktemp -d)
+started=()
+trap '[ ${#started[@]} -eq 0 ] || kill "${started[@]}"; wait; rm -rf -- "$work"' EXIT
+cd "$work"
+
+fail() {
+    echo "FAIL: $1" >&2
+    exit 1
+}
+
+# Whether the generator makes snmp.yml of generator.yml and a MIB, and one of them names every object
+# that can be read.
+generated() {
+    local name
+    mkdir -p mib && cp "$1" mib/CORVANTA-MIB.txt && cp "$monitoring/generator.yml" .
+    MIBDIRS=$smi:mib prometheus-snmp-generator --fail-on-parse-errors generate 2>generator.log ||
+        fail "$(cat generator.log)"
+    diff "$monitoring/snmp.yml" snmp.yml >&2 || return 1
+    for name in $(awk '/^cv.* OBJECT-TYPE/ { name = $1 } /MAX-ACCESS *read-/ { print name }' "$1"); do
+        grep -qw "$name" "$monitoring"/{generator,snmp}.yml || { echo "not known: $name" >&2 && return 1; }
+    done
+}
+generator() {
+    [ -e "$smi/SNMPv2-CONF" ] || { echo "skip: no standard modules in $smi" && exit 77; }
+    generated "$mib" || fail "run prometheus-snmp-generator again, as docs/fleet.md tells"
+    # A new scalar, and a new column of a table.
+    for place in 'corvantaDsl 9' 'cvVlanEntry 9'; do
+        { sed '/^END/d' "$mib" && printf '%s\n' 'cvPlanted OBJECT-TYPE SYNTAX Integer32' \
+            "MAX-ACCESS read-only STATUS current DESCRIPTION \"\" ::= { $place }" END; } >planted
+        ! generated planted 2>/dev/null || fail "a new object in $place goes unseen"
+    done
+}
+
+rules() {
+    local name
+    cp -r "$monitoring"/{rules,prometheus.yml} "$source/tests/monitoring_rules.yml" .
+    promtool check config prometheus.yml
+    promtool test rules monitoring_rules.yml
+    for what in alert summary action; do grep -c " $what:" rules/corvanta-alerts.yml; done | uniq | wc -l | grep -qx 1 ||
+        fail "an alert does not say what to do"
+    # Each of the rules is needed by a test.
+    for name in $(sed -n 's/^ *- \(alert\|record\): //p' rules/*.yml | sort -u); do
+        cp "$monitoring"/rules/* rules
+        sed -i -E "s/(alert|record): $name\$/\1: other/" rules/*.yml
+        ! promtool test rules monitoring_rules.yml >/dev/null 2>&1 || fail "no test of $name"
+    done
+}
+
+credentials() {
+    local said
+    cp "$monitoring/credentials.example.yml" mine.yml
+    chmod 644 mine.yml
+    ! said=$("$monitoring/with-auth" mine.yml out.yml 2>&1) || fail "credentials that others read are taken"
+    chmod 640 mine.yml
+    "$monitoring/with-auth" mine.yml out.yml
+    [ "$(stat -c %a out.yml)" = 600 ] && grep -q "AUTHENTICATION PASS" out.yml || fail "the joined file"
+    sed -i 's/priv_password:.*/priv_password: [sesame]/' mine.yml
+    ! said=$("$monitoring/with-auth" mine.yml out.yml 2>&1) || fail "a list is taken for a passphrase"
+    [[ $said == *"line 17"* && $said != *sesame* ]] || fail "the message: $said"
+    grep -q "PRIVACY PASS" out.yml || fail "the last good file is gone"
+}
+
+# The agent's informs and those that it does not send yet, with and without the MIB's names.
+notifications() {
+    local port secret agent said=0
+    port=$(perl -MIO::Socket::INET -e 'print IO::Socket::INET->new(Proto => "udp", LocalAddr => "127.0.0.1")->sockport')
+    secret=$(od -An -N16 -tx1 /dev/urandom | tr -d ' \n')
+    sed "s|/usr/share.*|$monitoring/log-notification $work/log|" "$monitoring/snmptrapd-corvanta.conf" >trapd.conf
+    echo "createUser corvantaNotifier SHA $secret AES $secret" >>trapd.conf
+    local as=(-v3 -l authPriv -u corvantaNotifier -a SHA -A "$secret" -x AES -X "$secret")
+    printf '%s\n' "createUser corvantaNotifier SHA $secret AES $secret" "rouser corvantaNotifier priv" \
+        "trapsess -Ci ${as[*]} 127.0.0.1:$port" >agent.conf
+    export CORVANTA_BUILD=$build SNMPCONFPATH=$work/none MIBDIRS=$smi:$source/agent
+    "$source/scripts/on-device" device true
+    for mibs in '' CORVANTA-MIB; do
+        MIBS=$mibs SNMP_PERSISTENT_DIR=$work/trapd snmptrapd -f -Lf trapd.log -C -c trapd.conf "udp:127.0.0.1:$port" &
+        started=($!)
+        if [ -z "$mibs" ]; then
+            "$source/scripts/on-device" device "$build/agent/corvantad" -f -n -i 1 -m "unix:$work/agent" -c agent.conf -s state 2>agent.log &
+            agent=$!
+            started+=($agent)
+            for ((i = 0; i < 100; ++i)); do
+                snmpget -r 0 -Oqv "${as[@]}" "unix:$work/agent" "$root.1.1.1.0" 2>/dev/null | grep -q '^[1-9]' && break
+                sleep 0.2
+            done
+            sed '/^ *0 *8 /d' device/pvc >new && mv new device/pvc
+        else
+            sleep 1
+            for reason in 1 4; do
+                snmpinform "${as[@]}" "127.0.0.1:$port" '' \
+                    "$root.0.3" "$root.1.8.5.0" i $reason || fail "an inform is not acknowledged"
+            done
+        fi
+        for ((i = 0; i < 100; ++i)); do
+            [ -e log ] && [ "$(wc -l <log)" -gt $said ] && break
+            sleep 0.1
+        done
+        cat trapd.log agent.log >&2
+        said=$(cat log 2>/dev/null | wc -l)
+        kill "${started[@]}"
+        wait
+        started=()
+    done
+    cat log
+    sed 's/^[-0-9]* [:0-9]* //; s/: .*(.*): /: /' log | diff - <(printf '%s\n' 'warning: circuit VC8 is down' \
+        'warning: a change was reverted: nobody confirmed it in time' 'warning: a change was reverted: a part of it failed')
+}
+root=.1.3.6.1.4.1.$(sed -n 's/.*enterprises.*(\([0-9]*\)).*/\1/p' "$mib").1
+"$1"
