@@ -44,7 +44,7 @@ async function soon(what, check, byItself = false) {
     try {
       if (!byItself) await look("draw()");
       await check();
-      return console.log("ok " + what);
+      return console.log(`ok ${(performance.now() / 1000).toFixed(0).padStart(3)} s  ${what}`);
     } catch (error) {
       if (tries === 0) throw new Error(what + ": " + error.message);
       await pause(500);
