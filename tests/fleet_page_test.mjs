@@ -52,10 +52,10 @@ async function soon(what, check, byItself = false) {
   }
 }
 
+const snmp = (tool, ...words) => execFileSync(tool, words, { encoding: "utf8", env: { ...process.env, SNMPCONFPATH: folder + "/snmp" } });
 // What an agent says, by object and row.
 function asked(router) {
-  const text = execFileSync("snmpbulkwalk", ["-Cr50", "-Oqsa", routers[router], "corvantaMIB"],
-    { encoding: "utf8", env: { ...process.env, SNMPCONFPATH: folder + "/snmp" } });
+  const text = snmp("snmpbulkwalk", "-Cr50", "-Oqsa", routers[router], "corvantaMIB");
   return Object.fromEntries(text.trim().split("\n").map(line => line.match(/^(\S+) ?(.*)/).slice(1)));
 }
 function expected(router) {
@@ -121,6 +121,12 @@ try {
     assert(told.includes(`: down ${down}, up ${up}, attainable down`), told);
   });
   await shoot("router");
+  snmp("snmpset", "-t9", "-r0", "-ucorvantaOperator", routers[second], "cvConfirmTimeout.0", "=", "300", "cvCircuitVci.7", "=", "77");
+  await soon("a change on trial shows, and what to do about it", async () => {
+    assert.match((await figures("health"))["Change"], /^pending, \d+ of 300 s left$/);
+    assert.equal((await cells("circuits"))[7][1], "7/77");
+    assert.match(await look("document.getElementById('alerts').innerText"), /warning a change on trial waits.*\nWhoever made it sets cvChange/);
+  });
 
   await browser("POST", `/${sessionId}/goog/cdp/execute`, { cmd: "Emulation.setDeviceMetricsOverride",
     params: { width: 390, height: 844, deviceScaleFactor: 1, mobile: true } });

@@ -112,7 +112,7 @@ notifications() {
     done
     cat log
     sed 's/^[-0-9]* [:0-9]* //; s/: .*(.*): /: /' log | diff - <(printf '%s\n' 'warning: circuit VC8 is down' \
-        'warning: a change was reverted: nobody confirmed it in time' 'warning: a change was reverted: a part of it failed')
+        'warning: a change was taken back: nobody confirmed it in time' 'warning: a change was taken back: a further request failed')
 }
 root=.1.3.6.1.4.1.$(sed -n 's/.*enterprises.*(\([0-9]*\)).*/\1/p' "$mib").1
 "$1"
