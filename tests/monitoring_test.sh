@@ -25,9 +25,9 @@ generated() {
     MIBDIRS=$smi:mib prometheus-snmp-generator --fail-on-parse-errors generate 2>generator.log ||
         fail "$(cat generator.log)"
     diff "$monitoring/snmp.yml" snmp.yml >&2 || return 1
-    for name in $(awk '/^cv.* OBJECT-TYPE/ { name = $1 } /MAX-ACCESS *read-/ { print name }' "$1"); do
+    while read -r name; do
         grep -qw "$name" "$monitoring"/{generator,snmp}.yml || { echo "not known: $name" >&2 && return 1; }
-    done
+    done < <(awk '/^cv.* OBJECT-TYPE/ { name = $1 } /MAX-ACCESS *read-/ { print name }' "$1")
 }
 generator() {
     [ -e "$smi/SNMPv2-CONF" ] || { echo "skip: no standard modules in $smi" && exit 77; }
@@ -48,11 +48,11 @@ rules() {
     for what in alert summary action; do grep -c " $what:" rules/corvanta-alerts.yml; done | uniq | wc -l | grep -qx 1 ||
         fail "an alert does not say what to do"
     # Each of the rules is needed by a test.
-    for name in $(sed -n 's/^ *- \(alert\|record\): //p' rules/*.yml | sort -u); do
+    while read -r name; do
         cp "$monitoring"/rules/* rules
         sed -i -E "s/(alert|record): $name\$/\1: other/" rules/*.yml
         ! promtool test rules monitoring_rules.yml >/dev/null 2>&1 || fail "no test of $name"
-    done
+    done < <(sed -n 's/^ *- \(alert\|record\): //p' rules/*.yml | sort -u)
 }
 
 credentials() {
@@ -62,7 +62,8 @@ credentials() {
     ! said=$("$monitoring/with-auth" mine.yml out.yml 2>&1) || fail "credentials that others read are taken"
     chmod 640 mine.yml
     "$monitoring/with-auth" mine.yml out.yml
-    [ "$(stat -c %a out.yml)" = 600 ] && grep -q "AUTHENTICATION PASS" out.yml || fail "the joined file"
+    [ "$(stat -c %a out.yml)" = 600 ] || fail "others can read the joined file"
+    grep -q "AUTHENTICATION PASS" out.yml || fail "the joined file has no credentials"
     sed -i 's/priv_password:.*/priv_password: [sesame]/' mine.yml
     ! said=$("$monitoring/with-auth" mine.yml out.yml 2>&1) || fail "a list is taken for a passphrase"
     [[ $said == *"line 17"* && $said != *sesame* ]] || fail "the message: $said"
@@ -87,7 +88,7 @@ notifications() {
         if [ -z "$mibs" ]; then
             "$source/scripts/on-device" device "$build/agent/corvantad" -f -n -i 1 -m "unix:$work/agent" -c agent.conf -s state 2>agent.log &
             agent=$!
-            started+=($agent)
+            started+=("$agent")
             for ((i = 0; i < 100; ++i)); do
                 snmpget -r 0 -Oqv "${as[@]}" "unix:$work/agent" "$root.1.1.1.0" 2>/dev/null | grep -q '^[1-9]' && break
                 sleep 0.2
@@ -101,11 +102,11 @@ notifications() {
             done
         fi
         for ((i = 0; i < 100; ++i)); do
-            [ -e log ] && [ "$(wc -l <log)" -gt $said ] && break
+            [ -e log ] && [ "$(wc -l <log)" -gt "$said" ] && break
             sleep 0.1
         done
         cat trapd.log agent.log >&2
-        said=$(cat log 2>/dev/null | wc -l)
+        said=$(wc -l <log)
         kill "${started[@]}"
         wait
         started=()
