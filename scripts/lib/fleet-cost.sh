@@ -34,7 +34,7 @@ scrapes=$(ask "sum(count_over_time(up{$both}[${seconds}s]))")
 answered=$(ask "sum(sum_over_time(up{$both}[${seconds}s]))")
 echo
 printf '%s\n' '| routers | scrapes | lost | time of a scrape, ms: median, longest | agent: MiB | ms per round | refreshes, ms/s | exporter: MiB | ms per round | Prometheus: MiB | ms per round | IP packets per round | bytes per round |'
-tcpdump -r "$folder/packets" -n -e -q 2>/dev/null | sed -n 's/.* length \([0-9]*\): .*/\1/p' | awk \
+tcpdump -r "$folder/packets" -n -e -q -tt 2>/dev/null | sed -n 's/ .* length \([0-9]*\): .*/ \1/p' | awk \
     -v n="$count" -v scrapes="$scrapes" -v lost=$((scrapes - answered)) -v seconds="$seconds" \
     -v median="$(ask "1000 * quantile(0.5, quantile_over_time(0.5, scrape_duration_seconds{job=\"corvanta\"}[${seconds}s]))")" \
     -v longest="$(ask "1000 * max(max_over_time(scrape_duration_seconds{$both}[${seconds}s]))")" \
@@ -42,11 +42,12 @@ tcpdump -r "$folder/packets" -n -e -q 2>/dev/null | sed -n 's/.* length \([0-9]*
     -v agent="$agents_own $agents_own_after" -v children="$agents_children $agents_children_after" \
     -v exporter="$exporter_own $exporter_own_after" -v prometheus="$prometheus_own $prometheus_own_after" '
     function used(pair,  both) { split(pair, both); return both[2] - both[1] }
-    { packets += $1 > 1514 ? int(($1 - 34 + 1479) / 1480) : 1; bytes += $1 - 14 } # with an MTU of 1500
+    NR == 1 { first = $1 }
+    { packets += $2 > 1514 ? int(($2 - 34 + 1479) / 1480) : 1; bytes += $2 - 14; last = $1 } # with an MTU of 1500
     END {
         split(memory, mib)
         rounds = scrapes / 2
-        captured = rounds * (seconds + 10) / seconds
+        captured = rounds / seconds * (last - first)
         printf "| %d | %d | %d | %s, %s | %s | %.2f | %.1f | %s | %.2f | %s | %.2f | %.1f | %.0f |\n", n, scrapes, lost,
             median, longest, mib[1], used(agent) / rounds, used(children) / seconds / n, mib[2], used(exporter) / rounds,
             mib[3], used(prometheus) / rounds, packets / captured, bytes / captured
