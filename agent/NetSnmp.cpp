@@ -36,6 +36,15 @@ namespace {
 constexpr const char* kName = "corvantad"; ///< of the configuration and the state file
 constexpr int kPingInterval = 2;           ///< seconds between attempts to reach the master
 
+/// What the configuration may still say otherwise, which is read after it. The sysObjectID and the
+/// sysDescr are what discovery tools go by. The last lets one GETBULK have the whole tree, which is
+/// more than the toolkit's 100 values.
+constexpr const char* kDefaults[] = {
+    "[corvantad] sysObjectID " CORVANTA_IDENTITY,
+    "[corvantad] sysDescr corvantad " CORVANTA_VERSION ", SNMP agent of an ATM-over-SHDSL modem-router",
+    "[corvantad] maxGetbulkResponses 200",
+};
+
 /// The toolkit's lines go where the agent's go.
 int forwardLog(int, int, void* message, void*) {
     const auto& line = *static_cast<const snmp_log_message*>(message);
@@ -81,6 +90,8 @@ void prepare(const Options& options) {
     add_to_init_list(modules);
     init_agent(kName);
     init_mib_modules();
+    for (std::string line : kDefaults)
+        netsnmp_config(line.data());
 }
 
 bool open(const Options& options) {

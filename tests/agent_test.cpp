@@ -96,6 +96,12 @@ TEST(Agent, ServesTheTreeAlone) {
     checkTree(site);
     EXPECT_EQ("No Such Instance currently exists at this OID", site.get("6.1.4.9"));
     EXPECT_EQ("No Such Object available on this agent at this OID", site.get("6.1.1.1"));
+    // What it is, and all that it has, in one answer.
+    const std::string said = site.tool("snmpget", ".1.3.6.1.2.1.1.1.0 .1.3.6.1.2.1.1.2.0");
+    EXPECT_NE(std::string::npos, said.find(" = STRING: \"corvantad ")) << said;
+    EXPECT_NE(std::string::npos, said.find(" = OID: " ROOT_OID ".3\n")) << said;
+    const std::string all = site.tool("snmpbulkget -Cr200", ROOT_OID);
+    EXPECT_NE(std::string::npos, all.find(Site::oid("8.4.0"))) << all;
     // No SMUX port.
     EXPECT_EQ(std::string::npos, site.run("cat /proc/net/tcp /proc/net/tcp6").find(":00C7 00"));
 }
