@@ -41,7 +41,8 @@ constexpr int kPingInterval = 2;           ///< seconds between attempts to reac
 /// more than the toolkit's 100 values.
 constexpr const char* kDefaults[] = {
     "[corvantad] sysObjectID " CORVANTA_IDENTITY,
-    "[corvantad] sysDescr corvantad " CORVANTA_VERSION ", SNMP agent of an ATM-over-SHDSL modem-router",
+    "[corvantad] sysDescr corvantad " CORVANTA_VERSION
+    ", SNMP agent of an ATM-over-SHDSL modem-router",
     "[corvantad] maxGetbulkResponses 200",
 };
 
