@@ -72,7 +72,7 @@ const Way kWays[] = {
     {"client dies before", 'd', false, "-d 60"},
     {"client dies after", 'D', false, "-d 60"},
     {"database locked", 'l', false, "-d 8"}, // for a second longer
-    {"client hangs", 'h', false, "-d 8 --client-limit 2"},
+    {"client hangs", 'h', false, "-d 60 --client-limit 4"},
     {"restore: group killed before", 'g', true, "-d 60"},
     {"restore: group killed after", 'G', true, "-d 60"},
     {"restore: client dies before", 'd', true, "-d 60"},
@@ -99,7 +99,7 @@ constexpr int kPatience = 180000;    ///< in ms: on a busy machine nothing is la
 /// when the agent is started again, could be taken.
 class Bench : public Site {
 public:
-    explicit Bench(std::string agentOptions) : options(std::move(agentOptions)) {
+    explicit Bench(const char* agentOptions) : options(agentOptions) {
         static std::atomic<int> count{0};
         const int number = ++count;
         address = "127." + std::to_string(1 + getpid() % 250) + "." + std::to_string(number / 250) +
@@ -107,10 +107,6 @@ public:
         environment += "AGENT=$$ ";
         write("agent.conf", "rwcommunity test\n");
         run("ln -sf " FAULT_CLIENT " bin/quorlet");
-        static const bool limits =
-            run(CORVANTAD " --help").find("client-limit") != std::string::npos;
-        if (!limits)
-            options.erase(std::min(options.find(" --client-limit"), options.size()));
     }
 
     /// Takes over another's device and what its agent has kept.
@@ -127,8 +123,6 @@ public:
 
     /// Waits until the agent answers, with nothing left to bring back. @return false when it dies
     bool settles() {
-        std::uintmax_t commands = 0;
-        auto last = Clock::now();
         const auto settled = [&] {
             if (!agent->running())
                 return true;
@@ -138,13 +132,7 @@ public:
                     oid("1.1.0") + " " + oid("8.4.0")); // refreshes, and cvChangeState
             if (state.find('\n') == state.npos || state.compare(0, 2, "0\n") == 0)
                 return false;
-            if (state.find("No Such") == state.npos)
-                return state.substr(state.find('\n')) == "\n1\n";
-            std::error_code none; // the state is not shown: is it quiet?
-            const auto now = fs::file_size(folder / "device/commands", none);
-            if (std::exchange(commands, now) != now)
-                last = Clock::now();
-            return none || msSince(last) > 1500;
+            return state.substr(state.find('\n')) == "\n1\n";
         };
         return soon(settled, kPatience) && agent->running();
     }
@@ -268,14 +256,14 @@ protected:
         Tally sum;
         std::string stories;
         const auto all = [&](char kind, int first, int step, int last) {
-            bool hit = true;
-            for (int number = first; hit && number <= last; number += step) {
+            bool more = true;
+            for (int number = first; more && number <= last; number += step) {
                 Tally tally;
                 std::string story;
-                hit = point(site, kSets[index], prepared, way, kind, number, usable, tally, story);
+                more = point(site, kSets[index], prepared, way, kind, number, usable, tally, story);
                 const bool failed = tally.half + tally.dead + tally.wrong > 0;
-                if (!hit && !failed)
-                    return;
+                if (!site.hit() && !failed)
+                    continue;
                 tally.points = 1;
                 sum += tally;
                 if (failed)
@@ -292,7 +280,7 @@ protected:
         m_total += sum;
     }
 
-    /// @return whether the fault was reached
+    /// @return whether to go on to further commands
     bool point(Bench& site, const Set& set, const Prepared& prepared, const Way& way, char kind,
                int number, bool& usable, Tally& tally, std::string& story) {
         std::string answer = "no answer";
@@ -341,22 +329,33 @@ protected:
             (isBefore ? tally.before : tally.after) = 1;
             const bool told = answer.empty() ? isAfter : isBefore || answer == "no answer";
             tally.wrong = (way.restoring && !isBefore) || !told ||
-                          (!hit && !way.restoring && !answer.empty());
-            usable = isBefore && number % m_again != 1
-                         ? true
-                         : again(site, set, prepared, isBefore, tally, story);
+                          (!hit && !way.restoring && !answer.empty() && !tooSlow(way, answer));
+            usable = isBefore;
+            if (isAfter || (number - 1) % m_again == 0)
+                usable = again(site, set, prepared, way, isBefore, tally, story);
             usable = usable && !way.restoring;
         }
-        return hit;
+        return hit || tooSlow(way, answer);
+    }
+
+    /// A busy machine lets a set miss a short deadline also where nothing fails.
+    static bool tooSlow(const Way& way, const std::string& answer) {
+        return way.letter == 'l' && answer == "(genError)";
     }
 
     /// The same set succeeds, and so does its inverse. @return whether it led back to the start
-    bool again(Bench& site, const Set& set, const Prepared& prepared, bool isBefore, Tally& tally,
-               std::string& story) {
-        std::string answer = isBefore ? site.request(set.request) : "";
+    bool again(Bench& site, const Set& set, const Prepared& prepared, const Way& way, bool isBefore,
+               Tally& tally, std::string& story) {
+        const auto ask = [&](const char* request) {
+            std::string told = site.request(request);
+            for (int i = 0; i < 5 && tooSlow(way, told) && site.settles(); ++i)
+                told = site.request(request);
+            return told;
+        };
+        std::string answer = isBefore ? ask(set.request) : "";
         std::string rows = site.rows();
         if (answer.empty() && rows == prepared.after) {
-            answer = site.request(set.inverse);
+            answer = ask(set.inverse);
             rows = site.rows();
             if (answer.empty() && rows == prepared.back)
                 return rows == prepared.before;
