@@ -62,7 +62,8 @@ bool readChange(const View&, int, Value& value) {
 }
 
 bool readChangeState(const View& view, int, Value& value) {
-    return put(value, static_cast<long>(view.snapshot.trial.state));
+    return put(value, static_cast<long>(view.undoing ? ChangeState::restoring
+                                                     : view.snapshot.trial.state));
 }
 
 const View* itself(const View& view, int) {
@@ -326,7 +327,7 @@ std::vector<Instance> listInstances(const Snapshot& snapshot) {
     Value value;
     for (const Object& object : objects()) {
         for (const int row : rowsOf(snapshot.model, object.source())) {
-            if (!object.read({snapshot, 0}, row, value))
+            if (!object.read({snapshot}, row, value))
                 continue;
             list.push_back({&object, row, object.name()});
             list.back().name.push_back(static_cast<oid>(row));

@@ -67,7 +67,8 @@ struct Snapshot {
 
 struct View {
     const Snapshot& snapshot;
-    std::uint32_t setsRefused;
+    std::uint32_t setsRefused = 0;
+    bool undoing = false; ///< whether a set that failed is not yet taken back
 };
 
 /// Where an object's rows come from. Those of the agent's own always have a value.

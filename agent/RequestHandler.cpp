@@ -122,7 +122,7 @@ void sendCircuit(const Snapshot& snapshot, int row, int state) {
     for (const Instance& instance : snapshot.instances) {
         Value value;
         if (instance.object->source() != Source::layer2 || instance.row != row ||
-            !instance.object->read({snapshot, 0}, row, value))
+            !instance.object->read({snapshot}, row, value))
             continue;
         if (auto* binding = bindings.add(instance.name))
             store(*instance.object, value, *binding);
@@ -163,6 +163,7 @@ int RequestHandler::handle(netsnmp_mib_handler* handler, netsnmp_handler_registr
 
 void RequestHandler::dispatch(const netsnmp_agent_request_info& info,
                               netsnmp_request_info* requests) {
+    m_undoing = m_worker.undoing(); // before the snapshot, which then tells what came of it
     switch (info.mode) {
     case MODE_GET:
     case MODE_GETNEXT:
@@ -233,7 +234,7 @@ int RequestHandler::answer(int mode, const netsnmp_request_info& request) const 
     if (!here)
         return object == nullptr ? SNMP_NOSUCHOBJECT : SNMP_NOSUCHINSTANCE;
     Value value;
-    if (!object->read({*m_snapshot, m_setsRefused}, found->row, value))
+    if (!object->read({*m_snapshot, m_setsRefused, m_undoing}, found->row, value))
         return SNMP_ERR_GENERR;
     if (mode == MODE_GETNEXT)
         snmp_set_var_objid(&binding, found->name.data(), found->name.size());
@@ -281,7 +282,7 @@ int RequestHandler::reserve(const netsnmp_variable_list& binding, std::size_t pl
 /// Whether the request goes with what is pending.
 int RequestHandler::checkTrial() const {
     const ChangeState state = m_snapshot->trial.state;
-    if (state == ChangeState::restoring)
+    if (state == ChangeState::restoring || m_undoing)
         return SNMP_ERR_RESOURCEUNAVAILABLE;
     const bool pending = state == ChangeState::pending;
     if (m_set->verdict != Verdict::notGiven) {

@@ -49,6 +49,7 @@ private:
     Clock::time_point m_lastStep;       ///< of a walk
     std::shared_ptr<Transaction> m_set; ///< the toolkit handles one set request at a time
     std::uint32_t m_setsRefused = 0;
+    bool m_undoing = false; ///< whether a set that failed is not yet taken back
 
     /// The last set: a manager that has not heard of its end sends it again.
     struct Answered {

@@ -47,7 +47,7 @@ bool holds(const Transaction& set, Image image) {
         });
         Value value;
         if (later == set.changes.end() &&
-            !(change->object->read({snapshot, 0}, change->row, value) && value == change->value))
+            !(change->object->read({snapshot}, change->row, value) && value == change->value))
             return false;
     }
     return true;
@@ -148,6 +148,7 @@ bool Worker::await(const Job& job, Clock::time_point deadline) {
         return true;
     if (!set.decided) {
         set.abandoned = true;
+        ++m_abandoned;
         return false;
     }
     m_changed.wait(lock, ended); // it is there to stay, and about to end
@@ -204,6 +205,7 @@ void Worker::run() {
             (this->*job.run)(*job.transaction);
             lock.lock();
             job.transaction->ended = true;
+            m_abandoned -= job.transaction->abandoned ? 1 : 0;
             m_changed.notify_all();
         } else if (restoring && (m_stopping || now >= m_retry) && !m_hurry) {
             lock.unlock();

@@ -93,6 +93,9 @@ public:
     /// @return whether it has ended before the deadline; if not, it comes to nothing
     bool make(const std::shared_ptr<Transaction>& set, Clock::time_point deadline);
 
+    /// Whether a change that missed its deadline is still under way, or being taken back.
+    bool undoing() const { return m_abandoned != 0; }
+
     /// Takes a change back that was made, because others of its request failed.
     /// @return whether it has been taken back before the deadline
     bool takeBack(const std::shared_ptr<Transaction>& set, Clock::time_point deadline);
@@ -167,6 +170,7 @@ private:
     int m_wake;                        ///< the same, for the worker itself
     std::deque<Job> m_jobs;
     bool m_ended = false;
+    std::atomic<int> m_abandoned{0}; ///< jobs that nobody waits for any more
     std::atomic<bool> m_stopping{false};
     std::atomic<bool> m_hurry{false}; ///< stop at once
 };
