@@ -271,8 +271,8 @@ protected:
             }
         };
         const bool open = m_full || way.restoring; // else as many as without a fault
-        all('w', m_full ? 1 : 1 + static_cast<int>(index) % m_writeStep, m_writeStep,
-            open ? kNoEnd : prepared.writes);
+        all('w', m_full ? 1 : 1 + static_cast<int>(index) % std::min(m_writeStep, prepared.writes),
+            m_writeStep, open ? kNoEnd : prepared.writes);
         all('r', firstRead, m_step, open ? kNoEnd : prepared.reads);
         const std::lock_guard lock(m_mutex);
         print(kSets[index].name, way.name, sum);
