@@ -141,7 +141,8 @@ std::optional<Record> toRecord(std::string_view text) {
             const std::optional<int> id = number(line);
             if (!id || record[*table].find(*id) != nullptr)
                 return std::nullopt;
-            trail = &record[*table].trails.emplace_back(Trail{*id, {}});
+            record[*table].trails.push_back({*id, {}});
+            trail = &record[*table].trails.back();
         } else {
             std::optional<Row> row;
             if (whole != kGone)

@@ -61,7 +61,7 @@ const char* const kWrites[][5] = {
 
 /// Every object in order, by each kind of request, then every writable one there and back.
 void checkTree(Site& site) {
-    std::string tree; // as a walk prints it
+    std::string tree;     // as a walk prints it
     std::string names[2]; // in two requests: the tool takes 128 names at most
     for (const auto& [object, firstRow, type, text] : kTree) {
         std::istringstream values(text);
