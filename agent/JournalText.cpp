@@ -1,5 +1,7 @@
 #include "JournalText.h"
 
+#include "Restore.h"
+
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -82,7 +84,7 @@ std::optional<Entry> toEntry(std::string_view text) {
     if (!entry.pending && !skip(body, kSet))
         return std::nullopt;
     auto record = toRecord(body);
-    if (!record)
+    if (!record || !canBeRestored(*record))
         return std::nullopt;
     entry.record = std::move(*record);
     return entry;

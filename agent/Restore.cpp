@@ -19,6 +19,11 @@ bool isPlain(const std::string& text) {
            text.find(" text:") == text.npos;
 }
 
+bool isInteger(const std::string& text) {
+    const std::size_t sign = !text.empty() && text.front() == '-' ? 1 : 0;
+    return text.size() > sign && text.find_first_not_of("0123456789", sign) == text.npos;
+}
+
 std::string typed(const Column& column, const std::string& value) {
     return std::string(" ") + std::string(column.name) + (column.text ? " text:" : " integer:") +
            value;
@@ -160,12 +165,12 @@ private:
 
     void update(Table table, const Row& now, const std::string& changes) {
         m_result.commands.push_back(commandLine("updatekey " + std::string(shapeOf(table).name) +
-                                                " Id " + now.columns[0] + changes));
+                                                " Id " + std::to_string(now.id()) + changes));
     }
 
     void remove(Table table, const Row& now) {
-        m_result.commands.push_back(
-            commandLine("deletekey " + std::string(shapeOf(table).name) + " Id " + now.columns[0]));
+        m_result.commands.push_back(commandLine("deletekey " + std::string(shapeOf(table).name) +
+                                                " Id " + std::to_string(now.id())));
     }
 
     void insert(Table table, const Trail& trail) {
@@ -209,7 +214,8 @@ bool canBeRestored(const Record& record) {
             if (!trail.before())
                 continue;
             for (std::size_t i = 1; i < shape.columns.size(); ++i)
-                if (shape.columns[i].text && !isPlain(trail.before()->columns[i]))
+                if (const std::string& value = trail.before()->columns[i];
+                    !(shape.columns[i].text ? isPlain(value) : isInteger(value)))
                     return false;
         }
     }
