@@ -32,17 +32,17 @@ add_dependencies(agent_site corvantad quorlet pvcshim)
 add_executable(watch_test watch_test.cpp)
 target_link_libraries(watch_test PRIVATE agent_site)
 add_test(NAME watch_test COMMAND watch_test)
-set_tests_properties(watch_test PROPERTIES TIMEOUT 300)
+set_tests_properties(watch_test PROPERTIES TIMEOUT 900)
 
 add_executable(agent_test agent_test.cpp)
 target_link_libraries(agent_test PRIVATE agent_site)
 add_test(NAME agent_test COMMAND agent_test)
-set_tests_properties(agent_test PROPERTIES FIXTURES_REQUIRED smi RUN_SERIAL ON TIMEOUT 300)
+set_tests_properties(agent_test PROPERTIES FIXTURES_REQUIRED smi RUN_SERIAL ON TIMEOUT 900)
 
 add_executable(change_test change_test.cpp)
 target_link_libraries(change_test PRIVATE agent_site)
 add_test(NAME change_test COMMAND change_test)
-set_tests_properties(change_test PROPERTIES RUN_SERIAL ON TIMEOUT 600)
+set_tests_properties(change_test PROPERTIES RUN_SERIAL ON TIMEOUT 1800)
 
 # A fault at each command of the client. It is linked statically: a run of the tests starts it a
 # million times. Under sanitizers it would take hours.
@@ -71,4 +71,4 @@ endif()
 add_test(NAME corvanta_set_test
   COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/corvanta_set_test.sh ${PROJECT_BINARY_DIR})
 set_tests_properties(corvanta_set_test PROPERTIES
-  FIXTURES_REQUIRED smi SKIP_RETURN_CODE 77 RUN_SERIAL ON TIMEOUT 600)
+  FIXTURES_REQUIRED smi SKIP_RETURN_CODE 77 RUN_SERIAL ON TIMEOUT 1800)
