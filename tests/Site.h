@@ -156,7 +156,7 @@ public:
     }
 
     void startAlone(const std::string& options) {
-        startAgent("-m " + address + " -c agent.conf -s state " + options);
+        startAgent("-m " + address + " -c agent.conf -s state -d 15 " + options); // or as told
         awaitAgent();
     }
 
@@ -164,7 +164,7 @@ public:
         patience = "0.3";
         EXPECT_TRUE(soon([this] { return get("3.2.0") == "INTEGER: 2"; }, 60000))
             << run("cat agent.log");
-        patience = "9";
+        patience = "20";
     }
 
     std::string tool(const std::string& command, const std::string& arguments) const {
@@ -230,7 +230,7 @@ public:
     std::string address;
     std::string environment = "MIBS= ";
     std::string manager = "-v2c -c test";
-    std::string patience = "9"; ///< in seconds
+    std::string patience = "20"; ///< in seconds
     std::unique_ptr<Process> agent;
 };
 
