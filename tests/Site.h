@@ -156,7 +156,8 @@ public:
     }
 
     void startAlone(const std::string& options) {
-        startAgent("-m " + address + " -c agent.conf -s state -d 15 " + options); // or as told
+        startAgent("-m " + address + " -c agent.conf -s state -d 15 " +
+                   options); // a later -d counts
         awaitAgent();
     }
 
