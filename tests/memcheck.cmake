@@ -8,7 +8,7 @@ set(memcheck ${VALGRIND} --quiet --error-exitcode=9 --leak-check=full --show-lea
   --errors-for-leak-kinds=definite --soname-synonyms=somalloc=nouserintercepts
   --suppressions=${CMAKE_CURRENT_SOURCE_DIR}/valgrind.supp)
 add_test(NAME library_memcheck
-  COMMAND ${memcheck} $<TARGET_FILE:library_test> --gtest_filter=-EnduranceTest.*)
+  COMMAND ${memcheck} $<TARGET_FILE:library_test>)
 if(TARGET road_test)
   add_test(NAME road_memcheck
     COMMAND ${PROJECT_SOURCE_DIR}/scripts/on-device ${CMAKE_CURRENT_BINARY_DIR}/road

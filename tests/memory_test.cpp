@@ -1,14 +1,30 @@
+// Too little memory, and the same memory after years.
+
 #include "tests/Platform.h"
 
 #include "objects/data_cache.h"
 #include "objects/managed_objects.h"
 
 #include <cstring>
+#include <malloc.h>
 #include <set>
 
 namespace {
 
-using MemoryTest = PlatformTest;
+class MemoryTest : public PlatformTest {
+protected:
+    MemoryTest() {
+        platform.circuits = "VPI\n1\n2\n";
+        platform.client = [](const std::string& command) {
+            if (command == "vellstat info")
+                return "Line Rate Information   Down\nActual: 1 2\nAttainable: 3 4\n";
+            if (command.find("selectrow BridgeInterface 1 ") != std::string::npos)
+                return "Unknown row\n";
+            return command.find("selectrow Atm") == std::string::npos ? "2\n" : "1|1|2|35\n";
+        };
+        EXPECT_EQ(1, initialize(0));
+    }
+};
 
 /// A call that gives its result as text.
 template <typename LibraryCall>
@@ -33,14 +49,6 @@ int cacheRefreshed() {
 
 /// What leaks on the way is found under AddressSanitizer.
 TEST_F(MemoryTest, EveryExportedFunctionFailsWholly) {
-    platform.circuits = "VPI\n1\n2\n";
-    platform.client = [](const std::string& command) {
-        if (command == "vellstat info")
-            return "Line Rate Information   Down\nActual: 1 2\nAttainable: 3 4\n";
-        if (command.find("selectrow BridgeInterface") != std::string::npos)
-            return "Unknown row\n";
-        return command.find("selectrow Atm") == std::string::npos ? "2\n" : "1|1|2|35\n";
-    };
     const speedInfo_s rates = {1, 2, 3, 4};
     speedInfo_s info;
     const struct {
@@ -76,6 +84,23 @@ TEST_F(MemoryTest, EveryExportedFunctionFailsWholly) {
         }
     }
     ASSERT_EQ(1, initialize(0));
+}
+
+TEST_F(MemoryTest, ReportsRefreshesAndSetsLeaveNothingBehind) {
+    const auto run = [](int rounds) {
+        for (int i = 0; i < rounds; ++i) {
+            EXPECT_EQ("VC2=1|PPPoE2=1|VC2=1|PPPoE2=1", taken(getLayer2IfStatus()));
+            update_managed_objects();
+            int circuit = 1 + i % 2, length = 4;
+            EXPECT_EQ(0, AtmEnabled_snmp(access_set, &circuit, 1));
+            EXPECT_EQ(0, VlanWanInterface(access_set, std::strcpy(text, "wan1"), 5, &length, 1));
+            platform.commands.clear();
+            platform.takeLog();
+        }
+        return mallinfo2().uordblks;
+    };
+    const std::size_t before = run(100);
+    EXPECT_EQ(before, run(1000)) << "bytes in use";
 }
 
 } // namespace
