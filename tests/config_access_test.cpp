@@ -1,10 +1,8 @@
 #include "tests/Platform.h"
 
-#include "objects/data_cache.h"
-#include "objects/managed_objects.h"
 #include "readers/Table.h"
 
-#include <cstring>
+using kavo::snmp::Table;
 
 namespace {
 
@@ -30,9 +28,11 @@ TEST_F(ConfigAccessTest, IntegersById) {
     for (const int access : {0, 3, 4, 5, 9, -1})
         EXPECT_EQ(access >= 0 && access <= 4 ? 1 : 6,
                   config_int_access_by_id(access_type(access), &value, "Atm", "Enabled", 3));
+    const unsigned long failures = client_failures();
     const std::string rest = quorlet(" selectkey T Id 1  ;");
     EXPECT_EQ(6, config_int_access_by_id(access_get, &value, "T", column(100, rest).c_str(), 1));
     EXPECT_EQ(6, config_int_access_by_id(access_set, &value, "T", column(300, "").c_str(), 1));
+    EXPECT_EQ(failures + 2, client_failures());
     EXPECT_RUN();
     platform.script({"5\n"});
     EXPECT_EQ(0, config_int_access_by_id(access_get, &value, "T", column(99, rest).c_str(), 1));
@@ -59,7 +59,9 @@ TEST_F(ConfigAccessTest, IntegersByKey) {
             EXPECT_EQ(verbose ? Lines{"trace:corvanta: " + command} : Lines{}, platform.takeLog());
         }
     const std::string rest = quorlet(" selectkey T K v  ;");
+    const unsigned long failures = client_failures();
     EXPECT_EQ(1, config_int_read_by_key(&value, "T", column(100, rest).c_str(), "K", "v"));
+    EXPECT_EQ(failures + 1, client_failures());
     EXPECT_RUN();
     platform.script({"5\n"});
     EXPECT_EQ(0, config_int_read_by_key(&value, "T", column(99, rest).c_str(), "K", "v"));
@@ -154,46 +156,48 @@ TEST_F(ConfigAccessTest, TextWrites) {
 TEST_F(ConfigAccessTest, WholeRows) {
     const std::string x4093(4093, 'x'), x4094(4094, 'x');
     const struct {
-        std::deque<Answer> answers;
+        Answer last;
         int size, status;
-        std::string text;
-    } reads[] = {{{"1|0|atm 1||35|0|and more than 28 bytes\n"},
-                  40,
-                  0,
-                  "1|0|atm 1||35|0|and more than 28 bytes"},
-                 {{"1|2\n"}, 4, 0, "1|2"},
-                 {{"1|2\n"}, 3, 6, "old"},
-                 {{"1|2\n"}, 0, 6, "old"},
-                 {{"\n"}, 1, 0, ""},
-                 {{locked, locked, "7\n"}, 9, 0, "7"},
-                 {std::deque<Answer>(20, locked), 9, 2, "old"},
-                 {{unknownRow}, 99, 3, "old"},
-                 {{""}, 99, 1, "old"},
-                 {{Answer("", Answer::Fault::start)}, 99, 1, "old"},
-                 {{"1|2"}, 99, 6, "old"}, // cut off
-                 {{Answer("1|2", Answer::Fault::read)}, 99, 6, "old"},
-                 {{"1|2\n3|4\n"}, 99, 6, "old"},
-                 {{std::string("1|\0002\n", 5)}, 99, 6, "old"},
-                 {{x4093 + "\n"}, 4094, 0, x4093},
-                 {{x4094 + "\n"}, 5000, 6, "old"}};
+        std::string text = "old";
+        std::size_t locks = 0; // before the last answer
+    } reads[] = {
+        {"1|0|atm 1||35|0|and more than 28 bytes\n", 40, 0,
+         "1|0|atm 1||35|0|and more than 28 bytes"},
+        {"1|2\n", 4, 0, "1|2"},
+        {"1|2\n", 3, 6},
+        {"1|2\n", 0, 6},
+        {"\n", 1, 0, ""},
+        {"7\n", 9, 0, "7", 2},
+        {locked, 9, 2, "old", 19},
+        {unknownRow, 99, 3},
+        {"", 99, 1},
+        {notStarted, 99, 1},
+        {"1|2", 99, 6}, // cut off
+        {Answer("1|2", Answer::Fault::read), 99, 6},
+        {"1|2\n3|4\n", 99, 6},
+        {std::string("1|\0002\n", 5), 99, 6},
+        {x4093 + "\n", 4094, 0, x4093},
+        {x4094 + "\n", 5000, 6},
+    };
     for (const auto& c : reads) {
-        SCOPED_TRACE(c.answers.back().text.substr(0, 20));
+        SCOPED_TRACE(c.last.text.substr(0, 20));
         std::vector<char> buffer(static_cast<std::size_t>(c.size));
         buffer.insert(buffer.begin(), {'o', 'l', 'd', '\0'});
         const unsigned long failures = client_failures();
         int length = 77;
-        platform.script(c.answers);
+        std::deque<Answer> answers(c.locks, locked);
+        answers.push_back(c.last);
+        platform.script(answers);
         EXPECT_EQ(c.status, config_row_read("Atm", 3, buffer.data(), c.size, &length));
         EXPECT_EQ(c.text, buffer.data());
         EXPECT_EQ(c.status == 0 ? static_cast<int>(c.text.size()) : 77, length);
         const bool answered = c.status % 3 == 0 && (c.status != 6 || c.size < 4);
         EXPECT_EQ(failures + (answered ? 0 : 1), client_failures());
-        EXPECT_EQ(Lines(c.answers.size(), quorlet("  selectrow Atm 3  ;")),
+        EXPECT_EQ(Lines(c.locks + 1, quorlet("  selectrow Atm 3  ;")),
                   std::exchange(platform.commands, {}));
     }
     char buffer[9];
     int length;
-    EXPECT_EQ(6, config_row_read(";", 1, buffer, 9, &length));
     EXPECT_EQ(6, config_row_read(std::string(180, 'T').c_str(), 1, buffer, 9, &length));
     EXPECT_EQ(1, config_row_read(nullptr, 1, buffer, 9, &length));
     EXPECT_EQ(1, config_row_read("T", 1, nullptr, 9, &length));
@@ -202,96 +206,61 @@ TEST_F(ConfigAccessTest, WholeRows) {
     EXPECT_LOG();
 }
 
-/// A text that ends a command, or is the value of another column to the client, runs nothing.
-TEST_F(ConfigAccessTest, HostileTexts) {
+/// Runs a function on a table. @return CORVANTA_UNFIT when it tells a failure
+template <typename Function>
+int onTable(const std::string& name, Function failed) {
+    Table table(name);
+    table.initialize(false);
+    table.m_iRowCount = 0;
+    return failed(table) ? 6 : 0;
+}
+
+/// Calls everything that takes texts, each with the text at one of the places.
+void callEach(const std::string& text, const std::function<void(int)>& afterwards) {
     int value = 1, length = 1;
-    char text[20] = "x";
-    kavo::snmp::Table atm("Atm");
-    atm.initialize(false);
-    data_cache cache;
-    mgmt_o.cache = &cache;
-    for (const std::string bad : {"a\"", "a;b", "x Enable integer:1", " text:", "a  text:b c"}) {
-        SCOPED_TRACE(bad);
-        const char* const t = bad.c_str();
-        const int statuses[] = {
-            config_int_access_by_id(access_get, &value, t, "C", 1),
-            config_int_access_by_id(access_set, &value, "T", t, 1),
-            config_int_read_by_key(&value, t, "C", "K", "v"),
-            config_int_read_by_key(&value, "T", t, "K", "v"),
-            config_int_read_by_key(&value, "T", "C", t, "v"),
-            config_int_read_by_key(&value, "T", "C", "K", t),
-            config_string_access_by_id(access_get, text, 20, &length, t, "C", 1),
-            config_string_access_by_id(access_set, text, 20, &length, "T", t, 1),
-            config_row_read(t, 1, text, 20, &length),
-            write(bad, static_cast<int>(bad.size()), 20)};
-        platform.commands.clear();
-        for (const int& status : statuses)
-            EXPECT_EQ(6, status) << &status - statuses;
-
-        const std::string error = "error:Table: ";
-        kavo::snmp::Table table(bad);
-        table.initialize(false);
-        EXPECT_EQ(0, table.size());
-        table.m_iRowCount = 0;
-        EXPECT_EQ(0, table.getIntegerValue("Vpi", 2));
-        EXPECT_LOG(error + "size: could not popen quorlet \"size " + bad + ";\"",
-                   error + "read: could not popen quorlet \"selectrow " + bad + " 2;\"",
-                   "warning:Table: read: could not read row 2 from table " + bad);
-        EXPECT_EQ(1, table.getIntegerValue(value, "Vpi", "Id", "3"));
-        EXPECT_EQ(1, atm.getIntegerValue(value, bad, "Id", "3"));
-        EXPECT_EQ(1, atm.getIntegerValue(value, "Vpi", bad, "3"));
-        EXPECT_EQ(1, atm.getIntegerValue(value, "Vpi", "Id", bad));
-        EXPECT_RUN();
-        EXPECT_LOG();
-
-        cache.vlan_intern[1].InterfaceName = bad; // a name that was read back
-        platform.script({"\n"});
-        EXPECT_EQ(6, VlanDiscardTag_snmp(access_set, &value, 1));
-        EXPECT_RUN(quorlet(" updatekey VLAN Id 2 Enable integer:0 ;"));
-        platform.takeLog();
+    char buffer[20] = "x";
+    const char* const t = text.c_str();
+    afterwards(config_int_access_by_id(access_get, &value, t, "C", 1));
+    afterwards(config_int_access_by_id(access_set, &value, "T", t, 1));
+    afterwards(config_string_access_by_id(access_get, buffer, 20, &length, t, "C", 1));
+    afterwards(config_string_access_by_id(access_set, buffer, 20, &length, "T", t, 1));
+    afterwards(write(text, static_cast<int>(text.size()), 20));
+    afterwards(config_row_read(t, 1, buffer, 20, &length));
+    afterwards(onTable(text, [](Table& table) { return table.size() == 0; }));
+    afterwards(onTable(text, [](Table& table) { return !table.readRow(0); }));
+    for (const int place : {0, 1, 2, 3}) {
+        const char* w[] = {"Atm", "Vpi", "Id", "3"};
+        w[place] = t;
+        afterwards(config_int_read_by_key(&value, w[0], w[1], w[2], w[3]));
+        afterwards(onTable(w[0], [&](Table& table) {
+            return table.getIntegerValue(value, w[1], w[2], w[3]) == 1;
+        }));
     }
-    mgmt_o.cache = nullptr;
+}
+
+/// Whoever runs a command, a failure counts once. A text that ends a command, or is the value of
+/// another column to the client, runs nothing.
+TEST_F(ConfigAccessTest, FailuresCountAndHostileTextsRunNothing) {
+    const struct {
+        std::string text;
+        Answer answer;
+        bool runs = false;
+    } cases[] = {{"t", locked, true}, {"t", "", true},    {"t", notStarted, true},
+                 {"a\"", ""},         {"a;b", ""},        {"x Enable integer:1", ""},
+                 {" text:", ""},      {"a  text:b c", ""}};
+    unsigned long failures = client_failures();
+    for (const auto& c : cases) {
+        platform.client = [&](const std::string&) { return c.answer; };
+        callEach(c.text, [&](int status) {
+            EXPECT_TRUE(c.runs || status == 6) << c.text;
+            EXPECT_EQ(c.runs, !platform.commands.empty()) << c.text;
+            EXPECT_EQ(++failures, client_failures()) << c.text;
+            platform.commands.clear();
+        });
+    }
     platform.client = [](const std::string&) { return "\n"; };
     for (const std::string good : {"a b", "integer:1", "text:x y", "a  bcontext:", "x -integer:"})
         EXPECT_EQ(0, write(good, static_cast<int>(good.size()), 20)) << good;
-}
-
-/// Whoever runs a command, and whether somebody looks at its status, a failure counts once.
-TEST_F(ConfigAccessTest, FailuresCount) {
-    int value = 1, length = 1;
-    char text[200] = "x", quote[] = "\"";
-    const char* const noName = "a\"";
-    kavo::snmp::Table table("Atm");
-    table.initialize(false);
-    const std::function<void()> calls[] = {
-        [&] { config_int_access_by_id(access_get, &value, "T", "C", 1); },
-        [&] { config_int_access_by_id(access_set, &value, "T", column(200, "").c_str(), 1); },
-        [&] { config_int_read_by_key(&value, "T", "C", "K", "v"); },
-        [&] { config_string_access_by_id(access_get, text, 20, &length, "T", "C", 1); },
-        [&] { config_string_access_by_id(access_set, text, 20, &length, "T", "C", 1); },
-        [&] { config_string_access_by_id(access_set, quote, 1, &length, "T", "C", 1); },
-        [&] { VlanWanInterface(access_set, quote, 1, &length, 1); },
-        [&] { table.size(); },
-        [&] { table.getIntegerValue(value, "Vpi", "Id", "3"); },
-        [&] { AtmEnabled_snmp(access_get, &value, 1); }};
-    platform.client = [](const std::string&) { return "Unknown row\n"; };
-    update_managed_objects();
-    unsigned long failures = client_failures();
-    for (const Answer& answer : {locked, Answer(""), notStarted})
-        for (const auto& call : calls) {
-            platform.client = [&](const std::string&) { return answer; };
-            call();
-            EXPECT_EQ(++failures, client_failures()) << &call - calls << " " << answer.text;
-        }
-    EXPECT_EQ(1, config_int_read_by_key(&value, "T", column(100, "").c_str(), "K", "v"));
-    EXPECT_EQ(6, config_int_read_by_key(&value, "T", "C", "K", noName));
-    EXPECT_EQ(failures + 2, client_failures());
-    platform.client = [](const std::string&) { return notStarted; };
-    update_managed_objects(); // the cache load goes on after the 1st circuit
-    EXPECT_EQ(failures + 2 + 1 + 8 + 1 + 32, client_failures());
-    delete std::exchange(mgmt_o.cache, nullptr);
-    platform.takeLog();
-    platform.commands.clear();
 }
 
 TEST_F(ConfigAccessTest, StringsAndAccessTypes) {

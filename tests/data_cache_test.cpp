@@ -127,6 +127,11 @@ TEST_F(DataCacheTest, WhatCannotBeReadStaysEmpty) {
         database[memberRow(row)] = "5\n";
     update_managed_objects();
     EXPECT_EQ(7U + 8 + 3 * 100 + 1 + 32, platform.commands.size());
+
+    const unsigned long failures = client_failures();
+    platform.client = [](const std::string&) { return notStarted; };
+    update_managed_objects(); // goes on after the first circuit
+    EXPECT_EQ(failures + 1 + 8 + 1 + 32, client_failures());
 }
 
 TEST_F(DataCacheTest, ReadsAndWritesAtmRows) {

@@ -98,7 +98,12 @@ struct Step {
             return kind.once ? 1 : 2;
         if (text.size() > (kind.once ? 98U : 28U))
             return kind.once ? 1 : 6;
-        return (kind.number && !std::isdigit(text[0])) || (!required.empty() && text != required);
+        return 0;
+    }
+    /** Whether the client gave an answer, but not the one that is needed. */
+    bool isOther(const Answer& given) const {
+        return (kind.number && !std::isdigit(given.text[0])) ||
+               (!required.empty() && given.text != required);
     }
 
     std::string command, answer = "?\n", required;
@@ -424,6 +429,7 @@ struct Course {
     std::vector<std::pair<const Step*, Answer>> runs = {};
     Lines log = {};
     std::vector<unsigned> pauses = {};
+    unsigned long failures = client_failures();
 };
 
 /** Goes through steps. @return the status when they end the sequence */
@@ -437,7 +443,8 @@ std::optional<int> follow(const Steps& steps, const Refusals& refusals, Course& 
         }
         const auto refusal = refusals.find(&step);
         const Answer answer = refusal == refusals.end() ? Answer(step.answer) : refusal->second;
-        const int status = step.statusOf(answer);
+        const int said = step.statusOf(answer);
+        const int status = said != 0 ? said : step.isOther(answer);
         const std::size_t runs = status == 2 ? 20 : 1;
         std::string shown = answer.text;
         if (!shown.empty() && shown.back() == '\n' && status != 2 && status != 3)
@@ -447,6 +454,7 @@ std::optional<int> follow(const Steps& steps, const Refusals& refusals, Course& 
         course.log.insert(course.log.end(), step.kind.traced ? runs : 0,
                           "trace:corvanta: " + step.command + " ==> " + shown);
         step.always(course.left);
+        course.failures += said != 0 && said != noRow; // once a command, not once a run
         if (status == 0)
             step.onSuccess(course.left);
         else if (step.failure == Step::ends || (step.onlyStatus != 0 && step.onlyStatus != status))
@@ -524,6 +532,7 @@ protected:
         EXPECT_EQ(course.left.show(), left.show());
         EXPECT_EQ(course.log, platform.takeLog());
         EXPECT_EQ(course.pauses, platform.sleeps);
+        EXPECT_EQ(course.failures, client_failures());
         return course;
     }
 
@@ -612,10 +621,12 @@ TEST_F(HandlersTest, WhatNeedsNoCommand) {
     }
     // A text that cannot stand in a command, and lengths that are none.
     text[1] = ';';
+    const unsigned long failures = client_failures();
     for (int bad : {2, -1, 21, INT_MAX, INT_MIN}) {
         EXPECT_EQ(6, VlanDefaultWanInterface(access_set, text, sizeof text, &bad)) << bad;
         EXPECT_EQ(6, VlanWanInterface(access_set, text, sizeof text, &bad, 1)) << bad;
     }
+    EXPECT_EQ(failures + 10, client_failures());
     EXPECT_RUN();
 }
 
@@ -623,13 +634,16 @@ TEST_F(HandlersTest, WhatNeedsNoCommand) {
 TEST_F(HandlersTest, CommandsUpToTheirLimits) {
     // Less the length of the rest of the command.
     const std::string lan(199 - 158, 'x'), wan(198 - 156, 'x');
-    fillCache(State().on({5, 7}));
+    fillCache(State().on({5, 7, 9}));
     data_cache::vlan_row* const rows = mgmt_o.cache->vlan_intern;
     rows[1].InterfaceName = lan;
     rows[3].InterfaceName = lan + "x";
     rows[6].InterfaceName = wan;
     rows[8].InterfaceName = wan + "x";
     int on = 1, carried = 2;
+    rows[10].InterfaceName = "a;b";
+    platform.script({"x\n", "20\n", "\n", "wan1\n"});
+    EXPECT_EQ(6, VlanDiscardTag_snmp(access_set, &carried, 5)) << "a name that was read back";
     platform.script({"x\n", "9\n", "1\n", "", "x\n", "10\n", "1\n"});
     EXPECT_EQ(1, VlanEnabled_snmp(access_set, &on, 1));
     EXPECT_EQ(199U, platform.commands.back().size());
