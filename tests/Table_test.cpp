@@ -19,8 +19,9 @@ protected:
 
 TEST_F(TableTest, CountsRows) {
     const std::pair<const char*, int> counts[] = {
-        {"3\n", 3}, {"0x10", 16}, {"0X1f\n", 31},         {"010", 8},
-        {"08", 0},  {" 7 x", 7},  {"Database locked", 0}, {"4294967295\n", -1}};
+        {"3\n", 3},   {"0x10", 16},         {"0X1f\n", 31},         {"010", 8},
+        {"08", 0},    {" 7 x", 7},          {"Database locked", 0}, {"4294967295\n", -1},
+        {"-2\n", -2}, {"99999999999\n", -1}};
     for (const auto& [answer, rows] : counts) {
         platform.script({answer});
         EXPECT_EQ(rows, table.size()) << answer;
@@ -28,6 +29,13 @@ TEST_F(TableTest, CountsRows) {
         EXPECT_RUN(size);
     }
     EXPECT_LOG();
+    for (std::size_t length = 100; length < 130; ++length) {
+        platform.script({"3\n"});
+        Table named(std::string(length, 'x'));
+        named.initialize(false);
+        EXPECT_EQ(3, named.size());
+        EXPECT_RUN("quorlet \"size " + named.m_sTableName + ";\"");
+    }
     table.m_iRowCount = 5;
     platform.script({notStarted, "", Answer("", Answer::Fault::read)});
     for (int times = 0; times < 3; ++times) {
@@ -112,9 +120,16 @@ TEST_F(TableTest, ReadsByKey) {
     const struct {
         Answer answer;
         int status, value;
-    } cases[] = {{" -7 9\n8\n", 0, -7},  {"010", 0, 10},       {"12abc", 0, 12},
-                 {"\n3\n", 1, 5},        {"", 1, 5},           {notStarted, 1, 5},
-                 {"-99999999999", 1, 5}, {"2147483648", 1, 5}, {"2147483647", 0, INT_MAX}};
+    } cases[] = {{" -7 9\n8\n", 0, -7},
+                 {"010", 0, 10},
+                 {"12abc", 0, 12},
+                 {"\n3\n", 1, 5},
+                 {"", 1, 5},
+                 {notStarted, 1, 5},
+                 {"-99999999999", 1, 5},
+                 {"2147483648", 1, 5},
+                 {"2147483647", 0, INT_MAX},
+                 {"-2147483648", 0, INT_MIN}};
     for (const auto& c : cases) {
         platform.script({c.answer});
         int value = 5;

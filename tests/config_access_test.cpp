@@ -29,10 +29,11 @@ TEST_F(ConfigAccessTest, IntegersById) {
         EXPECT_EQ(access >= 0 && access <= 4 ? 1 : 6,
                   config_int_access_by_id(access_type(access), &value, "Atm", "Enabled", 3));
     const unsigned long failures = client_failures();
+    EXPECT_EQ(6, config_int_access_by_id(access_get, &value, nullptr, "C", 1));
     const std::string rest = quorlet(" selectkey T Id 1  ;");
     EXPECT_EQ(6, config_int_access_by_id(access_get, &value, "T", column(100, rest).c_str(), 1));
     EXPECT_EQ(6, config_int_access_by_id(access_set, &value, "T", column(300, "").c_str(), 1));
-    EXPECT_EQ(failures + 2, client_failures());
+    EXPECT_EQ(failures + 3, client_failures());
     EXPECT_RUN();
     platform.script({"5\n"});
     EXPECT_EQ(0, config_int_access_by_id(access_get, &value, "T", column(99, rest).c_str(), 1));
