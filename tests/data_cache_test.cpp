@@ -5,6 +5,7 @@
 #include "objects/managed_objects.h"
 
 #include <map>
+#include <tuple>
 
 namespace {
 
@@ -34,18 +35,14 @@ protected:
         for (int slot = 1; slot <= 8; ++slot)
             add(slotRead(slot), slot == 1 || slot == 8 ? number(10 + slot) + "\n" : unknownRow);
         int row = 0;
-        const struct {
-            int id;
-            const char *bridge, *name;
-        } members[] = {{5, "11\n", "eth0\n"},
-                       {7, "99\n", "alone\n"},
-                       {8, "11\n", "wan1\n"},
-                       {9, "11\n", "wan2\n"},
-                       {10, "18\n", "wlan1\n"}};
-        for (const auto& [id, bridge, name] : members) {
+        for (const auto& [id, bridge, name] : {std::tuple(5, "11", "eth0"),
+                                               {7, "99", "alone"},
+                                               {8, "11", "wan1"},
+                                               {9, "11", "wan2"},
+                                               {10, "18", "wlan1"}}) {
             add(memberRow(row++), number(id) + "\n");
-            add(memberBridge(id), bridge);
-            add(memberName(id), name);
+            add(memberBridge(id), bridge + newline);
+            add(memberName(id), name + newline);
         }
         add(memberRow(row), unknownRow);
         for (int id = 1; id <= 16; ++id) {
@@ -57,10 +54,7 @@ protected:
             return database.count(command) ? database.at(command) : Answer(unknownRow);
         };
     }
-    ~DataCacheTest() override {
-        delete mgmt_o.cache;
-        mgmt_o.cache = nullptr;
-    }
+    ~DataCacheTest() override { delete std::exchange(mgmt_o.cache, nullptr); }
     void add(const std::string& command, const Answer& answer) {
         database[command] = answer;
         loading.push_back(command);
@@ -80,7 +74,7 @@ protected:
         return number(row.Enable) + " " + row.InterfaceName;
     }
 
-    const std::string unknownRow = "Unknown row\n";
+    const std::string unknownRow = "Unknown row\n", newline = "\n";
     std::map<std::string, Answer> database;
     Lines loading; // the commands of a refresh
 };

@@ -39,39 +39,48 @@ std::multiset<std::string> contents(const Image& database) {
 class RowsTest : public testing::Test {
 protected:
     int pick(int below) { return static_cast<int>(random() % static_cast<unsigned>(below)); }
-    std::string name() { return "if" + std::to_string(pick(6)); }
+    std::string number(int below) { return std::to_string(pick(below)); }
 
-    /// A command made up from a list: # is a name, @ the Id of a bridge or one that none ever gets.
-    template <std::size_t size>
-    std::string madeUp(const char* const (&list)[size], const Image& database, std::string name) {
-        const Rows& bridges = database[Table::bridge];
-        std::string command = list[pick(size)];
-        if (const std::size_t at = command.find('@'); at != command.npos)
-            command.replace(at, 1, bridges.empty() ? "99" : bridges[random() % bridges.size()].columns[0]);
-        if (const std::size_t at = command.find('#'); at != command.npos)
-            command.replace(at, 1, name);
-        return command;
+    /// The Id of a bridge; without one, an Id that no bridge ever gets.
+    std::string bridge(const Image& database) {
+        const Rows& rows = database[Table::bridge];
+        return rows.empty() ? "99" : rows[random() % rows.size()].columns[0];
     }
 
     std::string insert(const Image& database, const std::string& name) {
-        return madeUp({"insertkey Bridge Name text:br# Stp integer:0",
-                       "insertkey BridgeInterface BridgeId integer:@ Interface text:#",
-                       "insertkey BridgeFilter BridgeId integer:@ FilterRule text:#",
-                       "insertkey StatusNetifConfig Name text:#",
-                       "insertkey NetworkSetupNode Type text:VLAN InterfaceName text:#"}, database, name);
+        switch (pick(5)) {
+        case 0:
+            return "insertkey Bridge Name text:br" + name + " Stp integer:0";
+        case 1:
+            return "insertkey BridgeInterface BridgeId integer:" + bridge(database) +
+                   " Interface text:" + name;
+        case 2:
+            return "insertkey BridgeFilter BridgeId integer:" + bridge(database) +
+                   " FilterRule text:" + name;
+        case 3:
+            return "insertkey StatusNetifConfig Name text:" + name;
+        default:
+            return "insertkey NetworkSetupNode Type text:VLAN InterfaceName text:" + name;
+        }
     }
 
     std::string change(const Image& database) {
-        if (pick(3) == 0)
-            return insert(database, name());
-        return madeUp({"deletekey BridgeInterface BridgeId @",
-                       "deletekey Bridge Id @",
-                       "deletekey StatusNetifConfig Name #",
-                       "deletekey NetworkSetupNode InterfaceName #",
-                       "updatekey VLAN Id 1 Enable integer:1",
-                       "updatekey VLAN Id 3 Enable integer:0",
-                       "updatekey BridgeInterface Id 1 Interface text:#",
-                       "updatekey BridgeInterface Id 4 Interface text:#"}, database, name());
+        switch (pick(9)) {
+        case 0:
+            return "deletekey BridgeInterface BridgeId " + bridge(database);
+        case 1:
+            return "deletekey Bridge Id " + bridge(database);
+        case 2:
+            return "deletekey StatusNetifConfig Name if" + number(6);
+        case 3:
+            return "deletekey NetworkSetupNode InterfaceName if" + number(6);
+        case 4:
+            return "updatekey VLAN Id " + number(4) + " Enable integer:" + number(2);
+        case 5:
+            return "updatekey BridgeInterface Id " + number(9) + " Interface text:if" + number(6);
+        default:
+            return insert(database, "if" + number(6));
+        }
     }
 
     /// @return how many rows were left alone; -1 when it came to no end
@@ -99,7 +108,7 @@ TEST_F(RowsTest, ComeBackFromWhereverAChangeWasBrokenOff) {
         for (int id = 1; id < 4; ++id)
             database[Table::vlan].push_back({{std::to_string(id), "0", "eth0.1", "wan1"}});
         for (int n = pick(12); n > 0; --n)
-            run(database, insert(database, name()));
+            run(database, insert(database, "if" + number(6)));
 
         Record record;
         Image rehearsal = database;
