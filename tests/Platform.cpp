@@ -95,6 +95,7 @@ void keepLogLine(int priority, const std::string& line) {
 Platform platform;
 
 void Platform::script(std::deque<Answer> inOrder) {
+    commands.clear();
     answers = std::move(inOrder);
     client = [this](const std::string& command) {
         if (answers.empty()) {

@@ -41,7 +41,8 @@ struct Platform {
     int openStreams = 0;
     std::deque<Answer> answers; ///< those of script() that were not asked yet
 
-    /// Answers the program runs to come in this order; a run too many is a failure.
+    /// Answers the program runs to come in this order; a run too many is a failure. Those so far
+    /// are forgotten.
     void script(std::deque<Answer> inOrder);
     Lines takeLog();
 };

@@ -189,7 +189,6 @@ TEST_F(ReportTest, NamesTheStateOfEveryCircuit) {
     platform.script(runsFor(std::vector<int>(300, 1)));
     EXPECT_EQ(300U * 15 - 1, taken(getLayer2IfStatus()).size());
     EXPECT_LOG();
-    platform.commands.clear();
     platform.script({"2\n", "2\n", "1|1|8\n", "2\n", "Unknown row\n"});
     EXPECT_EQ("", taken(getLayer2IfStatus())) << "a row with too few fields";
     EXPECT_LOG(warned("fetch Layer2 interfaces states"));

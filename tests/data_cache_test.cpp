@@ -82,7 +82,7 @@ protected:
 TEST_F(DataCacheTest, LoadsEverythingInOrder) {
     debug_level = 5; // traces the ATM reads
     update_managed_objects();
-    EXPECT_EQ(loading, std::exchange(platform.commands, {}));
+    EXPECT_RUN(loading);
     EXPECT_EQ(8U, platform.log.size());
     EXPECT_EQ("trace:corvanta: " + atmRead(1) + " ==> 1|dev1|1|32|0", platform.takeLog().at(0));
     EXPECT_EQ((Lines{"0  0 0 0", "1 dev1 1 32 0", "1 dev8 8 32 0", "br1 11 eth0 wan2", "br2 -1  ",
@@ -114,7 +114,7 @@ TEST_F(DataCacheTest, WhatCannotBeReadStaysEmpty) {
                      "br1 11 eth0 wan1", "br2 -1  ", "br8 18  ", "0 if3", "1 "}),
               (Lines{atm(1), atm(4), atm(6), slot(1), slot(2), slot(8), vlan(3), vlan(4)}));
     loading.erase(loading.begin() + 7);
-    EXPECT_EQ(loading, std::exchange(platform.commands, {}));
+    EXPECT_RUN(loading);
     EXPECT_LOG();
 
     for (int row = 0; row < 100; ++row) // the walk has no bound
@@ -154,7 +154,7 @@ TEST_F(DataCacheTest, ReadsAndWritesAtmRows) {
     EXPECT_EQ(0, atm_access_c(access_set, &entry, 0, 4));
     EXPECT_EQ(3, atm_access_c(access_set, &entry, 2, 5));
     EXPECT_EQ("1 new 5 66 1", atm(2)) << "kept when the write fails";
-    EXPECT_EQ(commands, std::exchange(platform.commands, {}));
+    EXPECT_RUN(commands);
     EXPECT_LOG("trace:corvanta: " + commands[0] + " ==> Operation succeeded",
                "trace:corvanta: " + commands[1] + " ==> " + unknownRow);
 }
