@@ -10,6 +10,8 @@
 #include <dlfcn.h>
 #include <map>
 #include <new>
+#include <regex>
+#include <set>
 #include <sys/types.h>
 #include <unistd.h>
 
@@ -74,20 +76,18 @@ FILE* open(Answer answer) {
 
 /// Keeps a log line, after a look at what all log lines have in common.
 void keepLogLine(int priority, const std::string& line) {
-    const std::map<std::string, int> priorities = {
+    const std::set<std::pair<std::string, int>> levels = {
         {"error", 3}, {"warning", 4}, {"trace", 6}, {"tracedo", 7}, {"debug", 7}};
-    const std::map<std::string, std::string> files = {{"SnmpCfgHdr", "SnmpConfigHandler"},
-                                                      {"MappingTbl", "MappingTable"}};
-    char level[16] = "", tag[16] = "", file[24] = "";
-    int number = 0, end = 0;
-    std::sscanf(line.c_str(), "%15[a-z]:%15[A-Za-z]: %23[A-Za-z]:%d%n", level, tag, file, &number,
-                &end);
-    ASSERT_EQ(0, line.compare(static_cast<std::size_t>(end), 2, "  ")) << line;
-    EXPECT_TRUE(priorities.count(level) && priorities.at(level) == priority) << line;
-    EXPECT_EQ(files.count(tag) ? files.at(tag) : tag, file);
-    const std::string message = line.substr(static_cast<std::size_t>(end) + 2);
-    platform.log.push_back(std::string(level) + ":" + tag + ": " + message);
-    platform.logNumbers.push_back(number);
+    const std::map<std::string, std::string> tags = {{"SnmpConfigHandler", "SnmpCfgHdr"},
+                                                     {"MappingTable", "MappingTbl"}};
+    static const std::regex head("(([a-z]+):(\\w+): )(\\w+):(\\d+)  ");
+    std::smatch part;
+    ASSERT_TRUE(std::regex_search(line, part, head, std::regex_constants::match_continuous))
+        << line;
+    EXPECT_EQ(1U, levels.count({part[2], priority})) << line;
+    EXPECT_EQ(part[3], tags.count(part[4]) ? tags.at(part[4]) : part[4].str());
+    platform.log.push_back(part[1].str() + part.suffix().str());
+    platform.logNumbers.push_back(std::stoi(part[5]));
 }
 
 } // namespace

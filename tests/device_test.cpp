@@ -134,24 +134,19 @@ TEST_F(ClientTest, SaysAtOnceThatAnotherConnectionHoldsTheDatabase) {
 }
 
 TEST_F(ClientTest, LeavesTheFactoryAsItsClientsRelyOn) {
-    ASSERT_EQ("8\n16\n", ask("size Atm;") + ask("size VLAN;"));
+    Database factory(database());
     std::string circuits;
-    for (int k = 1; k <= 8; ++k) {
-        const std::string id = std::to_string(k), vpi = ask("selectkey Atm Id " + id + " Vpi;");
-        const std::string row = ask("selectrow Atm " + std::to_string(k - 1) + ";");
-        const bool enabled = row[2] == '1';
-        EXPECT_EQ(id + (enabled ? "|1|" : "|0|") + vpi, row.substr(0, row.find('|', 4)) + '\n');
-        EXPECT_LE(row.size(), 28U);
-        EXPECT_EQ(enabled ? "1\n" : "Unknown row\n",
-                  ask("selectkey NetworkSetupNode InterfaceName wan" + id + " Enable;"));
-        if (enabled)
-            circuits += vpi;
-        EXPECT_EQ(std::to_string(2 * k - 1) + "|0\n",
-                  ask("selectkey VLAN InterfaceName eth0.10" + id + " Id Enable;"));
-        EXPECT_EQ(std::to_string(2 * k) + "|wan1\n",
-                  ask("selectkey VLAN InterfaceName wan1.10" + id + " Id ParentIf;"));
-    }
+    for (const std::string& vpi : factory.run("SELECT Vpi FROM Atm WHERE Enabled = 1"))
+        circuits += vpi + "\n";
     EXPECT_EQ(circuits, on("awk 'NR > 1 { print $2 }' /proc/net/atm/pvc").out);
+    EXPECT_EQ("8\n16\n", ask("size Atm;") + ask("size VLAN;"));
+    for (const char* exception :
+         {"Atm WHERE Id > 8 OR length(Id || Enabled || Vpi || Vci || DeviceName || FcsPreserve) > 22",
+          "Atm WHERE Enabled <> (SELECT count(*) FROM NetworkSetupNode AS node"
+          " WHERE node.InterfaceName = 'wan' || Atm.Id AND node.Enable = 1)",
+          "VLAN WHERE Id % 2 = 1 AND InterfaceName || Enable <> 'eth0.10' || ((Id + 1) / 2) || 0",
+          "VLAN WHERE Id % 2 = 0 AND InterfaceName || ParentIf <> 'wan1.10' || (Id / 2) || 'wan1'"})
+        EXPECT_EQ(Lines{}, factory.run(std::string("SELECT * FROM ") + exception));
 }
 
 TEST_F(ClientTest, ShowsItsCircuitListUnderTheKernelsPathAlone) {

@@ -1,22 +1,126 @@
+// Commands, and the accessors of one field or row.
+
 #include "tests/Platform.h"
 
 #include "readers/Table.h"
+
+#include <cstring>
 
 using kavo::snmp::Table;
 
 namespace {
 
-using ConfigAccessTest = PlatformTest;
+using ClientTest = PlatformTest;
 
 const Answer locked("Database locked\n");
 const std::string unknownRow = "Unknown row\n";
+
+TEST_F(ClientTest, CommandsAnswersAndStatuses) {
+    const std::string command = " quorlet \" size Atm ;\" ";
+    const std::string a27(27, 'a'), a28(28, 'a'), none = "Unknown row";
+    const Answer unread("", Answer::Fault::read), unclosed("5\n", Answer::Fault::close);
+    const struct {
+        Answer last;
+        int status;
+        std::string answer;
+        std::size_t locks; // before the last answer
+    } cases[] = {{"42\n", 0, "42", 0},
+                 {"42", 0, "42", 0},
+                 {"a\nb\n\n", 0, "a\nb\n", 0},
+                 {"\n", 0, "", 0},
+                 {none + "\n", 3, "old", 0},
+                 {none, 0, none, 0},
+                 {"Database locked", 0, "Database locked", 0},
+                 {a28, 0, a28, 0},
+                 {a27 + "\n", 0, a27, 0},
+                 {a28 + "\n", 6, "old", 0},
+                 {a28 + "abc\n", 6, "old", 0},
+                 {"", 1, "old", 0},
+                 {unread, 1, "old", 0},
+                 {unclosed, 0, "5", 0},
+                 {notStarted, 1, "old", 0},
+                 {notStarted, 1, "old", 1},
+                 {none + "\n", 3, "old", 1},
+                 {"7\n", 0, "7", 19},
+                 {locked, 2, "old", 19}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.last.text + " after " + std::to_string(c.locks));
+        std::deque<Answer> runs(c.locks, locked);
+        runs.push_back(c.last);
+        Lines lines(runs.size(), "trace:corvanta: " + command + " ==> ");
+        for (std::size_t i = 0; i < c.locks; ++i)
+            lines[i] += locked.text;
+        if (c.last.fault == Answer::Fault::start && c.locks > 0)
+            lines.back() += locked.text; // it shows what was read before
+        lines.back() += c.status == 0 ? c.answer : c.last.text.substr(0, 29);
+        char text[200], answer[30] = "old";
+        std::string string = "old";
+        std::strcpy(text, command.c_str());
+        const int length = static_cast<int>(command.size());
+        const unsigned long failures = client_failures();
+        for (const int level : {5, 6, -1}) {
+            platform.sleeps.clear();
+            platform.script(runs);
+            EXPECT_EQ(c.status, call_cmd(text, sizeof text, length, answer, 30, level));
+            EXPECT_EQ(level < 6 ? lines : Lines{}, platform.takeLog());
+            EXPECT_RUN(Lines(runs.size(), command));
+            EXPECT_EQ(std::vector<unsigned>(runs.size() - 1, 1), platform.sleeps);
+            platform.script(runs);
+            EXPECT_EQ(c.status, call_cmd(command, string, level));
+            EXPECT_EQ(level < 6 ? lines : Lines{}, platform.takeLog());
+        }
+        EXPECT_EQ(c.answer, answer);
+        EXPECT_EQ(c.answer, string);
+        EXPECT_EQ(command, text);
+        platform.script(runs); // the short form: the answer replaces the command
+        EXPECT_EQ(c.status, call_cmd(text, sizeof text, length));
+        EXPECT_EQ(c.status == 0 ? c.answer : command, text);
+        EXPECT_EQ(lines, platform.takeLog());
+        const bool failed = c.status != 0 && c.status != 3; // once a command, not once a run
+        EXPECT_EQ(failures + (failed ? 7 : 0), client_failures());
+    }
+}
+
+TEST_F(ClientTest, CommandsLimits) {
+    char text[200] = "x", answer[] = "zzzzzzzz";
+    std::string string = "old";
+    const unsigned long failures = client_failures();
+    EXPECT_EQ(4, call_cmd(nullptr, 200, 10, answer, 4, 5));
+    EXPECT_EQ(4, call_cmd(nullptr, 0, 0));
+    for (const int length : {0, -1, 200, 201})
+        EXPECT_EQ(6, call_cmd(text, 200, length, answer, 4, 5)) << length;
+    for (const std::size_t length : {0U, 199U, 200U, 1000U})
+        EXPECT_EQ(6, call_cmd(std::string(length, 'x'), string, 5)) << length;
+    EXPECT_EQ(failures + 10, client_failures());
+    EXPECT_EQ("old", string);
+    EXPECT_EQ('z', answer[0]);
+    EXPECT_LOG();
+    EXPECT_RUN();
+    const std::string longest(198, 'x'), longer(199, 'x');
+    platform.script({"1\n", "2\n"});
+    EXPECT_EQ(0, call_cmd(longest, string, 7));
+    std::strcpy(text, longer.c_str());
+    EXPECT_EQ(0, call_cmd(text, 200, 199));
+    EXPECT_RUN(longest, longer);
+
+    for (const int capacity : {1, 2, 5, 6, 7}) { // of the answer
+        platform.script({"12345\n", "12345\n"});
+        EXPECT_EQ(0, call_cmd(text, 200, 1, answer, capacity, 7));
+        EXPECT_EQ(std::string("12345").substr(0, static_cast<std::size_t>(capacity) - 1), answer);
+        EXPECT_EQ('\0', answer[capacity - 1]);
+        EXPECT_EQ('z', answer[capacity]) << "nothing beyond the capacity";
+        std::memcpy(text, "xzzz", 4);
+        EXPECT_EQ(0, call_cmd(text, 3, 1));
+        EXPECT_EQ(std::string("12\0z", 4), std::string(text, 4));
+    }
+}
 
 /// A column name that makes a command of `length` characters with the rest.
 std::string column(std::size_t length, const std::string& rest) {
     return std::string(length - rest.size(), 'C');
 }
 
-TEST_F(ConfigAccessTest, IntegersById) {
+TEST_F(ClientTest, IntegersById) {
     int value = INT_MIN;
     platform.script({locked, "whatever\n"});
     EXPECT_EQ(0, config_int_access_by_id(access_set, &value, "VLAN", "Enable", -1));
@@ -39,7 +143,7 @@ TEST_F(ConfigAccessTest, IntegersById) {
     EXPECT_EQ(0, config_int_access_by_id(access_get, &value, "T", column(99, rest).c_str(), 1));
 }
 
-TEST_F(ConfigAccessTest, IntegersByKey) {
+TEST_F(ClientTest, IntegersByKey) {
     const std::string blanks(97, ' ');
     const struct {
         Answer answer;
@@ -68,7 +172,7 @@ TEST_F(ConfigAccessTest, IntegersByKey) {
     EXPECT_EQ(0, config_int_read_by_key(&value, "T", column(99, rest).c_str(), "K", "v"));
 }
 
-TEST_F(ConfigAccessTest, TextReads) {
+TEST_F(ClientTest, TextReads) {
     const std::string x13(13, 'x'), x14(14, 'x'), x28(28, 'x'), none = "Unknown row";
     const struct {
         Answer answer; // counted with its newline
@@ -118,7 +222,7 @@ std::string written(const std::string& text) {
     return quorlet(" updatekey BridgeInterface Id 2 Interface text:" + text + " ;");
 }
 
-TEST_F(ConfigAccessTest, TextWrites) {
+TEST_F(ClientTest, TextWrites) {
     platform.script({"Operation succeeded\n", "\n", locked, "x\n", unknownRow, "Unknown row", ""});
     EXPECT_EQ(0, write("eth0", 4, 4));
     EXPECT_EQ(0, write("e h'&|<0", 6, 8));
@@ -154,7 +258,7 @@ TEST_F(ConfigAccessTest, TextWrites) {
     EXPECT_EQ(hostile + "\"$;\\`\x7f", refused);
 }
 
-TEST_F(ConfigAccessTest, WholeRows) {
+TEST_F(ClientTest, WholeRows) {
     const std::string x4093(4093, 'x'), x4094(4094, 'x');
     const struct {
         Answer last;
@@ -240,7 +344,7 @@ void callEach(const std::string& text, const std::function<void(int)>& afterward
 
 /// Whoever runs a command, a failure counts once. A text that ends a command, or is the value of
 /// another column to the client, runs nothing.
-TEST_F(ConfigAccessTest, FailuresCountAndHostileTextsRunNothing) {
+TEST_F(ClientTest, FailuresCountAndHostileTextsRunNothing) {
     const struct {
         std::string text;
         Answer answer;
@@ -263,23 +367,22 @@ TEST_F(ConfigAccessTest, FailuresCountAndHostileTextsRunNothing) {
         EXPECT_EQ(0, write(good, static_cast<int>(good.size()), 20)) << good;
 }
 
-TEST_F(ConfigAccessTest, StringsAndAccessTypes) {
-    const std::string x18(18, 'x'), x19(19, 'x');
-    const std::string read = quorlet("  selectkey VLAN Id 2 ParentIf  ;");
-    platform.script({x18 + "\n", x19 + "\n", "\n"});
+TEST_F(ClientTest, StringsAndAccessTypes) {
+    const std::string x18(18, 'x'), x19(19, 'x'), id2 = "VLAN Id 2 ParentIf ";
     std::string value = "old";
     const auto access = [&](int kind) {
         return config_string_access_by_id(access_type(kind), value, "VLAN", "ParentIf", 2);
     };
+    platform.script({x18 + "\n", x19 + "\n", "\n"});
     EXPECT_EQ(0, access(access_get));
     EXPECT_EQ(6, access(access_get));
     EXPECT_EQ(x18, value);
     EXPECT_EQ(0, access(access_set));
-    EXPECT_RUN(read, read, quorlet(" updatekey VLAN Id 2 ParentIf text:" + x18 + " ;"));
+    const std::string read = quorlet("  selectkey " + id2 + " ;");
+    EXPECT_RUN(read, read, quorlet(" updatekey " + id2 + "text:" + x18 + " ;"));
     value = x19;
-    EXPECT_EQ(6, access(access_set));
-    for (const int kind : {0, 3, 4, 5, -1})
-        EXPECT_EQ(1, access(kind));
+    for (const auto& [kind, status] : {std::pair(2, 6), {0, 1}, {3, 1}, {4, 1}, {5, 1}, {-1, 1}})
+        EXPECT_EQ(status, access(kind)) << kind;
     EXPECT_EQ(x19, value);
     EXPECT_RUN();
 }
