@@ -1,3 +1,5 @@
+// The exported status queries, what they forward to, and the Wrapper.
+
 #include "tests/Platform.h"
 
 #include "frame/SnmpConfigHandler.h"
@@ -7,13 +9,14 @@
 #include <cstring>
 #include <fstream>
 #include <limits>
+#include <locale>
 #include <set>
 
 using kavo::snmp::SnmpConfigHandler;
 
 namespace {
 
-using CorvantaTest = PlatformTest;
+using FrameTest = PlatformTest;
 
 std::string warned(const std::string& text) {
     return "warning:corvanta: unable to " + text;
@@ -57,13 +60,13 @@ void beforeInitialize() {
     EXPECT_RUN();
 }
 
-TEST(CorvantaDeathTest, BeforeInitializeEverythingFailsAndNothingRuns) {
+TEST(FrameDeathTest, BeforeInitializeEverythingFailsAndNothingRuns) {
     GTEST_FLAG_SET(death_test_style, "threadsafe"); // a process of its own
     EXPECT_EXIT((beforeInitialize(), _exit(testing::Test::HasFailure())),
                 testing::ExitedWithCode(0), "");
 }
 
-TEST_F(CorvantaTest, InitializeSetsTheSwitchAndDropsTheCache) {
+TEST_F(FrameTest, InitializeSetsTheSwitchAndDropsTheCache) {
     EXPECT_EQ(1, initialize(0));
     EXPECT_LOG();
     EXPECT_EQ("corvanta 3 24", platform.openedLog);
@@ -76,7 +79,7 @@ TEST_F(CorvantaTest, InitializeSetsTheSwitchAndDropsTheCache) {
     EXPECT_FALSE(m_bVerbose);
 }
 
-TEST_F(CorvantaTest, EachStageOfInitializeReportsItsFailure) {
+TEST_F(FrameTest, EachStageOfInitializeReportsItsFailure) {
     Wrapper::Destroy();
     std::set<std::string> reported;
     withEachAllocationFailing([&] {
@@ -104,7 +107,7 @@ TEST_F(CorvantaTest, EachStageOfInitializeReportsItsFailure) {
     EXPECT_EQ(1, initialize(0));
 }
 
-TEST_F(CorvantaTest, QueriesPassOnWhatTheReadersSay) {
+TEST_F(FrameTest, QueriesPassOnWhatTheReadersSay) {
     ASSERT_EQ(1, initialize(0));
     EXPECT_EQ("MappingTable[size=14:14, 0=n/a:N/A,", taken(mappingTableToString()).substr(0, 35));
     EXPECT_EQ("==> FIL <==", taken(getRowSnmpAgent()));
@@ -131,7 +134,7 @@ TEST_F(CorvantaTest, QueriesPassOnWhatTheReadersSay) {
     }
 }
 
-TEST_F(CorvantaTest, LocalTimeAsText) {
+TEST_F(FrameTest, LocalTimeAsText) {
     setenv("TZ", "CET-1", 1);
     tzset();
     for (const auto& [clock, text] : {std::pair(std::time_t(1801641900), "03.02.2027 09:05:00"),
@@ -142,6 +145,54 @@ TEST_F(CorvantaTest, LocalTimeAsText) {
         platform.clock = clock;
         EXPECT_EQ(text, time2string());
     }
+}
+
+TEST_F(FrameTest, WrapperTexts) {
+    Wrapper wrapper;
+    EXPECT_EQ((Lines{}), wrapper.Tokenize("|||", "|"));
+    EXPECT_EQ((Lines{"a", "b"}), wrapper.Tokenize("|a||b|", "|"));
+    EXPECT_EQ((Lines{"a", "b", "c"}), wrapper.Tokenize("a, b;c", ",; "));
+    EXPECT_EQ("AZ@[`{1", wrapper.ToUpperCase("az@[`{1"));
+    EXPECT_EQ("az@[`{1", wrapper.ToLowerCase("AZ@[`{1"));
+    Lines two = {"a", "b"};
+    EXPECT_EQ("a,b,", wrapper.VectorToString(two));
+    EXPECT_LOG();
+    wrapper.m_bVerbose = true;
+    wrapper.ToLowerCase("A");
+    wrapper.ToUpperCase("Atm");
+    EXPECT_LOG("tracedo:Wrapper: ToUpperCase: s2: ATM");
+    wrapper.m_bVerbose = false;
+}
+
+TEST_F(FrameTest, WrapperNumbersAreTheSameUnderAnyLocale) {
+    struct Grouping : std::numpunct<char> {
+        char do_thousands_sep() const override { return '.'; }
+        std::string do_grouping() const override { return "\3"; }
+    };
+    const std::locale before = std::locale::global(std::locale(std::locale(), new Grouping));
+    const speedInfo_s rates = {2048, 0, 4294967295U, 640};
+    EXPECT_EQ("SpeedInfo[dslActualDataRateDown=2048,dslActualDataRateUp=0,"
+              "dslAttainableDataRateDown=4294967295,dslAttainableDataRateUp=640]",
+              Wrapper().SpeedInfoToString(&rates));
+    ASSERT_EQ(1, initialize(0));
+    platform.circuits = "VPI\n1234\n";
+    platform.script({"1\n", "1\n", "1|1|1234\n"});
+    EXPECT_EQ("VC1234=2", taken(getLayer2IfStatus()));
+    const std::string range = "1234 is out of range for vpiList, max idx is 19";
+    EXPECT_LOG("error:AtmFile: initialize: VPI " + range,
+               "warning:AtmFile: contains: a_vpiVal " + range);
+    std::locale::global(before);
+}
+
+TEST_F(FrameTest, WrapperOneInstanceUntilDestroyed) {
+    Wrapper::Destroy();
+    Wrapper* const instance = Wrapper::getInstance();
+    EXPECT_TRUE(instance == Wrapper::getInstance() && !instance->m_bVerbose);
+    EXPECT_TRUE(instance->initialize(true) && instance->m_bVerbose && instance->m_bInitalized);
+    Wrapper::Destroy();
+    Wrapper::Destroy();
+    EXPECT_EQ(nullptr, Wrapper::m_pInstance);
+    EXPECT_LOG("tracedo:Wrapper: ~Wrapper: Destruction");
 }
 
 class ReportTest : public PlatformTest {
