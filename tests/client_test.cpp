@@ -87,11 +87,12 @@ TEST_F(ClientTest, CommandsLimits) {
     const unsigned long failures = client_failures();
     EXPECT_EQ(4, call_cmd(nullptr, 200, 10, answer, 4, 5));
     EXPECT_EQ(4, call_cmd(nullptr, 0, 0));
+    EXPECT_EQ(6, call_cmd(text, 200, 10, answer, 0, 5));
     for (const int length : {0, -1, 200, 201})
         EXPECT_EQ(6, call_cmd(text, 200, length, answer, 4, 5)) << length;
     for (const std::size_t length : {0U, 199U, 200U, 1000U})
         EXPECT_EQ(6, call_cmd(std::string(length, 'x'), string, 5)) << length;
-    EXPECT_EQ(failures + 10, client_failures());
+    EXPECT_EQ(failures + 11, client_failures());
     EXPECT_EQ("old", string);
     EXPECT_EQ('z', answer[0]);
     EXPECT_LOG();
@@ -307,6 +308,8 @@ TEST_F(ClientTest, WholeRows) {
     EXPECT_EQ(1, config_row_read("T", 1, nullptr, 9, &length));
     EXPECT_EQ(1, config_row_read("T", 1, buffer, 9, nullptr));
     EXPECT_RUN();
+    platform.script({"1\n"});
+    EXPECT_EQ(6, config_row_read("T", 1, buffer, -1, &length));
     EXPECT_LOG();
 }
 

@@ -103,6 +103,7 @@ TEST_F(DataCacheTest, WhatCannotBeReadStaysEmpty) {
     database[atmRead(6)] = "2|d|x| 7y|-1|9\n";
     database[atmRead(7)] = notStarted;
     database[slotRead(2)] = "x\n";
+    database[memberBridge(7)] = "-1\n"; // the Id of no slot
     database[memberBridge(10)] = "";
     database[memberName(9)] = "";
     database[vlanEnable(3)] = notStarted;
@@ -170,7 +171,9 @@ TEST_F(DataCacheTest, BridgeSlots) {
     cache.bridge_iface_name_lan_by_BridgeId(18, "a");
     cache.bridge_iface_name_wan_by_BridgeId(18, "b");
     cache.bridge_iface_name_lan_by_BridgeId(12, "c");
+    cache.bridge_iface_name_lan_by_BridgeId(UINT_MAX, "d");
     EXPECT_EQ("br8 18 a b", slot(8));
+    EXPECT_EQ("br2 -1  ", slot(2));
     EXPECT_EQ("a", cache.bridge_iface_name_lan_by_BridgeId(18));
     EXPECT_EQ("", cache.bridge_iface_name_lan_by_BridgeId(12));
     EXPECT_EQ(3, cache.bridge_intern_Id_delete(5));

@@ -74,6 +74,8 @@ TEST_F(ClientTest, AnswersEachCommandToTheByte) {
         {"selectkey BridgeFilter Id 1 FilterRule PBit;", "a  PBit b text|2\n"},
         {"updatekey BridgeFilter Id 1 FilterRule text:PBit integer:3;", "Operation succeeded\n"},
         {"selectkey BridgeFilter Id 1 FilterRule PBit;", "PBit integer:3|2\n"},
+        {"updatekey BridgeFilter Id 1 FilterRule text:x a:b integer:3;", "Operation succeeded\n"},
+        {"selectkey BridgeFilter Id 1 FilterRule;", "x a:b integer:3\n"},
         {"updatekey VLAN Id 2 ParentIf text:; ", "Operation succeeded\n"},
         {"selectkey VLAN Id 2 ParentIf;", "\n"},
         {"updatekey VLAN Id 2 ParentIf text:x\" OR 1 -- %s|y ;", "Operation succeeded\n"},
@@ -89,7 +91,7 @@ TEST_F(ClientTest, RefusesWhatItDoesNotUnderstandAndChangesNothing) {
     const char* const commands[] = {
         "", ";", "size", "size Atm", "size Atm; size Atm;", "size Atm Id;", "SIZE Atm;",
         "drop Atm;", "size atm;", "size sqlite_schema;", "size Atm\";",
-        "updatekey VLAN Id 2 ParentIf text:a\tb;",
+        "updatekey VLAN Id 2 ParentIf text:a\tb;", "updatekey VLAN Id 2 ParentIf text:\x7f;",
         "selectrow Atm;", "selectrow Atm -1;", "selectrow Atm 0x1;", "selectrow Atm 0 Nope;",
         "selectkey Atm Id 3;", "selectkey Atm Id;", "selectkey Atm Nope 3 Vpi;",
         "selectkey Atm Id 3 Vpi Nope;", "deletekey Atm Id;", "deletekey Atm Id 1 2;",
@@ -110,7 +112,7 @@ TEST_F(ClientTest, RefusesWhatItDoesNotUnderstandAndChangesNothing) {
         EXPECT_EQ("", ask(command)) << command;
         EXPECT_NE("", contents(error())) << command;
     }
-    EXPECT_EQ(2, shell(QUORLET " size 'Atm;'").status);
+    EXPECT_EQ(2, shell(QUORLET " 'size Atm;' more").status);
     EXPECT_EQ(before, contents(database()));
 }
 

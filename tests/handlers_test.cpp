@@ -22,9 +22,9 @@ struct State {
     State(int given) : value(given) {}
     State(const char* given) : text(given) {}
 
-    State& on(std::initializer_list<int> rows) {
+    State& on(std::initializer_list<int> rows, int enable = 1) {
         for (const int row : rows)
-            vlan[row] = 1;
+            vlan[row] = enable;
         return *this;
     }
     State& bridges(std::initializer_list<int> held) {
@@ -348,6 +348,7 @@ const std::vector<Sequence> sequences = {
     Sequence("AtmNeitherGetNorSet", atm, 1, {atmRead(0)}, access_create),
     Sequence("AtmOn", atm, 1, {atmRead(0), insertMpoa, atmWrite(1)}),
     Sequence("AtmOff", atm, 2, {atmRead(1), deleteMpoa.ignored(), atmWrite(0)}),
+    Sequence("AtmOffFrom5", atm, 2, {atmRead(5), atmWrite(0)}),
     Sequence("AtmUnchanged", atm, 1, {atmRead(1), atmWrite(1)}),
     Sequence("AtmNoTruthValue", atm, 5, {atmRead(0), atmWrite(5)}),
 
@@ -367,7 +368,7 @@ const std::vector<Sequence> sequences = {
     Sequence("VlanUnchanged", vlan, State(1).on({1}), {}),
     Sequence("VlanOffUnchanged", vlan, State(2).on({2}), {}),
     Sequence("VlanNeitherGetNorSet", vlan, State(2).on({1}), {}, access_create),
-    Sequence("VlanOnTagCarried", vlan, State(1).on({2}).bridges({1, 2}),
+    Sequence("VlanOnTagCarried", vlan, State(1).on({2}).bridges({0, 2}),
              {lanOn(3), storeTag(1, 1, ""), parent(2, "wan1"),
               run("  insertkey   NetworkSetupNode  Type text:VLAN  InterfaceName  text:wan1.101"
                   " ParentInterface text:wan1 ConfigurationSpecifics text:  Enable integer:1  ;"),
@@ -382,6 +383,10 @@ const std::vector<Sequence> sequences = {
     Sequence("VlanOffBridgeInNoSlot", vlan, State(2).on({1}), offButSlot(1, 0, "wan1")),
     Sequence("VlanFrom1To5", vlan, State(5).on({1, 2}).bridges({-1, -1, 9}),
              {enable(1, 5), wanOn(1, "wan1", "wan1.101", "wan1")}),
+    Sequence("VlanFrom5To1", vlan, State(1).on({1}, 5).on({2}),
+             {enable(1, 1), wanOn(1, "wan1", "wan1.101", "wan1")}),
+    Sequence("VlanFrom5To0", vlan, State(2).on({1}, 5).on({2}),
+             {enable(1, 0), wanOff(1, 1, "wan1.101")}),
     Sequence("TagGetCarried", vlanTag, State(77).on({2}), {gives(2)}, access_get),
     Sequence("TagGetDiscarded", vlanTag, State(77).on({1}), {gives(1)}, access_get),
     Sequence("TagNeitherGetNorSet", vlanTag, 5, {}, access_delete),
@@ -389,7 +394,7 @@ const std::vector<Sequence> sequences = {
     Sequence("TagCarried", vlanTag, State(2).on({1}), wanOn(1, "wan1", "wan1.101", "wan1")),
     Sequence("TagOfObjectThatIsOff", vlanTag, State(7).on({2}), wanOff(1, 0, "wan1")),
 
-    Sequence("ParentGet", vlanWan, "old",
+    Sequence("ParentGet", vlanWan, "o;d",
              {parent(2, "wan1").then([](State& s) { s.text = "wan1"; })}, access_get),
     Sequence("ParentNeitherGetNorSet", vlanWan, "old", {endsWith(1)}, access_delete),
     Sequence("ParentSet", vlanWan, State("wan2").on({1}),
@@ -407,7 +412,7 @@ const std::vector<Sequence> sequences = {
               ignoring({parent(2, "wan1"), parent(4, ""), ignoring(off(2, 1, "wan1.102")),
                         parent(6, unknownRow)}),
               writeParent(""), wanOff(1, 0, "wan1")}),
-    Sequence("DefaultGet", defaultWan, "old",
+    Sequence("DefaultGet", defaultWan, "o;d",
              {find({}), readDefault("wan1").then([](State& s) { s.text = "wan1"; })}, access_get),
     Sequence("DefaultNeitherGetNorSet", defaultWan, "old", {find({}), endsWith(1)}, access_create),
     Sequence("DefaultSetNewBridge", defaultWan, State("wan1").on({1, 2}).bridges({-1, -1, 9}),
@@ -415,7 +420,7 @@ const std::vector<Sequence> sequences = {
               bridgeNamed(2).orElse(adopt("br2"), noRow),
               bridgeNamed(3).answers(unknownRow).orElse(adopt("br3"), noRow)}),
     Sequence("DefaultSetNoFreeName", defaultWan, "wan1", {noBridge, allNamesTaken(), endsWith(1)}),
-    Sequence("DefaultMoved", defaultWan, "wan2",
+    Sequence("DefaultMoved", defaultWan, State("wan2").on({1, 3}),
              {find({bridgeNamed(1).answers("no number").orElse({noNewBridge}, noRow)}), walk(),
               writeDefault("wan2")}),
     Sequence("DefaultEmptied", defaultWan, "",
@@ -469,11 +474,12 @@ std::optional<int> follow(const Steps& steps, const Refusals& refusals, Course& 
 
 /** Every way in which a command can be refused. */
 std::map<std::string, Answer> refusals(const Step& step) {
-    std::map<std::string, Answer> ways = {{"not started", notStarted},
-                                          {"nothing printed", ""},
-                                          {"unknown row", unknownRow + "\n"},
-                                          {"locked", locked + "\n"},
-                                          {"too long", std::string(step.kind.once ? 99 : 29, '1')}};
+    std::map<std::string, Answer> ways = {
+        {"not started", notStarted},
+        {"nothing printed", ""},
+        {"unknown row", unknownRow + "\n"},
+        {"locked", locked + "\n"},
+        {"too long", "1" + std::string(step.kind.once ? 98 : 28, 'x')}};
     if (step.kind.number || !step.required.empty())
         ways["another answer"] = "?";
     return ways;
@@ -610,6 +616,7 @@ TEST_F(HandlersTest, WhatNeedsNoCommand) {
             for (const int index : {0, 9, -1, INT_MAX, INT_MIN})
                 EXPECT_EQ(1, handler(access, &value, index)) << index;
     }
+    EXPECT_EQ(1, VlanWanInterface(access_set, text, sizeof text, &length, 9));
     // A text that cannot stand in a command, and lengths that are none.
     text[1] = ';';
     const unsigned long failures = client_failures();

@@ -2,6 +2,7 @@
 
 #include "tests/Platform.h"
 
+#include "frame/Wrapper.h"
 #include "readers/AtmFile.h"
 #include "readers/MappingTable.h"
 #include "readers/SpeedInfo.h"
@@ -133,6 +134,7 @@ TEST_F(ReadersTest, AtmFileAMissingFileLeavesTheList) {
         EXPECT_EQ("8 ", openVpis(file));
         EXPECT_EQ(1, file.size());
         file.initialize(true);
+        EXPECT_TRUE(Wrapper::getInstance()->m_bVerbose);
     }
     EXPECT_LOG("tracedo:AtmFile: initialize: trying to open file /proc/net/atm/pvc",
                "tracedo:AtmFile: initialize: unable to open file /proc/net/atm/pvc using defaults",
@@ -297,6 +299,8 @@ TEST_F(ReadersTest, SpeedInfoTakesTheRatesFromTheGroup) {
         // the token at offset 22 of the heading's line
         {heading + " xDownstream\n" + rates, downFirst},
         {"  " + heading + " Down Up\n" + rates, upFirst},
+        {heading + "Down Up\n" + rates, upFirst},
+        {heading, {}},
         {dots + heading + "\n" + rates, upFirst},
         {dots + heading, {}},
         // names and numbers
