@@ -509,18 +509,6 @@ std::ostream& operator<<(std::ostream& out, const Sequence& sequence) {
 /** One test for each sequence, which runs alone by its name. */
 class SequenceTest : public HandlersTest, public testing::WithParamInterface<Sequence> {
 protected:
-    /** Calls the handler. @return its status, and what it left */
-    static std::pair<int, State> call() {
-        State left = GetParam().before;
-        fillCache(left);
-        const int status = counted([&] { return GetParam().handler(GetParam().access, left); });
-        for (int row = 1; row <= 16; ++row)
-            left.vlan[row] = mgmt_o.cache->vlan_intern[row].Enable;
-        for (int slot = 1; slot <= 8; ++slot)
-            left.slot[slot] = mgmt_o.cache->bridge[slot].intern_Id;
-        return {status, left};
-    }
-
     /** Calls the handler, with some commands refused, and compares everything. */
     static Course expect(const Refusals& refused = {}) {
         Course course = {GetParam().before};
@@ -534,7 +522,13 @@ protected:
             return due() == command ? course.runs[at++].second : notStarted;
         };
         platform.sleeps.clear();
-        const auto [status, left] = call();
+        State left = GetParam().before;
+        fillCache(left);
+        const int status = GetParam().handler(GetParam().access, left);
+        for (int row = 1; row <= 16; ++row)
+            left.vlan[row] = mgmt_o.cache->vlan_intern[row].Enable;
+        for (int slot = 1; slot <= 8; ++slot)
+            left.slot[slot] = mgmt_o.cache->bridge[slot].intern_Id;
         EXPECT_EQ("the end", due());
         EXPECT_EQ(course.status, status);
         EXPECT_EQ(course.left.show(), left.show());
@@ -567,26 +561,6 @@ private:
 
 TEST_P(SequenceTest, EachCommandRefused) {
     refuseEach();
-}
-
-TEST_P(SequenceTest, LackOfMemory) {
-    const Course ordinary = expect();
-    platform.client = [&](const std::string& command) {
-        for (const auto& [step, answer] : ordinary.runs)
-            if (step->command == command)
-                return answer;
-        return notStarted;
-    };
-    withEachAllocationFailing([&] {
-        platform.commands = {""};
-        const int status = call().first;
-        EXPECT_TRUE(status == 1 || status == ordinary.status) << status;
-        if (status == 0 && !ordinary.runs.empty()) {
-            EXPECT_EQ(ordinary.runs.back().first->command, platform.commands.back());
-        }
-    });
-    platform.takeLog();
-    expect();
 }
 
 INSTANTIATE_TEST_SUITE_P(, SequenceTest, testing::ValuesIn(sequences),

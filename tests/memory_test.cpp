@@ -47,6 +47,14 @@ int cacheRefreshed() {
     return 0;
 }
 
+/// What a set of a VLAN object has run, when it says that it succeeded.
+int commandsOfATag() {
+    int on = 1;
+    platform.commands.clear();
+    return VlanDiscardTag_snmp(access_set, &on, 1) == 0 ? static_cast<int>(platform.commands.size())
+                                                        : -1;
+}
+
 /// What leaks on the way is found under AddressSanitizer.
 TEST_F(MemoryTest, EveryExportedFunctionFailsWholly) {
     const speedInfo_s rates = {1, 2, 3, 4};
@@ -66,6 +74,7 @@ TEST_F(MemoryTest, EveryExportedFunctionFailsWholly) {
         {"table", giving(mappingTableToString), {"(null)"}},
         {"agent row", giving(getRowSnmpAgent), {"", "(null)"}},
         {"cache", giving(cacheRefreshed), {}},
+        {"tag", giving(commandsOfATag), {"-1"}},
         {"time", giving([] { return time2string() == "xx.xx.xx" ? 0 : 1; }), {"0"}},
         {"command", giving([] { return call_cmd(std::strcpy(text, "quorlet"), 200, 7); }), {"1"}},
         {"key", giving([] { return config_int_read_by_key(&value, "B", "I", "N", "b"); }), {"1"}},
@@ -74,6 +83,10 @@ TEST_F(MemoryTest, EveryExportedFunctionFailsWholly) {
         ASSERT_EQ(1, initialize(verbose));
         for (const auto& c : cases) {
             SCOPED_TRACE(c.name);
+            data_cache cache;
+            for (data_cache::vlan_row& row : cache.vlan_intern)
+                row.InterfaceName = "a name that needs memory";
+            mgmt_o.cache = std::string(c.name) == "tag" ? &cache : nullptr;
             const std::string whole = c.call();
             withEachAllocationFailing([&] {
                 const std::string result = c.call();
