@@ -567,7 +567,7 @@ INSTANTIATE_TEST_SUITE_P(, SequenceTest, testing::ValuesIn(sequences),
                          [](const auto& its) { return its.param.name; });
 
 TEST_F(HandlersTest, WhatNeedsNoCommand) {
-    fillCache(State().on({1, 2}));
+    fillCache(State().on({15, 16}));
     int value = 1, length = 1;
     char text[20] = "a";
     for (const int status :
@@ -587,6 +587,7 @@ TEST_F(HandlersTest, WhatNeedsNoCommand) {
     }
     for (const auto handler : {VlanEnabled_snmp, VlanDiscardTag_snmp}) {
         EXPECT_EQ(0, handler(access_get, &value, 8));
+        EXPECT_EQ(handler == VlanEnabled_snmp ? 1 : 2, value) << "of the last object";
         for (const access_type access : {access_get, access_set})
             for (const int index : {0, 9, -1, INT_MAX, INT_MIN})
                 EXPECT_EQ(1, handler(access, &value, index)) << index;
