@@ -1,9 +1,12 @@
-// A manager that measures agents; scripts/bench-agent starts them.
+// A manager that measures agents; scripts/bench-agent and scripts/bench-watch start them.
 //
 //     snmp_bench latency ROUNDS {NAME ADDRESS OID}...
 //         the median latency of a get of each object, in microseconds, asked in turn
 //     snmp_bench load ADDRESS ROOT GETS SETS
 //         gets mixed with sets from four managers at once; each knows what every answer must be
+//     snmp_bench fresh ADDRESS OID CHANGES {COMMAND VALUE} {COMMAND VALUE}
+//         for each change, which the two shell commands make in turn, the time in ms from the start
+//         of the command to the first get with the new value
 //
 // ROOT is corvantaObjects of an agent on a device with its factory settings.
 
@@ -18,8 +21,10 @@
 #include <cstring>
 #include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
+#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -154,6 +159,38 @@ int load(const char* address, const std::string& root, int gets, int sets) {
     return mistakes == 0 ? 0 : 1;
 }
 
+int fresh(const char* address, const char* oid, int changes, char** arguments) {
+    Manager manager(address);
+    std::minstd_rand random(1);
+    for (int i = 0; i < changes; ++i) {
+        char* const command = arguments[i % 2 * 2];
+        const std::string value = arguments[i % 2 * 2 + 1];
+        // A change meets every moment of an agent that looks once a second, and that reads at most
+        // so.
+        std::this_thread::sleep_for(std::chrono::milliseconds(random() % 2000));
+        const std::string before = manager.ask(oid);
+        if (before == value)
+            return std::fprintf(stderr, "%s is shown before \"%s\"\n", value.c_str(), command), 1;
+        char* const shell[] = {const_cast<char*>("sh"), const_cast<char*>("-c"), command, nullptr};
+        const auto start = std::chrono::steady_clock::now();
+        pid_t process = 0;
+        if (posix_spawn(&process, "/bin/sh", nullptr, nullptr, shell, environ) != 0)
+            return 1;
+        std::string shown;
+        while ((shown = manager.ask(oid)) != value) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+            if (std::chrono::steady_clock::now() - start > std::chrono::minutes(1))
+                return std::fprintf(stderr, "%s is shown after \"%s\"\n", shown.c_str(), command),
+                       1;
+        }
+        const std::chrono::duration<double, std::milli> taken =
+            std::chrono::steady_clock::now() - start;
+        std::printf("%.1f\n", taken.count());
+        waitpid(process, nullptr, 0);
+    }
+    return 0;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -164,6 +201,8 @@ int main(int argc, char** argv) {
         return latency(std::atoi(argv[2]), argv + 3);
     if (mode == "load" && argc == 6)
         return load(argv[2], argv[3], std::atoi(argv[4]), std::atoi(argv[5]));
+    if (mode == "fresh" && argc == 9)
+        return fresh(argv[2], argv[3], std::atoi(argv[4]), argv + 5);
     std::fputs("usage: see the head of snmp_bench.cpp\n", stderr);
     return 2;
 }
