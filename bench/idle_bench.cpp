@@ -61,8 +61,10 @@ public:
     void awaitClose(Clock::time_point deadline) {
         const int before = (look(0), m_closed);
         while (m_closed == before) {
-            if (Clock::now() > deadline || waitpid(agent, nullptr, WNOHANG) != 0)
-                fail("the agent has ended, or reads nothing");
+            if (waitpid(agent, nullptr, WNOHANG) != 0)
+                fail("the agent has ended");
+            if (Clock::now() > deadline)
+                fail("the agent reads nothing");
             look(1000);
         }
     }

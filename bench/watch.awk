@@ -43,7 +43,7 @@ END {
             sprintf("%.3g times less, %.3g without the hourly refresh", full / all, full / watching),
             s == 30 ? met("at least 20 times", full >= 20 * all) : "")
     }
-    row("an interval", "30 s", sprintf("%.3g ms", spent["watching", 30] / count["watching", 30]),
+    row("an interval", "of 30 s", sprintf("%.3g ms", spent["watching", 30] / count["watching", 30]),
         sprintf("%.3g ms", spent["full", 30] / count["full", 30]), "", "")
     for (k = 1; k <= kind; ++k) {
         n = number[k]
