@@ -6,16 +6,16 @@ set multiplot layout 1,2
 set style fill solid 0.5
 set boxwidth 0.35
 set grid ytics
-set ylabel 'processor time of an idle agent in s per hour'
+set ylabel 'processor time in s per hour, idle'
 set logscale y
 set datafile separator '|'
 plot [-0.5:2.5] [0.1:10000] rows('processor time') using ($0-0.2):5:xtic(3) with boxes title 'without', \
-    '' using ($0+0.2):4 with boxes title 'watching, the hourly refresh included'
+    '' using ($0+0.2):4 with boxes title 'watching'
 unset logscale y
 set datafile separator
 set grid
-set key bottom right
-set ylabel '% of the changes that a manager sees'
+set key top left
+set ylabel '% of changes that are seen'
 set xlabel 'within s'
 set arrow from 1.5,0 to 1.5,100 nohead dashtype 2
 set label 'goal' at 1.52,50
