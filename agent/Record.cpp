@@ -4,8 +4,9 @@
 
 namespace agent {
 
-bool Trail::removed() const {
-    return before() && std::find(versions.begin(), versions.end(), std::nullopt) != versions.end();
+std::size_t Trail::ofBefore() const {
+    const auto gone = std::find(versions.begin(), versions.end(), std::nullopt);
+    return static_cast<std::size_t>(gone - versions.begin());
 }
 
 Trail* TableRecord::find(int id) {

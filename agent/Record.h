@@ -8,7 +8,7 @@
 
 namespace agent {
 
-/// What a change makes of one row.
+/// What a change makes of the rows with one Id.
 struct Trail {
     int id;
     /// What the row holds in turn, nothing while it isn't there; first what it held before the
@@ -17,7 +17,12 @@ struct Trail {
 
     const std::optional<Row>& before() const { return versions.front(); }
     const std::optional<Row>& after() const { return versions.back(); }
-    bool removed() const; ///< at any time
+
+    /// How many of the versions are of the row that was there before. Those behind them are of
+    /// rows that the change adds: the database uses Ids again.
+    std::size_t ofBefore() const;
+
+    bool removed() const { return before() && ofBefore() < versions.size(); } ///< at any time
 };
 
 /// What a change makes of one table.

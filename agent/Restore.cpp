@@ -1,8 +1,10 @@
 #include "Restore.h"
 
 #include <algorithm>
+#include <iterator>
 #include <map>
 #include <set>
+#include <utility>
 
 namespace agent {
 
@@ -40,15 +42,25 @@ public:
 
     Restoring run() {
         for (const Table table : kAllTables) {
-            if (m_record.touches(table))
+            const bool waits = m_bridgesMissing && shapeOf(table).bridgeId != 0;
+            if (m_record.touches(table) && !waits)
                 compare(table);
         }
+        if (!m_bridgesMissing)
+            std::move(m_last.begin(), m_last.end(), std::back_inserter(m_result.commands));
         return std::move(m_result);
     }
 
 private:
     using Taken = std::vector<bool>;
     using Led = std::map<const Trail*, const Row*>;
+
+    /// What trails have led to.
+    struct Found {
+        Led back;    ///< rows that were there before, as they were or not yet
+        Led extra;   ///< rows that the change made besides
+        Taken taken; ///< all of these
+    };
 
     /// The version as it would be now, with the bridge's present Id.
     Row translated(Table table, Row row) const {
@@ -58,94 +70,124 @@ private:
         return row;
     }
 
-    /// Whether a row is a version, whether its bridge's present Id has come to it or not.
-    bool isVersion(Table table, const Row& now, const Row& version) const {
-        const auto same = [&now](const Row& wanted) {
-            return now.columns.size() == wanted.columns.size() &&
-                   std::equal(now.columns.begin() + 1, now.columns.end(),
-                              wanted.columns.begin() + 1);
-        };
-        return same(version) || same(translated(table, version));
+    static bool same(const Row& now, const Row& wanted) {
+        return now.columns.size() == wanted.columns.size() &&
+               std::equal(now.columns.begin() + 1, now.columns.end(), wanted.columns.begin() + 1);
     }
 
-    bool isVersion(Table table, const Row& now, const Trail& trail) const {
-        return std::any_of(trail.versions.begin(), trail.versions.end(), [&](const auto& version) {
-            return version && isVersion(table, now, *version);
-        });
+    bool isBefore(Table table, const Row& now, const Trail& trail) const {
+        return trail.before() && same(now, translated(table, *trail.before()));
     }
 
-    bool isOther(Table table, const Row& row) const {
-        const std::vector<int>& others = m_record[table].others;
-        return std::find(others.begin(), others.end(), row.id()) != others.end();
+    /// Whether a row is a version from that one on, with its bridge's Id or that of one like it:
+    /// of bridges that are alike nobody can tell which the change has added.
+    bool isVersion(Table table, const Row& now, const Trail& trail, std::size_t from) const {
+        const std::size_t bridge = shapeOf(table).bridgeId;
+        return std::any_of(
+            trail.versions.begin() + static_cast<std::ptrdiff_t>(from), trail.versions.end(),
+            [&](const auto& version) {
+                if (!version || now.columns.size() != version->columns.size())
+                    return false;
+                Row wanted = *version;
+                if (bridge != 0 && m_like.count({wanted.columns[bridge], now.columns[bridge]}) != 0)
+                    wanted.columns[bridge] = now.columns[bridge];
+                return same(now, wanted);
+            });
     }
 
-    /// The rows that trails have led to: under their Ids, or else come anew under others.
-    Led follow(Table table, const std::vector<const Trail*>& trails, Taken& taken) const {
-        const Rows& rows = m_now[table];
-        Led led;
-        for (const bool anew : {false, true}) {
-            for (const Trail* trail : trails) {
-                for (std::size_t i = 0; i < rows.size() && led.count(trail) == 0; ++i) {
-                    const bool here = anew ? !isOther(table, rows[i]) : rows[i].id() == trail->id;
-                    if (here && !taken[i] && isVersion(table, rows[i], *trail)) {
-                        led[trail] = &rows[i];
-                        taken[i] = true;
-                    }
-                }
-            }
-        }
-        return led;
+    /// Whether a row has come since the record was made, or can have.
+    bool isNew(Table table, const Row& row) const {
+        const auto& [others, trails] = m_record[table];
+        return std::find(others.begin(), others.end(), row.id()) == others.end() &&
+               std::none_of(trails.begin(), trails.end(), [&](const Trail& trail) {
+                   return trail.id == row.id() && trail.before() && !trail.removed();
+               });
     }
 
-    /// Whether somebody else's version of a row stands where the trail's should.
-    bool changedByOthers(Table table, const Trail& trail, const Taken& taken) const {
+    /// Whether somebody else's version of a row stands where one of these versions should.
+    bool changedByOthers(Table table, const Trail& trail, std::size_t from, std::size_t to,
+                         const Taken& taken) const {
         const std::size_t subject = shapeOf(table).subject;
         const Rows& rows = m_now[table];
         for (std::size_t i = 0; i < rows.size(); ++i) {
             if (taken[i] || rows[i].id() != trail.id)
                 continue;
-            const bool same =
-                std::any_of(trail.versions.begin(), trail.versions.end(), [&](const auto& version) {
-                    return version && rows[i].columns.size() == version->columns.size() &&
-                           rows[i].columns[subject] == version->columns[subject];
-                });
-            if (same)
-                return true;
+            for (std::size_t v = from; v < to; ++v)
+                if (const auto& version = trail.versions[v];
+                    version && rows[i].columns.size() == version->columns.size() &&
+                    rows[i].columns[subject] == version->columns[subject])
+                    return true;
         }
         return false;
     }
 
-    void compare(Table table) {
-        std::vector<const Trail*> kept;
-        std::vector<const Trail*> added;
-        for (const Trail& trail : m_record[table].trails)
-            (trail.before() ? kept : added).push_back(&trail);
-        // So that the rows of an emptied table get back the Ids that they had.
-        std::sort(kept.begin(), kept.end(),
-                  [](const Trail* one, const Trail* other) { return one->id < other->id; });
-        // Rows that were there before come first: one that came back can look like one that the
-        // change added.
-        Taken taken(m_now[table].size(), false);
-        const Led back = follow(table, kept, taken);
-        const Led extra = follow(table, added, taken);
-        for (const Led& led : {back, extra})
-            if (table == Table::bridge)
-                for (const auto& [trail, row] : led)
-                    m_bridges[std::to_string(trail->id)] = row->columns[0];
+    /// Gives each row to one trail at most, and looks through the whole table for the sake of one
+    /// kind before the next.
+    Found follow(Table table, const std::vector<const Trail*>& trails) const {
+        const Rows& rows = m_now[table];
+        Found found{{}, {}, Taken(rows.size(), false)};
+        const auto lead = [&](Led& led, const auto& leads) {
+            for (const Trail* trail : trails)
+                for (std::size_t i = 0; i < rows.size() && led.count(trail) == 0; ++i)
+                    if (!found.taken[i] && leads(*trail, rows[i])) {
+                        led[trail] = &rows[i];
+                        found.taken[i] = true;
+                    }
+        };
+        const auto here = [](const Trail& trail, const Row& row) { return row.id() == trail.id; };
 
-        for (const Trail* trail : kept)
-            if (const auto found = back.find(trail); found != back.end())
-                bring(table, *trail, *found->second);
-        for (const Trail* trail : added) {
+        // What is as it was comes first, under any Id: a row that came back can look like what the
+        // change made of another, or added, and can have the Id of either.
+        lead(found.back, [&](const Trail& trail, const Row& row) {
+            return here(trail, row) && isBefore(table, row, trail);
+        });
+        lead(found.back, [&](const Trail& trail, const Row& row) {
+            return trail.removed() && isNew(table, row) && isBefore(table, row, trail);
+        });
+        lead(found.back, [&](const Trail& trail, const Row& row) {
+            return trail.before() && here(trail, row) && isVersion(table, row, trail, 0);
+        });
+        // Of the rest, what the change made is too much.
+        lead(found.extra, [&](const Trail& trail, const Row& row) {
+            return here(trail, row) && isVersion(table, row, trail, 0);
+        });
+        lead(found.extra, [&](const Trail& trail, const Row& row) {
+            return isNew(table, row) && isVersion(table, row, trail, trail.ofBefore());
+        });
+        return found;
+    }
+
+    void compare(Table table) {
+        std::vector<const Trail*> trails;
+        for (const Trail& trail : m_record[table].trails)
+            trails.push_back(&trail);
+        // So that the rows of an emptied table get back the Ids that they had.
+        std::sort(trails.begin(), trails.end(),
+                  [](const Trail* one, const Trail* other) { return one->id < other->id; });
+        const auto [back, extra, taken] = follow(table, trails);
+        if (table == Table::bridge) {
+            for (const auto& [trail, row] : back)
+                m_bridges[std::to_string(trail->id)] = row->columns[0];
+            for (const Trail* trail : trails)
+                for (const Row& row : m_now[table])
+                    if ((row.id() == trail->id || isNew(table, row)) &&
+                        isVersion(table, row, *trail, 0))
+                        m_like.insert({std::to_string(trail->id), row.columns[0]});
+        }
+
+        for (const auto& [trail, row] : back)
+            bring(table, *trail, *row);
+        for (const Trail* trail : trails) {
             if (const auto found = extra.find(trail); found != extra.end())
                 remove(table, *found->second);
-            else if (changedByOthers(table, *trail, taken))
+            else if (changedByOthers(table, *trail, trail->ofBefore(), trail->versions.size(),
+                                     taken))
                 ++m_result.leftAlone;
         }
-        for (const Trail* trail : kept) {
-            if (back.count(trail) != 0)
+        for (const Trail* trail : trails) {
+            if (!trail->before() || back.count(trail) != 0)
                 continue;
-            if (!trail->removed() || changedByOthers(table, *trail, taken))
+            if (!trail->removed() || changedByOthers(table, *trail, 0, trail->ofBefore(), taken))
                 ++m_result.leftAlone;
             else
                 insert(table, *trail);
@@ -169,17 +211,15 @@ private:
     }
 
     void remove(Table table, const Row& now) {
-        m_result.commands.push_back(commandLine("deletekey " + std::string(shapeOf(table).name) +
-                                                " Id " + std::to_string(now.id())));
+        auto& commands = table == Table::bridge ? m_last : m_result.commands;
+        commands.push_back(commandLine("deletekey " + std::string(shapeOf(table).name) + " Id " +
+                                       std::to_string(now.id())));
     }
 
     void insert(Table table, const Trail& trail) {
         const TableShape& shape = shapeOf(table);
         const Row wanted = translated(table, *trail.before());
-        if (shape.bridgeId != 0 && m_missingBridges.count(wanted.columns[shape.bridgeId]) != 0)
-            return; // once its bridge is back
-        if (table == Table::bridge)
-            m_missingBridges.insert(std::to_string(trail.id));
+        m_bridgesMissing = m_bridgesMissing || table == Table::bridge;
         std::string values;
         for (std::size_t i = 1; i < shape.columns.size(); ++i)
             values += typed(shape.columns[i], wanted.columns[i]);
@@ -188,8 +228,11 @@ private:
 
     const Record& m_record;
     const Image& m_now;
-    std::map<std::string, std::string> m_bridges; ///< present Ids by those in the record
-    std::set<std::string> m_missingBridges;
+    std::map<std::string, std::string> m_bridges;         ///< present Ids by those in the record
+    std::set<std::pair<std::string, std::string>> m_like; ///< Ids in the record, and present ones
+    bool m_bridgesMissing = false; ///< what refers to any waits until all are back
+    std::vector<std::string>
+        m_last; ///< bridges go after what refers to them, which tells whose it is
     Restoring m_result;
 };
 
