@@ -52,7 +52,9 @@ void switchOffUsers(std::string_view interface) {
 }
 
 int defaultWanInterface(access_type access, char* buffer, int bufferSize, int* length) {
-    if (buffer == nullptr || length == nullptr || mgmt_o.cache == nullptr)
+    if (buffer == nullptr || length == nullptr)
+        return CORVANTA_FAILED;
+    if (access == access_set && mgmt_o.cache == nullptr)
         return CORVANTA_FAILED;
     if (access == access_set && !isSafeValue(buffer, bufferSize, *length))
         return counted(CORVANTA_UNFIT);

@@ -18,7 +18,9 @@ int releaseDefault(std::string_view interface) {
 }
 
 int wanInterface(access_type access, char* buffer, int bufferSize, int* length, int vlanIndex) {
-    if (buffer == nullptr || length == nullptr || mgmt_o.cache == nullptr)
+    if (buffer == nullptr || length == nullptr)
+        return CORVANTA_FAILED;
+    if (access == access_set && mgmt_o.cache == nullptr)
         return CORVANTA_FAILED;
     if (access == access_set) {
         if (!isVlan(vlanIndex))
