@@ -1,11 +1,10 @@
 #include "Watch.h"
 
 #include <array>
-#include <cstdio>
 #include <ctime>
 #include <filesystem>
-#include <memory>
 
+#include <fcntl.h>
 #include <sys/inotify.h>
 #include <unistd.h>
 
@@ -98,12 +97,15 @@ FileWatch::Mark FileWatch::mark() {
 }
 
 std::optional<std::string> textOf(const char* file) {
-    const std::unique_ptr<FILE, decltype(&std::fclose)> stream(std::fopen(file, "r"), &std::fclose);
-    if (!stream)
+    const int descriptor = open(file, O_RDONLY | O_CLOEXEC);
+    if (descriptor < 0)
         return std::nullopt;
-    std::array<char, 4096> text{};
-    const std::size_t size = std::fread(text.data(), 1, text.size(), stream.get());
-    return std::string(text.data(), size);
+    std::string text;
+    std::array<char, 4096> piece{};
+    for (ssize_t size; (size = read(descriptor, piece.data(), piece.size())) > 0;)
+        text.append(piece.data(), static_cast<std::size_t>(size));
+    close(descriptor);
+    return text;
 }
 
 } // namespace agent
