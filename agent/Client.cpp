@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
-#include <thread>
 #include <utility>
 
 #include <fcntl.h>
@@ -24,15 +23,20 @@ using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 constexpr std::size_t kMostOutput = 65536;
+constexpr int kMeanOf = 16; ///< runs that the mean time of a client is of, roughly
 
-std::atomic<std::chrono::seconds> limit{std::chrono::seconds(30)};
-std::atomic<std::uint32_t> killed{0};
+std::chrono::seconds limit{30};
+Wait waitFor;
+std::uint32_t killed = 0;
+Clock::duration meanTime{0};
+pid_t running = 0;
+Stage* stage = nullptr;
+const bool* cutShort = nullptr;
+std::string output; ///< what the program said that the library reads now
 
-std::atomic<pid_t> running{0};
-
-thread_local Stage* stage = nullptr;
-thread_local const std::atomic<bool>* cutShort = nullptr;
-thread_local std::string output; ///< what the program said that the library reads now
+bool isCutShort() {
+    return cutShort != nullptr && *cutShort;
+}
 
 /// Starts the shell with its output in a pipe. @return its process, or -1
 pid_t start(const std::string& commandLine, int& reading) {
@@ -65,10 +69,9 @@ pid_t start(const std::string& commandLine, int& reading) {
 bool readAll(int descriptor, std::string& text, Clock::time_point deadline) {
     std::array<char, 4096> piece{};
     while (text.size() < kMostOutput) {
-        const auto left = std::chrono::ceil<milliseconds>(deadline - Clock::now()).count();
-        pollfd waiting{descriptor, POLLIN, 0};
-        if (left <= 0 || poll(&waiting, 1, static_cast<int>(left)) == 0)
-            return false;
+        while (!waitFor(descriptor, deadline))
+            if (Clock::now() >= deadline)
+                return false;
         const ssize_t size = read(descriptor, piece.data(), piece.size());
         if (size == 0)
             return true;
@@ -83,15 +86,13 @@ bool readAll(int descriptor, std::string& text, Clock::time_point deadline) {
 /// @return whether the process has ended before the deadline
 bool awaitEnd(pid_t process, int& status, Clock::time_point deadline) {
     // It has closed its output and has little left to do.
-    for (auto pause = milliseconds(0);;
-         pause = std::min(pause + milliseconds(1), milliseconds(50))) {
+    for (Clock::duration pause = std::chrono::microseconds(100);;
+         pause = std::min<Clock::duration>(2 * pause, milliseconds(50))) {
         if (waitpid(process, &status, WNOHANG) != 0)
             return true;
         if (Clock::now() >= deadline)
             return false;
-        if (pause == milliseconds(0))
-            std::this_thread::sleep_for(std::chrono::microseconds(100));
-        std::this_thread::sleep_for(pause);
+        waitFor(-1, Clock::now() + pause);
     }
 }
 
@@ -101,19 +102,27 @@ void setClientLimit(std::chrono::seconds seconds) {
     limit = seconds;
 }
 
+void setWait(Wait use) {
+    waitFor = std::move(use);
+}
+
 std::uint32_t clientsKilled() {
     return killed;
 }
 
+std::chrono::microseconds clientTime() {
+    return std::chrono::duration_cast<std::chrono::microseconds>(meanTime);
+}
+
 std::optional<Said> runProgram(const std::string& commandLine) {
-    if (cutShort != nullptr && *cutShort)
+    if (isCutShort())
         return std::nullopt;
     int reading = -1;
     const pid_t process = start(commandLine, reading);
     if (process < 0)
         return std::nullopt;
     running = process;
-    const auto deadline = Clock::now() + limit.load();
+    const auto deadline = Clock::now() + limit;
     Said said{"", false};
     int status = 0;
     const bool ended = readAll(reading, said.text, deadline) && awaitEnd(process, status, deadline);
@@ -138,13 +147,17 @@ void killProgram() {
 }
 
 std::optional<std::string> runDatabaseClient(const std::string& commandLine) {
+    const auto begun = Clock::now();
     auto said = runProgram(commandLine);
     if (!said)
         return std::nullopt;
+    const auto took = Clock::now() - begun;
+    if (said->well)
+        meanTime += meanTime.count() == 0 ? took : (took - meanTime) / kMeanOf;
     return std::move(said->text);
 }
 
-CutShort::CutShort(const std::atomic<bool>& flag) : m_before(std::exchange(cutShort, &flag)) {}
+CutShort::CutShort(const bool& flag) : m_before(std::exchange(cutShort, &flag)) {}
 
 CutShort::~CutShort() {
     cutShort = m_before;
@@ -181,4 +194,13 @@ extern "C" FILE* popen(const char* command, const char*) {
 
 extern "C" int pclose(FILE* stream) {
     return fclose(stream);
+}
+
+/// Likewise, for its pauses.
+extern "C" unsigned sleep(unsigned seconds) {
+    using namespace agent;
+    const auto end = Clock::now() + std::chrono::seconds(seconds);
+    while (Clock::now() < end && !isCutShort())
+        waitFor(-1, end);
+    return 0;
 }

@@ -8,7 +8,7 @@ namespace agent {
 
 namespace {
 
-thread_local bool quiet = false;
+bool quiet = false;
 
 [[gnu::format(printf, 2, 3)]] void write(int priority, const char* format, ...) {
     va_list values;

@@ -13,7 +13,7 @@ void openLog(bool standardError);
 void log(int priority, const std::string& text, const char* file = __builtin_FILE(),
          int line = __builtin_LINE());
 
-/// Keeps the library's lines of this thread out of the log, while it lives.
+/// Keeps the library's lines out of the log, while it lives.
 class QuietLibrary {
 public:
     QuietLibrary();

@@ -7,9 +7,8 @@
 #include <string>
 #include <vector>
 
-/// The device as the agent shows it, and the library calls that tell it. The
-/// library allows one call at a time and blocks while a program runs, so that all
-/// functions here are for the worker thread.
+/// The device as the agent shows it, and the library calls that tell it. They
+/// block while a program runs: they are for the worker.
 namespace agent {
 
 constexpr int kUnits = 8; ///< ATM circuits, and VLAN objects; both are numbered from 1

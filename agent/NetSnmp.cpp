@@ -1,6 +1,7 @@
 #include "NetSnmp.h"
 
 #include "Log.h"
+#include "Strangers.h"
 
 #include <net-snmp/net-snmp-config.h>
 
@@ -11,23 +12,12 @@
 #include <net-snmp/agent/mib_modules.h>
 
 #include <cstdlib>
+#include <fstream>
 #include <string>
+#include <string_view>
 
-#include <sys/socket.h>
-#include <sys/syscall.h>
+#include <fcntl.h>
 #include <unistd.h>
-
-/// The toolkit opens its sockets without close-on-exec, on every reconnect anew. Its calls come
-/// here instead of to the system library, so that no client that the worker starts can inherit one,
-/// not even between two calls.
-extern "C" int socket(int domain, int type, int protocol) noexcept {
-    return static_cast<int>(syscall(SYS_socket, domain, type | SOCK_CLOEXEC, protocol));
-}
-
-/// Likewise for managers that connect, when the address of a --master is of such a kind.
-extern "C" int accept(int descriptor, sockaddr* address, socklen_t* length) {
-    return accept4(descriptor, address, length, SOCK_CLOEXEC);
-}
 
 namespace agent::netsnmp {
 
@@ -46,14 +36,45 @@ constexpr const char* kDefaults[] = {
     "[corvantad] maxGetbulkResponses 200",
 };
 
-/// The toolkit's lines go where the agent's go.
+/// All that the toolkit says of a master that refuses what the agent registers.
+constexpr std::string_view kRefused = "registering pdu failed";
+bool refused = false;
+
+/// The toolkit's lines go where the agent's go. It has one for each packet that is none.
 int forwardLog(int, int, void* message, void*) {
+    static LineLimit limit;
     const auto& line = *static_cast<const snmp_log_message*>(message);
     std::string text(line.msg);
     while (!text.empty() && text.back() == '\n')
         text.pop_back();
-    log(line.priority, text);
+    refused = refused || text.compare(0, kRefused.size(), kRefused) == 0;
+    const int keptBack = limit.pass();
+    if (keptBack > 0)
+        log(LOG_WARNING, std::to_string(keptBack) + " more lines like those before");
+    if (keptBack >= 0)
+        log(line.priority, text);
     return SNMPERR_SUCCESS;
+}
+
+/// Whether the file of what must outlive a restart has this start's number, safely. A packet that
+/// was sent to the engine before can't be sent to it again then, whatever ends it.
+bool storeBoots(const std::string& folder) {
+    snmp_store(kName);
+    const std::string name = folder + "/" + kName + ".conf";
+    std::ifstream file(name);
+    const std::string wanted = "engineBoots " + std::to_string(snmpv3_local_snmpEngineBoots());
+    bool there = false;
+    for (std::string line; std::getline(file, line);)
+        there = there || line == wanted;
+    for (const std::string& path : {name, folder}) {
+        const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+        there = there && descriptor >= 0 && fsync(descriptor) == 0;
+        if (descriptor >= 0)
+            ::close(descriptor);
+    }
+    if (!there)
+        log(LOG_ERR, "cannot write " + name);
+    return there;
 }
 
 void setFlag(int store, int which) {
@@ -72,6 +93,8 @@ void prepare(const Options& options) {
     snmp_register_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_LOGGING, forwardLog, nullptr);
     setenv("MIBS", "", 1); // names are the manager's matter: no module needs parsing here
     setText(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_PERSISTENT_DIR, options.state);
+    if (const char* const path = std::getenv("SNMPCONFPATH")) // it replaces the state folder too
+        setenv("SNMPCONFPATH", (path + (':' + options.state)).c_str(), 1);
     setText(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_OPTIONALCONFIG, options.config);
     setFlag(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_DONT_LOG_TCPWRAPPERS_CONNECTS);
     if (options.master.empty()) {
@@ -98,7 +121,21 @@ void prepare(const Options& options) {
 bool open(const Options& options) {
     init_snmp(kName);
     setFlag(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_NO_CONNECTION_WARNINGS);
-    return options.master.empty() || init_master_agent() == 0;
+    if (options.master.empty())
+        return true;
+    if (init_master_agent() != 0) {
+        log(LOG_ERR, "cannot listen at " + options.master);
+        return false;
+    }
+    if (!storeBoots(options.state))
+        return false;
+    if (options.notifications)
+        send_easy_trap(SNMP_TRAP_COLDSTART, 0);
+    return true;
+}
+
+bool isRefused() {
+    return refused;
 }
 
 void close() {

@@ -8,9 +8,13 @@ namespace agent::netsnmp {
 /// Sets the toolkit up as a subagent or a master; objects are registered next.
 void prepare(const Options& options);
 
-/// Reads the configuration and connects to the master, or opens the master's port.
-/// @return whether the port could be opened; a subagent goes on trying to connect
+/// Reads the configuration and connects to the master, or opens the master's port, once what must
+/// outlive a restart is stored.
+/// @return whether that could be done; a subagent goes on trying to connect
 bool open(const Options& options);
+
+/// Whether the master has refused the objects: somebody else serves them.
+bool isRefused();
 
 void close();
 

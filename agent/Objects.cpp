@@ -1,7 +1,5 @@
 #include "Objects.h"
 
-#include "Client.h"
-
 #include <algorithm>
 #include <numeric>
 #include <optional>
@@ -43,10 +41,6 @@ bool readAge(const View& view, int, Value& value) {
     return put(value, std::chrono::duration_cast<std::chrono::seconds>(age).count());
 }
 
-bool readClientsKilled(const View&, int, Value& value) {
-    return put(value, static_cast<long>(clientsKilled()));
-}
-
 bool readTrialTimeout(const View& view, int, Value& value) {
     return put(value, view.snapshot.trial.timeout.count());
 }
@@ -62,16 +56,16 @@ bool readChange(const View&, int, Value& value) {
 }
 
 bool readChangeState(const View& view, int, Value& value) {
-    return put(value, static_cast<long>(view.undoing ? ChangeState::restoring
-                                                     : view.snapshot.trial.state));
+    return put(value, static_cast<long>(view.snapshot.undoing ? ChangeState::restoring
+                                                              : view.snapshot.trial.state));
 }
 
 const View* itself(const View& view, int) {
     return &view;
 }
 
-const Snapshot* health(const View& view, int) {
-    return &view.snapshot;
+const Counters* health(const View& view, int) {
+    return &view.snapshot.counters;
 }
 
 const Model* device(const View& view, int) {
@@ -216,6 +210,16 @@ std::vector<int> rowsOf(const Model& model, Source source) {
 
 } // namespace
 
+Counters& Counters::operator+=(const Counters& other) {
+    refreshesDone += other.refreshesDone;
+    refreshesFailed += other.refreshesFailed;
+    clientsKilled += other.clientsKilled;
+    journalsDamaged += other.journalsDamaged;
+    rowsNotRestored += other.rowsNotRestored;
+    reverts += other.reverts;
+    return *this;
+}
+
 Object::Object(std::initializer_list<oid> arcs, u_char type, Source source, Read reader)
     : m_name(below(arcs)), m_type(type), m_source(source), m_read(reader) {}
 
@@ -248,7 +252,7 @@ std::vector<oid> below(std::initializer_list<oid> arcs) {
 }
 
 const std::vector<Object>& objects() {
-    using S = Snapshot;
+    using C = Counters;
     using R = speedInfo_s;
     constexpr u_char kText = ASN_OCTET_STR;
     constexpr long kLongestName = 13;
@@ -263,13 +267,13 @@ const std::vector<Object>& objects() {
     // clang-format off
     static const std::vector<Object> table = {
         // corvantaHealth
-        Object({1, 1}, ASN_COUNTER, Source::agent, read<health, &S::refreshesDone>),
-        Object({1, 2}, ASN_COUNTER, Source::agent, read<health, &S::refreshesFailed>),
+        Object({1, 1}, ASN_COUNTER, Source::agent, read<health, &C::refreshesDone>),
+        Object({1, 2}, ASN_COUNTER, Source::agent, read<health, &C::refreshesFailed>),
         Object({1, 3}, ASN_GAUGE,   Source::agent, readAge),
         Object({1, 4}, ASN_COUNTER, Source::agent, read<itself, &View::setsRefused>),
-        Object({1, 5}, ASN_COUNTER, Source::agent, readClientsKilled),
-        Object({1, 6}, ASN_COUNTER, Source::agent, read<health, &S::journalsDamaged>),
-        Object({1, 7}, ASN_COUNTER, Source::agent, read<health, &S::rowsNotRestored>),
+        Object({1, 5}, ASN_COUNTER, Source::agent, read<health, &C::clientsKilled>),
+        Object({1, 6}, ASN_COUNTER, Source::agent, read<health, &C::journalsDamaged>),
+        Object({1, 7}, ASN_COUNTER, Source::agent, read<health, &C::rowsNotRestored>),
         // corvantaDsl
         Object({2, 1}, ASN_GAUGE, Source::scalar, read<rates, &R::dslActualDataRateDown>),
         Object({2, 2}, ASN_GAUGE, Source::scalar, read<rates, &R::dslActualDataRateUp>),
@@ -343,19 +347,23 @@ void store(const Object& object, const Value& value, netsnmp_variable_list& bind
         snmp_set_var_typed_integer(&binding, object.type(), value.number);
 }
 
+int check(const Object& object, const Value& value) {
+    const bool text = object.type() == ASN_OCTET_STR;
+    const long measure = text ? static_cast<long>(value.text.size()) : value.number;
+    if (measure < object.minimum() || measure > object.maximum())
+        return text ? SNMP_ERR_WRONGLENGTH : SNMP_ERR_WRONGVALUE;
+    return std::all_of(value.text.begin(), value.text.end(), inName) ? SNMP_ERR_NOERROR
+                                                                     : SNMP_ERR_WRONGVALUE;
+}
+
 int check(const Object& object, const netsnmp_variable_list& binding, Value& value) {
     if (binding.type != object.type())
         return SNMP_ERR_WRONGTYPE;
-    if (object.type() != ASN_OCTET_STR) {
+    if (object.type() == ASN_OCTET_STR)
+        value.text.assign(reinterpret_cast<const char*>(binding.val.string), binding.val_len);
+    else
         value.number = *binding.val.integer;
-        const bool fits = value.number >= object.minimum() && value.number <= object.maximum();
-        return fits ? SNMP_ERR_NOERROR : SNMP_ERR_WRONGVALUE;
-    }
-    if (binding.val_len > static_cast<std::size_t>(object.maximum()))
-        return SNMP_ERR_WRONGLENGTH;
-    value.text.assign(reinterpret_cast<const char*>(binding.val.string), binding.val_len);
-    const bool name = std::all_of(value.text.begin(), value.text.end(), inName);
-    return name ? SNMP_ERR_NOERROR : SNMP_ERR_WRONGVALUE;
+    return check(object, value);
 }
 
 } // namespace agent

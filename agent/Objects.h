@@ -50,25 +50,33 @@ struct Trial {
     Clock::time_point end;           ///< when it is taken back
 };
 
+/// What has happened on the device's side since the agent was started.
+struct Counters {
+    std::uint32_t refreshesDone = 0;
+    std::uint32_t refreshesFailed = 0;
+    std::uint32_t clientsKilled = 0;
+    std::uint32_t journalsDamaged = 0;
+    std::uint32_t rowsNotRestored = 0;
+    std::uint32_t reverts = 0; ///< changes that were taken back for a reason to be told
+
+    Counters& operator+=(const Counters& other);
+};
+
 /// What requests are answered from: made by the worker, then never changed.
 struct Snapshot {
     Model model;
     std::vector<Instance> instances; ///< those that the model has a value for, in order of OID
     bool complete = false;           ///< whether all of the model has ever been loaded
     Clock::time_point refreshed;     ///< end of the last good refresh; without one, the start
-    std::uint32_t refreshesDone = 0;
-    std::uint32_t refreshesFailed = 0;
-    std::uint32_t journalsDamaged = 0;
-    std::uint32_t rowsNotRestored = 0;
+    Counters counters;
     Trial trial;
-    std::uint32_t reverts = 0; ///< changes that were taken back for a reason to be told
-    RevertReason revertReason = RevertReason::none; ///< of the last
+    bool undoing = false; ///< whether a set that missed its deadline is not yet taken back
+    RevertReason revertReason = RevertReason::none; ///< of the last that was taken back
 };
 
 struct View {
     const Snapshot& snapshot;
     std::uint32_t setsRefused = 0;
-    bool undoing = false; ///< whether a set that failed is not yet taken back
 };
 
 /// Where an object's rows come from. Those of the agent's own always have a value.
@@ -135,6 +143,9 @@ std::vector<Instance> listInstances(const Snapshot& snapshot);
 
 /// Puts a value into a variable, with the type that its object has.
 void store(const Object& object, const Value& value, netsnmp_variable_list& binding);
+
+/// Whether a value is one that the object can be set to; an SNMP error, or 0.
+int check(const Object& object, const Value& value);
 
 /// Checks what a manager wants to write; an SNMP error, or 0 and the value.
 int check(const Object& object, const netsnmp_variable_list& binding, Value& value);

@@ -8,6 +8,16 @@
 #include <string>
 #include <utility>
 
+#include <poll.h>
+
+// The toolkit's, without a header: the set that keeps others waiting, who waits, and what has them
+// wait no longer.
+extern "C" {
+extern netsnmp_agent_session* netsnmp_processing_set;
+extern netsnmp_agent_session* netsnmp_agent_queued_list;
+int netsnmp_handle_request(netsnmp_agent_session* asp, int status);
+}
+
 namespace agent {
 
 namespace {
@@ -20,9 +30,10 @@ constexpr seconds kWalkPause{1};
 constexpr seconds kWalkLimit{5};
 
 constexpr seconds kRepeated{60}; ///< for how long a request that comes again is known
+constexpr seconds kGrace{10}; ///< for the device's side to tell that a set has missed its deadline
 
 /// What a manager is told of a set that has ended.
-int errorOf(const Transaction& set) {
+int errorOf(const SetResult& result) {
     constexpr int kStatusErrors[] = {
         SNMP_ERR_COMMITFAILED,        // CORVANTA_OK, where the outcome is not
         SNMP_ERR_COMMITFAILED,        // CORVANTA_FAILED
@@ -32,12 +43,13 @@ int errorOf(const Transaction& set) {
         SNMP_ERR_INCONSISTENTNAME,    // CORVANTA_BAD_INDEX
         SNMP_ERR_WRONGVALUE,          // CORVANTA_UNFIT
     };
-    switch (set.outcome) {
+    switch (result.outcome) {
     case Outcome::done:
         return SNMP_ERR_NOERROR;
     case Outcome::notUndone:
         return SNMP_ERR_UNDOFAILED;
     case Outcome::undoing:
+    case Outcome::late:
         return SNMP_ERR_GENERR;
     case Outcome::unavailable:
         return SNMP_ERR_RESOURCEUNAVAILABLE;
@@ -46,7 +58,7 @@ int errorOf(const Transaction& set) {
     case Outcome::refused:
         break;
     }
-    const auto index = static_cast<std::size_t>(set.status);
+    const auto index = static_cast<std::size_t>(result.status);
     return index < std::size(kStatusErrors) ? kStatusErrors[index] : SNMP_ERR_GENERR;
 }
 
@@ -75,6 +87,15 @@ std::string identify(const netsnmp_agent_request_info& info, const netsnmp_reque
         text.append(reinterpret_cast<const char*>(binding.val.string), binding.val_len);
     }
     return text;
+}
+
+/// Whether the connection that a request came over is closed. The toolkit forgets one when the next
+/// round begins, and then has somebody else's in its place.
+bool hasHungUp(const netsnmp_agent_session& asked) {
+    void* const session = snmp_sess_pointer(asked.session);
+    const netsnmp_transport* const transport =
+        session != nullptr ? snmp_sess_transport(session) : nullptr;
+    return transport == nullptr || transport->sock < 0;
 }
 
 using Position = std::vector<Instance>::const_iterator;
@@ -138,7 +159,32 @@ void sendReverted(RevertReason reason) {
     bindings.send();
 }
 
+/// The one that there is. The toolkit would release at its end what a callback of it is given.
+RequestHandler* handlerOfConnection = nullptr;
+
 } // namespace
+
+RequestHandler::RequestHandler(Settings settings, Link link)
+    : m_settings(std::move(settings)),
+      m_link(link),
+      m_told(m_settings.state),
+      // Not those of one before, whose results may still come.
+      m_nextId(static_cast<std::uint64_t>(Clock::now().time_since_epoch().count())) {
+    Snapshot nothing;
+    nothing.refreshed = Clock::now();
+    nothing.instances = listInstances(nothing);
+    m_newest = m_snapshot = std::make_shared<const Snapshot>(std::move(nothing));
+    while (m_link.receive()) { // what was meant for the one before
+    }
+    m_link.send(Hello{});
+}
+
+/// The toolkit has a connection to its master, or has lost it.
+template <bool there>
+int RequestHandler::onConnection(int, int, void*, void*) {
+    handlerOfConnection->setReachable(there);
+    return SNMPERR_SUCCESS;
+}
 
 bool RequestHandler::registerObjects() {
     const std::vector<oid> root = below({});
@@ -147,13 +193,22 @@ bool RequestHandler::registerObjects() {
     if (registration == nullptr)
         return false;
     registration->handler->myvoid = this;
+    if (m_settings.subagent) {
+        m_told.setReachable(false);
+        handlerOfConnection = this;
+        snmp_register_callback(SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_INDEX_START,
+                               onConnection<true>, nullptr);
+        snmp_register_callback(SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_INDEX_STOP,
+                               onConnection<false>, nullptr);
+    }
     return netsnmp_register_handler(registration) == MIB_REGISTERED_OK;
 }
 
-int RequestHandler::handle(netsnmp_mib_handler* handler, netsnmp_handler_registration*,
+int RequestHandler::handle(netsnmp_mib_handler* handler, netsnmp_handler_registration* registration,
                            netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
     try {
-        static_cast<RequestHandler*>(handler->myvoid)->dispatch(*info, requests);
+        static_cast<RequestHandler*>(handler->myvoid)
+            ->dispatch(*handler, *registration, *info, requests);
     } catch (const std::exception& error) {
         log(LOG_ERR, std::string("a request failed: ") + error.what());
         netsnmp_request_set_error(requests, SNMP_ERR_GENERR);
@@ -161,9 +216,9 @@ int RequestHandler::handle(netsnmp_mib_handler* handler, netsnmp_handler_registr
     return SNMP_ERR_NOERROR;
 }
 
-void RequestHandler::dispatch(const netsnmp_agent_request_info& info,
-                              netsnmp_request_info* requests) {
-    m_undoing = m_worker.undoing(); // before the snapshot, which then tells what came of it
+void RequestHandler::dispatch(netsnmp_mib_handler& handler,
+                              netsnmp_handler_registration& registration,
+                              netsnmp_agent_request_info& info, netsnmp_request_info* requests) {
     switch (info.mode) {
     case MODE_GET:
     case MODE_GETNEXT:
@@ -178,18 +233,23 @@ void RequestHandler::dispatch(const netsnmp_agent_request_info& info,
         m_again = !m_request.empty() && m_request == m_answered.request &&
                   Clock::now() - m_answered.when < kRepeated;
         if (!m_again)
-            reserveAll(requests);
+            reserveAll(info, requests);
         break;
     case MODE_SET_ACTION:
-        if (m_again)
+        if (m_again) {
             setError(requests, m_answered.place, m_answered.error);
-        else
-            make(requests);
+        } else if (ask(requests) && m_settings.subagent) {
+            finish(await(m_set->id, m_giveUp), requests);
+        } else if (m_set && !m_result) {
+            for (auto* request = requests; request != nullptr; request = request->next)
+                request->delegated = REQUEST_IS_DELEGATED;
+            m_waiting =
+                netsnmp_create_delegated_cache(&handler, &registration, &info, requests, nullptr);
+        }
         break;
     case MODE_SET_UNDO:
-        if (m_set) // which was made, but something else in the request failed
-            m_worker.takeBack(m_set, Clock::now() + m_settings.setDeadline);
-        m_snapshot = m_worker.snapshot();
+        if (m_set)
+            undo(requests);
         [[fallthrough]];
     case MODE_SET_FREE:
         ++m_setsRefused;
@@ -205,7 +265,7 @@ void RequestHandler::dispatch(const netsnmp_agent_request_info& info,
 void RequestHandler::renewSnapshot(int mode) {
     const auto now = Clock::now();
     if (now - m_lastStep > kWalkPause || now - m_walkBegan > kWalkLimit || stale()) {
-        m_snapshot = m_worker.snapshot();
+        m_snapshot = m_newest;
         m_walkBegan = now;
     }
     if (mode == MODE_GETNEXT)
@@ -234,7 +294,7 @@ int RequestHandler::answer(int mode, const netsnmp_request_info& request) const 
     if (!here)
         return object == nullptr ? SNMP_NOSUCHOBJECT : SNMP_NOSUCHINSTANCE;
     Value value;
-    if (!object->read({*m_snapshot, m_setsRefused, m_undoing}, found->row, value))
+    if (!object->read({*m_snapshot, m_setsRefused}, found->row, value))
         return SNMP_ERR_GENERR;
     if (mode == MODE_GETNEXT)
         snmp_set_var_objid(&binding, found->name.data(), found->name.size());
@@ -242,9 +302,20 @@ int RequestHandler::answer(int mode, const netsnmp_request_info& request) const 
     return SNMP_ERR_NOERROR;
 }
 
-void RequestHandler::reserveAll(netsnmp_request_info* requests) {
-    m_snapshot = m_worker.snapshot();
-    m_set = std::make_shared<Transaction>();
+void RequestHandler::reserveAll(const netsnmp_agent_request_info& info,
+                                netsnmp_request_info* requests) {
+    const auto now = Clock::now();
+    const auto kept = m_kept.find(info.asp);
+    const auto came = kept == m_kept.end() ? now : kept->second;
+    m_snapshot = m_newest;
+    m_set.emplace();
+    m_set->id = m_nextId++;
+    m_set->deadline = came + m_settings.setDeadline;
+    m_result.reset();
+    if (now >= m_set->deadline) { // its manager has stopped waiting
+        netsnmp_request_set_error(requests, SNMP_ERR_GENERR);
+        return;
+    }
     std::size_t place = 0;
     for (auto* request = requests; request != nullptr; request = request->next, ++place) {
         if (const int error = reserve(*request->requestvb, place); error != SNMP_ERR_NOERROR) {
@@ -282,7 +353,7 @@ int RequestHandler::reserve(const netsnmp_variable_list& binding, std::size_t pl
 /// Whether the request goes with what is pending.
 int RequestHandler::checkTrial() const {
     const ChangeState state = m_snapshot->trial.state;
-    if (state == ChangeState::restoring || m_undoing)
+    if (state == ChangeState::restoring || m_snapshot->undoing)
         return SNMP_ERR_RESOURCEUNAVAILABLE;
     const bool pending = state == ChangeState::pending;
     if (m_set->verdict != Verdict::notGiven) {
@@ -294,50 +365,199 @@ int RequestHandler::checkTrial() const {
     return pending || !m_set->changes.empty() ? SNMP_ERR_NOERROR : SNMP_ERR_INCONSISTENTVALUE;
 }
 
-void RequestHandler::make(netsnmp_request_info* requests) {
+/// Passes the set on, unless there is nothing to do. @return whether a result will come
+bool RequestHandler::ask(netsnmp_request_info* requests) {
     if (!m_set)
-        return;
-    // A time of 0 by itself.
-    const bool nothing =
-        m_set->changes.empty() && m_set->trial == seconds(0) && m_set->verdict == Verdict::notGiven;
-    m_answered = {};
-    if (!nothing && m_worker.make(m_set, Clock::now() + m_settings.setDeadline)) {
-        m_answered.error = errorOf(*m_set);
-        m_answered.place = m_set->request;
-    } else if (!nothing) { // the worker may still be at it
-        log(LOG_WARNING, "a set missed its deadline and comes to nothing");
-        m_answered.error = SNMP_ERR_GENERR;
+        return false;
+    m_giveUp = m_set->deadline + kGrace;
+    if (m_set->changes.empty() && m_set->trial == seconds(0) &&
+        m_set->verdict == Verdict::notGiven) { // a time of 0 by itself
+        finish({m_set->id, Outcome::done, CORVANTA_OK, 0}, requests);
+        return false;
     }
-    m_answered.request = m_request;
-    m_answered.when = Clock::now();
-    m_snapshot = m_worker.snapshot();
+    m_set->side = m_side;
+    m_link.send(*m_set);
+    wakeAt(m_giveUp);
+    return true;
+}
+
+/// Looks again at a time, if nothing comes in before.
+void RequestHandler::wakeAt(Clock::time_point time) {
+    const auto now = Clock::now();
+    if (m_wakeDue > now && m_wakeDue <= time)
+        return;
+    m_wakeDue = time;
+    const auto left = std::max(std::chrono::ceil<seconds>(time - now), seconds(1));
+    const auto wake = [](unsigned, void* self) { static_cast<RequestHandler*>(self)->receive(); };
+    snmp_alarm_register(static_cast<unsigned>(left.count()), 0, wake, this);
+}
+
+/// Answers the set's request.
+void RequestHandler::finish(const SetResult& result, netsnmp_request_info* requests) {
+    if (result.outcome == Outcome::late)
+        log(LOG_WARNING, "a set missed its deadline and comes to nothing");
+    m_result = result;
+    m_answered = {m_request, errorOf(result), result.place, Clock::now()};
+    m_snapshot = m_newest;
     if (m_answered.error == SNMP_ERR_NOERROR)
         return;
     setError(requests, m_answered.place, m_answered.error);
     m_set.reset();
 }
 
-void RequestHandler::notifyChanges() {
-    const auto newest = m_worker.snapshot();
-    const auto previous = std::exchange(m_notified, newest);
-    if (!m_settings.notifications)
-        return;
-    if (newest->reverts != previous->reverts)
-        sendReverted(newest->revertReason);
-    if (!previous->complete)
-        return;
-    int row = 0;
-    for (const Layer2If& now : newest->model.layer2) {
-        ++row;
-        if (now.name.compare(0, 2, "VC") != 0) // what runs over a circuit goes with it
-            continue;
-        const auto& old = previous->model.layer2; // rows can have moved: known by name
-        const auto before = std::find_if(old.begin(), old.end(), [&now](const Layer2If& other) {
-            return other.name == now.name;
-        });
-        if (before != old.end() && before->state != now.state)
-            sendCircuit(*newest, row, now.state);
+/// Waits for a result, and does nothing else.
+SetResult RequestHandler::await(std::uint64_t id, Clock::time_point deadline) {
+    while (!(m_result && m_result->id == id)) {
+        const auto left =
+            std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+        if (left <= 0)
+            return {id, Outcome::late, CORVANTA_FAILED, 0};
+        pollfd waiting{m_link.descriptor(), POLLIN, 0};
+        poll(&waiting, 1, static_cast<int>(left));
+        receive();
     }
+    return *m_result;
+}
+
+/// Has a set taken back that was made, but something else in the request failed.
+void RequestHandler::undo(netsnmp_request_info* requests) {
+    const auto deadline = Clock::now() + m_settings.setDeadline;
+    m_result.reset();
+    m_link.send(TakeBack{m_set->id, m_side, deadline});
+    if (await(m_set->id, deadline).outcome != Outcome::refused)
+        netsnmp_request_set_error(requests, SNMP_ERR_UNDOFAILED);
+    m_snapshot = m_newest;
+}
+
+// ---------------------------------------------------------------------- from the device's side
+
+bool RequestHandler::receive() {
+    bool works = false;
+    while (const auto message = m_link.receive()) {
+        works = true;
+        take(*message);
+    }
+    if (m_set && !m_result && m_waiting != nullptr) {
+        if (Clock::now() >= m_giveUp)
+            takeResult({m_set->id, Outcome::late, CORVANTA_FAILED, 0});
+        else
+            wakeAt(m_giveUp);
+    }
+    notifyChanges();
+    return works;
+}
+
+void RequestHandler::take(const Message& message) {
+    if (const auto* snapshot = std::get_if<Snapshot>(&message)) {
+        takeSnapshot(*snapshot);
+    } else if (const auto* result = std::get_if<SetResult>(&message)) {
+        takeResult(*result);
+    } else if (const auto* hello = std::get_if<Hello>(&message);
+               hello != nullptr && hello->side != m_side) {
+        // It was started again. What it was at is taken back by its journal, if there is one: else
+        // it was not begun or is done, which the device will tell.
+        m_before = m_newest->counters;
+        m_side = hello->side;
+        m_doubtful = m_set && !m_result && !hello->takesBack;
+        if (m_set && !m_result && hello->takesBack)
+            takeResult({m_set->id, Outcome::undoing, CORVANTA_FAILED, 0});
+    }
+}
+
+/// Whether the set that was under way has come about, as the device is read anew.
+SetResult RequestHandler::judge(const Snapshot& snapshot) const {
+    for (const Change& change : m_set->changes) {
+        Value value;
+        if (!(change.object->read({snapshot}, change.row, value) && value == change.value))
+            return {m_set->id, Outcome::refused, CORVANTA_FAILED, change.place};
+    }
+    return {m_set->id, Outcome::done, CORVANTA_OK, 0};
+}
+
+/// What a device's side has not read yet is still what the one before has read.
+void RequestHandler::takeSnapshot(const Snapshot& snapshot) {
+    Snapshot newest = snapshot;
+    newest.counters += m_before;
+    if (!snapshot.complete && m_newest->complete) {
+        newest.model = m_newest->model;
+        newest.refreshed = m_newest->refreshed;
+        newest.complete = true;
+        newest.instances = listInstances(newest);
+    }
+    m_newest = std::make_shared<const Snapshot>(std::move(newest));
+    m_heard = true;
+    if (snapshot.complete && std::exchange(m_doubtful, false) && m_set && !m_result)
+        takeResult(judge(*m_newest));
+}
+
+void RequestHandler::takeResult(const SetResult& result) {
+    if (!m_set || result.id != m_set->id)
+        return;
+    auto* const waiting = std::exchange(m_waiting, nullptr);
+    if (waiting == nullptr) { // somebody awaits it
+        m_result = result;
+        return;
+    }
+    if (netsnmp_handler_check_cache(waiting) != nullptr) {
+        for (auto* request = waiting->requests; request != nullptr; request = request->next)
+            request->delegated = REQUEST_IS_NOT_DELEGATED;
+        finish(result, waiting->requests);
+    }
+    netsnmp_free_delegated_cache(waiting);
+}
+
+void RequestHandler::releaseRequests() {
+    const auto now = Clock::now();
+    const auto before = std::exchange(m_kept, {});
+    netsnmp_processing_set = nullptr;
+    if (m_waiting != nullptr && hasHungUp(*m_waiting->reqinfo->asp)) { // the set goes on to its end
+        netsnmp_agent_session* const asked = m_waiting->reqinfo->asp;
+        netsnmp_free_delegated_cache(std::exchange(m_waiting, nullptr));
+        m_set.reset();
+        free_agent_snmp_session(asked);
+    }
+    for (auto** place = &netsnmp_agent_queued_list; *place != nullptr;) {
+        netsnmp_agent_session* const kept = *place;
+        if (hasHungUp(*kept)) {
+            *place = kept->next;
+            free_agent_snmp_session(kept);
+        } else if (kept->pdu->command == SNMP_MSG_SET) {
+            const auto came = before.find(kept);
+            m_kept[kept] = came == before.end() ? now : came->second;
+            place = &kept->next;
+        } else {
+            *place = kept->next;
+            kept->next = nullptr;
+            netsnmp_handle_request(kept, kept->status);
+        }
+    }
+    // Sets are left: the first of them is next, whichever comes in meanwhile.
+    netsnmp_processing_set = netsnmp_agent_queued_list;
+}
+
+void RequestHandler::setReachable(bool reachable) {
+    m_told.setReachable(reachable);
+    if (reachable)
+        wakeAt(Clock::now());
+}
+
+void RequestHandler::notifyChanges() {
+    if (!m_settings.notifications || !m_heard)
+        return;
+    const Snapshot& now = *m_newest;
+    if (m_told.isNews(now.counters.reverts))
+        sendReverted(now.revertReason);
+    if (!now.complete)
+        return;
+    std::vector<Told::State> states;
+    for (const Layer2If& row : now.model.layer2) {
+        const bool circuit = row.name.compare(0, 2, "VC") == 0; // the others go with it
+        states.push_back({circuit ? row.name : "", row.state});
+    }
+    for (const int row : m_told.news(states))
+        sendCircuit(now, row + 1, states[static_cast<std::size_t>(row)].second);
+    if (m_told.holdsBack())
+        wakeAt(Clock::now());
 }
 
 } // namespace agent

@@ -1,55 +1,93 @@
 #pragma once
 
-#include "Worker.h"
+#include "Messages.h"
+#include "Told.h"
 
 #include <net-snmp/agent/net-snmp-agent-includes.h>
 
+#include <net-snmp/agent/agent_callbacks.h>
+
 #include <chrono>
 #include <cstdint>
+#include <map>
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace agent {
 
-/// Answers the requests for the MIB's objects. Belongs to the protocol thread.
+/// Answers the requests for the MIB's objects: gets at once, from the newest
+/// snapshot, sets when the device's side tells what became of them.
 class RequestHandler {
 public:
     struct Settings {
         std::chrono::seconds maxAge;
         std::chrono::seconds setDeadline;
         bool notifications;
+        bool subagent;     ///< of a master, which asks nothing else while it waits for a set
+        std::string state; ///< folder of what notifications have told
     };
 
-    RequestHandler(Settings settings, Worker& worker) : m_settings(settings), m_worker(worker) {}
+    RequestHandler(Settings settings, Link link);
 
     /// Registers corvantaObjects with the toolkit. @return whether it took that
     bool registerObjects();
 
-    /// Sends a notification for each circuit that went up or down since the last call.
-    void notifyChanges();
+    /// Takes in what the device's side has sent.
+    /// @return whether that has shown that it works
+    bool receive();
+
+    /// Sees to it that no get waits for a set: the toolkit would keep every request until the one
+    /// is done. To be called between two rounds of the toolkit's.
+    void releaseRequests();
 
 private:
+    template <bool there>
+    static int onConnection(int, int, void*, void*);
     static int handle(netsnmp_mib_handler* handler, netsnmp_handler_registration* registration,
                       netsnmp_agent_request_info* info, netsnmp_request_info* requests);
 
-    void dispatch(const netsnmp_agent_request_info& info, netsnmp_request_info* requests);
+    void dispatch(netsnmp_mib_handler& handler, netsnmp_handler_registration& registration,
+                  netsnmp_agent_request_info& info, netsnmp_request_info* requests);
     void renewSnapshot(int mode);
     bool stale() const;
     int answer(int mode, const netsnmp_request_info& request) const;
-    void reserveAll(netsnmp_request_info* requests);
+    void reserveAll(const netsnmp_agent_request_info& info, netsnmp_request_info* requests);
     int reserve(const netsnmp_variable_list& binding, std::size_t place);
     int checkTrial() const;
-    void make(netsnmp_request_info* requests);
+    bool ask(netsnmp_request_info* requests);
+    void finish(const SetResult& result, netsnmp_request_info* requests);
+    SetResult await(std::uint64_t id, Clock::time_point deadline);
+    void undo(netsnmp_request_info* requests);
+    void take(const Message& message);
+    void takeSnapshot(const Snapshot& snapshot);
+    void takeResult(const SetResult& result);
+    SetResult judge(const Snapshot& snapshot) const;
+    void notifyChanges();
+    void setReachable(bool reachable);
+    void wakeAt(Clock::time_point time);
 
     const Settings m_settings;
-    Worker& m_worker;
-    std::shared_ptr<const Snapshot> m_snapshot = m_worker.snapshot();
-    std::shared_ptr<const Snapshot> m_notified = m_snapshot; ///< whose states were sent last
+    const Link m_link;
+    std::shared_ptr<const Snapshot> m_newest;
+    std::shared_ptr<const Snapshot> m_snapshot; ///< what requests see
+    bool m_heard = false;                       ///< of a snapshot
+    std::uint64_t m_side = 0;                   ///< the device's side that there is
+    bool m_doubtful = false;                    ///< whether the one before has made the set
+    Counters m_before;                          ///< of device's sides that have gone
+    Told m_told;                                ///< by notifications
     Clock::time_point m_walkBegan;
-    Clock::time_point m_lastStep;       ///< of a walk
-    std::shared_ptr<Transaction> m_set; ///< the toolkit handles one set request at a time
+    Clock::time_point m_lastStep;    ///< of a walk
+    std::optional<SetRequest> m_set; ///< the toolkit handles one set request at a time
+    std::uint64_t m_nextId;
+    std::optional<SetResult> m_result;            ///< of the set, or of taking it back
+    netsnmp_delegated_cache* m_waiting = nullptr; ///< the set's request while its manager waits
+    Clock::time_point m_giveUp;                   ///< when the device's side must have told
+    Clock::time_point m_wakeDue;                  ///< when to look again, whatever comes in
     std::uint32_t m_setsRefused = 0;
-    bool m_undoing = false; ///< whether a set that failed is not yet taken back
+
+    /// When the requests came that the toolkit keeps behind a set.
+    std::map<const netsnmp_agent_session*, Clock::time_point> m_kept;
 
     /// The last set: a manager that has not heard of its end sends it again.
     struct Answered {

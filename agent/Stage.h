@@ -31,7 +31,10 @@ public:
     /// Answers a command line as the client would; nothing when it was not started.
     std::optional<std::string> answer(const std::string& commandLine);
 
-    /// @return how many commands have changed something, or tried to
+    /// @return how many commands there were
+    int commands() const { return m_commands; }
+
+    /// @return how many of them have changed something, or tried to
     int writes() const { return m_writes; }
 
 private:
@@ -45,6 +48,7 @@ private:
     Image& m_image;
     Record* m_record;
     Client m_client;
+    int m_commands = 0;
     int m_writes = 0;
 };
 

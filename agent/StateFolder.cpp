@@ -22,6 +22,7 @@ using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 constexpr std::chrono::seconds kOtherAgent{2}; ///< one that is just ending
+constexpr int kOpenLock = O_RDWR | O_CREAT | O_NOFOLLOW;
 
 /// Processes that have the file open, this one left out.
 template <class Do>
@@ -43,17 +44,6 @@ void forEachHolder(const struct stat& file, Do action) {
     }
 }
 
-/// Whether an agent holds the file, not only what one has left behind.
-bool heldByAgent(const struct stat& file) {
-    std::error_code unknown;
-    const fs::path own = fs::read_symlink("/proc/self/exe", unknown);
-    bool held = false;
-    forEachHolder(file, [&](pid_t pid) {
-        held = held || fs::read_symlink("/proc/" + std::to_string(pid) + "/exe", unknown) == own;
-    });
-    return held;
-}
-
 bool lockWithin(int descriptor, std::chrono::seconds time) {
     for (const auto end = Clock::now() + time; flock(descriptor, LOCK_EX | LOCK_NB) != 0;) {
         if (Clock::now() >= end)
@@ -69,27 +59,31 @@ std::string problem(const std::string& path) {
 
 } // namespace
 
-std::string prepareState(std::string& path, std::chrono::seconds limit) {
+std::string prepareState(std::string& path) {
     path = fs::absolute(path).lexically_normal().string();
     if (mkdir(path.c_str(), 0700) != 0 && errno != EEXIST)
         return "cannot make the state folder " + problem(path);
     const std::string name = path + "/agent.lock";
+    const int descriptor = open(name.c_str(), kOpenLock | O_CLOEXEC, 0600);
+    if (descriptor < 0)
+        return "cannot write to the state folder " + problem(name);
+    if (!lockWithin(descriptor, kOtherAgent))
+        return "another corvantad uses the state folder " + path;
+    return "";
+}
+
+std::string awaitClients(const std::string& path, std::chrono::seconds limit) {
+    const std::string name = path + "/clients.lock";
     // Without close-on-exec: clients hold it too.
-    const int descriptor = open(name.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW, 0600);
+    const int descriptor = open(name.c_str(), kOpenLock, 0600);
     struct stat file {};
     if (descriptor < 0 || fstat(descriptor, &file) != 0)
         return "cannot write to the state folder " + problem(name);
-    if (lockWithin(descriptor, kOtherAgent))
+    if (lockWithin(descriptor, limit))
         return "";
-    if (heldByAgent(file))
-        return "another corvantad uses the state folder " + path;
-    if (!lockWithin(descriptor, limit)) {
-        log(LOG_WARNING, "a client of an agent before hangs and is killed");
-        forEachHolder(file, [](pid_t pid) { kill(pid, SIGKILL); });
-        if (!lockWithin(descriptor, kOtherAgent))
-            return "the state folder is in use: " + path;
-    }
-    return "";
+    log(LOG_WARNING, "a client of an agent before hangs and is killed");
+    forEachHolder(file, [](pid_t pid) { kill(pid, SIGKILL); });
+    return lockWithin(descriptor, kOtherAgent) ? "" : "a client of an agent before does not end";
 }
 
 bool giveState(const std::string& path, unsigned user, unsigned group) {

@@ -10,8 +10,6 @@
 #include <cstdint>
 
 #include <poll.h>
-#include <sys/eventfd.h>
-#include <unistd.h>
 
 namespace agent {
 
@@ -27,7 +25,12 @@ constexpr const char* kCircuitList = "/proc/net/atm/pvc";
 constexpr seconds kRestoreRetry{1};
 constexpr int kRestoreRounds = 10; ///< more than any change needs
 constexpr seconds kStop{10};       ///< for what is under way, when stopping
-constexpr seconds kHurry{5};       ///< and then for a client to die
+constexpr int kLongestSet = 90;    ///< client runs, more than any single value needs
+
+// Limits for another side that means ill: it could be somebody else by now.
+constexpr int kMessagesAtOnce = 16;
+constexpr std::size_t kMostJobs = 64;
+constexpr seconds kLongestTrial{86400};
 
 constexpr int kTracedLevel = 5; ///< of commands that the library's log shows
 
@@ -35,8 +38,12 @@ std::string statusText(int status) {
     return "status " + std::to_string(status);
 }
 
+std::string inSeconds(std::chrono::microseconds time) {
+    return std::to_string(std::chrono::ceil<seconds>(time).count()) + " s";
+}
+
 /// Whether every value of the set is what the image makes the library say.
-bool holds(const Transaction& set, Image image) {
+bool holds(const SetRequest& set, Image image) {
     Stage stage(image);
     const OnStage on(stage);
     Snapshot snapshot;
@@ -56,8 +63,8 @@ bool holds(const Transaction& set, Image image) {
 /// Has the library make the changes on a stage.
 int play(Transaction& set, Stage& stage) {
     const OnStage on(stage);
-    for (const Change& change : set.changes) {
-        set.request = change.request;
+    for (const Change& change : set.request.changes) {
+        set.place = change.place;
         update_managed_objects(); // handlers trust the cache, which the one before can have changed
         if (const int status = change.object->write(change.row, change.value);
             status != CORVANTA_OK)
@@ -81,83 +88,111 @@ int runCommand(const std::string& command) {
 
 } // namespace
 
-Worker::Worker(Settings settings, std::function<void()> published)
+Worker::Worker(Settings settings, Link link, int stop)
     : m_settings(std::move(settings)),
-      m_published(std::move(published)),
+      m_link(link),
+      m_stop(stop),
+      m_side(static_cast<std::uint64_t>(Clock::now().time_since_epoch().count())),
       m_journal(m_settings.state),
       m_due(Clock::now()),
       m_fullDue(m_due),
       m_lookDue(m_due),
       m_staleDue(m_due),
-      m_wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+      m_beatDue(m_due) {
+    setWait([this](int descriptor, Clock::time_point until) { return wait(descriptor, until); });
     m_next.refreshed = m_due;
     if (!m_settings.watched.empty())
         m_watch.emplace(m_settings.watched);
     if (auto entry = m_journal.load()) {
         log(LOG_WARNING, entry->pending ? "a change was pending at the end: it is taken back"
                                         : "a change was half done at the end: it is taken back");
+        m_found = true;
         m_record = std::move(entry->record);
         m_reason = RevertReason::restarted;
         m_next.trial.state = ChangeState::restoring;
     }
-    m_next.journalsDamaged = m_journal.foundDamaged() ? 1 : 0;
+    m_next.counters.journalsDamaged = m_journal.foundDamaged() ? 1 : 0;
+}
+
+// ------------------------------------------------------------------------------- what comes in
+
+/// Waits for a descriptor, and sees to what happens meanwhile.
+bool Worker::wait(int descriptor, Clock::time_point until) {
+    if (Clock::now() >= m_beatDue)
+        beat();
+    until = std::min(until, m_beatDue);
+    if (m_running != nullptr && !m_running->late)
+        until = std::min(until, m_running->request.deadline);
+    const auto left = std::max(until - Clock::now(), Clock::duration(0));
+    const timespec time{left / seconds(1), (left % seconds(1)).count()};
+    std::array<pollfd, 3> events{
+        {{m_link.descriptor(), POLLIN, 0}, {m_stop, POLLIN, 0}, {descriptor, POLLIN, 0}}};
+    if (m_stopping)
+        events[1].fd = -1;
+    ppoll(events.data(), events.size(), &time, nullptr);
+    if (events[0].revents != 0)
+        for (int n = 0; n < kMessagesAtOnce; ++n)
+            if (const auto message = m_link.receive())
+                take(*message);
+    if (events[1].revents != 0) {
+        m_stopping = true;
+        m_stopBy = Clock::now() + kStop;
+    }
+    if (m_stopping && !m_hurry && Clock::now() >= m_stopBy)
+        hurry();
+    expire();
+    return events[2].revents != 0;
+}
+
+void Worker::greet() {
+    m_link.send(Hello{m_side, m_found});
     publish();
 }
 
-Worker::~Worker() {
-    close(m_wake);
+void Worker::beat() {
+    m_link.send(Alive{});
+    m_beatDue = m_settings.beat ? Clock::now() + *m_settings.beat : Clock::time_point::max();
 }
 
-void Worker::start() {
-    m_thread = std::thread(&Worker::run, this);
+void Worker::take(const Message& message) {
+    const bool room = m_jobs.size() < kMostJobs;
+    if (const auto* set = std::get_if<SetRequest>(&message)) {
+        if (room && set->side == m_side)
+            m_jobs.emplace_back(*set);
+    } else if (const auto* back = std::get_if<TakeBack>(&message)) {
+        if (room && back->side == m_side)
+            m_jobs.emplace_back(*back);
+    } else if (std::holds_alternative<Hello>(message)) {
+        greet();
+    }
 }
 
-bool Worker::stop() {
-    std::unique_lock lock(m_mutex);
-    m_stopping = true;
-    wake();
-    if (!m_changed.wait_for(lock, kStop, [this] { return m_ended; })) {
-        m_hurry = true;
-        killProgram();
-        if (!m_changed.wait_for(lock, kHurry, [this] { return m_ended; })) {
-            m_thread.detach();
+/// Tells of the sets that have missed their deadlines. Those that wait are dropped, the one under
+/// way runs nothing more.
+void Worker::expire() {
+    const auto now = Clock::now();
+    const auto isLate = [&](const Job& job) {
+        const auto* set = std::get_if<SetRequest>(&job);
+        if (set == nullptr || now < set->deadline)
             return false;
-        }
-    }
-    lock.unlock();
-    m_thread.join();
-    return true;
-}
-
-bool Worker::make(const std::shared_ptr<Transaction>& set, Clock::time_point deadline) {
-    return await({set, &Worker::doSet}, deadline);
-}
-
-bool Worker::takeBack(const std::shared_ptr<Transaction>& set, Clock::time_point deadline) {
-    return await({set, &Worker::doTakeBack}, deadline);
-}
-
-bool Worker::await(const Job& job, Clock::time_point deadline) {
-    Transaction& set = *job.transaction;
-    std::unique_lock lock(m_mutex);
-    set.ended = false;
-    m_jobs.push_back(job);
-    wake();
-    const auto ended = [&set] { return set.ended; };
-    if (m_changed.wait_until(lock, deadline, ended))
+        m_link.send(SetResult{set->id, Outcome::late, CORVANTA_FAILED, 0});
         return true;
-    if (!set.decided) {
-        set.abandoned = true;
-        ++m_abandoned;
-        return false;
-    }
-    m_changed.wait(lock, ended); // it is there to stay, and about to end
-    return true;
+    };
+    m_jobs.erase(std::remove_if(m_jobs.begin(), m_jobs.end(), isLate), m_jobs.end());
+    if (m_running == nullptr || m_running->late || now < m_running->request.deadline)
+        return;
+    m_running->late = true;
+    m_next.undoing = true;
+    publish();
+    m_link.send(SetResult{m_running->request.id, Outcome::late, CORVANTA_FAILED, m_running->place});
 }
 
-void Worker::wake() const {
-    const std::uint64_t one = 1;
-    [[maybe_unused]] const auto size = write(m_wake, &one, sizeof one);
+/// The time to stop is over.
+void Worker::hurry() {
+    m_hurry = true;
+    if (m_running != nullptr)
+        m_running->late = true;
+    killProgram();
 }
 
 Clock::time_point Worker::nextDue() const {
@@ -171,101 +206,130 @@ Clock::time_point Worker::nextDue() const {
     return due;
 }
 
-/// Until something is due or wanted, or happens to the watched file.
-void Worker::wait(std::unique_lock<std::mutex>& lock) {
-    lock.unlock();
-    // What has happened to a file that is to be read anyway can wait: there may be much of it.
-    const bool listen = m_watch && m_stale.empty();
-    std::array<pollfd, 2> events{
-        {{m_wake, POLLIN, 0}, {listen ? m_watch->descriptor() : -1, POLLIN, 0}}};
-    const auto left =
-        std::chrono::ceil<std::chrono::milliseconds>(nextDue() - Clock::now()).count();
-    poll(events.data(), events.size(), static_cast<int>(std::clamp<long>(left, 0, 60000)));
-    std::uint64_t count = 0;
-    [[maybe_unused]] const auto size = read(m_wake, &count, sizeof count);
-    if ((events[1].revents & POLLIN) != 0)
-        lookAtDatabase();
-    lock.lock();
-}
-
 void Worker::run() {
     if (initialize(m_settings.verbose) != 1)
         log(LOG_ERR, "the library could not be made ready");
     openLog(m_settings.foreground); // the library has opened it without standard error
     readMapping(m_next.model);
-    const Trial& trial = m_next.trial;
-    std::unique_lock lock(m_mutex);
+    greet();
     for (;;) {
-        const auto now = Clock::now();
-        const bool restoring = trial.state == ChangeState::restoring;
-        if (!m_jobs.empty()) {
-            const Job job = std::move(m_jobs.front());
-            m_jobs.pop_front();
-            lock.unlock();
-            (this->*job.run)(*job.transaction);
-            lock.lock();
-            job.transaction->ended = true;
-            m_abandoned -= job.transaction->abandoned ? 1 : 0;
-            m_changed.notify_all();
-        } else if (restoring && (m_stopping || now >= m_retry) && !m_hurry) {
-            lock.unlock();
-            const bool restored = restore();
-            lock.lock();
-            m_hurry = m_hurry || (m_stopping && !restored);
-        } else if (m_stopping) {
-            m_ended = true;
-            m_changed.notify_all();
+        wait(-1, Clock::now()); // takes in what has come, whatever there is to do
+        if (workIsDue())
+            continue;
+        if (m_stopping)
             return;
-        } else if (trial.state == ChangeState::pending && now >= trial.end) {
-            lock.unlock();
-            log(LOG_NOTICE, "a change was not confirmed in time: it is taken back");
-            beginRestore(std::move(m_record), RevertReason::expired);
-            lock.lock();
-        } else if (now >= m_lookDue) {
-            lock.unlock();
-            look();
-            lock.lock();
-        } else if (m_reading || now >= m_due || (!m_stale.empty() && now >= m_staleDue)) {
-            lock.unlock();
-            refreshStep();
-            lock.lock();
-        } else {
-            wait(lock);
-        }
+        // What has happened to a file that is to be read anyway can wait: there may be much of it.
+        const bool listen = m_watch && m_stale.empty();
+        if (wait(listen ? m_watch->descriptor() : -1, nextDue()))
+            lookAtDatabase();
     }
+}
+
+/// Does one piece of what there is to do. @return whether there was any
+bool Worker::workIsDue() {
+    const auto now = Clock::now();
+    const Trial& trial = m_next.trial;
+    // A set waits until everything has been read once.
+    if (!m_jobs.empty() && (m_next.complete || m_stopping)) {
+        const Job job = std::move(m_jobs.front());
+        m_jobs.pop_front();
+        doJob(job);
+    } else if (trial.state == ChangeState::restoring && (m_stopping || now >= m_retry)) {
+        if (m_hurry)
+            return false;
+        if (!restore() && m_stopping)
+            m_hurry = true;
+    } else if (m_stopping) {
+        return false;
+    } else if (trial.state == ChangeState::pending && now >= trial.end) {
+        log(LOG_NOTICE, "a change was not confirmed in time: it is taken back");
+        beginRestore(std::move(m_record), RevertReason::expired);
+    } else if (now >= m_lookDue) {
+        look();
+    } else if (m_reading || now >= m_due || (!m_stale.empty() && now >= m_staleDue)) {
+        refreshStep();
+    } else {
+        return false;
+    }
+    return true;
 }
 
 // ------------------------------------------------------------------------------ a set's life
 
-void Worker::doSet(Transaction& set) {
-    const CutShort cut(set.abandoned);
-    const ChangeState state = m_next.trial.state;
-    if (set.abandoned)
-        return;
-    if (set.verdict != Verdict::notGiven)
-        return decide(set);
-    if (state == ChangeState::restoring ||
-        (state == ChangeState::pending && set.trial.count() == 0)) {
-        set.outcome = Outcome::unavailable;
+void Worker::doJob(Job job) {
+    if (const auto* back = std::get_if<TakeBack>(&job)) {
+        m_link.send(SetResult{back->id, takeBack(back->id), CORVANTA_OK, 0});
         return;
     }
-    if (set.changes.empty())
+    Transaction set{std::move(std::get<SetRequest>(job))};
+    m_running = &set;
+    doSet(set);
+    m_running = nullptr;
+    if (set.outcome == Outcome::done) {
+        m_last = set.request.id;
+        m_lastRecord = std::move(set.record);
+    }
+    if (!set.late) {
+        m_link.send(SetResult{set.request.id, set.outcome, set.status, set.place});
+        return;
+    }
+    m_next.undoing = false;
+    publish();
+}
+
+/// Whether the set is one that the other side may ask for: it could be somebody else by now.
+bool Worker::fits(const Transaction& set) const {
+    const std::vector<Instance> instances = listInstances(m_next);
+    return std::all_of(
+        set.request.changes.begin(), set.request.changes.end(), [&](const Change& change) {
+            return change.object->control() == Control::none && change.object->writable() &&
+                   check(*change.object, change.value) == SNMP_ERR_NOERROR &&
+                   std::any_of(instances.begin(), instances.end(), [&](const Instance& instance) {
+                       return instance.object == change.object && instance.row == change.row;
+                   });
+        });
+}
+
+void Worker::doSet(Transaction& set) {
+    const CutShort cut(set.late);
+    const SetRequest& request = set.request;
+    const ChangeState state = m_next.trial.state;
+    set.outcome = Outcome::unavailable;
+    if (m_stopping || request.trial < seconds(0) || request.trial > kLongestTrial ||
+        request.deadline > Clock::now() + m_settings.setDeadline)
+        return;
+    if (request.verdict != Verdict::notGiven)
+        return decide(set);
+    if (state == ChangeState::restoring ||
+        (state == ChangeState::pending && request.trial.count() == 0))
+        return;
+    if (request.changes.empty())
         return extend(set);
-    set.request = set.changes.front().request;
+    set.outcome = Outcome::refused;
+    set.place = request.changes.front().place;
+    if (!fits(set)) {
+        set.status = CORVANTA_UNKNOWN_ROW;
+        return;
+    }
     set.status = readFor(set);
-    int writes = 0;
+    Effort effort{};
     if (set.status == CORVANTA_OK)
-        set.status = rehearse(set, writes);
-    if (set.status == CORVANTA_OK && !set.abandoned)
-        perform(set, writes);
+        set.status = rehearse(set, effort);
+    if (set.status != CORVANTA_OK || set.late)
+        return;
+    if (hasTime(set, effort))
+        perform(set, effort);
+    else
+        set.outcome = Outcome::unavailable;
 }
 
 void Worker::decide(Transaction& set) {
+    set.outcome = Outcome::refused;
     if (m_next.trial.state != ChangeState::pending) {
         set.outcome = Outcome::inconsistent;
-    } else if (set.verdict == Verdict::none) {
+    } else if (set.request.verdict == Verdict::none) {
         set.outcome = Outcome::done;
-    } else if (set.verdict == Verdict::revert) {
+    } else if (set.request.verdict == Verdict::revert) {
         log(LOG_NOTICE, "the change that is pending is taken back, as a manager wants");
         beginRestore(std::move(m_record), RevertReason::requested);
         set.outcome = m_next.trial.state == ChangeState::idle ? Outcome::done : Outcome::undoing;
@@ -283,15 +347,15 @@ void Worker::extend(Transaction& set) {
         set.outcome = Outcome::inconsistent;
         return;
     }
-    m_next.trial.timeout = set.trial;
-    m_next.trial.end = Clock::now() + set.trial;
+    m_next.trial.timeout = set.request.trial;
+    m_next.trial.end = Clock::now() + set.request.trial;
     publish();
     set.outcome = Outcome::done;
 }
 
 int Worker::readFor(const Transaction& set) {
     Tables tables;
-    for (const Change& change : set.changes)
+    for (const Change& change : set.request.changes)
         if (!change.object->ownRow())
             tables.add(change.object->tables());
     if (databaseIsKnown())
@@ -301,7 +365,7 @@ int Worker::readFor(const Transaction& set) {
         if (tables.has(table))
             status = m_image.read(table);
         else
-            for (const Change& change : set.changes)
+            for (const Change& change : set.request.changes)
                 if (status == CORVANTA_OK && change.object->tables().has(table))
                     status = m_image.readRow(table, change.row);
         if (status != CORVANTA_OK)
@@ -311,15 +375,15 @@ int Worker::readFor(const Transaction& set) {
 }
 
 /// Finds out what the set does to which rows, without doing it.
-int Worker::rehearse(Transaction& set, int& writes) {
+int Worker::rehearse(Transaction& set, Effort& effort) {
     const QuietLibrary quiet;
     Image image = m_image;
     set.record = m_record; // a change on trial goes on from the one that is pending
     Stage stage(image, &set.record);
     if (const int status = play(set, stage); status != CORVANTA_OK)
         return status;
-    writes = stage.writes();
-    if (!holds(set, image)) // one value of the request undoes another, or a row is missing
+    effort = {stage.writes(), stage.commands()};
+    if (!holds(set.request, image)) // one value of the request undoes another, or a row is missing
         return CORVANTA_FAILED;
     if (!canBeRestored(set.record)) {
         log(LOG_WARNING, "a set is refused: it removes a row that could not be written again");
@@ -328,13 +392,23 @@ int Worker::rehearse(Transaction& set, int& writes) {
     return CORVANTA_OK;
 }
 
-void Worker::perform(Transaction& set, int writes) {
+/// Whether the device is quick enough: what misses its deadline would be made, then taken back.
+bool Worker::hasTime(const Transaction& set, const Effort& effort) const {
+    const auto needs = effort.writes == 0 ? 0 * clientTime() : effort.commands * clientTime();
+    if (Clock::now() + needs < set.request.deadline)
+        return true;
+    log(LOG_WARNING, "a set is refused: it takes " + inSeconds(needs) +
+                         " on this device, longer than it has left");
+    return false;
+}
+
+void Worker::perform(Transaction& set, const Effort& effort) {
     const bool wasPending = m_next.trial.state == ChangeState::pending;
     Record done = m_record;
     Image image = m_image;
     Tables current;
     FileWatch::Mark mark;
-    if (writes != 0) {
+    if (effort.writes != 0) {
         if (!m_journal.save({false, set.record})) {
             if (!wasPending)
                 m_journal.clear();
@@ -354,27 +428,27 @@ void Worker::perform(Transaction& set, int writes) {
     if (set.status == CORVANTA_OK && stays(set, done)) {
         m_image = std::move(image);
         set.outcome = Outcome::done;
-        if (set.trial.count() != 0) {
+        if (const auto trial = set.request.trial; trial.count() != 0) {
             m_record = std::move(done);
-            m_next.trial = {ChangeState::pending, set.trial, Clock::now() + set.trial};
+            m_next.trial = {ChangeState::pending, trial, Clock::now() + trial};
         } else {
             set.record = std::move(done);
         }
         show();
-        if (writes != 0) {
+        if (effort.writes != 0) {
             accept(mark);
             settle(current);
         }
         return;
     }
-    if (writes == 0)
+    if (effort.writes == 0)
         return;
     log(LOG_WARNING, "a set has failed and is taken back, " + statusText(set.status));
-    const std::uint32_t leftBefore = m_next.rowsNotRestored;
+    const std::uint32_t leftBefore = m_next.counters.rowsNotRestored;
     beginRestore(set.record, wasPending ? RevertReason::failed : RevertReason::none);
-    set.outcome = m_next.trial.state != ChangeState::idle ? Outcome::undoing
-                  : m_next.rowsNotRestored != leftBefore  ? Outcome::notUndone
-                                                          : Outcome::refused;
+    set.outcome = m_next.trial.state != ChangeState::idle         ? Outcome::undoing
+                  : m_next.counters.rowsNotRestored != leftBefore ? Outcome::notUndone
+                                                                  : Outcome::refused;
 }
 
 /// Reads what the change has touched, and compares: rows, and the values that the library makes of
@@ -405,36 +479,36 @@ int Worker::readBack(const Transaction& set, const Record& done, Image& image,
                 return CORVANTA_FAILED;
         }
     }
-    return holds(set, image) ? CORVANTA_OK : CORVANTA_FAILED;
+    return holds(set.request, image) ? CORVANTA_OK : CORVANTA_FAILED;
 }
 
 /// The point of no return: somebody still waits, and the journal no longer takes the change back.
 bool Worker::stays(Transaction& set, const Record& done) {
-    {
-        const std::lock_guard lock(m_mutex);
-        if (set.abandoned)
-            return false;
-        set.decided = true;
-    }
-    if (set.trial.count() != 0 ? m_journal.save({true, done}) : m_journal.clear())
+    expire();
+    if (set.late)
+        return false;
+    if (set.request.trial.count() != 0 ? m_journal.save({true, done}) : m_journal.clear())
         return true;
+    m_journal.save({false, set.record}); // which can have gone all the same
     set.status = CORVANTA_FAILED;
-    const std::lock_guard lock(m_mutex);
-    set.decided = false;
     return false;
 }
 
-void Worker::doTakeBack(Transaction& set) {
-    const std::uint32_t leftBefore = m_next.rowsNotRestored;
+Outcome Worker::takeBack(std::uint64_t id) {
+    const std::uint32_t leftBefore = m_next.counters.rowsNotRestored;
+    if (id != m_last)
+        return Outcome::notUndone;
+    m_last = 0;
     if (m_next.trial.state == ChangeState::pending) {
         beginRestore(std::move(m_record), RevertReason::failed);
-    } else if (m_next.trial.state == ChangeState::idle && !set.record.empty()) {
-        m_journal.save({false, set.record});
-        beginRestore(set.record, RevertReason::none);
+    } else if (m_next.trial.state == ChangeState::idle && !m_lastRecord.empty()) {
+        if (!m_journal.save({false, m_lastRecord}))
+            return Outcome::notUndone;
+        beginRestore(std::move(m_lastRecord), RevertReason::none);
     }
-    set.outcome = m_next.trial.state == ChangeState::idle && m_next.rowsNotRestored == leftBefore
-                      ? Outcome::refused
-                      : Outcome::notUndone;
+    return m_next.trial.state == ChangeState::idle && m_next.counters.rowsNotRestored == leftBefore
+               ? Outcome::refused
+               : Outcome::notUndone;
 }
 
 // --------------------------------------------------------------------------------- taking back
@@ -458,7 +532,7 @@ bool Worker::restore() {
     }
     log(LOG_NOTICE, "a change has been taken back");
     if (m_reason != RevertReason::none) {
-        ++m_next.reverts;
+        ++m_next.counters.reverts;
         m_next.revertReason = m_reason;
     }
     m_record = {};
@@ -479,7 +553,7 @@ bool Worker::restoreRows() {
             if (next.leftAlone != 0)
                 log(LOG_WARNING, std::to_string(next.leftAlone) +
                                      " rows are left as they are: others have changed them");
-            m_next.rowsNotRestored += static_cast<std::uint32_t>(next.leftAlone);
+            m_next.counters.rowsNotRestored += static_cast<std::uint32_t>(next.leftAlone);
             return true;
         }
         for (const std::string& command : next.commands) {
@@ -579,7 +653,7 @@ void Worker::endRefresh(bool failed, int status) {
                    : "the device can be read again");
     m_failing = failed;
     if (failed) {
-        ++m_next.refreshesFailed;
+        ++m_next.counters.refreshesFailed;
         m_stale = Tables(kAllTables);
         m_due = m_staleDue = now + std::min(m_settings.interval, kRetry);
         publish();
@@ -588,7 +662,10 @@ void Worker::endRefresh(bool failed, int status) {
     if (m_begun > m_accepted) // no set has come between
         accept(m_mark);
     if (m_readsLine) {
-        ++m_next.refreshesDone;
+        ++m_next.counters.refreshesDone;
+        if (!m_next.complete && kLongestSet * clientTime() > m_settings.setDeadline)
+            log(LOG_WARNING, "a set can take " + inSeconds(kLongestSet * clientTime()) +
+                                 " on this device: --set-deadline is shorter");
         m_next.complete = true;
         m_next.refreshed = now;
         m_due = now + m_settings.interval;
@@ -618,9 +695,8 @@ void Worker::show() {
 }
 
 void Worker::publish() {
-    m_next.instances = listInstances(m_next);
-    std::atomic_store(&m_snapshot, std::make_shared<const Snapshot>(m_next));
-    m_published();
+    m_next.counters.clientsKilled = clientsKilled();
+    m_link.send(m_next);
 }
 
 } // namespace agent

@@ -1,62 +1,32 @@
 #pragma once
 
 #include "Journal.h"
-#include "Objects.h"
+#include "Messages.h"
 #include "Watch.h"
 
-#include <atomic>
-#include <condition_variable>
 #include <deque>
-#include <functional>
-#include <memory>
-#include <mutex>
 #include <optional>
-#include <thread>
-#include <vector>
+#include <string>
+#include <variant>
 
 namespace agent {
 
-/// One value to write.
-struct Change {
-    const Object* object;
-    int row;
-    Value value;
-    std::size_t request; ///< the place of its variable in the request
-};
-
-/// What a manager says of the change that is pending; the numbers are those of the MIB.
-enum class Verdict { notGiven = 0, none = 1, confirm = 2, revert = 3 };
-
-/// What became of a set.
-enum class Outcome {
-    done,
-    refused,      ///< nothing has changed, or all of it was taken back; the status tells why
-    notUndone,    ///< it failed, and something of it could not be taken back
-    undoing,      ///< it failed, and is being taken back
-    unavailable,  ///< while another change is pending, or being taken back
-    inconsistent, ///< a verdict, or more time, without a change that is pending
-};
-
-/// What one set request asks for, all or nothing.
+/// A set on its way through the device.
 struct Transaction {
-    std::vector<Change> changes;   ///< in the order in which they are made
-    std::chrono::seconds trial{0}; ///< taken back after this time, unless confirmed; 0: to stay
-    Verdict verdict = Verdict::notGiven;
+    explicit Transaction(SetRequest asked) : request(std::move(asked)) {}
 
+    SetRequest request;
     Outcome outcome = Outcome::refused;
     int status = CORVANTA_OK; ///< a corvanta_status, of what ended it
-    std::size_t request = 0;  ///< the place of the variable that ended it
+    std::size_t place = 0;    ///< of the variable that ended it
     Record record;            ///< how to take it back
-
-    std::atomic<bool> abandoned{false}; ///< nobody waits any more: run nothing more for it
-
-    // Guarded by the worker's mutex:
-    bool decided = false; ///< it stays, whether anybody still waits or not
-    bool ended = false;
+    bool late = false;        ///< nobody waits any more: run nothing more for it
 };
 
-/// The thread that owns the library. It refreshes the snapshot at intervals and
-/// makes changes, which go before what is left of a refresh.
+/// The process that owns the library. It refreshes the snapshot at intervals and
+/// makes changes, which go before what is left of a refresh. While a program runs
+/// it still listens to the other side, tells it what has missed its deadline, and
+/// when it has to stop.
 ///
 /// A change is rehearsed on an image of the database first. What it will do to
 /// which rows goes into the journal, and only then it is performed. One that is
@@ -69,54 +39,50 @@ public:
         std::chrono::seconds interval;
         std::chrono::seconds fullInterval; ///< for everything, whatever the watched file says
         std::chrono::seconds pause;        ///< the shortest between two refreshes of the database
+        std::chrono::seconds setDeadline;  ///< that sets come with
+        std::optional<std::chrono::microseconds> beat; ///< between two signs of life
         std::string watched; ///< file that changes whenever the database does; empty for none
         std::string state;   ///< folder of the journal
     };
 
-    /// @param published called after each new snapshot, on the worker's thread
-    Worker(Settings settings, std::function<void()> published);
-    ~Worker();
+    /// @param link  to the other side
+    /// @param stop  readable when it has to stop
+    Worker(Settings settings, Link link, int stop);
     Worker(const Worker&) = delete;
     Worker& operator=(const Worker&) = delete;
 
-    void start();
-
-    /// Ends the thread. A change that has begun, or is being taken back, has a while to end; what
-    /// it leaves open then is left to the journal.
-    /// @return false when the thread hangs: just end the process
-    bool stop();
-
-    /// The newest snapshot; never null.
-    std::shared_ptr<const Snapshot> snapshot() const { return std::atomic_load(&m_snapshot); }
-
-    /// Makes a change and publishes what the database then says.
-    /// @return whether it has ended before the deadline; if not, it comes to nothing
-    bool make(const std::shared_ptr<Transaction>& set, Clock::time_point deadline);
-
-    /// Whether a change that missed its deadline is still under way, or being taken back.
-    bool undoing() const { return m_abandoned != 0; }
-
-    /// Takes a change back that was made, because others of its request failed.
-    /// @return whether it has been taken back before the deadline
-    bool takeBack(const std::shared_ptr<Transaction>& set, Clock::time_point deadline);
+    /// Works until it has to stop. A change that has begun, or is being taken back, then has a
+    /// while to end; what it leaves open is left to the journal.
+    void run();
 
 private:
-    struct Job {
-        std::shared_ptr<Transaction> transaction;
-        void (Worker::*run)(Transaction&);
+    using Job = std::variant<SetRequest, TakeBack>;
+
+    /// What a rehearsal has found that a set takes.
+    struct Effort {
+        int writes;   ///< commands that change something, or try to
+        int commands; ///< all
     };
 
-    bool await(const Job& job, Clock::time_point deadline);
-    void run();
+    bool wait(int descriptor, Clock::time_point until);
+    void greet();
+    void beat();
+    void take(const Message& message);
+    void expire();
+    void hurry();
     Clock::time_point nextDue() const;
+    bool workIsDue();
 
+    void doJob(Job job);
     void doSet(Transaction& set);
-    void doTakeBack(Transaction& set);
+    Outcome takeBack(std::uint64_t id);
+    bool fits(const Transaction& set) const;
     void decide(Transaction& set);
     void extend(Transaction& set);
     int readFor(const Transaction& set);
-    int rehearse(Transaction& set, int& writes);
-    void perform(Transaction& set, int writes);
+    int rehearse(Transaction& set, Effort& effort);
+    bool hasTime(const Transaction& set, const Effort& effort) const;
+    void perform(Transaction& set, const Effort& effort);
     int readBack(const Transaction& set, const Record& done, Image& image, Tables& current) const;
     bool stays(Transaction& set, const Record& done);
 
@@ -134,14 +100,12 @@ private:
     void settle(Tables current);
     void show();
     void publish();
-    void wait(std::unique_lock<std::mutex>& lock);
-    void wake() const;
 
     const Settings m_settings;
-    const std::function<void()> m_published;
-    std::shared_ptr<const Snapshot> m_snapshot; ///< swapped as a whole
-
-    // The worker thread's own.
+    const Link m_link;
+    const int m_stop;           ///< readable when it has to stop
+    const std::uint64_t m_side; ///< tells it from the one before
+    bool m_found = false;       ///< a journal of that one
     Journal m_journal;
     Image m_image;   ///< of the database, each table as it was last read
     Snapshot m_next; ///< what the next snapshot is a copy of
@@ -164,15 +128,14 @@ private:
     RevertReason m_reason{};      ///< why it is being taken back
     Clock::time_point m_retry;    ///< when to try again
 
-    std::thread m_thread;
-    std::mutex m_mutex;
-    std::condition_variable m_changed; ///< one of the following has
-    int m_wake;                        ///< the same, for the worker itself
     std::deque<Job> m_jobs;
-    bool m_ended = false;
-    std::atomic<int> m_abandoned{0}; ///< jobs that nobody waits for any more
-    std::atomic<bool> m_stopping{false};
-    std::atomic<bool> m_hurry{false}; ///< stop at once
+    Transaction* m_running = nullptr; ///< the set under way
+    std::uint64_t m_last = 0;         ///< the last set that was made
+    Record m_lastRecord;              ///< and how to take it back
+    Clock::time_point m_beatDue;      ///< the next sign of life, at the latest
+    bool m_stopping = false;
+    bool m_hurry = false; ///< stop at once
+    Clock::time_point m_stopBy;
 };
 
 } // namespace agent

@@ -1,128 +1,127 @@
 #include "Client.h"
 #include "Log.h"
 #include "NetSnmp.h"
+#include "Processes.h"
 #include "RequestHandler.h"
+#include "Sandbox.h"
 #include "StateFolder.h"
+#include "Strangers.h"
 #include "Worker.h"
 
 #include <csignal>
-#include <cstddef>
-#include <cstdlib>
-#include <cstring>
 #include <string>
 
-#include <fcntl.h>
 #include <grp.h>
 #include <pwd.h>
-#include <sys/signalfd.h>
-#include <sys/socket.h>
-#include <sys/un.h>
+#include <sys/prctl.h>
 #include <unistd.h>
 
 namespace {
 
 using agent::log;
-
-void onPublished(int descriptor, void* handler) {
-    char bytes[64];
-    [[maybe_unused]] const ssize_t size = read(descriptor, bytes, sizeof bytes);
-    static_cast<agent::RequestHandler*>(handler)->notifyChanges();
-}
-
-/// Signals that end the agent come through a descriptor. They are ignored, which the clients that
-/// the worker starts inherit: whoever ends the whole group doesn't cut a change short. Being
-/// blocked, they stay pending for the descriptor all the same.
-int openSignals() {
-    sigset_t stop;
-    sigemptyset(&stop);
-    for (const int number : {SIGTERM, SIGINT, SIGHUP})
-        sigaddset(&stop, number);
-    sigprocmask(SIG_BLOCK, &stop, nullptr);
-    for (const int number : {SIGTERM, SIGINT, SIGHUP})
-        signal(number, SIG_IGN);
-    signal(SIGPIPE, [](int) {}); // not ignored, which would be inherited too
-    return signalfd(-1, &stop, SFD_CLOEXEC);
-}
-
-/// Tells a service manager that wants to know.
-void tellServiceManager(const char* state) {
-    const char* variable = std::getenv("NOTIFY_SOCKET");
-    const std::string path = variable != nullptr ? variable : "";
-    sockaddr_un address{};
-    if (path.empty() || path.size() >= sizeof address.sun_path)
-        return;
-    address.sun_family = AF_UNIX;
-    path.copy(address.sun_path, path.size());
-    if (path[0] == '@')
-        address.sun_path[0] = '\0';
-    const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + path.size());
-    const int descriptor = socket(AF_UNIX, SOCK_DGRAM, 0);
-    if (descriptor < 0)
-        return;
-    sendto(descriptor, state, std::strlen(state), MSG_NOSIGNAL,
-           reinterpret_cast<const sockaddr*>(&address), size);
-    close(descriptor);
-}
-
-bool becomeUser(const std::string& name, const std::string& state) {
-    const passwd* user = getpwnam(name.c_str());
-    return user != nullptr && agent::giveState(state, user->pw_uid, user->pw_gid) &&
-           initgroups(name.c_str(), user->pw_gid) == 0 && setgid(user->pw_gid) == 0 &&
-           setuid(user->pw_uid) == 0;
-}
+using agent::Options;
 
 int fail(const std::string& text) {
     log(LOG_ERR, text);
     return 1;
 }
 
+/// Gives up privileges, where the options say so.
+bool drop(const Options& options) {
+    if (options.user.empty())
+        return true;
+    const passwd* user = getpwnam(options.user.c_str());
+    if (user != nullptr && user->pw_uid == geteuid())
+        return true;
+    if (user == nullptr || !agent::giveState(options.state, user->pw_uid, user->pw_gid) ||
+        initgroups(options.user.c_str(), user->pw_gid) != 0 || setgid(user->pw_gid) != 0 ||
+        setuid(user->pw_uid) != 0) {
+        log(LOG_ERR, "cannot run as user " + options.user);
+        return false;
+    }
+    return true;
+}
+
+/// What the front has at hand while it serves.
+struct Front {
+    agent::RequestHandler handler;
+    int alive;
+    bool stopping = false;
+
+    /// Both sides work.
+    void beat() const { [[maybe_unused]] const auto size = write(alive, "", 1); }
+};
+
+void onMessage(int, void* front) {
+    auto& self = *static_cast<Front*>(front);
+    if (self.handler.receive())
+        self.beat();
+}
+
+void onStop(int, void* front) {
+    static_cast<Front*>(front)->stopping = true;
+}
+
+int serve(const Options& options, int link, int alive, int stop) {
+    // One that is started again may have lost the right to.
+    if (!options.config.empty() && access(options.config.c_str(), R_OK) != 0)
+        return fail("cannot read " + options.config);
+    Front front{{{options.maxAge, options.setDeadline, options.notifications,
+                  options.master.empty(), options.state},
+                 agent::Link(link)},
+                alive};
+    agent::Strangers strangers;
+    const pid_t parent = getppid();
+    agent::netsnmp::prepare(options);
+    if (!front.handler.registerObjects())
+        return fail("the objects could not be registered");
+    if (!agent::netsnmp::open(options) || !drop(options))
+        return 1;
+    prctl(PR_SET_PDEATHSIG, SIGKILL); // a change of user has undone it
+    if (getppid() != parent)
+        return 1;
+    if (!agent::enterSandbox())
+        return fail("the kernel has no seccomp filters");
+    if (!options.foreground)
+        agent::leaveTerminal();
+    register_readfd(stop, onStop, &front);
+    register_readfd(link, onMessage, &front);
+    front.beat();
+    while (!front.stopping && !agent::netsnmp::isRefused()) {
+        agent_check_and_process(1);
+        front.handler.releaseRequests();
+        if (!options.master.empty())
+            strangers.limitConnections();
+    }
+    agent::netsnmp::close();
+    return front.stopping ? 0 : fail("the master refuses the objects: another agent serves them");
+}
+
+int work(const Options& options, int link, int stop) {
+    agent::keepOthersOut();
+    if (!options.foreground)
+        agent::leaveTerminal();
+    if (const std::string problem = agent::awaitClients(options.state, options.clientLimit);
+        !problem.empty())
+        return fail(problem);
+    agent::Worker({options.verbose, options.foreground, options.interval, options.fullInterval,
+                   options.refreshPause, options.setDeadline, agent::watchdogBeat(),
+                   options.watchDatabase, options.state},
+                  agent::Link(link), stop)
+        .run();
+    return 0;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
-    agent::Options options = agent::parseOptions(argc, argv);
+    Options options = agent::parseOptions(argc, argv);
     agent::openLog(true); // what goes wrong now can still be seen
-    if (const std::string problem = agent::prepareState(options.state, options.clientLimit);
-        !problem.empty())
+    if (const std::string problem = agent::prepareState(options.state); !problem.empty())
         return fail(problem);
     agent::setClientLimit(options.clientLimit);
-    int pipe[2]; // the worker wakes this thread with it
-    if (pipe2(pipe, O_CLOEXEC | O_NONBLOCK) != 0)
-        return fail("no descriptors");
-
-    agent::Worker worker({options.verbose, options.foreground, options.interval,
-                          options.fullInterval, options.refreshPause, options.watchDatabase,
-                          options.state},
-                         [&pipe] { [[maybe_unused]] const auto size = write(pipe[1], "", 1); });
-    agent::RequestHandler handler({options.maxAge, options.setDeadline, options.notifications},
-                                  worker);
-    agent::netsnmp::prepare(options);
-    if (!handler.registerObjects())
-        return fail("the objects could not be registered");
-    if (!agent::netsnmp::open(options))
-        return fail("cannot listen at " + options.master);
-    if (!options.user.empty() && !becomeUser(options.user, options.state))
-        return fail("cannot run as user " + options.user);
-    if (!options.foreground && daemon(0, 0) != 0)
-        return fail("cannot go to the background");
-    const int signals = openSignals();
-    if (signals < 0)
-        return fail("no descriptors");
-    agent::openLog(options.foreground);
-
-    worker.start();
-    bool stopping = false;
-    register_readfd(
-        signals, [](int, void* flag) { *static_cast<bool*>(flag) = true; }, &stopping);
-    register_readfd(pipe[0], onPublished, &handler);
-    log(LOG_INFO, "started");
-    tellServiceManager("READY=1");
-    while (!stopping)
-        agent_check_and_process(1);
-    tellServiceManager("STOPPING=1");
-    const bool ended = worker.stop();
-    agent::netsnmp::close();
-    log(LOG_INFO, "stopped");
-    if (!ended)
-        _exit(0); // the worker hangs in a refresh and still uses what an ordinary end would destroy
-    return 0;
+    return agent::supervise(
+        {[&](int link, int alive, int stop) { return serve(options, link, alive, stop); },
+         [&](int link, int stop) { return work(options, link, stop); },
+         [&] { return drop(options); }, options.foreground});
 }

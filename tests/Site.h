@@ -8,11 +8,14 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -54,9 +57,13 @@ inline std::string output(const fs::path& folder, const std::string& command) {
 /// A program that runs in a folder, in a process group of its own.
 class Process {
 public:
-    Process(const fs::path& folder, const std::string& command) : m_pid(fork()) {
+    Process(const fs::path& folder, const std::string& command,
+            const std::function<void()>& prepare = {})
+        : m_pid(fork()) {
         if (m_pid != 0)
             return;
+        if (prepare)
+            prepare();
         setpgid(0, 0);
         prctl(PR_SET_PDEATHSIG, SIGKILL); // a test that is interrupted leaves nothing
         fs::current_path(folder);
@@ -124,6 +131,7 @@ public:
               "#!/bin/sh\ncd " + folder.string() +
                   "\nfor f in /proc/$$/fd/*; do [ ! -S $f ] || echo $f >>sockets; done\n"
                   "[ ! -e silent ] || exit\n"
+                  "[ ! -e delay ] || sleep 0.05\n"
                   "[ ! -e runs ] || echo \"$1\" >>runs\n"
                   "case $1 in *updatekey*) [ ! -e slow ] || { touch changing; sleep 3; } ;; esac\n"
                   "exec " QUORLET " \"$@\"\n");
@@ -151,8 +159,10 @@ public:
     void startAgent(const std::string& options) {
         const std::string parts = fs::path(QUORLET).parent_path().string();
         agent = std::make_unique<Process>(
-            folder, environment + ON_DEVICE " device env PATH=$PWD/bin:" + parts +
-                        ":$PATH " CORVANTAD " -f " + options + " >>agent.log 2>&1");
+            folder,
+            environment + ON_DEVICE " device env PATH=$PWD/bin:" + parts +
+                ":$PATH " CORVANTAD " -f " + options + " >>agent.log 2>&1",
+            confine);
     }
 
     void startAlone(const std::string& options) {
@@ -194,14 +204,14 @@ public:
 
     /// Sets several objects, given as in "3.1.0 s wan2 3.2.0 i 1". @return as set() does, and "no
     /// answer" where the agent was killed
-    std::string request(const std::string& text) const {
+    std::string request(const std::string& text, const std::string& seconds = "90") const {
         std::istringstream words(text);
         std::string bindings;
         for (std::string object, type, value; words >> object >> type >> value;)
             bindings += " " + oid(object) + " " + type + " " + value;
         fs::remove(folder / "answer");
-        Process asking(folder, environment + "snmpset " + manager + " -r 0 -t 90 -On " + address +
-                                   bindings + " >answer 2>&1");
+        Process asking(folder, environment + "snmpset " + manager + " -r 0 -t " + seconds +
+                                   " -On " + address + bindings + " >answer 2>&1");
         while (asking.running() && agent->running())
             pause(5);
         soon([&] { return !asking.running(); }, 100);
@@ -231,7 +241,8 @@ public:
     std::string address;
     std::string environment = "MIBS= ";
     std::string manager = "-v2c -c test";
-    std::string patience = "20"; ///< in seconds
+    std::string patience = "20";   ///< in seconds
+    std::function<void()> confine; ///< what an agent does before it starts
     std::unique_ptr<Process> agent;
 };
 

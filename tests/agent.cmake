@@ -26,6 +26,7 @@ target_compile_definitions(agent_site INTERFACE
   SMI="${smi}"
   MIB="${PROJECT_SOURCE_DIR}/agent/CORVANTA-MIB.txt"
   SNMPD_CONF="${PROJECT_BINARY_DIR}/agent/snmpd-corvanta.conf"
+  PVC="${PROJECT_SOURCE_DIR}/device/pvc"
   ROOT_OID=".1.3.6.1.4.1.${CORVANTA_ENTERPRISE}.1")
 add_dependencies(agent_site corvantad quorlet pvcshim)
 
@@ -41,11 +42,19 @@ target_link_libraries(agent_test PRIVATE agent_site)
 add_test(NAME agent_test COMMAND agent_test)
 set_tests_properties(agent_test PROPERTIES FIXTURES_REQUIRED smi RUN_SERIAL ON TIMEOUT 900)
 
+add_executable(field_test field_test.cpp ${PROJECT_SOURCE_DIR}/agent/Sandbox.cpp)
+target_link_libraries(field_test PRIVATE agent_site PkgConfig::SECCOMP)
+target_compile_definitions(field_test PRIVATE UNIT="${PROJECT_BINARY_DIR}/agent/corvantad.service")
+if(CORVANTA_HARDENED) # likewise
+  add_test(NAME field_test COMMAND field_test)
+  set_tests_properties(field_test PROPERTIES TIMEOUT 900)
+endif()
+
 add_executable(change_test change_test.cpp)
 target_link_libraries(change_test PRIVATE agent_site)
 if(CORVANTA_HARDENED) # likewise
   add_test(NAME change_test COMMAND change_test)
-  set_tests_properties(change_test PROPERTIES RUN_SERIAL ON TIMEOUT 1800)
+  set_tests_properties(change_test PROPERTIES TIMEOUT 1800)
 endif()
 
 # A fault at each command of the client. It is linked statically: a run of the tests starts it a
@@ -56,7 +65,7 @@ if(CORVANTA_HARDENED)
   set_source_files_properties(${PROJECT_SOURCE_DIR}/device/quorlet.cpp PROPERTIES COMPILE_DEFINITIONS main=quorlet)
   target_compile_options(fault_client PRIVATE -O2)
   target_link_options(fault_client PRIVATE -static)
-  target_compile_definitions(fault_client PRIVATE LOCK_SECONDS="9")
+  target_compile_definitions(fault_client PRIVATE LOCK_SECONDS="15")
   target_link_libraries(fault_client PRIVATE corvanta_flags sqlite3 m)
 
   add_executable(faults_test faults_test.cpp)

@@ -30,7 +30,7 @@ need_npm() {
 
 # What building and running every part takes.
 # shellcheck disable=SC2034
-build_packages=(g++ cmake make ninja-build pkg-config libgtest-dev libsqlite3-dev sqlite3 libsnmp-dev)
+build_packages=(g++ cmake make ninja-build pkg-config libgtest-dev libsqlite3-dev sqlite3 libsnmp-dev libseccomp-dev)
 # What making Debian packages takes besides.
 # shellcheck disable=SC2034
 package_packages=(debhelper dpkg-dev fakeroot lintian)
@@ -41,5 +41,5 @@ fleet_packages=(snmp curl prometheus prometheus-snmp-exporter)
 page_packages=(chromium chromium-driver)
 # What the tests take besides.
 # shellcheck disable=SC2034
-test_packages=(snmp snmpd snmptrapd smitools abigail-tools valgrind
+test_packages=(snmp snmpd snmptrapd smitools systemd abigail-tools valgrind
     "${package_packages[@]}" "${fleet_packages[@]}" "${page_packages[@]}")

@@ -1,0 +1,254 @@
+#include "Messages.h"
+
+#include "Log.h"
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <type_traits>
+#include <utility>
+
+#include <sys/socket.h>
+
+namespace agent {
+
+namespace {
+
+/// Appends values to a packet.
+class Packer {
+public:
+    template <class... Fields>
+    void operator()(Fields&... fields) {
+        (put(fields), ...);
+    }
+
+    std::string packet;
+
+private:
+    template <class T>
+    void put(T& value);
+    void put(std::string& text) {
+        std::size_t size = text.size();
+        put(size);
+        packet += text;
+    }
+    void put(const Object*& object) {
+        std::size_t index = static_cast<std::size_t>(object - objects().data());
+        put(index);
+    }
+    template <class T>
+    void put(std::vector<T>& list) {
+        std::size_t size = list.size();
+        put(size);
+        for (T& item : list)
+            put(item);
+    }
+    template <class T>
+    void put(std::optional<T>& value) {
+        bool there = value.has_value();
+        put(there);
+        if (value)
+            put(*value);
+    }
+    template <class T, std::size_t n>
+    void put(std::array<T, n>& list) {
+        for (T& item : list)
+            put(item);
+    }
+};
+
+/// Takes them out again, in the same order. What is short or wrong makes it bad from there on.
+class Unpacker {
+public:
+    explicit Unpacker(const std::string& packet) : m_rest(packet) {}
+
+    template <class... Fields>
+    void operator()(Fields&... fields) {
+        (get(fields), ...);
+    }
+
+    bool good() const { return m_good && m_rest.empty(); }
+
+private:
+    template <class T>
+    void get(T& value);
+    void get(std::string& text) { text = take(count()); }
+    void get(bool& value) {
+        unsigned char byte = 0;
+        get(byte);
+        m_good = m_good && byte < 2;
+        value = byte == 1;
+    }
+    void get(const Object*& object) {
+        const std::size_t index = count();
+        m_good = m_good && index < objects().size();
+        object = m_good ? &objects()[index] : nullptr;
+    }
+    template <class T>
+    void get(std::vector<T>& list) {
+        list.clear();
+        for (std::size_t left = count(); left > 0 && m_good; --left)
+            get(list.emplace_back());
+    }
+    template <class T>
+    void get(std::optional<T>& value) {
+        bool there = false;
+        get(there);
+        if (there)
+            get(value.emplace());
+    }
+    template <class T, std::size_t n>
+    void get(std::array<T, n>& list) {
+        for (T& item : list)
+            get(item);
+    }
+
+    std::size_t count() {
+        std::size_t size = 0;
+        get(size);
+        return size;
+    }
+    std::string_view take(std::size_t size) {
+        m_good = m_good && size <= m_rest.size();
+        const std::string_view piece = m_rest.substr(0, m_good ? size : 0);
+        m_rest.remove_prefix(piece.size());
+        return piece;
+    }
+
+    std::string_view m_rest;
+    bool m_good = true;
+};
+
+// What there is in what is not sent as it lies in memory. The names of all members, or it does not
+// compile.
+
+template <class Archive>
+void fields(Archive& archive, Value& value) {
+    archive(value.number, value.text);
+}
+
+template <class Archive>
+void fields(Archive& archive, Change& change) {
+    auto& [object, row, value, place] = change;
+    archive(object, row, value, place);
+}
+
+template <class Archive>
+void fields(Archive& archive, SetRequest& request) {
+    auto& [id, side, deadline, changes, trial, verdict] = request;
+    archive(id, side, deadline, changes, trial, verdict);
+}
+
+template <class Archive>
+void fields(Archive& archive, Layer2If& row) {
+    auto& [name, state] = row;
+    archive(name, state);
+}
+
+template <class Archive>
+void fields(Archive& archive, IfMapping& row) {
+    auto& [index, physical, logical] = row;
+    archive(index, physical, logical);
+}
+
+template <class Archive>
+void fields(Archive& archive, Circuit& row) {
+    auto& [present, enabled, deviceName, vpi, vci, fcsPreserve] = row;
+    archive(present, enabled, deviceName, vpi, vci, fcsPreserve);
+}
+
+template <class Archive>
+void fields(Archive& archive, Vlan& row) {
+    auto& [present, enabled, discardTag, wanInterface] = row;
+    archive(present, enabled, discardTag, wanInterface);
+}
+
+template <class Archive>
+void fields(Archive& archive, Model& model) {
+    auto& [rates, layer2, mapping, circuits, vlans, defaultWan, discardUntagged] = model;
+    archive(rates, layer2, mapping, circuits, vlans, defaultWan, discardUntagged);
+}
+
+template <class Archive>
+void fields(Archive& archive, Snapshot& snapshot) { // its instances follow from the model
+    archive(snapshot.model, snapshot.complete, snapshot.refreshed, snapshot.counters,
+            snapshot.trial, snapshot.undoing, snapshot.revertReason);
+}
+
+template <class T>
+void Packer::put(T& value) {
+    if constexpr (std::is_trivially_copyable_v<T>)
+        packet.append(reinterpret_cast<const char*>(&value), sizeof value);
+    else
+        fields(*this, value);
+}
+
+template <class T>
+void Unpacker::get(T& value) {
+    if constexpr (std::is_trivially_copyable_v<T>) {
+        if (const std::string_view piece = take(sizeof value); m_good)
+            std::memcpy(&value, piece.data(), sizeof value);
+    } else {
+        fields(*this, value);
+    }
+}
+
+/// The kind of message that a packet begins with, to be filled.
+template <std::size_t... kinds>
+Message makeMessage(std::size_t kind, std::index_sequence<kinds...>) {
+    Message message;
+    ((kind == kinds ? static_cast<void>(message.emplace<kinds>()) : void()), ...);
+    return message;
+}
+
+} // namespace
+
+std::string pack(const Message& message) {
+    Packer packer;
+    std::size_t kind = message.index();
+    packer(kind);
+    Message copy = message;
+    std::visit(packer, copy);
+    return std::move(packer.packet);
+}
+
+std::optional<Message> unpack(const std::string& packet) {
+    Unpacker unpacker(packet);
+    std::size_t kind = 0;
+    unpacker(kind);
+    if (kind >= std::variant_size_v<Message>)
+        return std::nullopt;
+    Message message = makeMessage(kind, std::make_index_sequence<std::variant_size_v<Message>>());
+    std::visit([&](auto& content) { unpacker(content); }, message);
+    if (!unpacker.good())
+        return std::nullopt;
+    if (auto* snapshot = std::get_if<Snapshot>(&message))
+        snapshot->instances = listInstances(*snapshot);
+    return message;
+}
+
+void Link::send(const Message& message) const {
+    const std::string packet = pack(message);
+    if (::send(m_descriptor, packet.data(), packet.size(), MSG_DONTWAIT | MSG_NOSIGNAL) < 0 &&
+        errno != EAGAIN)
+        log(LOG_ERR, std::string("a message is lost: ") + std::strerror(errno));
+}
+
+std::optional<Message> Link::receive() const {
+    for (;;) {
+        const ssize_t size =
+            recv(m_descriptor, nullptr, 0, MSG_PEEK | MSG_TRUNC | MSG_DONTWAIT); // its whole length
+        if (size < 0 && errno == EINTR)
+            continue;
+        if (size <= 0)
+            return std::nullopt;
+        std::string packet(static_cast<std::size_t>(size), '\0');
+        if (recv(m_descriptor, packet.data(), packet.size(), MSG_DONTWAIT) != size)
+            continue;
+        if (auto message = unpack(packet))
+            return message;
+        log(LOG_ERR, "a message is not understood");
+    }
+}
+
+} // namespace agent

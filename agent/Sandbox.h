@@ -1,0 +1,14 @@
+#pragma once
+
+namespace agent {
+
+/// Takes from this process, for good, what serving requests never needs and
+/// whoever took it over would want: to start programs, to touch other processes,
+/// to gain privileges.
+/// @return whether that could be done
+bool enterSandbox();
+
+/// Keeps other processes of the same user out of this one.
+void keepOthersOut();
+
+} // namespace agent

@@ -1,0 +1,640 @@
+// What an agent meets in the field over the years: kills, replays, slow devices, other agents,
+// masters that go away, strangers. On the stand-in device, with the stock SNMP tools.
+
+#include "Site.h"
+
+#include "../agent/Sandbox.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <seccomp.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/un.h>
+
+#include <cstdlib>
+#include <map>
+#include <mutex>
+#include <random>
+#include <set>
+#include <vector>
+
+namespace {
+
+using Packets = std::vector<std::string>;
+
+sockaddr_in loopback(int port) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(static_cast<std::uint16_t>(port));
+    return address;
+}
+
+void sendTo(const Port& from, int port, const std::string& packet) {
+    const sockaddr_in to = loopback(port);
+    sendto(from.descriptor, packet.data(), packet.size(), 0, reinterpret_cast<const sockaddr*>(&to),
+           sizeof to);
+}
+
+/// @return the next packet; empty when none comes in time
+std::string receive(const Port& at, int ms, sockaddr_in* from = nullptr) {
+    pollfd waiting{at.descriptor, POLLIN, 0};
+    if (poll(&waiting, 1, ms) != 1)
+        return "";
+    std::string packet(4096, '\0');
+    sockaddr_in sender{};
+    socklen_t size = sizeof sender;
+    const ssize_t length = recvfrom(at.descriptor, packet.data(), packet.size(), 0,
+                                    reinterpret_cast<sockaddr*>(&sender), &size);
+    packet.resize(length > 0 ? static_cast<std::size_t>(length) : 0);
+    if (from != nullptr)
+        *from = sender;
+    return packet;
+}
+
+int portOf(const Site& site) {
+    return std::stoi(site.address.substr(site.address.find(':') + 1));
+}
+
+/// Between managers and an agent: knows what they have sent.
+class Relay {
+public:
+    explicit Relay(Site& site) : m_agent(portOf(site)), m_thread([this] { run(); }) {
+        site.address = "127.0.0.1:" + std::to_string(m_front.number);
+    }
+    ~Relay() {
+        m_stop = true;
+        m_thread.join();
+    }
+    Relay(const Relay&) = delete;
+    Relay& operator=(const Relay&) = delete;
+
+    Packets requests() const {
+        const std::lock_guard lock(m_mutex);
+        return m_requests;
+    }
+
+private:
+    void run() {
+        sockaddr_in manager{};
+        while (!m_stop) {
+            if (const std::string request = receive(m_front, 5, &manager); !request.empty()) {
+                sendTo(m_back, m_agent, request);
+                const std::lock_guard lock(m_mutex);
+                m_requests.push_back(request);
+            }
+            if (const std::string answer = receive(m_back, 5); !answer.empty())
+                sendTo(m_front, ntohs(manager.sin_port), answer);
+        }
+    }
+
+    Port m_front;
+    Port m_back;
+    int m_agent;
+    Packets m_requests;
+    mutable std::mutex m_mutex;
+    std::atomic<bool> m_stop{false};
+    std::thread m_thread;
+};
+
+/// The packet that asks for a circuit's VCI, or sets it to what it is.
+std::string makeRequest(Site& site, bool set = false) {
+    const std::string direct = site.address;
+    const Relay relay(site);
+    EXPECT_EQ("INTEGER: 32", site.get("6.1.5.1"));
+    if (set) {
+        EXPECT_EQ("", site.set("6.1.5.1", "i 32"));
+    }
+    site.address = direct;
+    return relay.requests().back();
+}
+
+/// Where notifications arrive.
+struct Sink : Port {
+    explicit Sink(const Site& site) {
+        site.write("agent.conf",
+                   "rwcommunity test\ntrap2sink 127.0.0.1:" + std::to_string(number) + " test\n");
+    }
+
+    /// Waits for those of a kind, 0 for coldStart, with a text in them.
+    /// @return how many there were until none came for a while
+    int count(int kind, const std::string& text = "", int ms = 2500) const {
+        const std::string name = kind == 0
+                                     ? std::string("\x2b\x06\x01\x06\x03\x01\x01\x05\x01", 9)
+                                     : std::string("\x01\x00", 2) + static_cast<char>(kind) + '0';
+        int found = 0;
+        for (std::string packet; !(packet = receive(*this, ms)).empty();) {
+            found += packet.find(name) != packet.npos && packet.find(text) != packet.npos;
+            last = packet;
+        }
+        return found;
+    }
+
+    mutable std::string last;
+};
+
+constexpr int kUp = 1;
+constexpr int kDown = 2;
+
+void setCircuit(const Site& site, bool open) {
+    site.run((open ? "cp " : "grep -v ' 8 ' ") + std::string(PVC) + (open ? " " : " >") +
+             "pvc.new; mv pvc.new device/pvc");
+}
+
+/// The process of the agent's that faces the network, or owns the device.
+int side(const Site& site, const std::string& name) {
+    return std::atoi(
+        site.run("pgrep -P " + std::to_string(site.agent->pid()) + " corvantad-" + name).c_str());
+}
+
+TEST(Field, AReplayedSetIsRefusedAfterAKill) {
+    Site site;
+    site.write("agent.conf",
+               "createUser corvantaOperator SHA 'auth passphrase' AES 'priv passphrase'\n"
+               "rwuser corvantaOperator\n");
+    site.manager = kUser + "Operator -l authPriv";
+    site.environment += "SNMPCONFPATH=. ";
+    site.startAlone("-i 60");
+    const std::string engine = site.address;
+    const auto identity = [&] {
+        return site.tool("snmpget", ".1.3.6.1.6.3.10.2.1.1.0") +
+               site.tool("snmpget -Ov", ".1.3.6.1.6.3.10.2.1.2.0");
+    };
+    std::string before = identity();
+    Packets requests;
+    {
+        Relay relay(site);
+        EXPECT_EQ("", site.set("6.1.5.1", "i 77"));
+        requests = relay.requests();
+    }
+    site.address = engine;
+    EXPECT_EQ("", site.set("6.1.5.1", "i 32"));
+    site.agent->end(SIGKILL);
+    site.startAlone("-i 60");
+    const std::string after = identity();
+    const std::size_t boots = before.rfind(' ');
+    EXPECT_EQ(before.substr(0, boots), after.substr(0, boots));
+    EXPECT_EQ(std::stoi(before.substr(boots)) + 1, std::stoi(after.substr(boots)));
+    const Port replayer;
+    sendTo(replayer, portOf(site), requests.back());
+    const std::string report("\x2b\x06\x01\x06\x03\x0f\x01\x01\x02\x00", 10); // not in time windows
+    EXPECT_NE(std::string::npos, receive(replayer, 5000).find(report));
+    EXPECT_EQ("32\n", site.sql("SELECT Vci FROM Atm WHERE Id=1"));
+}
+
+/// The database is locked for 10 s; $CORVANTA_LOCK says otherwise.
+TEST(Field, NoGetWaitsForASet) {
+    const char* const wanted = std::getenv("CORVANTA_LOCK");
+    const std::string seconds = wanted != nullptr ? wanted : "10";
+    Site site;
+    const std::string datagrams = site.address;
+    site.address = "udp:" + datagrams + ",tcp:" + datagrams;
+    site.startAgent("-m " + site.address + " -c agent.conf -s state -i 60 -d 4");
+    site.address = datagrams;
+    site.awaitAgent();
+    const std::string request = makeRequest(site);
+    const std::string set = makeRequest(site, true);
+    const auto lock = site.lock(seconds);
+    const auto start = Clock::now();
+    std::vector<std::thread> managers;
+    std::mutex mutex;
+    std::vector<int> ends;
+    for (const std::string transport : {"udp:", "udp:", "tcp:"})
+        managers.emplace_back([&, transport] {
+            const std::string answer = output(
+                site.folder, site.environment + "snmpset -v2c -c test -r 0 -t 20 " + transport +
+                                 datagrams + " " + Site::oid("6.1.5.1") + " i 77");
+            // Those that wait behind the first aren't begun while it is taken back.
+            EXPECT_TRUE(answer.find("genError") != answer.npos ||
+                        answer.find("resourceUnavailable") != answer.npos)
+                << answer;
+            const std::lock_guard guard(mutex);
+            ends.push_back(msSince(start));
+        });
+    const Port other;
+    const Port impatient;
+    std::vector<int> waited;
+    while (site.has("locked")) {
+        sendTo(impatient, portOf(site), set); // again and again, without an answer
+        const auto asked = Clock::now();
+        sendTo(other, portOf(site), request);
+        EXPECT_NE("", receive(other, 2000));
+        waited.push_back(msSince(asked));
+        pause(5);
+    }
+    for (std::thread& manager : managers)
+        manager.join();
+    std::sort(waited.begin(), waited.end());
+    std::cout << waited.size() << " gets, the slowest took " << waited.back() << " ms\n";
+    EXPECT_LT(waited[waited.size() * 99 / 100], 100);
+    // What waited behind the first has missed its deadline too, and was not begun.
+    EXPECT_LT(*std::max_element(ends.begin(), ends.end()), 5500);
+    EXPECT_TRUE(soon([&] { return site.get("8.4.0") == "INTEGER: 1"; }));
+    EXPECT_EQ("32\n", site.sql("SELECT Vci FROM Atm WHERE Id=1"));
+}
+
+TEST(Field, ASlowDeviceIsNotOverstrained) {
+    Site site;
+    site.write("delay", "");
+    site.startAlone("-i 60 -d 5 -a 600");
+    const std::string before = site.sql(".dump");
+    site.write("runs", "");
+    EXPECT_EQ("resourceUnavailable", site.set("3.1.0", "s wan2"));
+    EXPECT_EQ(before, site.sql(".dump"));
+    EXPECT_EQ("", site.run("grep -e updatekey -e insertkey runs"));
+    EXPECT_NE("", site.run("grep 'on this device: --set-deadline is shorter' agent.log"));
+    EXPECT_EQ("", site.set("6.1.5.1", "i 77")); // a small one has the time
+    site.agent.reset();
+    site.startAlone("-i 60 -d 60 -a 600");
+    EXPECT_EQ("", site.set("3.1.0", "s wan2"));
+    const int took = std::atoi(site.run("wc -l <runs").c_str());
+    std::cout << took << " client runs in all\n";
+}
+
+TEST(Field, StopsInTimeWhateverIsLocked) {
+    Site site("-i 60 -d 60");
+    const auto lock = site.lock("30");
+    std::thread manager([&] { site.set("3.1.0", "s wan2"); });
+    pause(1000);
+    const auto start = Clock::now();
+    EXPECT_EQ(0, site.agent->end(SIGTERM));
+    EXPECT_LT(msSince(start), 20000);
+    EXPECT_TRUE(site.has("locked"));
+    manager.join();
+}
+
+TEST(Field, ASecondAgentOfOneMasterEnds) {
+    Subagent site;
+    const auto start = Clock::now();
+    EXPECT_EQ("status 1\n", site.run("timeout 20 " ON_DEVICE " device " CORVANTAD
+                                     " -f -x agentx -s second >second.log 2>&1; echo status $?"));
+    EXPECT_LT(msSince(start), 10000);
+    EXPECT_NE("", site.run("grep 'another agent serves them' second.log"));
+    EXPECT_EQ("INTEGER: 2", site.get("3.2.0"));
+}
+
+TEST(Field, AnUndoThatFailsIsTold) {
+    Subagent site;
+    // snmpd itself serves what fails in the same request, once the agent's part is made and
+    // changed.
+    site.write("fails",
+               "#!/bin/sh\ncd " + site.folder.string() +
+                   "\n[ $1 = -s ] || { echo $2; echo integer; echo 1; exit; }\nuntil [ $(sqlite3 "
+                   "device/config.db 'SELECT Vci FROM Atm "
+                   "WHERE Id=1') = 77 ] && [ ! -e state/change.journal ]; do sleep 0.1; done\n"
+                   "[ ! -e meddle ] || sqlite3 -cmd '.timeout 5000' device/config.db 'UPDATE Atm "
+                   "SET Vci=99 WHERE "
+                   "Id=1'\necho not-writable\n");
+    site.run("mkdir -p snmpd; chmod +x fails; echo 'pass .1.3.6.1.4.1.8072.9999.7 ./fails\nview "
+             "corvanta included "
+             ".1.3.6.1.4.1.8072' >>master.conf");
+    site.master->end(SIGTERM);
+    site.startMaster();
+    site.awaitAgent();
+    const std::string both = "i 77 .1.3.6.1.4.1.8072.9999.7.0 i 1";
+    EXPECT_EQ("notWritable", site.set("6.1.5.1", both));
+    EXPECT_EQ("32\n", site.sql("SELECT Vci FROM Atm WHERE Id=1"));
+    site.write("meddle", "");
+    EXPECT_EQ("undoFailed", site.set("6.1.5.1", both));
+    EXPECT_EQ("99\n", site.sql("SELECT Vci FROM Atm WHERE Id=1"));
+}
+
+TEST(Field, EachChangeIsToldOnce) {
+    Site site;
+    const Sink sink(site);
+    const std::string options = "-n -i 1";
+    site.startAlone(options);
+    EXPECT_EQ(1, sink.count(0));
+    // While no agent runs.
+    site.agent->end(SIGTERM);
+    setCircuit(site, false);
+    site.startAlone(options);
+    EXPECT_EQ(1, sink.count(kDown, "VC8"));
+    site.agent->end(SIGKILL);
+    site.startAlone(options);
+    EXPECT_EQ(0, sink.count(kDown));
+    setCircuit(site, true);
+    EXPECT_EQ(1, sink.count(kUp, "VC8"));
+    // Another VPI takes it down.
+    EXPECT_EQ("", site.set("6.1.4.8", "i 255"));
+    EXPECT_EQ(1, sink.count(kDown, "VC255"));
+    EXPECT_EQ("", site.set("6.1.4.8", "i 8"));
+    EXPECT_EQ(1, sink.count(kUp, "VC8"));
+    // It flaps: once a second at most, the last state in the end.
+    site.agent.reset();
+    site.startAlone(options);
+    sink.count(0);
+    const auto start = Clock::now();
+    for (int i = 0; msSince(start) < 4000; ++i, pause(100))
+        setCircuit(site, i % 2 == 0);
+    setCircuit(site, false);
+    const int seconds = msSince(start) / 1000 + 2;
+    int told = 0;
+    EXPECT_LE(told = sink.count(kDown, "VC8"), seconds);
+    EXPECT_GE(told, 1);
+    EXPECT_NE(std::string::npos, sink.last.find(std::string("\x01\x00\x02\x30", 4)));
+}
+
+TEST(Field, AMasterThatWasAwayIsToldAfterwards) {
+    Subagent site;
+    const Sink sink(site); // what it writes to agent.conf, snmpd reads too
+    site.run("cat agent.conf >>master.conf");
+    site.agent->end(SIGTERM);
+    site.master->end(SIGTERM);
+    site.startMaster();
+    site.startAgent("-x agentx -s state -n -i 1");
+    site.awaitAgent();
+    site.master->end(SIGKILL);
+    setCircuit(site, false);
+    pause(3000);
+    site.startMaster();
+    site.awaitAgent();
+    EXPECT_EQ(1, sink.count(kDown, "VC8"));
+}
+
+TEST(Field, StrangersUseNothingUp) {
+    Site site;
+    const std::string datagrams = site.address;
+    site.startAgent("-m udp:" + datagrams + ",tcp:" + datagrams + " -c agent.conf -s state -i 60");
+    site.awaitAgent();
+    const Port stranger;
+    for (int i = 0; i < 5000; ++i)
+        sendTo(stranger, portOf(site), "no packet" + std::to_string(i));
+    std::vector<int> silent;
+    const sockaddr_in address = loopback(portOf(site));
+    for (int i = 0; i < 600; ++i) {
+        silent.push_back(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+        connect(silent.back(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    }
+    const auto descriptors = [&] {
+        return std::atoi(
+            site.run("ls /proc/" + std::to_string(side(site, "net")) + "/fd | wc -l").c_str());
+    };
+    EXPECT_TRUE(soon([&] { return descriptors() < 100; })) << descriptors();
+    for (const std::string transport : {"udp:", "tcp:"}) {
+        site.address = transport + datagrams;
+        EXPECT_EQ("INTEGER: 32", site.get("6.1.5.1")) << transport;
+        EXPECT_EQ("", site.set("3.1.0", transport == "udp:" ? "s wan2" : "s ''")) << transport;
+    }
+    EXPECT_LT(std::atoi(site.run("wc -l <agent.log").c_str()), 60) << site.run("tail -3 agent.log");
+    for (const int descriptor : silent)
+        close(descriptor);
+
+    // Who hangs up leaves nothing to the next one who calls.
+    site.address = datagrams;
+    const std::string set = makeRequest(site, true);
+    site.write("slow", "");
+    for (int i = 0; i < 2; ++i) {
+        const int descriptor = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        ASSERT_EQ(0,
+                  connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address));
+        if (i == 0 && send(descriptor, set.data(), set.size(), 0) < 0)
+            ADD_FAILURE();
+        pause(500);
+        pollfd waiting{descriptor, POLLIN, 0};
+        EXPECT_EQ(0, poll(&waiting, 1, i * 5000));
+        close(descriptor);
+    }
+}
+
+TEST(Field, EitherSideMayDie) {
+    Site site;
+    site.confine = [] { signal(SIGCHLD, SIG_IGN); }; // as some who start it leave it
+    site.startAlone("-i 60 -d 60");
+    for (const std::string name : {"net", "dev"}) {
+        const std::string process = "/proc/" + std::to_string(side(site, name));
+        EXPECT_EQ("Threads:\t1\n", site.run("grep Threads " + process + "/status"));
+    }
+    EXPECT_EQ("NoNewPrivs:\t1\nSeccomp:\t2\n",
+              site.run("grep -e NoNewPrivs -e Seccomp: /proc/" + std::to_string(side(site, "net")) +
+                       "/status"));
+    const std::string before = site.sql(".dump");
+    site.write("slow", "");
+    std::thread manager([&] { EXPECT_EQ("(genError)", site.set("3.1.0", "s wan2")); });
+    EXPECT_TRUE(soon([&] { return site.has("changing"); }));
+    kill(side(site, "dev"), SIGSEGV);
+    EXPECT_EQ("INTEGER: 32", site.get("6.1.5.1")); // from what the one before has read
+    manager.join();
+    fs::remove(site.folder / "slow");
+    EXPECT_TRUE(
+        soon([&] { return site.get("8.4.0") == "INTEGER: 1" && site.sql(".dump") == before; }));
+    pause(3500); // the client that was under way would have made its change by now
+    EXPECT_EQ(before, site.sql(".dump"));
+    // One that had nothing to do when it died. What it is asked after that nobody makes.
+    kill(side(site, "dev"), SIGKILL);
+    EXPECT_EQ("commitFailed", site.set("6.1.5.1", "i 78"));
+    EXPECT_EQ("", site.set("6.1.5.1", "i 77"));
+    kill(side(site, "net"), SIGSEGV);
+    site.awaitAgent();
+    EXPECT_EQ("", site.set("6.1.5.1", "i 32"));
+    EXPECT_EQ("2\n", site.run("grep -c 'was ended by signal 11 and is started again' agent.log"));
+    EXPECT_EQ(0, site.agent->end(SIGTERM));
+}
+
+TEST(Field, TheSandboxStartsNothing) {
+    const bool hasDomains = syscall(SYS_landlock_create_ruleset, nullptr, 0, 1) > 0; // its version
+    const pid_t child = fork();
+    if (child == 0) {
+        bool good = agent::enterSandbox();
+        good = good && fork() < 0 && errno == EPERM;
+        good = good && execl("/bin/true", "true", nullptr) < 0 && errno == EPERM;
+        good = good && system("true") != 0 && kill(getppid(), 0) < 0 && errno == EPERM;
+        good = good && syscall(SYS_tgkill, getppid(), getppid(), 0) < 0 && errno == EPERM;
+        const std::string memory = "/proc/" + std::to_string(getppid()) + "/mem";
+        good = good && (!hasDomains || open(memory.c_str(), O_RDWR) < 0);
+        good = good && socket(AF_INET, SOCK_DGRAM, 0) >= 0;
+        _exit(good ? 0 : 1);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(0, status);
+}
+
+TEST(Field, TheWatchdogIsServedByWhatWorks) {
+    Site site;
+    const std::string path = site.folder.string() + "/notices";
+    const Port none;
+    const int notices = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, path.size());
+    ASSERT_EQ(0, bind(notices, reinterpret_cast<sockaddr*>(&address), sizeof address));
+    site.environment += "WATCHDOG_USEC=4000000 NOTIFY_SOCKET=" + path + " ";
+    site.startAlone("-i 60");
+    const auto beats = [&](int ms) {
+        int count = 0;
+        char text[100];
+        for (const auto start = Clock::now(); msSince(start) < ms; pause(50))
+            for (ssize_t size; (size = recv(notices, text, sizeof text, MSG_DONTWAIT)) > 0;)
+                count += std::string(text, static_cast<std::size_t>(size)) == "WATCHDOG=1";
+        return count;
+    };
+    beats(500);
+    EXPECT_GE(beats(5000), 2);
+    const auto lock = site.lock("5"); // waiting for something that has an end is work
+    std::thread manager([&] { site.set("6.1.5.1", "i 77"); });
+    EXPECT_GE(beats(4000), 1);
+    manager.join();
+    kill(side(site, "dev"), SIGSTOP);
+    beats(1000);
+    EXPECT_EQ(0, beats(5000));
+    kill(side(site, "dev"), SIGCONT);
+    EXPECT_GE(beats(5000), 1);
+    close(notices);
+}
+
+/// The groups of system calls that the service manager knows.
+class CallGroups {
+public:
+    CallGroups() {
+        std::istringstream lines(output(".", "systemd-analyze syscall-filter"));
+        std::string group;
+        for (std::string line; std::getline(lines, line);)
+            if (line[0] == '@')
+                group = line;
+            else if (const auto at = line.find_first_not_of(" #"); at != line.npos)
+                m_calls[group].push_back(line.substr(at));
+    }
+
+    /// Adds what a line of a unit names to the calls, or takes it out again.
+    void apply(std::string names, std::set<std::string>& calls, bool out = false) const {
+        out = out || names[0] == '~';
+        std::istringstream words(names.substr(names[0] == '~'));
+        for (std::string name; words >> name;)
+            if (const auto group = m_calls.find(name); group != m_calls.end())
+                for (const std::string& member : group->second)
+                    apply(member, calls, out);
+            else if (out)
+                calls.erase(name);
+            else
+                calls.insert(name);
+    }
+
+private:
+    std::map<std::string, std::vector<std::string>> m_calls;
+};
+
+/// Puts the process under what the unit says, as far as a process can do that to itself.
+void confineAs(const std::map<std::string, Packets>& unit) {
+    std::set<std::string> calls;
+    const CallGroups groups;
+    for (const std::string& line : unit.at("SystemCallFilter"))
+        groups.apply(line, calls);
+    const scmp_filter_ctx filter = seccomp_init(SCMP_ACT_ERRNO(EPERM));
+    const auto allow = [&](const char* call, auto... conditions) {
+        seccomp_rule_add(filter, SCMP_ACT_ALLOW, seccomp_syscall_resolve_name(call),
+                         sizeof...(conditions), conditions...);
+    };
+    for (const char* special : {"mmap", "mprotect", "pkey_mprotect", "socket"})
+        calls.erase(special);
+    for (const std::string& call : calls)
+        if (seccomp_syscall_resolve_name(call.c_str()) >= 0)
+            allow(call.c_str());
+    // RestrictAddressFamilies and MemoryDenyWriteExecute
+    for (const int family : {AF_UNIX, AF_INET, AF_INET6})
+        allow("socket", SCMP_A0(SCMP_CMP_EQ, static_cast<scmp_datum_t>(family)));
+    for (const int access : {0, PROT_WRITE, PROT_EXEC})
+        allow("mmap", SCMP_A2(SCMP_CMP_MASKED_EQ, PROT_WRITE | PROT_EXEC,
+                              static_cast<scmp_datum_t>(access)));
+    allow("mprotect", SCMP_A2(SCMP_CMP_MASKED_EQ, PROT_EXEC, 0));
+    umask(static_cast<mode_t>(std::stoi(unit.at("UMask").at(0), nullptr, 8)));
+    for (int capability = 0; prctl(PR_CAPBSET_DROP, capability) == 0; ++capability) {
+    }
+    if (seccomp_load(filter) != 0) // rules out new privileges too
+        _exit(126);
+}
+
+TEST(Field, WorksAsConfinedAsTheUnitSays) {
+    Site site;
+    EXPECT_EQ("0\n", site.run("systemd-analyze security --offline=true --threshold=20 " UNIT
+                              " >scores; echo $?"))
+        << site.run("tail -n 1 scores");
+    std::map<std::string, Packets> unit;
+    std::ifstream file(UNIT);
+    for (std::string line; std::getline(file, line);)
+        if (const auto equals = line.find('='); equals != line.npos && line[0] != '#')
+            unit[line.substr(0, equals)].push_back(line.substr(equals + 1));
+    ASSERT_EQ(Packets{""}, unit["CapabilityBoundingSet"]);
+    site.confine = [&] { confineAs(unit); };
+    site.startAlone("-i 60");
+    for (const std::string name : {"net", "dev"})
+        EXPECT_NE("", site.run("grep 'CapBnd:.0000000000000000' /proc/" +
+                               std::to_string(side(site, name)) + "/status"));
+    EXPECT_EQ("", site.set("3.1.0", "s wan2"));
+    EXPECT_EQ("\"wan2\"", site.get("3.1.0").substr(8));
+    EXPECT_NE("", site.get("2.1.0")) << "the DSL tool";
+    EXPECT_EQ("", site.run("find state ! -perm -077 -a -perm /077"));
+    EXPECT_EQ("", site.run("grep -e error: -e warning: agent.log | grep -v 'is shorter'"));
+    EXPECT_EQ(0, site.agent->end(SIGTERM));
+}
+
+/// By default some thousand; $CORVANTA_PACKETS says how many.
+TEST(Field, MutatedPacketsHurtNobody) {
+    const char* const wanted = std::getenv("CORVANTA_PACKETS");
+    const int count = wanted != nullptr ? std::atoi(wanted) : 6000;
+    Site site;
+    site.write("agent.conf", "rwcommunity test\ncreateUser corvantaOperator SHA 'auth passphrase' "
+                             "AES 'priv passphrase'\n"
+                             "rwuser corvantaOperator\n");
+    site.environment += "SNMPCONFPATH=. ";
+    site.startAlone("-i 60");
+    const std::string direct = site.address;
+    const std::string whole = makeRequest(site);
+    const std::string id = whole.substr(whole.find('\xa0') + 2, 6); // of the request, with its tag
+    Packets seeds;
+    {
+        Relay relay(site);
+        for (const std::string& manager : {std::string("-v1 -c test"), std::string("-v2c -c test"),
+                                           kUser + "Operator -l authPriv"}) {
+            site.manager = manager;
+            site.get("6.1.5.1");
+            site.tool("snmpgetnext", Site::oid("3"));
+            if (manager != "-v1 -c test")
+                site.tool("snmpbulkget", Site::oid("7"));
+            site.set("6.1.5.9", "i 5"); // of a row that is not there
+        }
+        seeds = relay.requests();
+    }
+    site.address = direct;
+    site.manager = "-v2c -c test";
+    const int network = side(site, "net");
+    std::mt19937 random(1);
+    const auto below = [&](std::size_t n) { return static_cast<std::size_t>(random() % n); };
+    const Port stranger;
+    int lost = 0;
+    for (int i = 0; i < count; ++i) {
+        std::string packet = seeds[below(seeds.size())];
+        for (std::size_t left = 1 + below(4); left > 0; --left)
+            switch (const std::size_t at = below(packet.size()); below(4)) {
+            case 0:
+                packet[at] = static_cast<char>(packet[at] ^ (1 << below(8)));
+                break;
+            case 1:
+                packet[at] = static_cast<char>(random());
+                break;
+            case 2:
+                packet.resize(at + 1);
+                break;
+            default:
+                packet.insert(at, 1 + below(40), static_cast<char>(random()));
+                break;
+            }
+        sendTo(stranger, portOf(site), packet);
+        while (!receive(stranger, 0).empty()) {
+        }
+        if (i % 50 != 49)
+            continue;
+        sendTo(stranger, portOf(site), whole); // nothing of those before is left
+        bool answered = false;
+        for (std::string answer; !answered && !(answer = receive(stranger, 3000)).empty();)
+            answered = answer.find(id) != answer.npos;
+        lost += !answered;
+    }
+    std::cout << count << " packets, " << lost << " without an answer to the next whole one\n";
+    EXPECT_EQ(0, lost);
+    EXPECT_EQ(network, side(site, "net"));
+}
+
+} // namespace
