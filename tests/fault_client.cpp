@@ -63,6 +63,13 @@ bool isMeant(char kind, int number) {
     return kind == (writes ? 'w' : 'r') && count == number;
 }
 
+void killSide(const char* agent, const char* side) {
+    char line[100];
+    snprintf(line, sizeof line, "pkill -KILL -P %s corvantad-%s", agent, side);
+    if (system(line) != 0)
+        exit(3);
+}
+
 void fail(char way) {
     const char* const number = getenv("AGENT");
     const pid_t agent = number != nullptr ? atoi(number) : 0;
@@ -83,6 +90,10 @@ void fail(char way) {
         kill(agent, SIGKILL);
         kill(-agent, SIGKILL);
         exit(1);
+    case 'n': // one side of the agent dies: the one that faces the network, or the device's
+    case 'v':
+        killSide(number, way == 'n' ? "net" : "dev");
+        break;
     case 'd': // the client dies
     case 'D':
         raise(SIGKILL);
