@@ -53,6 +53,9 @@ async function soon(what, check, byItself = false) {
 }
 
 const snmp = (tool, ...words) => execFileSync(tool, words, { encoding: "utf8", env: { ...process.env, SNMPCONFPATH: folder + "/snmp" } });
+// To the process of a router's agent that answers.
+const signal = (name, router) => execFileSync("pkill",
+  [`-${name}`, "-P", fs.readFileSync(`${folder}/${router}/pid`, "utf8").trim(), "corvantad-net"]);
 // What an agent says, by object and row.
 function asked(router) {
   const text = snmp("snmpbulkwalk", "-Cr50", "-Oqsa", routers[router], "corvantaMIB");
@@ -140,12 +143,12 @@ try {
   }
   await shoot("phone");
 
-  process.kill(Number(fs.readFileSync(`${folder}/${last}/pid`)), "SIGSTOP");
+  signal("STOP", last);
   await soon("a router that is silent is told from one with values", async () => {
     assert.match((await cells("routers"))[last][0], /^Trouble: critical does not answer|^critical does not answer/);
     assert.equal((await figures("totals"))["Routers answering"], `${names.length - 1} of ${names.length} critical`);
   });
-  process.kill(Number(fs.readFileSync(`${folder}/${last}/pid`)), "SIGCONT");
+  signal("CONT", last);
   assert.deepEqual((await browser("POST", `/${sessionId}/se/log`, { type: "browser" })).filter(line => line.level === "SEVERE"), []);
   console.log("ok the browser had nothing to complain of");
 } finally {

@@ -10,12 +10,12 @@ spent() {
         awk -v tick="$(getconf CLK_TCK)" '{ sub(/.*\) /, ""); print ($14 + $15) * 1000 / tick }' "/proc/$pid/stat"
     done | awk '{ own += $1; children += $2 } END { printf "%.3f %.3f\n", own, children }'
 }
-resident() { # MiB, the average
-    local pid
-    for pid in "$@"; do grep VmRSS "/proc/$pid/status"; done | awk '{ sum += $2 } END { printf "%.1f", sum / NR / 1024 }'
+resident() { # MiB of one of N, what processes share counted in part: resident N PID...
+    local pid n=$1
+    for pid in "${@:2}"; do grep ^Pss: "/proc/$pid/smaps_rollup"; done | awk -v n="$n" '{ sum += $2 } END { printf "%.1f", sum / n / 1024 }'
 }
 
-mapfile -t agents < <(cat "$folder"/router-*/pid)
+mapfile -t agents < <(cat "$folder"/router-*/pid; pgrep -P "$(cat "$folder"/router-*/pid | paste -sd,)") # an agent is three processes
 run tcpdump -i lo -n -s 64 -U -w "$folder/packets" "udp and net $network.0.0/16" 2>/dev/null
 dump=$!
 sleep 10 # the first round, and the browser's and this script's own start, are not counted
@@ -38,7 +38,7 @@ tcpdump -r "$folder/packets" -n -e -q -tt 2>/dev/null | sed -n 's/ .* length \([
     -v n="$count" -v scrapes="$scrapes" -v lost=$((scrapes - answered)) -v seconds="$seconds" \
     -v median="$(ask "1000 * quantile(0.5, quantile_over_time(0.5, scrape_duration_seconds{job=\"corvanta\"}[${seconds}s]))")" \
     -v longest="$(ask "1000 * max(max_over_time(scrape_duration_seconds{$both}[${seconds}s]))")" \
-    -v memory="$(resident "${agents[@]}") $(resident "$exporter_pid") $(resident "$prometheus_pid")" \
+    -v memory="$(resident "$count" "${agents[@]}") $(resident 1 "$exporter_pid") $(resident 1 "$prometheus_pid")" \
     -v agent="$agents_own $agents_own_after" -v children="$agents_children $agents_children_after" \
     -v exporter="$exporter_own $exporter_own_after" -v prometheus="$prometheus_own $prometheus_own_after" '
     function used(pair,  both) { split(pair, both); return both[2] - both[1] }
