@@ -33,7 +33,7 @@ private:
         packet += text;
     }
     void put(const Object*& object) {
-        std::size_t index = static_cast<std::size_t>(object - objects().data());
+        auto index = static_cast<std::size_t>(object - objects().data());
         put(index);
     }
     template <class T>

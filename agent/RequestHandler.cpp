@@ -13,8 +13,8 @@
 // The toolkit's, without a header: the set that keeps others waiting, who waits, and what has them
 // wait no longer.
 extern "C" {
-extern netsnmp_agent_session* netsnmp_processing_set;
-extern netsnmp_agent_session* netsnmp_agent_queued_list;
+extern netsnmp_agent_session* netsnmp_processing_set;    // NOLINT(readability-identifier-naming)
+extern netsnmp_agent_session* netsnmp_agent_queued_list; // NOLINT(readability-identifier-naming)
 int netsnmp_handle_request(netsnmp_agent_session* asp, int status);
 }
 
@@ -552,7 +552,7 @@ void RequestHandler::notifyChanges() {
     std::vector<Told::State> states;
     for (const Layer2If& row : now.model.layer2) {
         const bool circuit = row.name.compare(0, 2, "VC") == 0; // the others go with it
-        states.push_back({circuit ? row.name : "", row.state});
+        states.emplace_back(circuit ? row.name : "", row.state);
     }
     for (const int row : m_told.news(states))
         sendCircuit(now, row + 1, states[static_cast<std::size_t>(row)].second);

@@ -47,7 +47,7 @@ bool enterSandbox() {
         SCMP_SYS(io_uring_setup), SCMP_SYS(userfaultfd),
         // clang-format on
     };
-    const scmp_filter_ctx filter = seccomp_init(SCMP_ACT_ALLOW);
+    scmp_filter_ctx filter = seccomp_init(SCMP_ACT_ALLOW);
     if (filter == nullptr)
         return false;
     bool good = true;

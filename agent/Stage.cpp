@@ -128,7 +128,6 @@ bool Stage::isFor(std::string_view commandLine) {
 }
 
 std::optional<std::string> Stage::answer(const std::string& commandLine) {
-    ++m_commands;
     const std::size_t begin = commandLine.find('"');
     const std::size_t end = commandLine.rfind('"');
     if (begin == end)

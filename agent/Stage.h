@@ -31,9 +31,6 @@ public:
     /// Answers a command line as the client would; nothing when it was not started.
     std::optional<std::string> answer(const std::string& commandLine);
 
-    /// @return how many commands there were
-    int commands() const { return m_commands; }
-
     /// @return how many of them have changed something, or tried to
     int writes() const { return m_writes; }
 
@@ -48,7 +45,6 @@ private:
     Image& m_image;
     Record* m_record;
     Client m_client;
-    int m_commands = 0;
     int m_writes = 0;
 };
 

