@@ -401,7 +401,7 @@ protected:
 
     // The usual size, or the full one.
     const int m_step = kFull ? 8 : 60; ///< of the commands that read
-    const int m_writeStep = kFull ? 1 : 3;
+    const int m_writeStep = kFull ? 1 : 4;
     const int m_again = 4; ///< of the points followed by the same set and its inverse
     std::mutex m_mutex;
 };
