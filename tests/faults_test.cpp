@@ -304,7 +304,7 @@ protected:
                 site.settles();
             }
             site.arm(way.letter, kind, number);
-            answer = site.request(set.request, way.letter == 'n' ? "3" : "90");
+            answer = site.request(set.request, way.letter == 'n' ? "12" : "90");
             if (answer.compare(0, 7, "Timeout") == 0) // its network's side was killed
                 answer = "no answer";
             soon(
