@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <arpa/inet.h>
+#include <poll.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -98,15 +99,21 @@ private:
     pid_t m_pid;
 };
 
-/// A socket that the kernel gives a port.
+/// A socket on loopback, with a port that the kernel gives.
 struct Port {
     int descriptor = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     int number = 0;
 
-    Port() {
+    static sockaddr_in loopback(int port) {
         sockaddr_in address{};
         address.sin_family = AF_INET;
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        address.sin_port = htons(static_cast<std::uint16_t>(port));
+        return address;
+    }
+
+    Port() {
+        sockaddr_in address = loopback(0);
         socklen_t size = sizeof address;
         auto* generic = reinterpret_cast<sockaddr*>(&address);
         if (bind(descriptor, generic, size) == 0 && getsockname(descriptor, generic, &size) == 0)
@@ -115,6 +122,23 @@ struct Port {
     Port(const Port&) = delete;
     Port& operator=(const Port&) = delete;
     ~Port() { close(descriptor); }
+
+    void send(int port, const std::string& packet) const {
+        const sockaddr_in to = loopback(port);
+        sendto(descriptor, packet.data(), packet.size(), 0, reinterpret_cast<const sockaddr*>(&to),
+               sizeof to);
+    }
+
+    /// @return the next packet; empty when none comes in time
+    std::string receive(int ms) const {
+        pollfd waiting{descriptor, POLLIN, 0};
+        if (poll(&waiting, 1, ms) != 1)
+            return "";
+        std::string packet(4096, '\0');
+        const ssize_t length = recv(descriptor, packet.data(), packet.size(), 0);
+        packet.resize(length > 0 ? static_cast<std::size_t>(length) : 0);
+        return packet;
+    }
 };
 
 /// A device in a folder, with an agent, and managers.
@@ -232,6 +256,12 @@ public:
         return process;
     }
 
+    /// As the kernel would.
+    void setCircuit(bool open) const {
+        run((open ? "cp " : "grep -v ' 8 ' ") + std::string(PVC) + (open ? " " : " >") +
+            "pvc.new; mv pvc.new device/pvc");
+    }
+
     /// How many lines the agent itself has logged.
     int logged() const { return std::stoi(run("grep -c :corvantad: agent.log")); }
 
@@ -273,4 +303,29 @@ public:
     }
 
     std::unique_ptr<Process> master;
+};
+
+constexpr int kUp = 1;
+constexpr int kDown = 2;
+
+/// Where notifications arrive.
+struct Sink : Port {
+    explicit Sink(const Site& site) {
+        site.write("agent.conf",
+                   "rwcommunity test\ntrap2sink 127.0.0.1:" + std::to_string(number) + " test\n");
+    }
+
+    /// Waits for those of a kind, 0 for coldStart, with a text in them.
+    /// @return how many there were until none came for a while
+    int count(int kind, const std::string& text = "") const {
+        const std::string name = kind == 0
+                                     ? std::string("\x2b\x06\x01\x06\x03\x01\x01\x05\x01", 9)
+                                     : std::string("\x01\x00", 2) + static_cast<char>(kind) + '0';
+        int found = 0;
+        for (std::string packet; !(packet = receive(2500)).empty(); last = packet)
+            found += packet.find(name) != packet.npos && packet.find(text) != packet.npos;
+        return found;
+    }
+
+    mutable std::string last;
 };

@@ -11,6 +11,7 @@
 #include <sys/file.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cstdlib>
 #include <functional>
@@ -165,6 +166,12 @@ public:
 
     std::string rows() const { return sql(kRows); }
 
+    std::string difference(const std::string& before, const std::string& now) const {
+        write("before", before);
+        write("now", now);
+        return run("diff -U 0 before now | grep '^[-+][^-+]'");
+    }
+
     std::string options;
 };
 
@@ -177,25 +184,21 @@ struct Prepared {
     bool good = false;
 };
 
-struct Tally {
-    int points = 0, before = 0, after = 0, half = 0, dead = 0, wrong = 0;
+enum Count { kPoints, kBefore, kAfter, kHalf, kDead, kWrong, kCounts };
+using Tally = std::array<int, kCounts>;
 
-    Tally& operator+=(const Tally& other);
-};
+int failures(const Tally& tally) {
+    return tally[kHalf] + tally[kDead] + tally[kWrong];
+}
 
-constexpr int Tally::*kFields[] = {&Tally::points, &Tally::before, &Tally::after,
-                                   &Tally::half,   &Tally::dead,   &Tally::wrong};
-
-Tally& Tally::operator+=(const Tally& other) {
-    for (const auto field : kFields)
-        this->*field += other.*field;
-    return *this;
+void add(const Tally& tally, Tally& sum) {
+    std::transform(sum.begin(), sum.end(), tally.begin(), sum.begin(), std::plus<>());
 }
 
 void print(const char* name, const char* way, const Tally& tally) {
     std::printf("%-30s %-28s", name, way);
-    for (const auto field : kFields)
-        std::printf("%7d", tally.*field);
+    for (const int count : tally)
+        std::printf("%7d", count);
     std::printf("\n");
     std::fflush(stdout);
 }
@@ -251,7 +254,7 @@ protected:
         EXPECT_EQ(rows, set.rows + std::string("\n")) << set.name;
         if (prepared.back != prepared.before)
             std::cout << set.name << ": its inverse alone does not give the rows before\n"
-                      << difference(prepared.before, prepared.back);
+                      << site.difference(prepared.before, prepared.back);
     }
 
     /// Tries a fault at one command after the other, until there are no more.
@@ -261,20 +264,19 @@ protected:
             return;
         Bench site(way.options);
         bool usable = false; // the device is as before the set, its agent runs
-        Tally sum;
+        Tally sum{};
         std::string stories;
         const auto all = [&](char kind, int first, int step, int last) {
             bool more = true;
             for (int number = first; more && number <= last; number += step) {
-                Tally tally;
+                Tally tally{};
                 std::string story;
                 more = point(site, kSets[index], prepared, way, kind, number, usable, tally, story);
-                const bool failed = tally.half + tally.dead + tally.wrong > 0;
-                if (!site.hit() && !failed)
+                if (!site.hit() && failures(tally) == 0)
                     continue;
-                tally.points = 1;
-                sum += tally;
-                if (failed)
+                tally[kPoints] = 1;
+                add(tally, sum);
+                if (failures(tally) > 0)
                     stories += std::string("  ") + kind + std::to_string(number) + ": " + story;
             }
         };
@@ -285,7 +287,7 @@ protected:
         const std::lock_guard lock(m_mutex);
         print(kSets[index].name, way.name, sum);
         std::printf("%s", stories.c_str());
-        m_total += sum;
+        add(sum, m_total);
     }
 
     /// @return whether to go on to further commands
@@ -337,15 +339,15 @@ protected:
                 site.run(std::string("echo; grep ^") + kind + " device/commands | sed -n " +
                          std::to_string(number) + "p");
         if (!alive) {
-            tally.dead = 1;
+            tally[kDead] = 1;
         } else if (!isBefore && !isAfter) {
-            tally.half = 1;
-            story += difference(prepared.before, rows);
+            tally[kHalf] = 1;
+            story += site.difference(prepared.before, rows);
         } else {
-            (isBefore ? tally.before : tally.after) = 1;
+            tally[isBefore ? kBefore : kAfter] = 1;
             const bool told = answer.empty() ? isAfter : isBefore || answer == "no answer";
-            tally.wrong = (way.restoring && !isBefore) || !told ||
-                          (!hit && !way.restoring && !answer.empty() && !tooSlow(way, answer));
+            tally[kWrong] = (way.restoring && !isBefore) || !told ||
+                            (!hit && !way.restoring && !answer.empty() && !tooSlow(way, answer));
             usable = isBefore;
             if (isAfter || (number - 1) % m_again == 0)
                 usable = again(site, set, prepared, way, isBefore, tally, story);
@@ -376,28 +378,13 @@ protected:
             if (answer.empty() && rows == prepared.back)
                 return rows == prepared.before;
         }
-        tally.wrong = 1;
-        story += "    then a set: " + answer + "\n" + difference(prepared.before, rows);
+        tally[kWrong] = 1;
+        story += "    then a set: " + answer + "\n" + site.difference(prepared.before, rows);
         return false;
     }
 
-    static std::string difference(const std::string& before, const std::string& now) {
-        std::string text;
-        const auto missing = [&](const std::string& rows, const std::string& other,
-                                 const char* sign) {
-            std::istringstream lines(rows);
-            for (std::string line; std::getline(lines, line);) {
-                if (("\n" + other).find("\n" + line + "\n") == std::string::npos)
-                    text += std::string("    ") + sign + line + "\n";
-            }
-        };
-        missing(before, now, "-");
-        missing(now, before, "+");
-        return text;
-    }
-
     std::vector<Prepared> m_prepared{std::size(kSets)};
-    Tally m_total;
+    Tally m_total{};
 
     // The usual size, or the full one.
     const int m_step = kFull ? 8 : 60; ///< of the commands that read
@@ -453,8 +440,8 @@ TEST_F(Faults, LeaveTheDeviceAsBeforeOrAsAfter) {
     runAll(sweeps);
 
     print("total", (std::to_string(msSince(start) / 1000) + " s").c_str(), m_total);
-    EXPECT_GT(m_total.points, 0);
-    EXPECT_EQ(m_total.half + m_total.dead + m_total.wrong, 0);
+    EXPECT_GT(m_total[kPoints], 0);
+    EXPECT_EQ(0, failures(m_total));
 }
 
 } // namespace

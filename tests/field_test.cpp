@@ -24,123 +24,34 @@ namespace {
 
 using Packets = std::vector<std::string>;
 
-sockaddr_in loopback(int port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(static_cast<std::uint16_t>(port));
-    return address;
-}
-
-void sendTo(const Port& from, int port, const std::string& packet) {
-    const sockaddr_in to = loopback(port);
-    sendto(from.descriptor, packet.data(), packet.size(), 0, reinterpret_cast<const sockaddr*>(&to),
-           sizeof to);
-}
-
-/// @return the next packet; empty when none comes in time
-std::string receive(const Port& at, int ms, sockaddr_in* from = nullptr) {
-    pollfd waiting{at.descriptor, POLLIN, 0};
-    if (poll(&waiting, 1, ms) != 1)
-        return "";
-    std::string packet(4096, '\0');
-    sockaddr_in sender{};
-    socklen_t size = sizeof sender;
-    const ssize_t length = recvfrom(at.descriptor, packet.data(), packet.size(), 0,
-                                    reinterpret_cast<sockaddr*>(&sender), &size);
-    packet.resize(length > 0 ? static_cast<std::size_t>(length) : 0);
-    if (from != nullptr)
-        *from = sender;
-    return packet;
-}
-
 int portOf(const Site& site) {
     return std::stoi(site.address.substr(site.address.find(':') + 1));
 }
 
-/// Between managers and an agent: knows what they have sent.
-class Relay {
-public:
-    explicit Relay(Site& site) : m_agent(portOf(site)), m_thread([this] { run(); }) {
-        site.address = "127.0.0.1:" + std::to_string(m_front.number);
-    }
-    ~Relay() {
-        m_stop = true;
-        m_thread.join();
-    }
-    Relay(const Relay&) = delete;
-    Relay& operator=(const Relay&) = delete;
-
-    Packets requests() const {
-        const std::lock_guard lock(m_mutex);
-        return m_requests;
-    }
-
-private:
-    void run() {
-        sockaddr_in manager{};
-        while (!m_stop) {
-            if (const std::string request = receive(m_front, 5, &manager); !request.empty()) {
-                sendTo(m_back, m_agent, request);
-                const std::lock_guard lock(m_mutex);
-                m_requests.push_back(request);
-            }
-            if (const std::string answer = receive(m_back, 5); !answer.empty())
-                sendTo(m_front, ntohs(manager.sin_port), answer);
+/// What a tool sends, in order: as it tells itself, sixteen bytes a line.
+Packets packetsOf(const Site& site, const std::string& command, const std::string& arguments) {
+    Packets packets;
+    bool sent = false;
+    std::istringstream lines(site.tool(command + " -d", arguments));
+    for (std::string line; std::getline(lines, line);) {
+        if (line.rfind("Sending ", 0) == 0) {
+            sent = true;
+            packets.emplace_back();
+        } else if (line.empty()) {
+            sent = false;
+        } else if (sent) {
+            std::istringstream bytes(line.substr(6, 52));
+            for (unsigned byte; bytes >> std::hex >> byte;)
+                packets.back() += static_cast<char>(byte);
         }
     }
-
-    Port m_front;
-    Port m_back;
-    int m_agent;
-    Packets m_requests;
-    mutable std::mutex m_mutex;
-    std::atomic<bool> m_stop{false};
-    std::thread m_thread;
-};
-
-/// The packet that asks for a circuit's VCI, or sets it to what it is.
-std::string makeRequest(Site& site, bool set = false) {
-    const std::string direct = site.address;
-    const Relay relay(site);
-    EXPECT_EQ("INTEGER: 32", site.get("6.1.5.1"));
-    if (set) {
-        EXPECT_EQ("", site.set("6.1.5.1", "i 32"));
-    }
-    site.address = direct;
-    return relay.requests().back();
+    return packets;
 }
 
-/// Where notifications arrive.
-struct Sink : Port {
-    explicit Sink(const Site& site) {
-        site.write("agent.conf",
-                   "rwcommunity test\ntrap2sink 127.0.0.1:" + std::to_string(number) + " test\n");
-    }
-
-    /// Waits for those of a kind, 0 for coldStart, with a text in them.
-    /// @return how many there were until none came for a while
-    int count(int kind, const std::string& text = "", int ms = 2500) const {
-        const std::string name = kind == 0
-                                     ? std::string("\x2b\x06\x01\x06\x03\x01\x01\x05\x01", 9)
-                                     : std::string("\x01\x00", 2) + static_cast<char>(kind) + '0';
-        int found = 0;
-        for (std::string packet; !(packet = receive(*this, ms)).empty();) {
-            found += packet.find(name) != packet.npos && packet.find(text) != packet.npos;
-            last = packet;
-        }
-        return found;
-    }
-
-    mutable std::string last;
-};
-
-constexpr int kUp = 1;
-constexpr int kDown = 2;
-
-void setCircuit(const Site& site, bool open) {
-    site.run((open ? "cp " : "grep -v ' 8 ' ") + std::string(PVC) + (open ? " " : " >") +
-             "pvc.new; mv pvc.new device/pvc");
+/// The packet that asks for a circuit's VCI, or sets it to what it is.
+std::string makeRequest(const Site& site, bool set = false) {
+    const std::string object = Site::oid("6.1.5.1");
+    return packetsOf(site, set ? "snmpset" : "snmpget", object + (set ? " i 32" : "")).back();
 }
 
 /// The process of the agent's that faces the network, or owns the device.
@@ -157,19 +68,13 @@ TEST(Field, AReplayedSetIsRefusedAfterAKill) {
     site.manager = kUser + "Operator -l authPriv";
     site.environment += "SNMPCONFPATH=. ";
     site.startAlone("-i 60");
-    const std::string engine = site.address;
     const auto identity = [&] {
         return site.tool("snmpget", ".1.3.6.1.6.3.10.2.1.1.0") +
                site.tool("snmpget -Ov", ".1.3.6.1.6.3.10.2.1.2.0");
     };
-    std::string before = identity();
-    Packets requests;
-    {
-        Relay relay(site);
-        EXPECT_EQ("", site.set("6.1.5.1", "i 77"));
-        requests = relay.requests();
-    }
-    site.address = engine;
+    const std::string before = identity();
+    const std::string set = packetsOf(site, "snmpset", Site::oid("6.1.5.1") + " i 77").back();
+    EXPECT_EQ("INTEGER: 77", site.get("6.1.5.1"));
     EXPECT_EQ("", site.set("6.1.5.1", "i 32"));
     site.agent->end(SIGKILL);
     site.startAlone("-i 60");
@@ -178,9 +83,9 @@ TEST(Field, AReplayedSetIsRefusedAfterAKill) {
     EXPECT_EQ(before.substr(0, boots), after.substr(0, boots));
     EXPECT_EQ(std::stoi(before.substr(boots)) + 1, std::stoi(after.substr(boots)));
     const Port replayer;
-    sendTo(replayer, portOf(site), requests.back());
+    replayer.send(portOf(site), set);
     const std::string report("\x2b\x06\x01\x06\x03\x0f\x01\x01\x02\x00", 10); // not in time windows
-    EXPECT_NE(std::string::npos, receive(replayer, 5000).find(report));
+    EXPECT_NE(std::string::npos, replayer.receive(5000).find(report));
     EXPECT_EQ("32\n", site.sql("SELECT Vci FROM Atm WHERE Id=1"));
 }
 
@@ -217,10 +122,10 @@ TEST(Field, NoGetWaitsForASet) {
     const Port impatient;
     std::vector<int> waited;
     while (site.has("locked")) {
-        sendTo(impatient, portOf(site), set); // again and again, without an answer
+        impatient.send(portOf(site), set); // again and again, without an answer
         const auto asked = Clock::now();
-        sendTo(other, portOf(site), request);
-        EXPECT_NE("", receive(other, 2000));
+        other.send(portOf(site), request);
+        EXPECT_NE("", other.receive(2000));
         waited.push_back(msSince(asked));
         pause(5);
     }
@@ -311,13 +216,13 @@ TEST(Field, EachChangeIsToldOnce) {
     EXPECT_EQ(1, sink.count(0));
     // While no agent runs.
     site.agent->end(SIGTERM);
-    setCircuit(site, false);
+    site.setCircuit(false);
     site.startAlone(options);
     EXPECT_EQ(1, sink.count(kDown, "VC8"));
     site.agent->end(SIGKILL);
     site.startAlone(options);
     EXPECT_EQ(0, sink.count(kDown));
-    setCircuit(site, true);
+    site.setCircuit(true);
     EXPECT_EQ(1, sink.count(kUp, "VC8"));
     // Another VPI takes it down.
     EXPECT_EQ("", site.set("6.1.4.8", "i 255"));
@@ -330,8 +235,8 @@ TEST(Field, EachChangeIsToldOnce) {
     sink.count(0);
     const auto start = Clock::now();
     for (int i = 0; msSince(start) < 4000; ++i, pause(100))
-        setCircuit(site, i % 2 == 0);
-    setCircuit(site, false);
+        site.setCircuit(i % 2 == 0);
+    site.setCircuit(false);
     const int seconds = msSince(start) / 1000 + 2;
     int told = 0;
     EXPECT_LE(told = sink.count(kDown, "VC8"), seconds);
@@ -349,7 +254,7 @@ TEST(Field, AMasterThatWasAwayIsToldAfterwards) {
     site.startAgent("-x agentx -s state -n -i 1");
     site.awaitAgent();
     site.master->end(SIGKILL);
-    setCircuit(site, false);
+    site.setCircuit(false);
     pause(3000);
     site.startMaster();
     site.awaitAgent();
@@ -363,9 +268,9 @@ TEST(Field, StrangersUseNothingUp) {
     site.awaitAgent();
     const Port stranger;
     for (int i = 0; i < 5000; ++i)
-        sendTo(stranger, portOf(site), "no packet" + std::to_string(i));
+        stranger.send(portOf(site), "no packet" + std::to_string(i));
     std::vector<int> silent;
-    const sockaddr_in address = loopback(portOf(site));
+    const sockaddr_in address = Port::loopback(portOf(site));
     for (int i = 0; i < 600; ++i) {
         silent.push_back(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
         connect(silent.back(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
@@ -457,7 +362,6 @@ TEST(Field, TheSandboxStartsNothing) {
 TEST(Field, TheWatchdogIsServedByWhatWorks) {
     Site site;
     const std::string path = site.folder.string() + "/notices";
-    const Port none;
     const int notices = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
@@ -465,65 +369,74 @@ TEST(Field, TheWatchdogIsServedByWhatWorks) {
     ASSERT_EQ(0, bind(notices, reinterpret_cast<sockaddr*>(&address), sizeof address));
     site.environment += "WATCHDOG_USEC=4000000 NOTIFY_SOCKET=" + path + " ";
     site.startAlone("-i 60");
-    const auto beats = [&](int ms) {
+    const auto heard = [&](int ms, const std::string& notice = "WATCHDOG=1") {
         int count = 0;
         char text[100];
         for (const auto start = Clock::now(); msSince(start) < ms; pause(50))
             for (ssize_t size; (size = recv(notices, text, sizeof text, MSG_DONTWAIT)) > 0;)
-                count += std::string(text, static_cast<std::size_t>(size)) == "WATCHDOG=1";
+                count += std::string(text, static_cast<std::size_t>(size)) == notice;
         return count;
     };
-    beats(500);
-    EXPECT_GE(beats(5000), 2);
+    EXPECT_EQ(1, heard(500, "READY=1"));
+    EXPECT_GE(heard(5000), 2);
     const auto lock = site.lock("5"); // waiting for something that has an end is work
     std::thread manager([&] { site.set("6.1.5.1", "i 77"); });
-    EXPECT_GE(beats(4000), 1);
+    EXPECT_GE(heard(4000), 1);
     manager.join();
     kill(side(site, "dev"), SIGSTOP);
-    beats(1000);
-    EXPECT_EQ(0, beats(5000));
+    heard(1000);
+    EXPECT_EQ(0, heard(5000));
     kill(side(site, "dev"), SIGCONT);
-    EXPECT_GE(beats(5000), 1);
+    EXPECT_GE(heard(5000), 1);
     close(notices);
 }
 
-/// The groups of system calls that the service manager knows.
-class CallGroups {
-public:
-    CallGroups() {
-        std::istringstream lines(output(".", "systemd-analyze syscall-filter"));
-        std::string group;
-        for (std::string line; std::getline(lines, line);)
-            if (line[0] == '@')
-                group = line;
-            else if (const auto at = line.find_first_not_of(" #"); at != line.npos)
-                m_calls[group].push_back(line.substr(at));
-    }
+TEST(Field, AUserOwnsItsState) {
+    Site site;
+    site.run("chmod -R a+rwX .");
+    // In a folder that is root's alone, nobody could not run the client.
+    if (site.run("setpriv --reuid=nobody --clear-groups test -x " QUORLET " 2>&1; echo $?") !=
+        "0\n")
+        GTEST_SKIP() << "needs root, and a client that everybody can run";
+    site.startAlone("-i 60 -u nobody");
+    EXPECT_EQ("nobody\nnobody\n",
+              site.run("stat -c %U state /proc/" + std::to_string(side(site, "dev"))));
+    EXPECT_EQ("", site.set("6.1.5.1", "i 77")); // with its journal
+    // Where no state can be, nothing starts.
+    EXPECT_EQ("status 1\n", site.run("timeout 20 " ON_DEVICE " device " CORVANTAD
+                                     " -f -x agentx -s /proc/none >none.log 2>&1; echo status $?"));
+    EXPECT_NE("", site.run("grep 'cannot make the state folder /proc/none' none.log"));
+}
 
-    /// Adds what a line of a unit names to the calls, or takes it out again.
-    void apply(std::string names, std::set<std::string>& calls, bool out = false) const {
-        out = out || names[0] == '~';
-        std::istringstream words(names.substr(names[0] == '~'));
-        for (std::string name; words >> name;)
-            if (const auto group = m_calls.find(name); group != m_calls.end())
-                for (const std::string& member : group->second)
-                    apply(member, calls, out);
-            else if (out)
-                calls.erase(name);
-            else
-                calls.insert(name);
-    }
-
-private:
-    std::map<std::string, std::vector<std::string>> m_calls;
-};
+/// Adds the calls of a group as the service manager knows them, those of its groups included.
+void addCalls(const std::string& group, std::set<std::string>& calls) {
+    std::istringstream names(
+        output(".", "systemd-analyze syscall-filter " + group + " | sed '1d; s/#.*//'"));
+    for (std::string name; names >> name;)
+        if (name[0] == '@')
+            addCalls(name, calls);
+        else
+            calls.insert(name);
+}
 
 /// Puts the process under what the unit says, as far as a process can do that to itself.
 void confineAs(const std::map<std::string, Packets>& unit) {
     std::set<std::string> calls;
-    const CallGroups groups;
-    for (const std::string& line : unit.at("SystemCallFilter"))
-        groups.apply(line, calls);
+    for (const std::string& line : unit.at("SystemCallFilter")) {
+        const bool out = line[0] == '~';
+        std::set<std::string> named;
+        std::istringstream words(line.substr(out));
+        for (std::string word; words >> word;)
+            if (word[0] == '@')
+                addCalls(word, named);
+            else
+                named.insert(word);
+        for (const std::string& call : named)
+            if (out)
+                calls.erase(call);
+            else
+                calls.insert(call);
+    }
     const scmp_filter_ctx filter = seccomp_init(SCMP_ACT_ERRNO(EPERM));
     const auto allow = [&](const char* call, auto... conditions) {
         seccomp_rule_add(filter, SCMP_ACT_ALLOW, seccomp_syscall_resolve_name(call),
@@ -582,24 +495,19 @@ TEST(Field, MutatedPacketsHurtNobody) {
                              "rwuser corvantaOperator\n");
     site.environment += "SNMPCONFPATH=. ";
     site.startAlone("-i 60");
-    const std::string direct = site.address;
     const std::string whole = makeRequest(site);
     const std::string id = whole.substr(whole.find('\xa0') + 2, 6); // of the request, with its tag
     Packets seeds;
-    {
-        Relay relay(site);
-        for (const std::string& manager : {std::string("-v1 -c test"), std::string("-v2c -c test"),
-                                           kUser + "Operator -l authPriv"}) {
-            site.manager = manager;
-            site.get("6.1.5.1");
-            site.tool("snmpgetnext", Site::oid("3"));
-            if (manager != "-v1 -c test")
-                site.tool("snmpbulkget", Site::oid("7"));
-            site.set("6.1.5.9", "i 5"); // of a row that is not there
-        }
-        seeds = relay.requests();
+    for (const std::string& manager : {std::string("-v1 -c test"), std::string("-v2c -c test"),
+                                       kUser + "Operator -l authPriv"}) {
+        site.manager = manager;
+        for (const auto& [command, arguments] :
+             {std::pair("snmpget", "6.1.5.1"), std::pair("snmpgetnext", "3"),
+              std::pair("snmpbulkget", "7"),
+              std::pair("snmpset", "6.1.5.9 i 5")}) // a row that is not there
+            for (const std::string& packet : packetsOf(site, command, Site::oid(arguments)))
+                seeds.push_back(packet);
     }
-    site.address = direct;
     site.manager = "-v2c -c test";
     const int network = side(site, "net");
     std::mt19937 random(1);
@@ -623,14 +531,14 @@ TEST(Field, MutatedPacketsHurtNobody) {
                 packet.insert(at, 1 + below(40), static_cast<char>(random()));
                 break;
             }
-        sendTo(stranger, portOf(site), packet);
-        while (!receive(stranger, 0).empty()) {
+        stranger.send(portOf(site), packet);
+        while (!stranger.receive(0).empty()) {
         }
         if (i % 50 != 49)
             continue;
-        sendTo(stranger, portOf(site), whole); // nothing of those before is left
+        stranger.send(portOf(site), whole); // nothing of those before is left
         bool answered = false;
-        for (std::string answer; !answered && !(answer = receive(stranger, 3000)).empty();)
+        for (std::string answer; !answered && !(answer = stranger.receive(3000)).empty();)
             answered = answer.find(id) != answer.npos;
         lost += !answered;
     }
