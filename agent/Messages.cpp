@@ -119,55 +119,24 @@ private:
     bool m_good = true;
 };
 
-// What there is in what is not sent as it lies in memory. The names of all members, or it does not
-// compile.
+// All members of what is not sent as it lies in memory, or it does not compile.
+#define MEMBERS(Type, ...)                                                                         \
+    template <class Archive>                                                                       \
+    void fields(Archive& archive, Type& whole) {                                                   \
+        auto& [__VA_ARGS__] = whole;                                                               \
+        archive(__VA_ARGS__);                                                                      \
+    }
 
-template <class Archive>
-void fields(Archive& archive, Value& value) {
-    archive(value.number, value.text);
-}
+MEMBERS(Value, number, text)
+MEMBERS(Change, object, row, value, place)
+MEMBERS(SetRequest, id, side, deadline, changes, trial, verdict)
+MEMBERS(Layer2If, name, state)
+MEMBERS(IfMapping, index, physical, logical)
+MEMBERS(Circuit, present, enabled, deviceName, vpi, vci, fcsPreserve)
+MEMBERS(Vlan, present, enabled, discardTag, wanInterface)
+MEMBERS(Model, rates, layer2, mapping, circuits, vlans, defaultWan, discardUntagged)
 
-template <class Archive>
-void fields(Archive& archive, Change& change) {
-    auto& [object, row, value, place] = change;
-    archive(object, row, value, place);
-}
-
-template <class Archive>
-void fields(Archive& archive, SetRequest& request) {
-    auto& [id, side, deadline, changes, trial, verdict] = request;
-    archive(id, side, deadline, changes, trial, verdict);
-}
-
-template <class Archive>
-void fields(Archive& archive, Layer2If& row) {
-    auto& [name, state] = row;
-    archive(name, state);
-}
-
-template <class Archive>
-void fields(Archive& archive, IfMapping& row) {
-    auto& [index, physical, logical] = row;
-    archive(index, physical, logical);
-}
-
-template <class Archive>
-void fields(Archive& archive, Circuit& row) {
-    auto& [present, enabled, deviceName, vpi, vci, fcsPreserve] = row;
-    archive(present, enabled, deviceName, vpi, vci, fcsPreserve);
-}
-
-template <class Archive>
-void fields(Archive& archive, Vlan& row) {
-    auto& [present, enabled, discardTag, wanInterface] = row;
-    archive(present, enabled, discardTag, wanInterface);
-}
-
-template <class Archive>
-void fields(Archive& archive, Model& model) {
-    auto& [rates, layer2, mapping, circuits, vlans, defaultWan, discardUntagged] = model;
-    archive(rates, layer2, mapping, circuits, vlans, defaultWan, discardUntagged);
-}
+#undef MEMBERS
 
 template <class Archive>
 void fields(Archive& archive, Snapshot& snapshot) { // its instances follow from the model
