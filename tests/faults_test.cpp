@@ -3,8 +3,9 @@
 // the stand-in device with a client that fails at a given command (fault_client.cpp).
 //
 // By default, some of the commands that write are tried in some of the ways, others for each set,
-// and few of those that read; with $CORVANTA_FAULTS all that write, and every eighth that reads, in
-// all ways. $CORVANTA_FAULTS_SET and $CORVANTA_FAULTS_WAY choose by a part of the name.
+// and few of those that read; with $CORVANTA_FAULTS=N every Nth that writes, others in each way,
+// and every 8Nth that reads, in all ways. $CORVANTA_FAULTS_SET and $CORVANTA_FAULTS_WAY choose by a
+// part of the name.
 
 #include "Site.h"
 
@@ -95,8 +96,11 @@ const char* const kRows =
     "SELECT 'StatusNetifConfig', Name FROM StatusNetifConfig ORDER BY 2;";
 // clang-format on
 
-/// All commands that write and every eighth that reads, or fewer.
-const bool kFull = std::getenv("CORVANTA_FAULTS") != nullptr;
+/// From $CORVANTA_FAULTS; 0 for the usual few.
+const int kEvery = [] {
+    const char* const value = std::getenv("CORVANTA_FAULTS");
+    return value != nullptr ? std::max(1, std::atoi(value)) : 0;
+}();
 
 constexpr int kNoEnd = 1000000;
 constexpr std::size_t kWaysEach = 8; ///< by default, each set has every eighth way
@@ -127,7 +131,7 @@ public:
         agent.reset();
         // Watching, a set reads less beforehand: more points in the same time.
         startAgent("-m " + address + " -c agent.conf -s state -i 3600 -a 604800 " +
-                   (kFull ? "-w device/config.db " : "") + options);
+                   (kEvery > 0 ? "-w device/config.db " : "") + options);
     }
 
     /// Waits until the agent answers, with nothing left to bring back. @return false when it dies
@@ -258,7 +262,7 @@ protected:
     }
 
     /// Tries a fault at one command after the other, until there are no more.
-    void sweep(std::size_t index, const Way& way, int firstRead) {
+    void sweep(std::size_t index, const Way& way, int nth) {
         const Prepared& prepared = m_prepared[index];
         if (!prepared.good)
             return;
@@ -280,10 +284,10 @@ protected:
                     stories += std::string("  ") + kind + std::to_string(number) + ": " + story;
             }
         };
-        const bool open = kFull || way.restoring; // else as many as without a fault
-        all('w', kFull ? 1 : 1 + static_cast<int>(index) % std::min(m_writeStep, prepared.writes),
-            m_writeStep, open ? kNoEnd : prepared.writes);
-        all('r', firstRead, m_step, open ? kNoEnd : prepared.reads);
+        const bool open = kEvery > 0 || way.restoring; // else as many as without a fault
+        all('w', 1 + nth % std::min(m_writeStep, prepared.writes), m_writeStep,
+            open ? kNoEnd : prepared.writes);
+        all('r', 1 + nth * 7 % m_step, m_step, open ? kNoEnd : prepared.reads);
         const std::lock_guard lock(m_mutex);
         print(kSets[index].name, way.name, sum);
         std::printf("%s", stories.c_str());
@@ -349,7 +353,7 @@ protected:
             tally[kWrong] = (way.restoring && !isBefore) || !told ||
                             (!hit && !way.restoring && !answer.empty() && !tooSlow(way, answer));
             usable = isBefore;
-            if (isAfter || (number - 1) % m_again == 0)
+            if (isAfter || number / m_writeStep % m_again == 0)
                 usable = again(site, set, prepared, way, isBefore, tally, story);
             usable = usable && !way.restoring;
         }
@@ -387,8 +391,8 @@ protected:
     Tally m_total{};
 
     // The usual size, or the full one.
-    const int m_step = kFull ? 8 : 60; ///< of the commands that read
-    const int m_writeStep = kFull ? 1 : 4;
+    const int m_writeStep = kEvery > 0 ? kEvery : 4;
+    const int m_step = kEvery > 0 ? 8 * kEvery : 60; ///< of the commands that read
     const int m_again = 4; ///< of the points followed by the same set and its inverse
     std::mutex m_mutex;
 };
@@ -423,13 +427,12 @@ TEST_F(Faults, LeaveTheDeviceAsBeforeOrAsAfter) {
         preparations.emplace_back([=] { prepare(index); });
         for (const Way& way : kWays) {
             if (!wanted("CORVANTA_FAULTS_WAY", way.name) ||
-                (way.restoring && !kFull && !kSets[index].restored))
+                (way.restoring && kEvery == 0 && !kSets[index].restored))
                 continue;
             const auto nth = static_cast<std::size_t>(&way - kWays);
-            if (!kFull && nth % kWaysEach != index % kWaysEach)
+            if (kEvery == 0 && nth % kWaysEach != index % kWaysEach)
                 continue;
-            const int firstRead = 1 + static_cast<int>(sweeps.size()) * 7 % m_step;
-            sweeps.emplace_back([=, &way] { sweep(index, way, firstRead); });
+            sweeps.emplace_back([=, &way] { sweep(index, way, static_cast<int>(index + nth)); });
         }
     }
     runAll(preparations);
