@@ -1,4 +1,4 @@
-// Too little memory, and the same memory after years.
+// Too little memory.
 
 #include "tests/Platform.h"
 
@@ -6,7 +6,6 @@
 #include "objects/managed_objects.h"
 
 #include <cstring>
-#include <malloc.h>
 #include <set>
 
 namespace {
@@ -97,23 +96,6 @@ TEST_F(MemoryTest, EveryExportedFunctionFailsWholly) {
         }
     }
     ASSERT_EQ(1, initialize(0));
-}
-
-TEST_F(MemoryTest, ReportsRefreshesAndSetsLeaveNothingBehind) {
-    const auto run = [](int rounds) {
-        for (int i = 0; i < rounds; ++i) {
-            EXPECT_EQ("VC2=1|PPPoE2=1|VC2=1|PPPoE2=1", taken(getLayer2IfStatus()));
-            update_managed_objects();
-            int circuit = 1 + i % 2, length = 4;
-            EXPECT_EQ(0, AtmEnabled_snmp(access_set, &circuit, 1));
-            EXPECT_EQ(0, VlanWanInterface(access_set, std::strcpy(text, "wan1"), 5, &length, 1));
-            platform.commands.clear();
-            platform.takeLog();
-        }
-        return mallinfo2().uordblks;
-    };
-    const std::size_t before = run(100);
-    EXPECT_EQ(before, run(1000)) << "bytes in use";
 }
 
 } // namespace
