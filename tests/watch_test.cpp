@@ -1,5 +1,5 @@
-// What the agent sees without reading everything again: the file of the database and the kernel's
-// list of circuits, whatever happens to them.
+// What the agent sees without reading everything again: the file of the database, whatever happens
+// to it.
 
 #include "Site.h"
 
@@ -120,15 +120,6 @@ TEST_F(WatchTest, ReadsABurstOnce) {
     const std::string nodes =
         "awk 'NR > " + std::to_string(then) + "' runs | grep -c 'row NetworkSetupNode 0'";
     EXPECT_EQ("1\n", site.run(nodes));
-}
-
-TEST_F(WatchTest, SeesACircuitCloseWithoutADatabase) {
-    const Sink sink(site);
-    site.startAlone("-i 600 -a 6000 -n");
-    EXPECT_TRUE(soon([&] { return site.get("4.1.3.11") == "INTEGER: 1"; }));
-    site.setCircuit(false);
-    EXPECT_EQ(1, sink.count(kDown, "VC8")); // within the time that it waits for one
-    EXPECT_EQ("INTEGER: 2", site.get("4.1.3.11"));
 }
 
 } // namespace
