@@ -24,25 +24,12 @@ TEST_F(ClientTest, CommandsAnswersAndStatuses) {
         int status;
         std::string answer;
         std::size_t locks; // before the last answer
-    } cases[] = {{"42\n", 0, "42", 0},
-                 {"42", 0, "42", 0},
-                 {"a\nb\n\n", 0, "a\nb\n", 0},
-                 {"\n", 0, "", 0},
-                 {none + "\n", 3, "old", 0},
-                 {none, 0, none, 0},
-                 {"Database locked", 0, "Database locked", 0},
-                 {a28, 0, a28, 0},
-                 {a27 + "\n", 0, a27, 0},
-                 {a28 + "\n", 6, "old", 0},
-                 {a28 + "abc\n", 6, "old", 0},
-                 {"", 1, "old", 0},
-                 {unread, 1, "old", 0},
-                 {unclosed, 0, "5", 0},
-                 {notStarted, 1, "old", 0},
-                 {notStarted, 1, "old", 1},
-                 {none + "\n", 3, "old", 1},
-                 {"7\n", 0, "7", 19},
-                 {locked, 2, "old", 19}};
+    } cases[] = {
+        {"42\n", 0, "42", 0},       {"a\nb\n\n", 0, "a\nb\n", 0}, {"\n", 0, "", 0},
+        {none + "\n", 3, "old", 0}, {none, 0, none, 0},           {a28, 0, a28, 0},
+        {a27 + "\n", 0, a27, 0},    {a28 + "\n", 6, "old", 0},    {"", 1, "old", 0},
+        {unread, 1, "old", 0},      {unclosed, 0, "5", 0},        {notStarted, 1, "old", 0},
+        {notStarted, 1, "old", 1},  {"7\n", 0, "7", 19},          {locked, 2, "old", 19}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.last.text + " after " + std::to_string(c.locks));
         std::deque<Answer> runs(c.locks, locked);
@@ -137,8 +124,7 @@ TEST_F(ClientTest, IntegersById) {
     EXPECT_EQ(6, config_int_access_by_id(access_get, &value, nullptr, "C", 1));
     const std::string rest = quorlet(" selectkey T Id 1  ;");
     EXPECT_EQ(6, config_int_access_by_id(access_get, &value, "T", column(100, rest).c_str(), 1));
-    EXPECT_EQ(6, config_int_access_by_id(access_set, &value, "T", column(300, "").c_str(), 1));
-    EXPECT_EQ(failures + 3, client_failures());
+    EXPECT_EQ(failures + 2, client_failures());
     EXPECT_RUN();
     platform.script({"5\n"});
     EXPECT_EQ(0, config_int_access_by_id(access_get, &value, "T", column(99, rest).c_str(), 1));
@@ -271,12 +257,10 @@ TEST_F(ClientTest, WholeRows) {
          "1|0|atm 1||35|0|and more than 28 bytes"},
         {"1|2\n", 4, 0, "1|2"},
         {"1|2\n", 3, 6},
-        {"1|2\n", 0, 6},
         {"\n", 1, 0, ""},
         {"7\n", 9, 0, "7", 2},
         {locked, 9, 2, "old", 19},
         {unknownRow, 99, 3},
-        {"", 99, 1},
         {notStarted, 99, 1},
         {"1|2", 99, 6}, // cut off
         {Answer("1|2", Answer::Fault::read), 99, 6},
