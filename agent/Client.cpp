@@ -3,6 +3,7 @@
 #include "Log.h"
 #include "Stage.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -96,24 +97,13 @@ bool awaitEnd(pid_t process, int& status, Clock::time_point deadline) {
     }
 }
 
-} // namespace
+struct Said {
+    std::string text;
+    bool well; ///< ended by itself, with status 0
+};
 
-void setClientLimit(std::chrono::seconds seconds) {
-    limit = seconds;
-}
-
-void setWait(Wait use) {
-    waitFor = std::move(use);
-}
-
-std::uint32_t clientsKilled() {
-    return killed;
-}
-
-std::chrono::microseconds clientTime() {
-    return std::chrono::duration_cast<std::chrono::microseconds>(meanTime);
-}
-
+/// Runs a command line through the shell. One that hung, or was killed, has said nothing.
+/// @return nothing when it could not be started
 std::optional<Said> runProgram(const std::string& commandLine) {
     if (isCutShort())
         return std::nullopt;
@@ -139,6 +129,24 @@ std::optional<Said> runProgram(const std::string& commandLine) {
         said.text.clear();
     said.well = ended && WIFEXITED(status) && WEXITSTATUS(status) == 0;
     return said;
+}
+
+} // namespace
+
+void setClientLimit(std::chrono::seconds seconds) {
+    limit = seconds;
+}
+
+void setWait(Wait use) {
+    waitFor = std::move(use);
+}
+
+std::uint32_t clientsKilled() {
+    return killed;
+}
+
+std::chrono::microseconds clientTime() {
+    return std::chrono::duration_cast<std::chrono::microseconds>(meanTime);
 }
 
 void killProgram() {

@@ -15,11 +15,6 @@ namespace agent {
 
 class Stage;
 
-struct Said {
-    std::string text;
-    bool well; ///< ended by itself, with status 0
-};
-
 /// How long a program may run; then it is killed, with all that it started.
 void setClientLimit(std::chrono::seconds limit);
 
@@ -35,10 +30,6 @@ std::uint32_t clientsKilled();
 
 /// How long a client of the database takes on this device; 0 until one has run.
 std::chrono::microseconds clientTime();
-
-/// Runs a command line through the shell. One that hung, or was killed, has said nothing.
-/// @return nothing when it could not be started
-std::optional<Said> runProgram(const std::string& commandLine);
 
 /// Kills the program that runs now, if any.
 void killProgram();

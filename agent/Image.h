@@ -3,7 +3,6 @@
 #include "Tables.h"
 
 #include <array>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>

@@ -7,7 +7,6 @@
 #include <chrono>
 #include <csignal>
 #include <cstddef>
-#include <cstdint>
 #include <cstdlib>
 #include <initializer_list>
 #include <string>
@@ -138,6 +137,8 @@ int goToBackground() {
     if (process == 0) {
         close(ends[0]);
         setsid();
+        if (chdir("/") != 0) // whatever it was started in can be taken away
+            _exit(1);
         return ends[1];
     }
     close(ends[1]);

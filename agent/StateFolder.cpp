@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <thread>
@@ -24,24 +25,30 @@ using std::chrono::milliseconds;
 constexpr std::chrono::seconds kOtherAgent{2}; ///< one that is just ending
 constexpr int kOpenLock = O_RDWR | O_CREAT | O_NOFOLLOW;
 
+/// What is in a folder, until it ends or is gone: processes go at any time.
+template <class Do>
+void forEachIn(const fs::path& folder, Do action) {
+    std::error_code gone;
+    for (fs::directory_iterator each(folder, gone), end; !gone && each != end; each.increment(gone))
+        action(each->path());
+}
+
 /// Processes that have the file open, this one left out.
 template <class Do>
 void forEachHolder(const struct stat& file, Do action) {
-    std::error_code gone;
-    for (const auto& process : fs::directory_iterator("/proc", gone)) {
-        const pid_t pid =
-            static_cast<pid_t>(std::strtol(process.path().filename().c_str(), nullptr, 10));
+    forEachIn("/proc", [&](const fs::path& process) {
+        const pid_t pid = static_cast<pid_t>(std::strtol(process.filename().c_str(), nullptr, 10));
         if (pid <= 0 || pid == getpid())
-            continue;
-        for (const auto& descriptor : fs::directory_iterator(process.path() / "fd", gone)) {
+            return;
+        bool holds = false;
+        forEachIn(process / "fd", [&](const fs::path& descriptor) {
             struct stat open {};
-            if (stat(descriptor.path().c_str(), &open) == 0 && open.st_dev == file.st_dev &&
-                open.st_ino == file.st_ino) {
-                action(pid);
-                break;
-            }
-        }
-    }
+            holds = holds || (stat(descriptor.c_str(), &open) == 0 && open.st_dev == file.st_dev &&
+                              open.st_ino == file.st_ino);
+        });
+        if (holds)
+            action(pid);
+    });
 }
 
 bool lockWithin(int descriptor, std::chrono::seconds time) {
@@ -89,8 +96,9 @@ std::string awaitClients(const std::string& path, std::chrono::seconds limit) {
 bool giveState(const std::string& path, unsigned user, unsigned group) {
     std::error_code failed;
     bool given = lchown(path.c_str(), user, group) == 0;
-    for (const auto& entry : fs::recursive_directory_iterator(path, failed))
-        given = given && lchown(entry.path().c_str(), user, group) == 0;
+    for (fs::recursive_directory_iterator each(path, failed), end; !failed && each != end;
+         each.increment(failed))
+        given = given && lchown(each->path().c_str(), user, group) == 0;
     return given && !failed;
 }
 
