@@ -47,8 +47,8 @@ Journal::Journal(const std::string& folder)
 
 std::optional<Entry> Journal::load() {
     std::ifstream file(m_file, std::ios::binary);
-    if (!file.is_open())
-        return std::nullopt;
+    if (!file.is_open() && access(m_file.c_str(), F_OK) != 0 && errno == ENOENT)
+        return std::nullopt; // any other is as good as damaged
     const std::string text{std::istreambuf_iterator<char>(file), {}};
     std::optional<Entry> entry = toEntry(text);
     if (entry)
