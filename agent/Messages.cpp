@@ -2,6 +2,7 @@
 
 #include "Log.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -172,6 +173,19 @@ Message makeMessage(std::size_t kind, std::index_sequence<kinds...>) {
 
 } // namespace
 
+const Change* firstMissing(const std::vector<Change>& changes, const Snapshot& snapshot) {
+    for (auto change = changes.begin(); change != changes.end(); ++change) {
+        const bool replaced = std::any_of(change + 1, changes.end(), [&](const Change& later) {
+            return later.object == change->object && later.row == change->row;
+        });
+        Value value;
+        if (!replaced &&
+            !(change->object->read({snapshot}, change->row, value) && value == change->value))
+            return &*change;
+    }
+    return nullptr;
+}
+
 std::string pack(const Message& message) {
     Packer packer;
     std::size_t kind = message.index();
@@ -204,20 +218,17 @@ void Link::send(const Message& message) const {
 }
 
 std::optional<Message> Link::receive() const {
-    for (;;) {
-        const ssize_t size =
-            recv(m_descriptor, nullptr, 0, MSG_PEEK | MSG_TRUNC | MSG_DONTWAIT); // its whole length
-        if (size < 0 && errno == EINTR)
-            continue;
-        if (size <= 0)
-            return std::nullopt;
-        std::string packet(static_cast<std::size_t>(size), '\0');
-        if (recv(m_descriptor, packet.data(), packet.size(), MSG_DONTWAIT) != size)
-            continue;
-        if (auto message = unpack(packet))
-            return message;
+    const ssize_t size =
+        recv(m_descriptor, nullptr, 0, MSG_PEEK | MSG_TRUNC | MSG_DONTWAIT); // its whole length
+    if (size < 0)
+        return std::nullopt;
+    std::string packet(static_cast<std::size_t>(size), '\0');
+    if (recv(m_descriptor, packet.data(), packet.size(), MSG_DONTWAIT) != size || size == 0)
+        return std::nullopt; // an empty one is taken out too
+    auto message = unpack(packet);
+    if (!message)
         log(LOG_ERR, "a message is not understood");
-    }
+    return message;
 }
 
 } // namespace agent

@@ -21,6 +21,10 @@ struct Change {
     std::size_t place; ///< of its variable in the request
 };
 
+/// The first change whose value a snapshot does not show; null when it shows all. Of several of one
+/// object the last counts.
+const Change* firstMissing(const std::vector<Change>& changes, const Snapshot& snapshot);
+
 /// What a manager says of the change that is pending; the numbers are those of the MIB.
 enum class Verdict { notGiven = 0, none = 1, confirm = 2, revert = 3 };
 
@@ -49,7 +53,6 @@ struct SetRequest {
 struct TakeBack {
     std::uint64_t id;
     std::uint64_t side; ///< likewise
-    Clock::time_point deadline;
 };
 
 struct SetResult {
@@ -84,10 +87,11 @@ public:
 
     int descriptor() const { return m_descriptor; }
 
-    /// Sends, unless the other side has fallen far behind: it will say Hello when it is back.
+    /// Sends, unless the other side has fallen far behind: what is lost then, the next snapshot or
+    /// a deadline makes up for.
     void send(const Message& message) const;
 
-    /// @return nothing when there is no more for now
+    /// @return nothing when there is none for now, or one that is not understood
     std::optional<Message> receive() const;
 
 private:

@@ -131,8 +131,9 @@ int withoutRemains(Change change) {
     if (status != CORVANTA_OK || before <= 0 || defaultBridge() == before)
         return status;
     std::string answer;
-    const int removed = call_cmd(
-        " quorlet \" deletekey    Bridge Id " + std::to_string(before) + " ;\" ", answer, 5);
+    const int removed =
+        call_cmd(" quorlet \" deletekey    Bridge Id " + std::to_string(before) + " ;\" ", answer,
+                 kTracedLevel);
     return removed == CORVANTA_UNKNOWN_ROW ? CORVANTA_OK : removed;
 }
 
@@ -256,7 +257,6 @@ const std::vector<Object>& objects() {
     using R = speedInfo_s;
     constexpr u_char kText = ASN_OCTET_STR;
     constexpr long kLongestName = 13;
-    constexpr long kLongestTrial = 86400; // seconds
     constexpr Tables kCircuit{Table::atm, Table::node};
     constexpr Tables kDiscard{Table::vlanParams, Table::bridgeInterface, Table::bridgeFilter};
     constexpr Tables kBridging{Table::bridge,    Table::bridgeInterface, Table::bridgeFilter,

@@ -8,7 +8,6 @@
 #include <net-snmp/net-snmp-includes.h>
 
 #include <chrono>
-#include <cstddef>
 #include <cstdint>
 #include <initializer_list>
 #include <string>
@@ -78,6 +77,9 @@ struct View {
     const Snapshot& snapshot;
     std::uint32_t setsRefused = 0;
 };
+
+constexpr long kLongestTrial = 86400; ///< seconds that a change may be pending
+constexpr int kTracedLevel = 5;       ///< of commands that the library's log shows
 
 /// Where an object's rows come from. Those of the agent's own always have a value.
 enum class Source { agent, scalar, layer2, mapping, circuits, vlans };

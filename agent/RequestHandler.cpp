@@ -164,9 +164,10 @@ RequestHandler* handlerOfConnection = nullptr;
 
 } // namespace
 
-RequestHandler::RequestHandler(Settings settings, Link link)
+RequestHandler::RequestHandler(Settings settings, Link link, std::function<void()> works)
     : m_settings(std::move(settings)),
       m_link(link),
+      m_works(std::move(works)),
       m_told(m_settings.state),
       // Not those of one before, whose results may still come.
       m_nextId(static_cast<std::uint64_t>(Clock::now().time_since_epoch().count())) {
@@ -384,10 +385,10 @@ bool RequestHandler::ask(netsnmp_request_info* requests) {
 /// Looks again at a time, if nothing comes in before.
 void RequestHandler::wakeAt(Clock::time_point time) {
     const auto now = Clock::now();
-    if (m_wakeDue > now && m_wakeDue <= time)
-        return;
-    m_wakeDue = time;
     const auto left = std::max(std::chrono::ceil<seconds>(time - now), seconds(1));
+    if (m_wakeDue > now && m_wakeDue <= now + left)
+        return;
+    m_wakeDue = now + left;
     const auto wake = [](unsigned, void* self) { static_cast<RequestHandler*>(self)->receive(); };
     snmp_alarm_register(static_cast<unsigned>(left.count()), 0, wake, this);
 }
@@ -423,7 +424,7 @@ SetResult RequestHandler::await(std::uint64_t id, Clock::time_point deadline) {
 void RequestHandler::undo(netsnmp_request_info* requests) {
     const auto deadline = Clock::now() + m_settings.setDeadline;
     m_result.reset();
-    m_link.send(TakeBack{m_set->id, m_side, deadline});
+    m_link.send(TakeBack{m_set->id, m_side});
     if (await(m_set->id, deadline).outcome != Outcome::refused)
         netsnmp_request_set_error(requests, SNMP_ERR_UNDOFAILED);
     m_snapshot = m_newest;
@@ -431,11 +432,11 @@ void RequestHandler::undo(netsnmp_request_info* requests) {
 
 // ---------------------------------------------------------------------- from the device's side
 
-bool RequestHandler::receive() {
-    bool works = false;
+void RequestHandler::receive() {
     while (const auto message = m_link.receive()) {
-        works = true;
+        m_works();
         take(*message);
+        notifyChanges(); // of each snapshot: the next can say the same again
     }
     if (m_set && !m_result && m_waiting != nullptr) {
         if (Clock::now() >= m_giveUp)
@@ -444,7 +445,6 @@ bool RequestHandler::receive() {
             wakeAt(m_giveUp);
     }
     notifyChanges();
-    return works;
 }
 
 void RequestHandler::take(const Message& message) {
@@ -466,11 +466,8 @@ void RequestHandler::take(const Message& message) {
 
 /// Whether the set that was under way has come about, as the device is read anew.
 SetResult RequestHandler::judge(const Snapshot& snapshot) const {
-    for (const Change& change : m_set->changes) {
-        Value value;
-        if (!(change.object->read({snapshot}, change.row, value) && value == change.value))
-            return {m_set->id, Outcome::refused, CORVANTA_FAILED, change.place};
-    }
+    if (const Change* missing = firstMissing(m_set->changes, snapshot))
+        return {m_set->id, Outcome::refused, CORVANTA_FAILED, missing->place};
     return {m_set->id, Outcome::done, CORVANTA_OK, 0};
 }
 

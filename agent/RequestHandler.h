@@ -9,6 +9,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -28,14 +29,14 @@ public:
         std::string state; ///< folder of what notifications have told
     };
 
-    RequestHandler(Settings settings, Link link);
+    /// @param works called whenever the device's side has shown that it works
+    RequestHandler(Settings settings, Link link, std::function<void()> works);
 
     /// Registers corvantaObjects with the toolkit. @return whether it took that
     bool registerObjects();
 
     /// Takes in what the device's side has sent.
-    /// @return whether that has shown that it works
-    bool receive();
+    void receive();
 
     /// Sees to it that no get waits for a set: the toolkit would keep every request until the one
     /// is done. To be called between two rounds of the toolkit's.
@@ -69,6 +70,7 @@ private:
 
     const Settings m_settings;
     const Link m_link;
+    const std::function<void()> m_works;
     std::shared_ptr<const Snapshot> m_newest;
     std::shared_ptr<const Snapshot> m_snapshot; ///< what requests see
     bool m_heard = false;                       ///< of a snapshot

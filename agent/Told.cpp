@@ -26,11 +26,11 @@ Told::Told(const std::string& folder) : m_file(folder + "/told.states") {
 
 std::vector<int> Told::news(const std::vector<State>& states) {
     std::vector<int> places;
+    m_holdsBack = false;
     if (!m_reachable && m_known)
         return places;
     const auto now = Clock::now();
     bool changed = !m_known;
-    m_holdsBack = false;
     for (std::size_t i = 0; i < states.size(); ++i) {
         const auto& [name, state] = states[i];
         const auto told = m_states.find(name);

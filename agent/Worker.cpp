@@ -30,9 +30,6 @@ constexpr int kLongestSet = 90;    ///< client runs, more than any single value 
 // Limits for another side that means ill: it could be somebody else by now.
 constexpr int kMessagesAtOnce = 16;
 constexpr std::size_t kMostJobs = 64;
-constexpr seconds kLongestTrial{86400};
-
-constexpr int kTracedLevel = 5; ///< of commands that the library's log shows
 
 std::string statusText(int status) {
     return "status " + std::to_string(status);
@@ -48,16 +45,7 @@ bool holds(const SetRequest& set, Image image) {
     const OnStage on(stage);
     Snapshot snapshot;
     readConfiguration(snapshot.model);
-    for (auto change = set.changes.begin(); change != set.changes.end(); ++change) {
-        const auto later = std::find_if(change + 1, set.changes.end(), [&](const Change& other) {
-            return other.object == change->object && other.row == change->row;
-        });
-        Value value;
-        if (later == set.changes.end() &&
-            !(change->object->read({snapshot}, change->row, value) && value == change->value))
-            return false;
-    }
-    return true;
+    return firstMissing(set.changes, snapshot) == nullptr;
 }
 
 /// Has the library make the changes on a stage.
@@ -88,6 +76,7 @@ int runsOfReadingBack(const Record& record, const Image& image) {
     return static_cast<int>(runs);
 }
 
+/// What writes a row can be longer than call_cmd() takes as a std::string.
 int runCommand(const std::string& command) {
     std::array<char, 64> answer{};
     std::string line = command;
@@ -240,9 +229,9 @@ bool Worker::workIsDue() {
     const Trial& trial = m_next.trial;
     // A set waits until everything has been read once.
     if (!m_jobs.empty() && (m_next.complete || m_stopping)) {
-        const Job job = std::move(m_jobs.front());
+        Job job = std::move(m_jobs.front());
         m_jobs.pop_front();
-        doJob(job);
+        doJob(std::move(job));
     } else if (trial.state == ChangeState::restoring && (m_stopping || now >= m_retry)) {
         if (m_hurry)
             return false;
@@ -273,7 +262,7 @@ void Worker::doJob(Job job) {
     m_running = &set;
     doSet(set);
     m_running = nullptr;
-    if (set.outcome == Outcome::done) {
+    if (set.outcome == Outcome::done && set.request.verdict == Verdict::notGiven) {
         m_last = set.request.id;
         m_lastRecord = std::move(set.record);
     }
@@ -303,7 +292,7 @@ void Worker::doSet(Transaction& set) {
     const SetRequest& request = set.request;
     const ChangeState state = m_next.trial.state;
     set.outcome = Outcome::unavailable;
-    if (m_stopping || request.trial < seconds(0) || request.trial > kLongestTrial ||
+    if (m_stopping || request.trial < seconds(0) || request.trial > seconds(kLongestTrial) ||
         request.deadline > Clock::now() + m_settings.setDeadline)
         return;
     if (request.verdict != Verdict::notGiven)
@@ -333,7 +322,8 @@ void Worker::doSet(Transaction& set) {
 
 void Worker::decide(Transaction& set) {
     set.outcome = Outcome::refused;
-    if (m_next.trial.state != ChangeState::pending) {
+    const bool alone = set.request.changes.empty() && set.request.trial.count() == 0;
+    if (m_next.trial.state != ChangeState::pending || !alone) {
         set.outcome = Outcome::inconsistent;
     } else if (set.request.verdict == Verdict::none) {
         set.outcome = Outcome::done;
@@ -341,7 +331,7 @@ void Worker::decide(Transaction& set) {
         log(LOG_NOTICE, "the change that is pending is taken back, as a manager wants");
         beginRestore(std::move(m_record), RevertReason::requested);
         set.outcome = m_next.trial.state == ChangeState::idle ? Outcome::done : Outcome::undoing;
-    } else if (stays(set, {})) {
+    } else if (set.record = m_record; stays(set, {})) {
         log(LOG_NOTICE, "the change that was pending stays");
         m_record = {};
         m_next.trial = {};
@@ -451,7 +441,8 @@ void Worker::perform(Transaction& set, const Effort& effort) {
     }
     if (effort.writes == 0)
         return;
-    log(LOG_WARNING, "a set has failed and is taken back, " + statusText(set.status));
+    log(LOG_WARNING, set.late ? "a set is late and is taken back"
+                              : "a set has failed and is taken back, " + statusText(set.status));
     const std::uint32_t leftBefore = m_next.counters.rowsNotRestored;
     beginRestore(set.record, wasPending ? RevertReason::failed : RevertReason::none);
     set.outcome = m_next.trial.state != ChangeState::idle         ? Outcome::undoing
@@ -497,7 +488,8 @@ bool Worker::stays(Transaction& set, const Record& done) {
         return false;
     if (set.request.trial.count() != 0 ? m_journal.save({true, done}) : m_journal.clear())
         return true;
-    m_journal.save({false, set.record}); // which can have gone all the same
+    if (!set.record.empty())
+        m_journal.save({false, set.record}); // which can have gone all the same
     set.status = CORVANTA_FAILED;
     return false;
 }
@@ -533,11 +525,15 @@ void Worker::beginRestore(Record record, RevertReason reason) {
 /// One attempt. @return whether everything is as it was
 bool Worker::restore() {
     const CutShort cut(m_hurry);
-    const bool restored = restoreRows() && m_journal.clear();
-    if (!restored) {
+    const auto leftAlone = restoreRows();
+    if (!leftAlone || !m_journal.clear()) {
         m_retry = Clock::now() + kRestoreRetry;
         return false;
     }
+    if (*leftAlone != 0)
+        log(LOG_WARNING,
+            std::to_string(*leftAlone) + " rows are left as they are: others have changed them");
+    m_next.counters.rowsNotRestored += static_cast<std::uint32_t>(*leftAlone);
     log(LOG_NOTICE, "a change has been taken back");
     if (m_reason != RevertReason::none) {
         ++m_next.counters.reverts;
@@ -550,27 +546,23 @@ bool Worker::restore() {
     return true;
 }
 
-bool Worker::restoreRows() {
+/// @return how many rows had to be left alone; nothing when it didn't come to an end
+std::optional<int> Worker::restoreRows() {
     const Tables tables = tablesToRestore(m_record);
     for (int round = 0; round < kRestoreRounds; ++round) {
         for (const Table table : kAllTables)
             if (tables.has(table) && m_image.read(table) != CORVANTA_OK)
-                return false;
+                return std::nullopt;
         const Restoring next = restoring(m_record, m_image);
-        if (next.commands.empty()) {
-            if (next.leftAlone != 0)
-                log(LOG_WARNING, std::to_string(next.leftAlone) +
-                                     " rows are left as they are: others have changed them");
-            m_next.counters.rowsNotRestored += static_cast<std::uint32_t>(next.leftAlone);
-            return true;
-        }
+        if (next.commands.empty())
+            return next.leftAlone;
         for (const std::string& command : next.commands) {
             const int status = runCommand(command);
             if (status != CORVANTA_OK && status != CORVANTA_UNKNOWN_ROW)
-                return false;
+                return std::nullopt;
         }
     }
-    return false;
+    return std::nullopt;
 }
 
 // ----------------------------------------------------------------------------------- refreshes
@@ -623,6 +615,8 @@ void Worker::beginRefresh() {
     if (m_watch && !everything && m_stale.empty() && m_watch->look() == FileWatch::State::changed)
         m_stale = Tables(kAllTables);
     m_readsTables = everything && m_readsLine ? Tables(kAllTables) : m_stale;
+    if (everything && m_readsLine)
+        m_fullDue = now + m_settings.fullInterval;
     m_reading = true;
     if (m_readsTables.empty())
         return;
@@ -647,6 +641,8 @@ void Worker::refreshStep() {
     } else if (m_readsLine && !readLine(m_next.model)) {
         status = CORVANTA_FAILED;
     }
+    if (m_stopping)
+        return; // what was cut short tells nothing
     const bool failed = status != CORVANTA_OK || client_failures() != failures;
     if (failed || table == kAllTables.end())
         endRefresh(failed, status);
@@ -677,8 +673,6 @@ void Worker::endRefresh(bool failed, int status) {
         m_next.complete = true;
         m_next.refreshed = now;
         m_due = now + m_settings.interval;
-        if (now >= m_fullDue)
-            m_fullDue = now + m_settings.fullInterval;
     }
     show();
 }

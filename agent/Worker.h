@@ -88,7 +88,7 @@ private:
 
     void beginRestore(Record record, RevertReason reason);
     bool restore();
-    bool restoreRows();
+    std::optional<int> restoreRows();
 
     void look();
     void lookAtDatabase();

@@ -45,17 +45,11 @@ bool drop(const Options& options) {
 /// What the front has at hand while it serves.
 struct Front {
     agent::RequestHandler handler;
-    int alive;
     bool stopping = false;
-
-    /// Both sides work.
-    void beat() const { [[maybe_unused]] const auto size = write(alive, "", 1); }
 };
 
 void onMessage(int, void* front) {
-    auto& self = *static_cast<Front*>(front);
-    if (self.handler.receive())
-        self.beat();
+    static_cast<Front*>(front)->handler.receive();
 }
 
 void onStop(int, void* front) {
@@ -66,10 +60,11 @@ int serve(const Options& options, int link, int alive, int stop) {
     // One that is started again may have lost the right to.
     if (!options.config.empty() && access(options.config.c_str(), R_OK) != 0)
         return fail("cannot read " + options.config);
+    const auto bothWork = [alive] { [[maybe_unused]] const auto size = write(alive, "", 1); };
     Front front{{{options.maxAge, options.setDeadline, options.notifications,
                   options.master.empty(), options.state},
-                 agent::Link(link)},
-                alive};
+                 agent::Link(link),
+                 bothWork}};
     agent::Strangers strangers;
     const pid_t parent = getppid();
     agent::netsnmp::prepare(options);
@@ -86,7 +81,7 @@ int serve(const Options& options, int link, int alive, int stop) {
         agent::leaveTerminal();
     register_readfd(stop, onStop, &front);
     register_readfd(link, onMessage, &front);
-    front.beat();
+    bothWork();
     while (!front.stopping && !agent::netsnmp::isRefused()) {
         agent_check_and_process(1);
         front.handler.releaseRequests();
