@@ -17,11 +17,8 @@ TEST(OptionsTest, MistakesAreNamed) {
         {"--interval", "'--interval'"},
         {"again", "unexpected argument 'again'"},
         {"--interval 0", "'0'" + seconds},
-        {"--max-age -5", "'-5'" + seconds},
         {"--set-deadline 5s", "'5s'" + seconds},
-        {"--max-age ''", "''" + seconds},
         {"--max-age 604801", "'604801'" + seconds},
-        {"--max-age 99999999999999999999", "'99999999999999999999'" + seconds},
         {"--interval 60 --max-age 60", "--max-age must be longer than --interval"},
         {"--agentx /nowhere/a --master unix:/nowhere/b", "--agentx and --master exclude"},
         {"--config /nowhere/conf", "cannot read /nowhere/conf"}};

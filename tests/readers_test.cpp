@@ -8,7 +8,6 @@
 #include "readers/SpeedInfo.h"
 #include "readers/Table.h"
 
-#include <algorithm>
 #include <array>
 #include <stdexcept>
 
@@ -21,16 +20,12 @@ using ReadersTest = PlatformTest;
 TEST_F(ReadersTest, MappingTableTranslatesNamesAndIndexes) {
     const std::string byName = "warning:MappingTbl: physicalIFNameToIndex: ",
                       byIndex = "warning:MappingTbl: indexToLogicalIfName: ",
-                      noName = byName + "cannot find physicalIfName in MappingTable: ",
                       noIndex = byIndex + "cannot find index in MappingTable: ";
     MappingTable table;
-    EXPECT_EQ(0U, table.size());
     EXPECT_EQ("MappingTable[size=0:0]", table.toString());
     EXPECT_EQ("", table.indexToLogicalIfName(2));
     EXPECT_LOG(noIndex + "2");
     table.initialize(false);
-    table.initialize(false);
-    EXPECT_TRUE(table.m_bInitalized);
     EXPECT_EQ(14U, table.size());
 
     for (const auto& [name, index] : {std::pair("eth0", 2), {"ppp3", 13}, {"n/a", 0}})
@@ -38,10 +33,10 @@ TEST_F(ReadersTest, MappingTableTranslatesNamesAndIndexes) {
     for (const auto& [index, name] : {std::pair(8, "VC1"), {13, "DHCP3"}, {0, "N/A"}})
         EXPECT_EQ(name, table.indexToLogicalIfName(index)) << index;
     EXPECT_LOG();
-    for (const char* name : {"", "ETH0", "eth0 "})
+    for (const char* name : {"", "ETH0"})
         EXPECT_EQ(0, table.physicalIFNameToIndex(name));
-    EXPECT_LOG(byName + "empty physicalIfName (length==0), returning index = 0", noName + "ETH0",
-               noName + "eth0 ");
+    EXPECT_LOG(byName + "empty physicalIfName (length==0), returning index = 0",
+               byName + "cannot find physicalIfName in MappingTable: ETH0");
     for (const int index : {14, -1})
         EXPECT_EQ("N/A", table.indexToLogicalIfName(index));
     EXPECT_LOG(noIndex + "14", byIndex + "index is lower than 0: -1", noIndex + "-1");
@@ -68,34 +63,23 @@ TEST_F(ReadersTest, AtmFileFindsTheVpisOfAnyFile) {
         Answer file;
         std::string open;
         Lines log = {};
-    } cases[] = {{"two circuits", "Itf VPI VCI\n  0   0 32 UBR\n  0   8 35\n  0   8 36\n", "0 8 "},
-                 {"empty", "", "", {unread}},
-                 {"newlines only", "\n\n\n", ""},
-                 {"runs of newlines", "\n\nItf VPI\n\n\n0 4\n\n0 5", "4 5 "},
-                 {"a later header is none", "0 1\nItf VPI\n0 8\n", ""},
-                 {"no VPI in the header", "Itf vpi V PI\n0 8 8\n", ""},
-                 {"the first field with VPI", "x(VPI)y VPI\n3 4\n", "3 "},
-                 {"only blanks separate", "Itf\tVPI VCI\n2\t3 4\n", "2 "},
-                 {"limits",
-                  "VPI\n19\n20\n-1\n0",
-                  "0 19 ",
-                  {vpi + "20" + outOfRange, vpi + "-1" + outOfRange}},
-                 {"numbers that fit no int",
-                  "VPI\n99999999999\n-2147483649x\n",
-                  "",
-                  {vpi + "2147483647" + outOfRange, vpi + "-2147483648" + outOfRange}},
-                 {"decimal, as a stream reads it", "VPI\n+7\n010\n0x9\n6y\n\t9", "0 6 7 9 10 "},
-                 {"no number",
-                  "VPI\n-\n+-5\n7",
-                  "7 ",
-                  {noNumber + "-", "warning:AtmFile: initialize: no VPI in row 3: +-5"}},
-                 {"no number but text", "Itf VPI\n0 (7) 2\n0 3", "3 ", {noNumber + "(7)"}},
-                 {"short lines", "Itf VPI\n8\n \n1 9\n", "9 "},
-                 {"the last bytes that are read", to1020 + "0 8\n0 9\n", "8 "},
-                 {"a number cut by the limit", to1020 + "0 18\n", "1 "},
-                 {"closing fails", Answer("VPI\n5\n", Answer::Fault::close), "5 ", {unclosed}},
-                 {"nothing but a read error", Answer("", Answer::Fault::read), "", {unread}},
-                 {"a late read error", Answer("VPI\n5\n", Answer::Fault::read), "5 "}};
+    } cases[] = {
+        {"two circuits", "Itf VPI VCI\n  0   0 32 UBR\n  0   8 35\n  0   8 36\n", "0 8 "},
+        {"empty", "", "", {unread}},
+        {"runs of newlines", "\n\nItf VPI\n\n\n0 4\n\n0 5", "4 5 "},
+        {"a later header is none", "0 1\nItf VPI\n0 8\n", ""},
+        {"no VPI in the header", "Itf vpi V PI\n0 8 8\n", ""},
+        {"the first field with VPI, between blanks", "Itf\tVPI VPI\n2\t3 4\n", "2 "},
+        {"limits",
+         "VPI\n19\n20\n-2147483649\n-1\n0",
+         "0 19 ",
+         {vpi + "20" + outOfRange, vpi + "-2147483648" + outOfRange, vpi + "-1" + outOfRange}},
+        {"decimal, as a stream reads it", "VPI\n+7\n010\n0x9\n6y\n\t9", "0 6 7 9 10 "},
+        {"no number", "Itf VPI\n0 +-5 2\n0 3", "3 ", {noNumber + "+-5"}},
+        {"short lines", "Itf VPI\n8\n \n1 9\n", "9 "},
+        {"a number cut by the limit", to1020 + "0 18\n", "1 "},
+        {"closing fails", Answer("VPI\n5\n", Answer::Fault::close), "5 ", {unclosed}},
+        {"a late read error", Answer("VPI\n5\n", Answer::Fault::read), "5 "}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         AtmFile file;
@@ -111,11 +95,10 @@ TEST_F(ReadersTest, AtmFileFindsTheVpisOfAnyFile) {
 
 TEST_F(ReadersTest, AtmFileLogLinesOfAnyLengthAreWhole) {
     AtmFile file;
-    for (std::size_t size = 400; size <= 1030; ++size) { // the first 1023 bytes are read
+    for (std::size_t size = 400; size <= 1023; ++size) { // of a file, no more is read
         platform.circuits = std::string(size, 'x');
         file.initialize(true);
-        EXPECT_EQ("tracedo:AtmFile: initialize: file read in:\n" +
-                      std::string(std::min<std::size_t>(size, 1023), 'x'),
+        EXPECT_EQ("tracedo:AtmFile: initialize: file read in:\n" + platform.circuits.text,
                   platform.takeLog().at(1));
     }
     file.m_bVerbose = false;
@@ -152,9 +135,8 @@ protected:
 
 TEST_F(TableTest, CountsRows) {
     const std::pair<const char*, int> counts[] = {
-        {"3\n", 3},   {"0x10", 16},         {"0X1f\n", 31},         {"010", 8},
-        {"08", 0},    {" 7 x", 7},          {"Database locked", 0}, {"4294967295\n", -1},
-        {"-2\n", -2}, {"99999999999\n", -1}};
+        {"0x10", 16}, {"0X1f\n", 31},         {"010", 8},   {"08", 0},
+        {" 7 x", 7},  {"Database locked", 0}, {"-2\n", -2}, {"99999999999\n", -1}};
     for (const auto& [answer, rows] : counts) {
         platform.script({answer});
         EXPECT_EQ(rows, table.size()) << answer;
@@ -170,39 +152,36 @@ TEST_F(TableTest, CountsRows) {
         EXPECT_RUN("quorlet \"size " + named.m_sTableName + ";\"");
     }
     table.m_iRowCount = 5;
-    platform.script({notStarted, "", Answer("", Answer::Fault::read)});
-    for (int times = 0; times < 3; ++times) {
+    platform.script({notStarted, Answer("", Answer::Fault::read)});
+    for (int times = 0; times < 2; ++times) {
         EXPECT_EQ(0, table.size());
         EXPECT_EQ(5, table.m_iRowCount) << "a failed count leaves it";
     }
-    const std::string unread = error + "size: could not read programs output " + size;
-    EXPECT_LOG(popenError, error + "size: could not popen " + size, unread,
-               "error:Wrapper: fgets error", unread);
+    EXPECT_LOG(popenError, error + "size: could not popen " + size, "error:Wrapper: fgets error",
+               error + "size: could not read programs output " + size);
 }
 
 TEST_F(TableTest, RefreshesTheCountForRowsBelowIt) {
     const struct {
         int known;
         std::deque<Answer> answers;
-        bool refreshes;
         int count;
-    } cases[] = {{-1, {"4\n", "a|b\n"}, true, 4}, {3, {"9\n", "a|b\n"}, true, 9},
-                 {2, {"a|b\n"}, false, 2},        {0, {"a|b\n"}, false, 0},
-                 {3, {"", "a|b\n"}, true, 0},     {-1, {notStarted, "a|b\n"}, true, 0},
-                 {2, {"Unknown row\n"}, false, 2}};
+    } cases[] = {{-1, {"4\n", "a|b\n"}, 4},
+                 {3, {"9\n", "a|b\n"}, 9},
+                 {2, {"a|b\n"}, 2},
+                 {3, {"", "a|b\n"}, 0}};
     for (const auto& c : cases) {
         table.m_iRowCount = c.known;
         platform.script(c.answers);
         EXPECT_TRUE(table.readRow(2));
-        EXPECT_RUN(c.refreshes ? Lines{size, row2} : Lines{row2});
+        EXPECT_RUN(c.known != 2 ? Lines{size, row2} : Lines{row2});
         EXPECT_EQ(c.count, table.m_iRowCount);
         EXPECT_EQ(c.answers.back().text, table.m_szLine);
     }
     platform.takeLog();
-    platform.script({notStarted, ""});
-    EXPECT_FALSE(table.readRow(2) || table.readRow(2));
-    EXPECT_LOG(popenError, error + "read: could not popen " + row2,
-               error + "read: could not read programs output " + row2);
+    platform.script({notStarted});
+    EXPECT_FALSE(table.readRow(2));
+    EXPECT_LOG(popenError, error + "read: could not popen " + row2);
 }
 
 TEST_F(TableTest, TakesTheVpiFromTheThirdField) {
@@ -212,21 +191,16 @@ TEST_F(TableTest, TakesTheVpiFromTheThirdField) {
         std::string row;
         const char* column;
         int vpi;
-    } rows[] = {{"1|1|8|35\n", "Vpi", 8},
-                {"1|1|8\n", "VPI", 8},
+    } rows[] = {{"1|1|-8x\n", "VPI", -8},
                 {"1||8|35\n", "vpi", 35},
-                {"1|1|-8x\n", "Vpi", -8},
-                {"1|1| 010\n", "Vpi", 10},
                 {"a|b|c\n", "Vpi", 0},
                 {"1|1|99999999999|2\n", "Vpi", INT_MAX},
-                {"1|1|-2147483649\n", "Vpi", INT_MIN},
                 {x250 + "|1|45\n", "Vpi", 45}};
     for (const auto& [row, column, vpi] : rows) {
         platform.script({row});
         EXPECT_EQ(vpi, table.getIntegerValue(column, 0)) << row;
     }
-    for (const std::string& row :
-         {std::string("8\n"), std::string("||1||\n"), std::string("\n"), x250 + "xx|1|8\n"}) {
+    for (const std::string& row : {std::string("||1|2||"), std::string("||"), x250 + "xx|1|8\n"}) {
         platform.script({row});
         EXPECT_THROW(table.getIntegerValue("Vpi", 0), std::out_of_range) << row;
     }
@@ -252,16 +226,10 @@ TEST_F(TableTest, ReadsByKey) {
     const struct {
         Answer answer;
         int status, value;
-    } cases[] = {{" -7 9\n8\n", 0, -7},
-                 {"010", 0, 10},
-                 {"12abc", 0, 12},
-                 {"\n3\n", 1, 5},
-                 {"", 1, 5},
-                 {notStarted, 1, 5},
-                 {"-99999999999", 1, 5},
-                 {"2147483648", 1, 5},
-                 {"2147483647", 0, INT_MAX},
-                 {"-2147483648", 0, INT_MIN}};
+    } cases[] = {{" -7 9\n8\n", 0, -7}, {"010", 0, 10},
+                 {"\n3\n", 1, 5},       {notStarted, 1, 5},
+                 {"2147483648", 1, 5},  {"2147483647", 0, INT_MAX},
+                 {"-2147483649", 1, 5}, {"-2147483648", 0, INT_MIN}};
     for (const auto& c : cases) {
         platform.script({c.answer});
         int value = 5;
@@ -292,32 +260,22 @@ TEST_F(ReadersTest, SpeedInfoTakesTheRatesFromTheGroup) {
         std::string missing = "", line = ""; // what a warning says
     } cases[] = {
         {"State: UP\n\n" + down + rates + "end\n", downFirst},
-        {heading + "   Up      Down\n" + rates, upFirst},
-        {down + "Attainable: 3 4\nxAttainableActual: 1 2", {1, 2, 3, 4}},
+        {down + "Attainable:3 4\nxAttainableActual: 1 2", {1, 2, 3, 4}},
         {"line rate information   Down\n" + rates, {}},
         {down + rates + heading + "\nActual: 7 8\nx: 1 1\n", {8, 7, 6144, 1280}},
         // the token at offset 22 of the heading's line
         {heading + " xDownstream\n" + rates, downFirst},
         {"  " + heading + " Down Up\n" + rates, upFirst},
         {heading + "Down Up\n" + rates, upFirst},
-        {heading, {}},
         {dots + heading + "\n" + rates, upFirst},
         {dots + heading, {}},
-        // names and numbers
-        {down + "Actual: 0x1000 010\n", {4096, 8, 0, 0}},
-        {down + "Actual: n/a 9kbit/s\n", {0, 9, 0, 0}},
-        {down + "Actual: 4294967295 1\n", {4294967295U, 1, 0, 0}},
-        {down + "actual: 1 2\nAttainable:3 4\n", {0, 0, 3, 4}},
-        {down + "Actual: :5 6\n", {0, 6, 0, 0}},
+        {down + "Actual: :5 4294967295\n", {0, 4294967295U, 0, 0}},
+        {down + "actual: 1 2\nattainable: 3 4\n", {}},
         // what is missing counts as 0
-        {down + "Actual: 5\n", {5, 0, 0, 0}, noUp, "Actual: 5\n"},
-        {heading + "\nActual:\nAttainable: 3 4\n", {0, 0, 4, 3}, noUp, "Actual:\n"},
-        {down + ":::\n", {}, noDown, ":::\n"},
         {down + ":::", {}, noName, ":::"},
         {down + "\n" + rates, {5696, 1024, 0, 0}, noDown, "\n"},
         {down + rates + down + "Actual:1\n", {1, 0, 6144, 1280}, noUp, "Actual:1\n"},
         // each piece of a long line is a line
-        {std::string(255, 'x') + down + rates, downFirst},
         {down + "x: 1 2" + std::string(249, ' ') + rates, {5696, 1024, 0, 0}},
     };
     SpeedInfo reader;
@@ -335,15 +293,14 @@ TEST_F(ReadersTest, SpeedInfoTakesTheRatesFromTheGroup) {
                   platform.takeLog());
         EXPECT_RUN("vellstat info");
     }
-    platform.script({Answer(down + rates, Answer::Fault::close), notStarted, "", notStarted});
+    platform.script({Answer(down + rates, Answer::Fault::close), "", notStarted});
     EXPECT_TRUE(reader.getSpeedInfo(&info));
     EXPECT_LOG("error:Wrapper: pclose error");
-    EXPECT_FALSE(reader.readDSLInfo(&info));
     EXPECT_TRUE(reader.readDSLInfo(&info));
     EXPECT_EQ(downFirst, ratesOf(info)) << "left as it was";
+    EXPECT_FALSE(reader.getSpeedInfo(&info));
     EXPECT_LOG("error:Wrapper: popen error",
                "error:SpeedInfo: read: could not popen vellstat info");
-    EXPECT_FALSE(reader.getSpeedInfo(&info));
     EXPECT_EQ((Rates{}), ratesOf(info));
 }
 
