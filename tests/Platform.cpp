@@ -1,6 +1,8 @@
 #include "tests/Platform.h"
 
 #include "frame/Wrapper.h"
+#include "objects/data_cache.h"
+#include "objects/managed_objects.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -9,9 +11,9 @@
 #include <cstring>
 #include <dlfcn.h>
 #include <map>
+#include <memory>
 #include <new>
 #include <regex>
-#include <set>
 #include <sys/types.h>
 #include <unistd.h>
 
@@ -57,11 +59,9 @@ ssize_t readStream(void* cookie, char* buffer, std::size_t size) {
 int closeStream(void* cookie) {
     Unwatched unwatched;
     EXPECT_EQ(nullptr, openPipe) << "a pipe is closed with pclose()";
-    Stream* const stream = static_cast<Stream*>(cookie);
-    const bool fails = stream->answer.fault == Answer::Fault::close;
-    delete stream;
     --platform.openStreams;
-    return fails ? -1 : 0;
+    const std::unique_ptr<Stream> stream(static_cast<Stream*>(cookie));
+    return stream->answer.fault == Answer::Fault::close ? -1 : 0;
 }
 
 FILE* open(Answer answer) {
@@ -87,7 +87,7 @@ void keepLogLine(int priority, const std::string& line) {
     EXPECT_EQ(1U, levels.count({part[2], priority})) << line;
     EXPECT_EQ(part[3], tags.count(part[4]) ? tags.at(part[4]) : part[4].str());
     platform.log.push_back(part[1].str() + part.suffix().str());
-    platform.logNumbers.push_back(std::stoi(part[5]));
+    platform.logNumbers.insert(std::stoi(part[5]));
 }
 
 } // namespace
@@ -122,6 +122,7 @@ PlatformTest::PlatformTest() {
 }
 
 PlatformTest::~PlatformTest() {
+    delete std::exchange(mgmt_o.cache, nullptr);
     EXPECT_EQ(0, platform.openStreams);
     EXPECT_TRUE(platform.answers.empty()) << platform.answers.size() << " answers were not asked";
 }

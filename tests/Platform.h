@@ -7,6 +7,7 @@
 #include <ctime>
 #include <deque>
 #include <functional>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -34,8 +35,8 @@ struct Platform {
     std::time_t clock = 0;                                    ///< what time() gives
 
     Lines commands;
-    Lines log;                   ///< "level:tag: text"
-    std::vector<int> logNumbers; ///< source line numbers, one per line of the log
+    Lines log;                ///< "level:tag: text"
+    std::set<int> logNumbers; ///< the source lines that it came from
     std::vector<unsigned> sleeps;
     std::string openedLog; ///< "ident option facility"
     int openStreams = 0;
@@ -53,7 +54,7 @@ extern Platform platform;
 #define EXPECT_LOG(...) EXPECT_EQ((Lines{__VA_ARGS__}), platform.takeLog())
 #define EXPECT_RUN(...) EXPECT_EQ((Lines{__VA_ARGS__}), std::exchange(platform.commands, {}))
 
-/// A test on a fresh platform, at whose end every stream is closed and every answer was asked.
+/// A test on a fresh platform, at whose end all streams are closed and all answers were asked.
 class PlatformTest : public testing::Test {
 protected:
     PlatformTest();

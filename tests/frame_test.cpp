@@ -57,7 +57,6 @@ void beforeInitialize() {
           VlanWanInterface(access_set, name, sizeof name, &length, 1),
           VlanDefaultWanInterface(access_set, name, sizeof name, &length)})
         EXPECT_EQ(1, status);
-    EXPECT_RUN();
 }
 
 TEST(FrameDeathTest, BeforeInitializeEverythingFailsAndNothingRuns) {
@@ -66,45 +65,35 @@ TEST(FrameDeathTest, BeforeInitializeEverythingFailsAndNothingRuns) {
                 testing::ExitedWithCode(0), "");
 }
 
-TEST_F(FrameTest, InitializeSetsTheSwitchAndDropsTheCache) {
-    EXPECT_EQ(1, initialize(0));
-    EXPECT_LOG();
-    EXPECT_EQ("corvanta 3 24", platform.openedLog);
-    mgmt_o.cache = reinterpret_cast<data_cache*>(&platform);
+TEST_F(FrameTest, InitializeReportsAFailureAndDropsTheCacheOnSuccess) {
+    std::set<std::string> reported;
+    withEachAllocationFailing([&] {
+        SnmpConfigHandler handler; // which leaves nothing behind
+        counted([&] { return handler.initialize(), 0; });
+        platform.takeLog();
+        Wrapper::Destroy();
+        mgmt_o.cache = reinterpret_cast<data_cache*>(&platform);
+        const int done = counted([] { return initialize(1); });
+        EXPECT_TRUE(m_bVerbose && (done == 1) == (mgmt_o.cache == nullptr));
+        std::string errors;
+        for (const std::string& line : platform.takeLog())
+            errors += line.find("error:") == 0 ? line : "";
+        EXPECT_EQ(done == 1, errors.empty());
+        reported.insert(errors);
+    });
+    const std::string stage = "error:SnmpCfgHdr: initialize: unable to instantiate ",
+                      error = "error:corvanta: initialize: ",
+                      failed = error + "call to ConfigDBHandler.initialize() failed";
+    EXPECT_EQ((std::set<std::string>{"", error + "unable to initialize ConfigDBHandler()",
+                                     stage + "MappingTable" + failed, stage + "SpeedInfo" + failed,
+                                     stage + "Wrapper" + failed}),
+              reported);
     EXPECT_EQ(1, initialize(-5));
     EXPECT_TRUE(m_bVerbose && Wrapper::getInstance()->m_bVerbose);
-    EXPECT_EQ(nullptr, mgmt_o.cache);
+    EXPECT_EQ("corvanta 3 24", platform.openedLog);
     EXPECT_EQ(2, physicalIFNameToIndex("eth0")) << "through the new handler";
     EXPECT_EQ(1, initialize(0));
     EXPECT_FALSE(m_bVerbose);
-}
-
-TEST_F(FrameTest, EachStageOfInitializeReportsItsFailure) {
-    Wrapper::Destroy();
-    std::set<std::string> reported;
-    withEachAllocationFailing([&] {
-        SnmpConfigHandler handler;
-        counted([&] { return handler.initialize(), 0; });
-        EXPECT_EQ(handler.m_bInitalized ? 0U : 1U, platform.log.size()) << "the first that fails";
-        for (const std::string& line : platform.takeLog())
-            reported.insert(line);
-        Wrapper::Destroy();
-    });
-    const std::string stage = "error:SnmpCfgHdr: initialize: unable to instantiate ";
-    EXPECT_EQ((std::set{stage + "MappingTable", stage + "SpeedInfo", stage + "Wrapper"}), reported);
-
-    mgmt_o.cache = reinterpret_cast<data_cache*>(&platform);
-    for (const auto& [from, error] : {std::pair(0, "unable to initialize ConfigDBHandler()"),
-                                      {8, "call to ConfigDBHandler.initialize() failed"}}) {
-        Allocations::failFrom = from;
-        Allocations::failUntil = LONG_MAX;
-        EXPECT_EQ(0, counted([] { return initialize(1); }));
-        Allocations::failFrom = Allocations::failUntil = 0;
-        EXPECT_TRUE(m_bVerbose);
-        EXPECT_NE(nullptr, mgmt_o.cache) << "reset on success only";
-        EXPECT_EQ(std::string("error:corvanta: initialize: ") + error, platform.takeLog().back());
-    }
-    EXPECT_EQ(1, initialize(0));
 }
 
 TEST_F(FrameTest, QueriesPassOnWhatTheReadersSay) {
@@ -114,7 +103,7 @@ TEST_F(FrameTest, QueriesPassOnWhatTheReadersSay) {
     platform.script({"Line Rate Information   Down\nActual: 7 8\n"});
     speedInfo_s info;
     EXPECT_EQ(1, getSpeedInfo(&info));
-    EXPECT_EQ("SpeedInfo[dslActualDataRateDown=7,", taken(speedInfoToString(&info)).substr(0, 34));
+    EXPECT_EQ(7U, info.dslActualDataRateDown);
     EXPECT_LOG();
     EXPECT_EQ(0, physicalIFNameToIndex(nullptr));
     EXPECT_EQ(0, getSpeedInfo(nullptr));
@@ -147,48 +136,31 @@ TEST_F(FrameTest, LocalTimeAsText) {
     }
 }
 
-TEST_F(FrameTest, WrapperTexts) {
-    Wrapper wrapper;
-    EXPECT_EQ((Lines{}), wrapper.Tokenize("|||", "|"));
-    EXPECT_EQ((Lines{"a", "b"}), wrapper.Tokenize("|a||b|", "|"));
-    EXPECT_EQ((Lines{"a", "b", "c"}), wrapper.Tokenize("a, b;c", ",; "));
-    EXPECT_EQ("AZ@[`{1", wrapper.ToUpperCase("az@[`{1"));
-    EXPECT_EQ("az@[`{1", wrapper.ToLowerCase("AZ@[`{1"));
-    Lines two = {"a", "b"};
-    EXPECT_EQ("a,b,", wrapper.VectorToString(two));
-    EXPECT_LOG();
-    wrapper.m_bVerbose = true;
-    wrapper.ToLowerCase("A");
-    wrapper.ToUpperCase("Atm");
-    EXPECT_LOG("tracedo:Wrapper: ToUpperCase: s2: ATM");
-    wrapper.m_bVerbose = false;
-}
-
 TEST_F(FrameTest, WrapperNumbersAreTheSameUnderAnyLocale) {
     struct Grouping : std::numpunct<char> {
-        char do_thousands_sep() const override { return '.'; }
         std::string do_grouping() const override { return "\3"; }
     };
     const std::locale before = std::locale::global(std::locale(std::locale(), new Grouping));
+    ASSERT_EQ(1, initialize(0));
     const speedInfo_s rates = {2048, 0, 4294967295U, 640};
     EXPECT_EQ("SpeedInfo[dslActualDataRateDown=2048,dslActualDataRateUp=0,"
               "dslAttainableDataRateDown=4294967295,dslAttainableDataRateUp=640]",
-              Wrapper().SpeedInfoToString(&rates));
-    ASSERT_EQ(1, initialize(0));
-    platform.circuits = "VPI\n1234\n";
+              taken(speedInfoToString(&rates)));
     platform.script({"1\n", "1\n", "1|1|1234\n"});
     EXPECT_EQ("VC1234=2", taken(getLayer2IfStatus()));
-    const std::string range = "1234 is out of range for vpiList, max idx is 19";
-    EXPECT_LOG("error:AtmFile: initialize: VPI " + range,
-               "warning:AtmFile: contains: a_vpiVal " + range);
+    EXPECT_LOG("warning:AtmFile: contains: a_vpiVal 1234 is out of range for vpiList, "
+               "max idx is 19");
     std::locale::global(before);
 }
 
-TEST_F(FrameTest, WrapperOneInstanceUntilDestroyed) {
+TEST_F(FrameTest, WrapperIsOneUntilDestroyed) {
     Wrapper::Destroy();
-    Wrapper* const instance = Wrapper::getInstance();
-    EXPECT_TRUE(instance == Wrapper::getInstance() && !instance->m_bVerbose);
-    EXPECT_TRUE(instance->initialize(true) && instance->m_bVerbose && instance->m_bInitalized);
+    Wrapper& wrapper = *Wrapper::getInstance();
+    EXPECT_TRUE(&wrapper == Wrapper::getInstance() && !wrapper.m_bVerbose);
+    EXPECT_EQ((Lines{"a", "b", "c"}), wrapper.Tokenize(" a, b;c;", ",; "));
+    EXPECT_EQ("AZ@[`{1", wrapper.ToUpperCase("az@[`{1"));
+    EXPECT_TRUE(wrapper.initialize(true) && wrapper.m_bVerbose && wrapper.m_bInitalized);
+    EXPECT_EQ("az@[`{1", wrapper.ToLowerCase("AZ@[`{1"));
     Wrapper::Destroy();
     Wrapper::Destroy();
     EXPECT_EQ(nullptr, Wrapper::m_pInstance);
@@ -215,15 +187,12 @@ TEST_F(ReportTest, NamesTheStateOfEveryCircuit) {
         const char *circuits, *report;
     } cases[] = {
         {runsFor({1, 2, 3, 8}), "1\n8", "VC1=1|PPPoE1=1|VC2=2|PPPoE2=2|VC3=2|DHCP3=2|VC8=1"},
-        {runsFor({3, 4, 0}), "3\n0", "VC3=1|DHCP3=1|VC4=2|VC0=1"},
-        {runsFor({2, 2}), "2", "VC2=1|PPPoE2=1|VC2=1|PPPoE2=1"},
-        {runsFor({25, -1}), "2", "VC25=2|VC-1=2"},
-        {{"1\n", "1\n", "1|1|99999999999|35\n"}, "2", "VC2147483647=2"},
+        {runsFor({4, 0, 3, 3, 20, -1}), "0\n3",
+         "VC4=2|VC0=1|VC3=1|DHCP3=1|VC3=1|DHCP3=1|VC20=2|VC-1=2"},
         // goes on after each failure
         {{notStarted}, "8", ""},
         {{"2\n", notStarted, "1|1|8\n", "2|1|9\n"}, "8", "VC8=1|VC9=2"},
         {{"2\n", "2\n", notStarted, "2\n", "2|1|9\n"}, "8", "VC0=2|VC9=2"},
-        {{"2\n", "2\n", "1|1|8\n", "2\n", ""}, "8", "VC8=1|VC0=2"},
     };
     for (const auto& c : cases) {
         platform.circuits = std::string("VPI\n") + c.circuits;
@@ -244,9 +213,8 @@ TEST_F(ReportTest, NamesTheStateOfEveryCircuit) {
 
 /// Every trace line of the status side, against trace.log.
 TEST_F(ReportTest, TracesEveryStep) {
-    platform.circuits = "Itf VPI\n0 1\n";
-    platform.script(runsFor({1}));
-    platform.answers.push_back("Line Rate Information   Down\nActual: 0x10 1\nX: 7 8\n");
+    platform.circuits = "VPI\n1";
+    platform.script({"1\n", "1\n", "1|1|1", "Line Rate Information   Down\nX: 0x10 1"});
     ASSERT_EQ(1, initialize(1));
     taken(getLayer2IfStatus());
     speedInfo_s info;
@@ -255,23 +223,13 @@ TEST_F(ReportTest, TracesEveryStep) {
     char name[8];
     indexToLogicalIfName(2, name, sizeof name);
     taken(getRowSnmpAgent());
-    ASSERT_EQ(1, initialize(0));
-
-    // Every place that logs has a number of its own.
-    std::set<int> numbers;
+    EXPECT_LT(40U, platform.logNumbers.size()) << "places that log tell themselves apart";
     std::string log;
-    for (std::size_t i = 0; i < platform.log.size(); ++i) {
-        const std::string& line = platform.log[i];
-        if (line.find("ToUpperCase") != std::string::npos)
-            continue; // how often a name is turned to upper case is no matter
+    for (const std::string& line : platform.takeLog())
         log += line + "\n";
-        if (line.find("tracedo:SnmpCfgHdr: ") == 0)
-            numbers.insert(platform.logNumbers[i]);
-    }
     std::ifstream file(TESTS "/trace.log");
     EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}), log);
-    EXPECT_EQ(10U, numbers.size());
-    EXPECT_GT(*numbers.begin(), 0);
+    ASSERT_EQ(1, initialize(0));
 }
 
 TEST_F(ReportTest, KeyedReadsBeforeTheFirstReport) {

@@ -5,7 +5,6 @@
 #include "objects/data_cache.h"
 #include "objects/managed_objects.h"
 
-#include <cstring>
 #include <set>
 
 namespace {
@@ -36,9 +35,6 @@ std::function<std::string()> giving(LibraryCall call) {
     };
 }
 
-int value;
-char text[200];
-
 int cacheRefreshed() {
     update_managed_objects();
     update_managed_objects();
@@ -55,28 +51,25 @@ int commandsOfATag() {
 }
 
 /// What leaks on the way is found under AddressSanitizer.
-TEST_F(MemoryTest, EveryExportedFunctionFailsWholly) {
+TEST_F(MemoryTest, AnExportedFunctionFailsWholly) {
     const speedInfo_s rates = {1, 2, 3, 4};
     speedInfo_s info;
+    char text[9];
     const struct {
         const char* name;
         std::function<std::string()> call;
         std::set<std::string> failures;
     } cases[] = {
-        {"initialize", giving([] { return initialize(m_bVerbose); }), {"0"}},
         {"report", giving(getLayer2IfStatus), {"", "(null)"}},
         {"rates", giving([&] { return getSpeedInfo(&info); }), {"0"}},
         {"rates as text", giving([&] { return speedInfoToString(&rates); }), {"(null)"}},
-        {"index", giving([] { return physicalIFNameToIndex("eth0"); }), {"0"}},
-        {"no index", giving([] { return physicalIFNameToIndex("a name of some length"); }), {"0"}},
-        {"name", giving([] { return indexToLogicalIfName(1, text, 9), text[0] == 'L'; }), {"0"}},
+        {"index", giving([] { return physicalIFNameToIndex("a name of some length"); }), {"0"}},
+        {"name", giving([&] { return indexToLogicalIfName(1, text, 9), text[0] == 'L'; }), {"0"}},
         {"table", giving(mappingTableToString), {"(null)"}},
         {"agent row", giving(getRowSnmpAgent), {"", "(null)"}},
         {"cache", giving(cacheRefreshed), {}},
         {"tag", giving(commandsOfATag), {"-1"}},
         {"time", giving([] { return time2string() == "xx.xx.xx" ? 0 : 1; }), {"0"}},
-        {"command", giving([] { return call_cmd(std::strcpy(text, "quorlet"), 200, 7); }), {"1"}},
-        {"key", giving([] { return config_int_read_by_key(&value, "B", "I", "N", "b"); }), {"1"}},
     };
     for (const bool verbose : {false, true}) {
         ASSERT_EQ(1, initialize(verbose));
