@@ -231,6 +231,28 @@ TEST(Agent, ServesNoOldValues) {
     EXPECT_LT(site.logged(), 8) << site.run("cat agent.log");
 }
 
+TEST(Agent, NamesMistakesInItsOptions) {
+    const std::string seconds = " is no number of seconds from 1 to 604800";
+    const std::pair<std::string, std::string> cases[] = {
+        {"--nowhere", "'--nowhere'"},
+        {"-y", "'y'"},
+        {"--interval", "'--interval'"},
+        {"again", "unexpected argument 'again'"},
+        {"--interval 0", "'0'" + seconds},
+        {"--set-deadline 5s", "'5s'" + seconds},
+        {"--max-age 604801", "'604801'" + seconds},
+        {"--interval 60 --max-age 60", "--max-age must be longer than --interval"},
+        {"--agentx /nowhere/a --master unix:/nowhere/b", "--agentx and --master exclude"},
+        {"--config /nowhere/conf", "cannot read /nowhere/conf"}};
+    for (const auto& [options, said] : cases) {
+        // In the foreground and not for long, if it goes on.
+        const std::string all =
+            output(".", "timeout 5 " CORVANTAD " -f " + options + " 2>&1; echo status $?");
+        EXPECT_NE(std::string::npos, all.find(said)) << options << ": " << all;
+        EXPECT_NE(std::string::npos, all.find("\nTry 'corvantad --help'.\nstatus 2\n")) << all;
+    }
+}
+
 TEST(Mib, IsCleanAndFitsTheAgent) {
     if (!fs::exists(SMI "/SNMPv2-CONF"))
         GTEST_SKIP() << "no standard modules: smi-modules had no npm";

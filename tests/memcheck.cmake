@@ -7,12 +7,9 @@ endif()
 set(memcheck ${VALGRIND} --quiet --error-exitcode=9 --leak-check=full --show-leak-kinds=definite
   --errors-for-leak-kinds=definite --soname-synonyms=somalloc=nouserintercepts
   --suppressions=${CMAKE_CURRENT_SOURCE_DIR}/valgrind.supp)
-add_test(NAME library_memcheck
-  COMMAND ${memcheck} $<TARGET_FILE:library_test>)
+add_test(NAME library_memcheck COMMAND ${memcheck} $<TARGET_FILE:library_test>)
 if(TARGET road_test)
-  add_test(NAME road_memcheck
-    COMMAND ${PROJECT_SOURCE_DIR}/scripts/on-device ${CMAKE_CURRENT_BINARY_DIR}/road
-      ${memcheck} $<TARGET_FILE:road_test>)
+  add_test(NAME road_memcheck COMMAND ${on_device} ${memcheck} $<TARGET_FILE:road_test>)
   set_tests_properties(road_memcheck PROPERTIES
-    ENVIRONMENT CORVANTA_BUILD=${PROJECT_BINARY_DIR} RESOURCE_LOCK road)
+    ENVIRONMENT CORVANTA_BUILD=${PROJECT_BINARY_DIR})
 endif()

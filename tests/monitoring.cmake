@@ -3,18 +3,13 @@ find_program(GENERATOR prometheus-snmp-generator)
 find_program(PROMTOOL promtool)
 find_program(SNMPTRAPD snmptrapd PATHS /usr/sbin)
 find_program(CHROMEDRIVER chromedriver)
-if(NOT CORVANTA_HARDENED OR CMAKE_CROSSCOMPILING OR NOT TEST agent_test OR NOT GENERATOR OR NOT PROMTOOL)
+if(NOT CORVANTA_HARDENED OR CMAKE_CROSSCOMPILING OR NOT TEST agent_test
+    OR NOT GENERATOR OR NOT PROMTOOL OR NOT SNMPTRAPD)
   message(STATUS "tests: monitoring left out, needs an optimized native build with the agent, "
-    "prometheus and prometheus-snmp-exporter")
+    "prometheus, prometheus-snmp-exporter and snmptrapd")
   return()
 endif()
-set(groups generator rules credentials)
-if(SNMPTRAPD)
-  list(APPEND groups notifications)
-else()
-  message(STATUS "tests: monitoring_notifications left out, snmptrapd not found")
-endif()
-foreach(group ${groups})
+foreach(group generator rules credentials notifications)
   add_test(NAME monitoring_${group}
     COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/monitoring_test.sh ${group} ${smi} ${PROJECT_BINARY_DIR})
   set_tests_properties(monitoring_${group} PROPERTIES
