@@ -70,13 +70,14 @@ TEST_F(ClientTest, CommandsLimits) {
     char text[200] = "x", answer[] = "zzzzzzzz";
     std::string string = "old";
     const unsigned long failures = client_failures();
+    EXPECT_EQ(4, call_cmd(nullptr, 200, 10, answer, 4, 5));
     EXPECT_EQ(4, call_cmd(nullptr, 0, 0));
     EXPECT_EQ(6, call_cmd(text, 200, 10, answer, 0, 5));
     for (const int length : {0, -1, 200})
         EXPECT_EQ(6, call_cmd(text, 200, length, answer, 4, 5)) << length;
     for (const std::size_t length : {0U, 199U, 1000U})
         EXPECT_EQ(6, call_cmd(std::string(length, 'x'), string, 5)) << length;
-    EXPECT_EQ(failures + 8, client_failures());
+    EXPECT_EQ(failures + 9, client_failures());
     EXPECT_EQ("old", string);
     EXPECT_EQ('z', answer[0]);
     EXPECT_LOG();
@@ -87,7 +88,7 @@ TEST_F(ClientTest, CommandsLimits) {
     EXPECT_EQ(0, call_cmd(text, 200, 199));
     EXPECT_RUN(longest, longer);
 
-    for (const int capacity : {1, 5, 6, 7}) { // of the answer
+    for (const int capacity : {1, 2, 5, 6, 7}) { // of the answer
         platform.script({"12345\n", "12345\n"});
         EXPECT_EQ(0, call_cmd(text, 200, 1, answer, capacity, 7));
         EXPECT_EQ(std::string("12345").substr(0, static_cast<std::size_t>(capacity) - 1), answer);

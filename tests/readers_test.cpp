@@ -55,7 +55,7 @@ TEST_F(ReadersTest, AtmFileFindsTheVpisOfAnyFile) {
     const std::string unread = "warning:AtmFile: initialize: could not read" + path;
     const std::string unclosed = "warning:AtmFile: initialize: could not close" + path;
     const std::string to1020 = "VCI VPI\n" + std::string(1011, 'x') + "\n"; // of 1023 that are read
-    const std::string noNumber = "warning:AtmFile: initialize: no VPI in row 2: ";
+    const std::string noNumber = "warning:AtmFile: initialize: no VPI in row 3: ";
     const std::string vpi = "error:AtmFile: initialize: VPI ",
                       outOfRange = " is out of range for vpiList, max idx is 19";
     const struct {
@@ -66,6 +66,7 @@ TEST_F(ReadersTest, AtmFileFindsTheVpisOfAnyFile) {
     } cases[] = {
         {"two circuits", "Itf VPI VCI\n  0   0 32 UBR\n  0   8 35\n  0   8 36\n", "0 8 "},
         {"empty", "", "", {unread}},
+        {"nothing but a read error", Answer("", Answer::Fault::read), "", {unread}},
         {"runs of newlines", "\n\nItf VPI\n\n\n0 4\n\n0 5", "4 5 "},
         {"a later header is none", "0 1\nItf VPI\n0 8\n", ""},
         {"no VPI in the header", "Itf vpi V PI\n0 8 8\n", ""},
@@ -75,7 +76,7 @@ TEST_F(ReadersTest, AtmFileFindsTheVpisOfAnyFile) {
          "0 19 ",
          {vpi + "20" + outOfRange, vpi + "-2147483648" + outOfRange, vpi + "-1" + outOfRange}},
         {"decimal, as a stream reads it", "VPI\n+7\n010\n0x9\n6y\n\t9", "0 6 7 9 10 "},
-        {"no number", "Itf VPI\n0 +-5 2\n0 3", "3 ", {noNumber + "+-5"}},
+        {"no number", "Itf VPI\n0 3\n0 +-5 2\n0 4", "3 4 ", {noNumber + "+-5"}},
         {"short lines", "Itf VPI\n8\n \n1 9\n", "9 "},
         {"a number cut by the limit", to1020 + "0 18\n", "1 "},
         {"closing fails", Answer("VPI\n5\n", Answer::Fault::close), "5 ", {unclosed}},
@@ -268,10 +269,10 @@ TEST_F(ReadersTest, SpeedInfoTakesTheRatesFromTheGroup) {
         {"  " + heading + " Down Up\n" + rates, upFirst},
         {heading + "Down Up\n" + rates, upFirst},
         {dots + heading + "\n" + rates, upFirst},
-        {dots + heading, {}},
         {down + "Actual: :5 4294967295\n", {0, 4294967295U, 0, 0}},
         {down + "actual: 1 2\nattainable: 3 4\n", {}},
         // what is missing counts as 0
+        {heading + "\nActual:\nAttainable: 3 4\n", {0, 0, 4, 3}, noUp, "Actual:\n"},
         {down + ":::", {}, noName, ":::"},
         {down + "\n" + rates, {5696, 1024, 0, 0}, noDown, "\n"},
         {down + rates + down + "Actual:1\n", {1, 0, 6144, 1280}, noUp, "Actual:1\n"},
