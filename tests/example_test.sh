@@ -3,14 +3,11 @@
 # library's tests pass with it, and the agent then shows the new object of the stand-in device.
 #
 #     example_test.sh SMI_DIR
-set -euo pipefail
+# shellcheck source=lib.sh
+. "$(dirname -- "${BASH_SOURCE[0]}")/lib.sh"
 smi=$(realpath -m -- "$1")
-[ -e "$smi/SNMPv2-CONF" ] || { echo "skip: no standard modules in $smi"; exit 77; }
-source=$(realpath -- "$(dirname -- "${BASH_SOURCE[0]}")/..")
+need_modules "$smi"
 example=$source/docs/adding-an-object
-work=$(mktemp -d)
-agent=
-trap '[ -z "$agent" ] || { kill "$agent" && wait "$agent" || true; }; rm -rf -- "$work"' EXIT
 cd "$work"
 
 perl -0777 -e 'my ($text, $patch) = <>;
@@ -26,19 +23,12 @@ cmake -S tree -B build -DCORVANTA_WERROR=ON -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX
 cmake --build build --target library_test corvantad quorlet pvcshim --parallel 2
 build/tests/library_test --gtest_brief=1
 
-export SNMPCONFPATH=$work SMIPATH=$smi MIBDIRS=$smi:$work/tree/agent MIBS=CORVANTA-MIB
+export SMIPATH=$smi MIBDIRS=$smi:$work/tree/agent
 smilint -m -s -l 6 -i namelength-32 tree/agent/CORVANTA-MIB.txt |& tee smilint
 [ ! -s smilint ]
-secret=$(od -An -N16 -tx1 /dev/urandom | tr -d ' \n')
-printf 'createUser reader SHA %s\nrouser reader auth .1.3.6.1.4.1\n' "$secret" >agent.conf
-printf 'def%s\n' 'Version 3' 'SecurityName reader' 'SecurityLevel authNoPriv' 'AuthType SHA' \
-    "Passphrase $secret" >snmp.conf
+user reader
 CORVANTA_BUILD=build tree/scripts/on-device device build/agent/corvantad --foreground \
     --master "unix:$work/agent" --config agent.conf --state "$work/state" &
-agent=$!
-for _ in $(seq 100); do
-    said=$(snmpget -r 0 -t 1 -Oqv "unix:$work/agent" CORVANTA-MIB::cvDslSnrMargin.0 2>&1) && break
-    kill -0 "$agent" && sleep 0.2
-done
-echo "SNR margin: $said"
-[ "$said" = "9 dB" ]
+started=($!)
+soon snmpget -r 0 -t 1 -Oqv "unix:$work/agent" cvDslSnrMargin.0 | tee said
+grep -qx "9 dB" said

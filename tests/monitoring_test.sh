@@ -2,20 +2,11 @@
 # The files of monitoring/ with the programs that use them.
 #
 #     monitoring_test.sh generator|rules|credentials|notifications SMI_DIR [BUILD_DIR]
-set -euo pipefail
-smi=$(realpath -m -- "$2")
-source=$(realpath -- "$(dirname -- "${BASH_SOURCE[0]}")/..")
+# shellcheck source=lib.sh
+. "$(dirname -- "${BASH_SOURCE[0]}")/lib.sh"
+smi=$(realpath -m -- "$2") build=$(realpath -m -- "${3-.}")
 monitoring=$source/monitoring mib=$source/agent/CORVANTA-MIB.txt
-[ "$1" != notifications ] || build=$(realpath -- "$3")
-work=$(mktemp -d)
-started=()
-trap '[ ${#started[@]} -eq 0 ] || kill "${started[@]}"; wait; rm -rf -- "$work"' EXIT
 cd "$work"
-
-fail() {
-    echo "FAIL: $1" >&2
-    exit 1
-}
 
 # Whether the generator makes snmp.yml of generator.yml and a MIB, and one of them names every object
 # that can be read.
@@ -30,7 +21,7 @@ generated() {
     done < <(awk '/^cv.* OBJECT-TYPE/ { name = $1 } /MAX-ACCESS *read-/ { print name }' "$1")
 }
 generator() {
-    [ -e "$smi/SNMPv2-CONF" ] || { echo "skip: no standard modules in $smi" && exit 77; }
+    need_modules "$smi"
     generated "$mib" || fail "run prometheus-snmp-generator again, as docs/fleet.md tells"
     # A new scalar, and a new column of a table.
     for place in 'corvantaDsl 9' 'cvVlanEntry 9'; do
@@ -72,44 +63,33 @@ credentials() {
 
 # The agent's informs and those that it does not send yet, with and without the MIB's names.
 notifications() {
-    local port secret agent said=0
+    local port said=0
     port=$(perl -MIO::Socket::INET -e 'print IO::Socket::INET->new(Proto => "udp", LocalAddr => "127.0.0.1")->sockport')
-    secret=$(od -An -N16 -tx1 /dev/urandom | tr -d ' \n')
+    user corvantaNotifier
     sed "s|/usr/share.*|$monitoring/log-notification $work/log|" "$monitoring/snmptrapd-corvanta.conf" >trapd.conf
-    echo "createUser corvantaNotifier SHA $secret AES $secret" >>trapd.conf
-    local as=(-v3 -l authPriv -u corvantaNotifier -a SHA -A "$secret" -x AES -X "$secret")
-    printf '%s\n' "createUser corvantaNotifier SHA $secret AES $secret" "rouser corvantaNotifier priv" \
-        "trapsess -Ci ${as[*]} 127.0.0.1:$port" >agent.conf
-    export CORVANTA_BUILD=$build SNMPCONFPATH=$work/none MIBDIRS=$smi:$source/agent
+    grep createUser agent.conf >>trapd.conf
+    echo "trapsess -Ci -v3 -l authPriv -u corvantaNotifier -a SHA -A $secret -x AES -X $secret 127.0.0.1:$port" >>agent.conf
+    export CORVANTA_BUILD=$build MIBDIRS=$smi:$source/agent
     "$source/scripts/on-device" device true
-    for mibs in '' CORVANTA-MIB; do
-        MIBS=$mibs SNMP_PERSISTENT_DIR=$work/trapd snmptrapd -f -Lf trapd.log -C -c trapd.conf "udp:127.0.0.1:$port" &
+    told() { [ -e log ] && [ "$(wc -l <log)" -gt "$said" ]; }
+    refreshed() { snmpget -r 0 -Oqv "unix:$work/agent" "$root.1.1.1.0" 2>/dev/null | grep -q '^[1-9]'; }
+    for MIBS in '' CORVANTA-MIB; do
+        SNMP_PERSISTENT_DIR=$work/trapd snmptrapd -f -Le -C -c trapd.conf "udp:127.0.0.1:$port" &
         started=($!)
-        if [ -z "$mibs" ]; then
-            "$source/scripts/on-device" device "$build/agent/corvantad" -f -n -i 1 -m "unix:$work/agent" -c agent.conf -s state 2>agent.log &
-            agent=$!
-            started+=("$agent")
-            for ((i = 0; i < 100; ++i)); do
-                snmpget -r 0 -Oqv "${as[@]}" "unix:$work/agent" "$root.1.1.1.0" 2>/dev/null | grep -q '^[1-9]' && break
-                sleep 0.2
-            done
-            sed '/^ *0 *8 /d' device/pvc >new && mv new device/pvc
+        if [ -z "$MIBS" ]; then
+            "$source/scripts/on-device" device "$build/agent/corvantad" -f -n -i 1 -m "unix:$work/agent" -c agent.conf -s state &
+            started+=($!)
+            soon refreshed
+            sed -i '/^ *0 *8 /d' device/pvc
         else
             sleep 1
             for reason in 1 4; do
-                snmpinform "${as[@]}" "127.0.0.1:$port" '' \
-                    "$root.0.3" "$root.1.8.5.0" i $reason || fail "an inform is not acknowledged"
+                snmpinform "127.0.0.1:$port" '' "$root.0.3" "$root.1.8.5.0" i $reason || fail "an inform is not acknowledged"
             done
         fi
-        for ((i = 0; i < 100; ++i)); do
-            [ -e log ] && [ "$(wc -l <log)" -gt "$said" ] && break
-            sleep 0.1
-        done
-        cat trapd.log agent.log >&2
+        soon told
         said=$(wc -l <log)
-        kill "${started[@]}"
-        wait
-        started=()
+        stop
     done
     cat log
     sed 's/^[-0-9]* [:0-9]* //; s/: .*(.*): /: /' log | diff - <(printf '%s\n' 'warning: circuit VC8 is down' \

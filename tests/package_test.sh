@@ -3,25 +3,17 @@
 # purged, then 1.0.0 upgraded, the agent started from there on the stand-in device, removed, purged.
 #
 #     package_test.sh BUILD_DIR VERSION
-set -euo pipefail
 [ "$(id -u)" -eq 0 ] || exec fakeroot -- "$0" "$@"
+# shellcheck source=lib.sh
+. "$(dirname -- "${BASH_SOURCE[0]}")/lib.sh"
 build=$(realpath -- "$1") version=$2
-source=$(dirname -- "$(realpath -- "${BASH_SOURCE[0]}")")/..
 triplet=$(dpkg-architecture -qDEB_HOST_MULTIARCH)
-work=$(mktemp -d)
-agent=
-trap '[ -z "$agent" ] || kill "$agent"; rm -rf -- "$work"' EXIT
 root=$work/root conffile=$work/root/etc/snmp/snmpd.conf.d/corvanta.conf state=$work/root/var/lib/corvanta
 
-fail() {
-    echo "FAIL: $1" >&2
-    exit 1
-}
-
 CORVANTA_PACKAGE_BUILD=$build/package "$source/scripts/package"
-names=(libcorvanta1 libcorvanta-dev corvanta-agent corvanta-monitoring)
-debs=("${names[@]/%/_$version-*.deb}")
-debs=("${debs[@]/#/$build/package/}")
+debs=("$build"/package/{libcorvanta1,libcorvanta-dev,corvanta-agent,corvanta-monitoring}_"$version"-*.deb)
+names=("${debs[@]##*/}")
+names=("${names[@]%%_*}")
 
 # A root of merged folders where the packages of this machine answer for dependencies.
 db=$root/var/lib/dpkg
@@ -31,10 +23,7 @@ awk -v RS= -v ORS='\n\n' '!/^Package: (lib)?corvanta/' /var/lib/dpkg/status >"$d
 find /var/lib/dpkg/info -name '*.list' ! -name '*corvanta*' -exec cp -t "$db/info" {} +
 cp /var/lib/dpkg/info/format "$db/info"
 in_root() {
-    dpkg --root="$root" --log="$work/dpkg.log" --force-script-chrootless --force-confold "$@" >"$work/said" 2>&1 || {
-        cat "$work/said" >&2
-        fail "dpkg $*"
-    }
+    dpkg --root="$root" --log="$work/dpkg.log" --force-script-chrootless --force-confold "$@" || fail "dpkg $*"
 }
 
 # Everything is there, and the state folder is the agent's alone, with what was in it.
@@ -60,52 +49,42 @@ purged() {
     [ -z "$left" ] || fail "left behind: $left"
 }
 
-# shellcheck disable=SC2068 # patterns
-in_root --install ${debs[@]}
+in_root --install "${debs[@]}"
 installed
 grep -q 'libcorvanta1 (>= 1\.1\.0)' <<<"$(dpkg-query --admindir="$db" -f '${Depends}' -W corvanta-agent)" ||
     fail "the agent doesn't depend on a library that has all it calls"
 purged
 
 # As 1.0.0 was packaged, its unit elsewhere; then used for a while.
-old=$work/old/corvanta-agent
+old=$work/old
 install -D /dev/null "$old/usr/lib/systemd/system/corvantad.service"
 install -D /dev/null "$old/etc/snmp/snmpd.conf.d/corvanta.conf"
-mkdir -p "$old/DEBIAN" "$work/old/libcorvanta1/DEBIAN"
+mkdir -p "$old/DEBIAN"
 echo /etc/snmp/snmpd.conf.d/corvanta.conf >"$old/DEBIAN/conffiles"
-for name in libcorvanta1 corvanta-agent; do
-    printf '%s\n' "Package: $name" 'Version: 1.0.0-1' "Architecture: $(dpkg --print-architecture)" \
-        'Maintainer: none' 'Description: none' >"$work/old/$name/DEBIAN/control"
-    [ $name = libcorvanta1 ] || echo 'Depends: libcorvanta1 (= 1.0.0-1)' >>"$work/old/$name/DEBIAN/control"
-    dpkg-deb --build "$work/old/$name" "$work/old" >/dev/null
-done
-in_root --install "$work"/old/*.deb
+printf '%s\n' 'Package: corvanta-agent' 'Version: 1.0.0-1' "Architecture: $(dpkg --print-architecture)" \
+    'Maintainer: none' 'Description: none' >"$old/DEBIAN/control"
+dpkg-deb --build "$old" "$old.deb" >/dev/null
+in_root --install "$old.deb"
 echo '# mine' >"$conffile"
 install -D -m 600 /dev/null "$state/snmpd.conf"
-# shellcheck disable=SC2068
-in_root --install ${debs[@]}
+in_root --install "${debs[@]}"
 installed
 grep -qx '# mine' "$conffile" || fail "the upgrade took the configuration file"
 [ -e "$state/snmpd.conf" ] || fail "the upgrade took the state"
 
 daemon=$root/usr/sbin/corvantad libraries=$root/usr/lib/$triplet
 export LD_LIBRARY_PATH=$libraries${LD_LIBRARY_PATH:+:$LD_LIBRARY_PATH}
-for file in "$daemon" "$libraries/libcorvanta.so.1"; do
-    ! readelf -SW "$file" | grep -E '\.symtab|\.debug' || fail "$file is not stripped"
-    ! readelf -dW "$file" | grep -E 'RPATH|RUNPATH' || fail "$file looks for libraries by itself"
-done
 ldd "$daemon" | grep -F "libcorvanta.so.1 => $root/" || fail "library not found in the root"
 [ "$("$daemon" --version)" = "corvantad $version" ] || fail "version"
 
 # It reports that it has started, and ends well when it is told to.
 CORVANTA_BUILD=$build "$source/scripts/on-device" "$work/device" "$daemon" --foreground \
     --state "$state" --master "unix:$work/agent" 2>"$work/log" &
-agent=$!
-# shellcheck disable=SC2016 # the inner shell's
-timeout 30 sh -c 'until grep "started$" "$0"; do sleep 0.1; done' "$work/log" || fail "no start"
-kill "$agent"
-wait "$agent" || fail "the agent ended with $?"
-agent=
+started=($!)
+soon grep "started$" "$work/log"
+kill "${started[@]}"
+wait "${started[@]}" || fail "the agent ended with $?"
+started=()
 
 in_root --remove "${names[@]}"
 [ ! -e "$daemon" ] || fail "the agent is still there"
