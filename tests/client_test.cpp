@@ -25,7 +25,7 @@ TEST_F(ClientTest, CommandsAnswersAndStatuses) {
         std::string answer;
         std::size_t locks; // before the last answer
     } cases[] = {{"42\n", 0, "42", 0},       {"a\nb\n\n", 0, "a\nb\n", 0}, {"\n", 0, "", 0},
-                 {none + "\n", 3, "old", 0}, {none, 0, none, 0},           {a28, 0, a28, 0},
+                 {none + "\n", 3, "old", 1}, {none, 0, none, 0},           {a28, 0, a28, 0},
                  {a28 + "\n", 6, "old", 0},  {unread, 1, "old", 0},        {unclosed, 0, "5", 0},
                  {notStarted, 1, "old", 1},  {"7\n", 0, "7", 19},          {locked, 2, "old", 19}};
     for (const auto& c : cases) {
