@@ -331,7 +331,10 @@ void Worker::decide(Transaction& set) {
         log(LOG_NOTICE, "the change that is pending is taken back, as a manager wants");
         beginRestore(std::move(m_record), RevertReason::requested);
         set.outcome = m_next.trial.state == ChangeState::idle ? Outcome::done : Outcome::undoing;
-    } else if (set.record = m_record; stays(set, {})) {
+    } else {
+        set.record = m_record; // goes back into a journal that can't be removed
+        if (!stays(set, {}))
+            return;
         log(LOG_NOTICE, "the change that was pending stays");
         m_record = {};
         m_next.trial = {};
