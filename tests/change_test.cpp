@@ -132,6 +132,17 @@ const Scenario kScenarios[] = {
         {"sql SELECT Enable FROM VLAN WHERE Id=1; SELECT count(*) FROM BridgeInterface", "1\n2\n"},
         {"7.1.2.1 i 2", ""},
     }},
+    {"rows that do not belong together are read all the same", {
+        {"sql INSERT INTO Bridge VALUES (50, 'br4', 0), (51, 'br4', 0); INSERT INTO BridgeFilter VALUES (5, 99, '', 0, 0);"
+         " INSERT INTO BridgeInterface VALUES (60, 77, 'wan5', 0, 0), (70, 51, 'eth0', 0, 0); DELETE FROM VLAN WHERE Id=4", ""},
+        {"6.1.5.1 i 33", ""}, // reads everything again
+        {"wait 4", ""},
+        {"6.1.5.1", "INTEGER: 33"},
+        {"1.2.0", "Counter32: 0"},
+        {"6.1.5.1 i 32", ""},
+        {"sql DELETE FROM Bridge; DELETE FROM BridgeFilter; DELETE FROM BridgeInterface;"
+         " INSERT INTO VLAN VALUES (4, 1, 'wan1.102', 'wan1')", ""},
+    }},
     {"what others have removed is gone", {
         {"7.1.2.1 i 1 8.1.0 u 600", ""},
         {"sql DELETE FROM NetworkSetupNode WHERE InterfaceName='eth0.101'; DELETE FROM BridgeInterface", ""},
