@@ -139,7 +139,7 @@ public:
         const auto settled = [&] {
             if (!agent->running())
                 return true;
-            pause(150);
+            pause(400); // each look takes a process
             const std::string state =
                 run(environment + "snmpget " + manager + " -r 0 -t 1 -Oqv " + address + " " +
                     oid("1.1.0") + " " + oid("8.4.0")); // refreshes, and cvChangeState
@@ -396,7 +396,7 @@ protected:
 
 /// Runs jobs side by side: most of them wait most of the time.
 void runAll(const std::vector<std::function<void()>>& jobs) {
-    const unsigned atOnce = 4 * std::max(1U, std::thread::hardware_concurrency());
+    const unsigned atOnce = 5 * std::max(1U, std::thread::hardware_concurrency());
     std::atomic<std::size_t> next{0};
     std::vector<std::thread> threads;
     for (unsigned i = 0; i < atOnce; ++i)
