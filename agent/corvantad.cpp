@@ -99,9 +99,12 @@ int work(const Options& options, int link, int stop) {
     if (const std::string problem = agent::awaitClients(options.state, options.clientLimit);
         !problem.empty())
         return fail(problem);
-    agent::Worker({options.verbose, options.foreground, options.interval, options.fullInterval,
-                   options.refreshPause, options.setDeadline, agent::watchdogBeat(),
-                   options.watchDatabase, options.state},
+    agent::Worker({options.verbose,
+                   options.foreground,
+                   {options.interval, options.fullInterval, options.refreshPause,
+                    options.setDeadline, options.watchDatabase},
+                   agent::watchdogBeat(),
+                   options.state},
                   agent::Link(link), stop)
         .run();
     return 0;
