@@ -1,6 +1,7 @@
 #include "Changer.h"
 
 #include "Client.h"
+#include "DatabaseReader.h"
 #include "Log.h"
 #include "Restore.h"
 #include "Stage.h"
@@ -144,11 +145,11 @@ int Changer::readFor(const Transaction& set) {
     for (const Table table : kAllTables) {
         int status = CORVANTA_OK;
         if (tables.has(table))
-            status = m_image.read(table);
+            status = readTable(m_image, table);
         else
             for (const Change& change : set.request.changes)
                 if (status == CORVANTA_OK && change.object->tables().has(table))
-                    status = m_image.readRow(table, change.row);
+                    status = readRow(m_image, table, change.row);
         if (status != CORVANTA_OK)
             return status;
     }
@@ -182,7 +183,8 @@ bool Changer::hasTime(const Transaction& set, const Plan& plan) const {
     if (plan.writes == 0 || fits())
         return true;
     // The device was slow when it was last asked, which can be long ago.
-    const auto ask = [] { return Image().read(Table::vlanParams) == CORVANTA_OK; };
+    Image scratch;
+    const auto ask = [&scratch] { return readTable(scratch, Table::vlanParams) == CORVANTA_OK; };
     if (timeClient(ask) && fits())
         return true;
     const auto needs = plan.runs * clientTime();
@@ -249,12 +251,12 @@ int Changer::readBack(const Transaction& set, const Record& done, Image& image,
             continue;
         int status = CORVANTA_OK;
         if (!altersOnly(record)) {
-            status = image.read(table);
+            status = readTable(image, table);
             current.add(table);
         } else
             for (const Trail& trail : record.trails)
                 if (status == CORVANTA_OK)
-                    status = image.readRow(table, trail.id);
+                    status = readRow(image, table, trail.id);
         if (status != CORVANTA_OK)
             return status;
         for (const Trail& trail : record.trails) {

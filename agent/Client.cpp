@@ -191,7 +191,7 @@ OnStage::~OnStage() {
 extern "C" FILE* popen(const char* command, const char*) {
     using namespace agent;
     std::optional<std::string> said;
-    if (!Stage::isFor(command)) {
+    if (!Command::isFor(command)) {
         const auto ran = runProgram(command);
         if (ran && ran->well) // what a tool that failed has printed is no reading
             said = ran->text;

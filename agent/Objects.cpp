@@ -1,5 +1,7 @@
 #include "Objects.h"
 
+#include "Command.h"
+
 #include <algorithm>
 #include <numeric>
 #include <optional>
@@ -190,8 +192,9 @@ int writeVlanWan(int row, const Value& value) {
     });
 }
 
+/// Names have no blanks, and the client prints a "|" between two columns.
 bool inName(char c) {
-    return c > ' ' && c <= '~' && std::string_view("\"$`\\;|").find(c) == std::string_view::npos;
+    return c > ' ' && c <= '~' && c != '|' && isSafe(c);
 }
 
 /// Rows that may have values; what a row lacks, its objects' read functions tell.

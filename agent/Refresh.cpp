@@ -1,6 +1,7 @@
 #include "Refresh.h"
 
 #include "Client.h"
+#include "DatabaseReader.h"
 #include "Log.h"
 
 #include <algorithm>
@@ -121,7 +122,7 @@ void Refresh::step(const bool& stopping) {
     const auto* const table = std::find_if(kAllTables.begin(), kAllTables.end(),
                                            [this](Table t) { return m_readsTables.has(t); });
     if (table != kAllTables.end()) {
-        status = m_image.read(*table);
+        status = readTable(m_image, *table);
         m_readsTables.remove({*table});
         m_stale.remove({*table});
     } else if (m_readsLine && !readLine(m_board.next.model)) {

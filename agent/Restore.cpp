@@ -1,5 +1,7 @@
 #include "Restore.h"
 
+#include "Command.h"
+
 #include <algorithm>
 #include <iterator>
 #include <map>
@@ -11,31 +13,6 @@ namespace agent {
 namespace {
 
 constexpr int kRoundsForNeighbours = 5; ///< others can come between again
-
-/// A text that the client takes as it is, whatever stands behind it.
-bool isPlain(const std::string& text) {
-    const bool unsafe = std::any_of(text.begin(), text.end(), [](char c) {
-        return static_cast<unsigned char>(c) < ' ' || c == 0x7f || c == '"' || c == '$' ||
-               c == '`' || c == '\\' || c == ';';
-    });
-    const bool blanks = !text.empty() && (text.front() == ' ' || text.back() == ' ');
-    return !unsafe && !blanks && text.find(" integer:") == text.npos &&
-           text.find(" text:") == text.npos;
-}
-
-bool isInteger(const std::string& text) {
-    const std::size_t sign = !text.empty() && text.front() == '-' ? 1 : 0;
-    return text.size() > sign && text.find_first_not_of("0123456789", sign) == text.npos;
-}
-
-std::string typed(const Column& column, const std::string& value) {
-    return std::string(" ") + std::string(column.name) + (column.text ? " text:" : " integer:") +
-           value;
-}
-
-std::string commandLine(const std::string& command) {
-    return " quorlet \" " + command + " ;\" ";
-}
 
 /// One comparison of a record with the database.
 class Comparison {
@@ -284,34 +261,26 @@ private:
 
     void bring(Table table, const Trail& trail, const Row& now) {
         const Row wanted = translated(table, *trail.before());
-        std::string changes;
-        const TableShape& shape = shapeOf(table);
-        for (std::size_t i = 1; i < shape.columns.size(); ++i)
+        Command update = Command::update(table, now.id());
+        for (std::size_t i = 1; i < wanted.columns.size(); ++i)
             if (now.columns[i] != wanted.columns[i])
-                changes += typed(shape.columns[i], wanted.columns[i]);
-        if (!changes.empty())
-            update(table, now, changes);
-    }
-
-    void update(Table table, const Row& now, const std::string& changes) {
-        m_result.commands.push_back(commandLine("updatekey " + std::string(shapeOf(table).name) +
-                                                " Id " + std::to_string(now.id()) + changes));
+                update.with(i, wanted.columns[i]);
+        if (!update.columns.empty())
+            m_result.commands.push_back(update.line());
     }
 
     void remove(Table table, const Row& now) {
         auto& commands = table == Table::bridge ? m_last : m_result.commands;
-        commands.push_back(commandLine("deletekey " + std::string(shapeOf(table).name) + " Id " +
-                                       std::to_string(now.id())));
+        commands.push_back(Command::remove(table, now.id()).line());
     }
 
     void insert(Table table, const Trail& trail) {
-        const TableShape& shape = shapeOf(table);
         const Row wanted = translated(table, *trail.before());
         m_bridgesMissing = m_bridgesMissing || table == Table::bridge;
-        std::string values;
-        for (std::size_t i = 1; i < shape.columns.size(); ++i)
-            values += typed(shape.columns[i], wanted.columns[i]);
-        m_result.commands.push_back(commandLine("insertkey " + std::string(shape.name) + values));
+        Command insert = Command::insert(table);
+        for (std::size_t i = 1; i < wanted.columns.size(); ++i)
+            insert.with(i, wanted.columns[i]);
+        m_result.commands.push_back(insert.line());
     }
 
     const Record& m_record;
@@ -346,8 +315,7 @@ bool canBeRestored(const Record& record) {
             if (!trail.before())
                 continue;
             for (std::size_t i = 1; i < shape.columns.size(); ++i)
-                if (const std::string& value = trail.before()->columns[i];
-                    !(shape.columns[i].text ? isPlain(value) : isInteger(value)))
+                if (!isSafe(shape.columns[i], trail.before()->columns[i]))
                     return false;
         }
     }

@@ -11,17 +11,6 @@ namespace agent {
 
 namespace {
 
-constexpr std::string_view kInteger = "integer:";
-constexpr std::string_view kText = "text:";
-
-bool startsWith(std::string_view text, std::string_view start) {
-    return text.substr(0, start.size()) == start;
-}
-
-bool isTyped(std::string_view word) {
-    return startsWith(word, kInteger) || startsWith(word, kText);
-}
-
 /// The Id that the client tells of a row that it has inserted; 0 when it tells none.
 int idIn(std::string_view answer) {
     if (answer.empty() || answer.back() != '\n')
@@ -32,119 +21,10 @@ int idIn(std::string_view answer) {
     return error == std::errc() && stop == answer.data() + answer.size() ? id : 0;
 }
 
-/// Runs of characters other than blanks; each refers to the text.
-std::vector<std::string_view> wordsOf(std::string_view text) {
-    std::vector<std::string_view> words;
-    for (std::size_t begin; (begin = text.find_first_not_of(' ')) != text.npos;) {
-        text.remove_prefix(begin);
-        words.push_back(text.substr(0, text.find(' ')));
-        text.remove_prefix(words.back().size());
-    }
-    return words;
-}
-
 } // namespace
 
-/// A command, taken apart.
-struct Stage::Command {
-    enum class Verb { select, size, update, insert, remove };
-
-    Verb verb;
-    Table table;
-    std::size_t keyColumn = 0; ///< of selectkey, updatekey and deletekey
-    std::string key;
-    std::optional<std::size_t> row; ///< of selectrow
-    std::vector<std::size_t> columns;
-    std::vector<std::string> values; ///< one for each column, where the verb writes
-
-    const TableShape& shape() const { return shapeOf(table); }
-    bool writes() const { return verb != Verb::select && verb != Verb::size; }
-
-    /// @return nothing for what the client would refuse
-    static std::optional<Command> parse(std::string_view text);
-
-    bool matches(const Row& line) const {
-        return keyColumn == 0 ? line.columns[0] == key
-                              : line.fits(table) && line.columns[keyColumn] == key;
-    }
-};
-
-std::optional<Stage::Command> Stage::Command::parse(std::string_view text) {
-    constexpr struct {
-        std::string_view name;
-        Verb verb;
-        bool keyed;
-    } kVerbs[] = {
-        {"selectkey", Verb::select, true},  {"selectrow", Verb::select, false},
-        {"size", Verb::size, false},        {"updatekey", Verb::update, true},
-        {"insertkey", Verb::insert, false}, {"deletekey", Verb::remove, true},
-    };
-
-    const std::size_t end = text.find(';');
-    if (end == text.npos)
-        return std::nullopt;
-    const std::vector<std::string_view> words = wordsOf(text.substr(0, end));
-    if (words.size() < 2)
-        return std::nullopt;
-    const auto* const verb = std::find_if(std::begin(kVerbs), std::end(kVerbs),
-                                          [&](const auto& v) { return v.name == words[0]; });
-    const auto* const table = std::find_if(kAllTables.begin(), kAllTables.end(),
-                                           [&](Table t) { return shapeOf(t).name == words[1]; });
-    if (verb == std::end(kVerbs) || table == kAllTables.end())
-        return std::nullopt;
-    Command command{verb->verb, *table, 0, {}, {}, {}, {}};
-    const TableShape& shape = command.shape();
-    std::size_t at = 2;
-    if (verb->keyed) {
-        if (words.size() < 4 || shape.find(words[2]) == shape.columns.size())
-            return std::nullopt;
-        command.keyColumn = shape.find(words[2]);
-        command.key = words[3];
-        at = 4;
-    } else if (verb->name == "selectrow") {
-        if (words.size() < 3)
-            return std::nullopt;
-        command.row = std::strtoul(std::string(words[2]).c_str(), nullptr, 10);
-        at = 3;
-    }
-    while (at < words.size()) {
-        const std::size_t column = shape.find(words[at]);
-        if (column == shape.columns.size())
-            return std::nullopt;
-        command.columns.push_back(column);
-        ++at;
-        if (!command.writes())
-            continue;
-        const std::string_view type = shape.columns[column].text ? kText : kInteger;
-        if (at == words.size() || !startsWith(words[at], type))
-            return std::nullopt;
-        // A text has its inner blanks and ends where the next column's value comes.
-        const char* const begin = words[at].data() + type.size();
-        const char* last = words[at].data() + words[at].size();
-        for (++at; at < words.size(); ++at) {
-            const bool next = words[at].find(':') == words[at].npos && at + 1 < words.size() &&
-                              isTyped(words[at + 1]);
-            if (next || !shape.columns[column].text)
-                break;
-            last = words[at].data() + words[at].size();
-        }
-        command.values.emplace_back(begin, last);
-    }
-    return command;
-}
-
-bool Stage::isFor(std::string_view commandLine) {
-    commandLine.remove_prefix(std::min(commandLine.find_first_not_of(' '), commandLine.size()));
-    return startsWith(commandLine, "quorlet ");
-}
-
 std::optional<std::string> Stage::answer(const std::string& commandLine) {
-    const std::size_t begin = commandLine.find('"');
-    const std::size_t end = commandLine.rfind('"');
-    if (begin == end)
-        return "";
-    const auto command =
-        Command::parse(std::string_view(commandLine).substr(begin + 1, end - begin - 1));
+    const auto command = Command::parse(commandLine);
     if (!command)
         return ""; // the client complains on standard error only
     return command->writes() ? write(*command, commandLine) : select(*command);

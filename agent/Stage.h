@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Command.h"
 #include "Image.h"
 #include "Record.h"
 
@@ -28,9 +29,6 @@ public:
     explicit Stage(Image& image, Record* record = nullptr, Client client = nullptr)
         : m_image(image), m_record(record), m_client(std::move(client)) {}
 
-    /// @return whether a command line is one for the client
-    static bool isFor(std::string_view commandLine);
-
     /// Answers a command line as the client would; nothing when it was not started.
     std::optional<std::string> answer(const std::string& commandLine);
 
@@ -41,8 +39,6 @@ public:
     bool brokenOff() const { return m_brokenOff; }
 
 private:
-    struct Command;
-
     std::string select(const Command& command) const;
     std::optional<std::string> write(const Command& command, const std::string& commandLine);
     std::optional<std::string> runClient(const Command& command, const std::string& commandLine);

@@ -1,6 +1,7 @@
 #include "Undo.h"
 
 #include "Client.h"
+#include "DatabaseReader.h"
 #include "Log.h"
 #include "Restore.h"
 
@@ -164,7 +165,7 @@ std::optional<int> Undo::restoreRows() {
     const Tables tables = tablesToRestore(m_record);
     for (int round = 0; round < kRounds; ++round) {
         for (const Table table : kAllTables)
-            if (tables.has(table) && m_image.read(table) != CORVANTA_OK)
+            if (tables.has(table) && readTable(m_image, table) != CORVANTA_OK)
                 return std::nullopt;
         const Restoring next = restoring(m_record, m_image, round);
         if (next.commands.empty())

@@ -2,7 +2,7 @@
 // stand-in device. SCRIPTS is the folder of report.sh and report.pl. Each way of making a report
 // does some CLIENT_RUNS per number of rows, in no less than three rounds.
 
-#include "agent/Image.h"
+#include "agent/DatabaseReader.h"
 #include "agent/Model.h"
 
 #include <algorithm>
@@ -179,7 +179,7 @@ void refresh(benchmark::State& state) {
         const double self = processorTime(RUSAGE_SELF), children = processorTime(RUSAGE_CHILDREN);
         bool read = agent::readLine(model);
         for (const agent::Table table : agent::kAllTables)
-            read = read && image.read(table) == CORVANTA_OK;
+            read = read && agent::readTable(image, table) == CORVANTA_OK;
         if (!read)
             return state.SkipWithError("the refresh failed");
         own.push_back(processorTime(RUSAGE_SELF) - self);

@@ -1,6 +1,7 @@
 // How the agent takes changes back, on a database in memory: many changes made up at random, each
 // broken off somewhere, beside what others do.
 
+#include "agent/DatabaseReader.h"
 #include "agent/JournalText.h"
 #include "agent/Restore.h"
 #include "agent/Stage.h"
@@ -360,13 +361,13 @@ TEST(ReadingTest, MissesNoRowWhileOthersChangeTheTable) {
             for (int id = 1; id < 6; ++id)
                 run(device.database, "insertkey Bridge Name text:br" + std::to_string(id));
             Image image;
-            ASSERT_EQ(CORVANTA_OK, image.read(Table::bridge));
+            ASSERT_EQ(CORVANTA_OK, readTable(image, Table::bridge));
             device.commands = 0;
             device.others = [&](int command) {
                 if (command == when)
                     run(device.database, change);
             };
-            EXPECT_EQ(CORVANTA_OK, image.read(Table::bridge));
+            EXPECT_EQ(CORVANTA_OK, readTable(image, Table::bridge));
             for (const Row& row : device.database[Table::bridge])
                 EXPECT_NE(image[Table::bridge].end(), image.find(Table::bridge, row.id()))
                     << change << " before command " << when;
@@ -375,10 +376,10 @@ TEST(ReadingTest, MissesNoRowWhileOthersChangeTheTable) {
     device = {};
     device.database[Table::bridge] = {{{"1", "br1", "0"}}, {{"1", "br1", "0"}}};
     Image image;
-    EXPECT_EQ(CORVANTA_OK, image.read(Table::bridge)) << "two rows with one Id";
+    EXPECT_EQ(CORVANTA_OK, readTable(image, Table::bridge)) << "two rows with one Id";
     EXPECT_EQ(2U, image[Table::bridge].size());
     device.others = [](int) { run(device.database, "insertkey Bridge Name text:more"); };
-    EXPECT_EQ(CORVANTA_FAILED, image.read(Table::bridge));
+    EXPECT_EQ(CORVANTA_FAILED, readTable(image, Table::bridge));
     EXPECT_EQ(2U, image[Table::bridge].size());
 }
 
