@@ -30,6 +30,7 @@ constexpr seconds kWalkPause{1};
 constexpr seconds kWalkLimit{5};
 
 constexpr seconds kRepeated{60}; ///< for how long a request that comes again is known
+constexpr std::size_t kMostAnswers = 256;
 constexpr seconds kGrace{10}; ///< for the device's side to tell that a set has missed its deadline
 
 /// What a manager is told of a set that has ended.
@@ -231,15 +232,16 @@ void RequestHandler::dispatch(netsnmp_mib_handler& handler,
         break;
     case MODE_SET_RESERVE1:
         m_request = identify(info, requests);
-        m_again = !m_request.empty() && m_request == m_answered.request &&
-                  Clock::now() - m_answered.when < kRepeated;
-        if (!m_again)
+        if (const Answered* answered = findAnswer(arrivalOf(info.asp))) {
+            m_again = true;
+            setError(requests, answered->place, answered->error);
+        } else {
+            m_again = false;
             reserveAll(info, requests);
+        }
         break;
     case MODE_SET_ACTION:
-        if (m_again) {
-            setError(requests, m_answered.place, m_answered.error);
-        } else if (ask(requests) && m_settings.subagent) {
+        if (ask(requests) && m_settings.subagent) {
             finish(await(m_set->id, m_giveUp), requests);
         } else if (m_set && !m_result) {
             for (auto* request = requests; request != nullptr; request = request->next)
@@ -253,7 +255,8 @@ void RequestHandler::dispatch(netsnmp_mib_handler& handler,
             undo(requests);
         [[fallthrough]];
     case MODE_SET_FREE:
-        ++m_setsRefused;
+        if (!m_again)
+            ++m_setsRefused;
         [[fallthrough]];
     case MODE_SET_COMMIT:
         m_set.reset();
@@ -305,27 +308,56 @@ int RequestHandler::answer(int mode, const netsnmp_request_info& request) const 
 
 void RequestHandler::reserveAll(const netsnmp_agent_request_info& info,
                                 netsnmp_request_info* requests) {
-    const auto now = Clock::now();
-    const auto kept = m_kept.find(info.asp);
-    const auto came = kept == m_kept.end() ? now : kept->second;
     m_snapshot = m_newest;
     m_set.emplace();
     m_set->id = m_nextId++;
-    m_set->deadline = came + m_settings.setDeadline;
+    m_set->deadline = arrivalOf(info.asp) + m_settings.setDeadline;
     m_result.reset();
-    if (now >= m_set->deadline) { // its manager has stopped waiting
-        netsnmp_request_set_error(requests, SNMP_ERR_GENERR);
-        return;
-    }
+    // One that came too long ago has a manager that has stopped waiting.
+    int error = Clock::now() >= m_set->deadline ? SNMP_ERR_GENERR : SNMP_ERR_NOERROR;
     std::size_t place = 0;
-    for (auto* request = requests; request != nullptr; request = request->next, ++place) {
-        if (const int error = reserve(*request->requestvb, place); error != SNMP_ERR_NOERROR) {
-            netsnmp_request_set_error(request, error);
-            return;
-        }
+    std::size_t next = 0;
+    for (auto* request = requests; request != nullptr && error == SNMP_ERR_NOERROR;
+         request = request->next) {
+        place = next++;
+        error = reserve(*request->requestvb, place);
     }
-    if (const int error = checkTrial(); error != SNMP_ERR_NOERROR)
-        netsnmp_request_set_error(requests, error);
+    if (error == SNMP_ERR_NOERROR) {
+        place = 0;
+        error = checkTrial();
+    }
+    if (error == SNMP_ERR_NOERROR)
+        return;
+    remember(error, place);
+    setError(requests, place, error);
+}
+
+/// When a set's request came, which the toolkit may have kept since.
+Clock::time_point RequestHandler::arrivalOf(const netsnmp_agent_session* asked) const {
+    const auto kept = m_kept.find(asked);
+    return kept == m_kept.end() ? Clock::now() : kept->second;
+}
+
+/// What was answered to the request when it came before; null when it has not.
+/// @param came  when it came this time
+const RequestHandler::Answered* RequestHandler::findAnswer(Clock::time_point came) const {
+    const auto found =
+        std::find_if(m_answered.begin(), m_answered.end(), [&](const Answered& answered) {
+            return answered.request == m_request && came - answered.when < kRepeated;
+        });
+    return found == m_answered.end() ? nullptr : &*found;
+}
+
+void RequestHandler::remember(int error, std::size_t place) {
+    if (m_request.empty())
+        return;
+    auto oldest = Clock::now(); // of the requests that can still be one that was answered
+    for (const auto& [asked, came] : m_kept)
+        oldest = std::min(oldest, came);
+    while (!m_answered.empty() &&
+           (m_answered.size() >= kMostAnswers || oldest - m_answered.front().when >= kRepeated))
+        m_answered.pop_front();
+    m_answered.push_back({m_request, error, place, Clock::now()});
 }
 
 int RequestHandler::reserve(const netsnmp_variable_list& binding, std::size_t place) {
@@ -398,11 +430,12 @@ void RequestHandler::finish(const SetResult& result, netsnmp_request_info* reque
     if (result.outcome == Outcome::late)
         log(LOG_WARNING, "a set missed its deadline and comes to nothing");
     m_result = result;
-    m_answered = {m_request, errorOf(result), result.place, Clock::now()};
+    const int error = errorOf(result);
+    remember(error, result.place);
     m_snapshot = m_newest;
-    if (m_answered.error == SNMP_ERR_NOERROR)
+    if (error == SNMP_ERR_NOERROR)
         return;
-    setError(requests, m_answered.place, m_answered.error);
+    setError(requests, result.place, error);
     m_set.reset();
 }
 
@@ -458,7 +491,7 @@ void RequestHandler::take(const Message& message) {
         // it was not begun or is done, which the device will tell.
         m_before = m_newest->counters;
         m_side = hello->side;
-        m_doubtful = m_set && !m_result && !hello->takesBack;
+        m_doubtful = m_set && !m_result && !hello->takesBack ? m_set->id : 0;
         if (m_set && !m_result && hello->takesBack)
             takeResult({m_set->id, Outcome::undoing, CORVANTA_FAILED, 0});
     }
@@ -483,7 +516,7 @@ void RequestHandler::takeSnapshot(const Snapshot& snapshot) {
     }
     m_newest = std::make_shared<const Snapshot>(std::move(newest));
     m_heard = true;
-    if (snapshot.complete && std::exchange(m_doubtful, false) && m_set && !m_result)
+    if (snapshot.complete && m_set && !m_result && m_set->id == m_doubtful)
         takeResult(judge(*m_newest));
 }
 

@@ -344,6 +344,63 @@ TEST(Field, EitherSideMayDie) {
     EXPECT_EQ(0, site.agent->end(SIGTERM));
 }
 
+TEST(Field, ARepeatedRequestIsAnsweredNotMadeAgain) {
+    Site site("-i 600 -a 6000 -d 60");
+    std::string first = packetsOf(site, "snmpset", Site::oid("6.1.5.1") + " i 77").back();
+    std::string second = first;
+    const Port one;
+    const Port other;
+    for (const bool queued : {false, true}) {
+        SCOPED_TRACE(queued);
+        second.back() = static_cast<char>(++first.back() + 20); // the value
+        site.run("rm -f runs; touch runs");
+        if (queued) {
+            site.write("hold", "");
+            one.send(portOf(site), first);
+            EXPECT_TRUE(soon([&] { return site.has("held"); }));
+            for (const Port* manager : {&other, &one, &other})
+                manager->send(portOf(site), manager == &one ? first : second);
+            EXPECT_NE("", site.get("6.1.5.1")); // they have come in before this
+            fs::remove(site.folder / "hold");
+        }
+        std::map<const Port*, std::string> answers;
+        for (const Port* manager : {&one, &other, &one, &other}) {
+            if (!queued)
+                manager->send(portOf(site), manager == &one ? first : second);
+            const std::string answer = manager->receive(60000);
+            EXPECT_NE("", answer);
+            EXPECT_EQ(answers.emplace(manager, answer).first->second, answer);
+        }
+        EXPECT_EQ("2\n", site.run("grep -c updatekey runs"));
+        EXPECT_EQ("INTEGER: " + std::to_string(second.back()), site.get("6.1.5.1"));
+    }
+}
+
+TEST(Field, TheDoubtAboutASetIsNotAnothers) {
+    Site site;
+    const std::string datagrams = site.address;
+    site.address = "udp:" + datagrams + ",tcp:" + datagrams;
+    site.startAgent("-m " + site.address + " -c agent.conf -s state -i 600 -a 6000 -d 90");
+    site.address = datagrams;
+    site.awaitAgent();
+    const auto lock = site.lock();
+    site.write("runs", "");
+    {
+        Process first(site.folder, site.environment + "snmpset -v2c -c test -r 0 -t 60 tcp:" +
+                                       datagrams + " " + Site::oid("6.1.5.1") + " i 77");
+        EXPECT_TRUE(soon([&] { return fs::file_size(site.folder / "runs") > 0; }));
+        kill(side(site, "dev"), SIGKILL); // while it reads for the set, whose manager then goes
+        site.run("until grep -q 'is started again' agent.log; do sleep 0.05; done; >runs");
+        EXPECT_TRUE(soon([&] { return fs::file_size(site.folder / "runs") > 0; }, 60000));
+    }
+    EXPECT_EQ("INTEGER: 32", site.get("6.1.5.1")); // the new one has greeted before this
+    std::thread second([&] { EXPECT_EQ("", site.set("6.1.5.1", "i 78")); });
+    pause(500); // longer only makes it surer that the set has come in
+    fs::remove(site.folder / "locked");
+    second.join();
+    EXPECT_EQ("78\n", site.sql("SELECT Vci FROM Atm WHERE Id=1"));
+}
+
 TEST(Field, TheSandboxStartsNothing) {
     const bool hasDomains = syscall(SYS_landlock_create_ruleset, nullptr, 0, 1) > 0; // its version
     const pid_t child = fork();
