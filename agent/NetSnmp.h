@@ -16,6 +16,9 @@ bool open(const Options& options);
 /// Whether the master has refused the objects: somebody else serves them.
 bool isRefused();
 
+/// Stores what managers have changed of the toolkit's own objects, such as sysName.
+void storeChanges();
+
 void close();
 
 } // namespace agent::netsnmp

@@ -85,8 +85,10 @@ int serve(const Options& options, int link, int alive, int stop) {
     while (!front.stopping && !agent::netsnmp::isRefused()) {
         agent_check_and_process(1);
         front.handler.releaseRequests();
-        if (!options.master.empty())
-            strangers.limitConnections();
+        if (options.master.empty())
+            continue;
+        strangers.limitConnections();
+        agent::netsnmp::storeChanges();
     }
     agent::netsnmp::close();
     return front.stopping ? 0 : fail("the master refuses the objects: another agent serves them");

@@ -185,8 +185,8 @@ public:
         const std::string parts = fs::path(QUORLET).parent_path().string();
         agent = std::make_unique<Process>(
             folder,
-            environment + ON_DEVICE " device env PATH=$PWD/bin:" + parts +
-                ":$PATH " CORVANTAD " -f " + options + " >>agent.log 2>&1",
+            environment + ON_DEVICE " device env PATH=$PWD/bin:" + parts + ":$PATH " + tracer +
+                CORVANTAD " -f " + options + " >>agent.log 2>&1",
             confine);
     }
 
@@ -275,6 +275,7 @@ public:
     std::string environment = "MIBS= ";
     std::string manager = "-v2c -c test";
     std::string patience = "20";   ///< in seconds
+    std::string tracer;            ///< what the agent is run by
     std::function<void()> confine; ///< what an agent does before it starts
     std::unique_ptr<Process> agent;
 };

@@ -91,6 +91,64 @@ TEST(Field, AReplayedSetIsRefusedAfterAKill) {
     EXPECT_EQ("32\n", site.sql("SELECT Vci FROM Atm WHERE Id=1"));
 }
 
+/// The user is known by what is stored alone, with keys that only this engine ID fits.
+TEST(Field, NoUserIsLostWhateverEndsAStart) {
+    Site site;
+    site.run("mkdir state; echo 'createUser corvantaOperator SHA \"auth passphrase\" AES \"priv "
+             "passphrase\"' >state/corvantad.conf; echo 'rwuser corvantaOperator' >agent.conf");
+    site.manager = kUser + "Operator -l authPriv";
+    site.environment += "SNMPCONFPATH=. ";
+    const std::string options = "-m " + site.address + " -c agent.conf -s state -i 60";
+    std::string engine;
+    int boots = 0;
+    const auto answers = [&](const std::string& after) {
+        site.startAgent(options);
+        site.patience = "0.3";
+        std::string answer;
+        soon([&] {
+            answer = site.tool("snmpget -Oqv", ".1.3.6.1.6.3.10.2.1.1.0 .1.3.6.1.6.3.10.2.1.2.0");
+            return answer[0] == '"';
+        });
+        const std::size_t end = answer.rfind('"') + 1;
+        const std::string before = engine.empty() ? answer.substr(0, end) : engine;
+        engine = answer.substr(0, end);
+        EXPECT_EQ(before, engine) << after;
+        EXPECT_LT(boots, std::atoi(answer.c_str() + end))
+            << after << answer << site.run("cat agent.log");
+        boots = std::atoi(answer.c_str() + end);
+        site.agent->end(SIGKILL);
+        return !::testing::Test::HasFailure();
+    };
+    ASSERT_TRUE(answers("nothing"));
+    // Without power, or killed, while another version wrote: it set the old file aside meanwhile.
+    for (const char* left :
+         {"cp corvantad.conf corvantad.0.conf", "mv corvantad.conf corvantad.0.conf",
+          "mv corvantad.conf corvantad.0.conf; head -n 32 corvantad.0.conf >corvantad.conf"})
+        ASSERT_TRUE(site.run("cd state; " + std::string(left)) == "" && answers(left));
+    // At each call that changes these files: killed, or told that the disk is full from then on.
+    std::string trace = "strace -f -qq -o /dev/null -e trace=write,fsync,rename,unlink,mkdir";
+    for (const char* name :
+         {"corvantad.conf", "corvantad.0.conf", "corvantad.conf.new", "new", "new/corvantad.conf"})
+        trace += std::string(" -P $PWD/state/") + name;
+    for (const std::string fault :
+         {"write:signal=KILL", "fsync:signal=KILL", "rename:signal=KILL", "unlink:signal=KILL",
+          "mkdir:signal=KILL", "write:error=ENOSPC", "fsync:error=ENOSPC", "mkdir:error=ENOSPC"})
+        for (int n = 1;; ++n) {
+            site.tracer = trace + " -e inject=" + fault + ":when=" + std::to_string(n) + "+ ";
+            site.write("agent.log", "");
+            site.startAgent(options);
+            const auto started = [&] { return !site.run("grep started$ agent.log").empty(); };
+            EXPECT_TRUE(soon([&] { return !site.agent->running() || started(); }));
+            site.agent->end(SIGKILL);
+            site.tracer.clear();
+            if (started()) {
+                EXPECT_LT(1, n) << fault;
+                break;
+            }
+            ASSERT_TRUE(answers(fault + std::to_string(n)));
+        }
+}
+
 /// The database is locked for 10 s; $CORVANTA_LOCK says otherwise.
 TEST(Field, NoGetWaitsForASet) {
     const char* const wanted = std::getenv("CORVANTA_LOCK");
