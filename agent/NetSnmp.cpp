@@ -11,19 +11,26 @@
 
 #include <net-snmp/agent/net-snmp-agent-includes.h>
 
+#include <net-snmp/agent/agent_callbacks.h>
 #include <net-snmp/agent/mib_modules.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
+#include <pwd.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 namespace agent::netsnmp {
@@ -136,6 +143,58 @@ bool storeBoots() {
     return takeNewState();
 }
 
+bool connected = false;      ///< to the master
+std::optional<bool> watched; ///< as it was when it was last looked at
+
+template <bool there>
+int onConnection(int, int, void*, void*) {
+    connected = there;
+    return SNMPERR_SUCCESS;
+}
+
+std::string userName() {
+    const passwd* const user = getpwuid(geteuid());
+    return user != nullptr ? user->pw_name : std::to_string(geteuid());
+}
+
+/// Whether the master's socket can be reached by this user; an errno, or 0.
+int tryMaster(const std::string& path) {
+    if (connected) // perhaps with rights that have been given up since
+        return access(path.c_str(), R_OK | W_OK) != 0 && errno == EACCES ? EACCES : 0;
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    if (path.size() >= sizeof address.sun_path)
+        return ENAMETOOLONG;
+    path.copy(address.sun_path, path.size());
+    const int descriptor = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    const int failed =
+        connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0
+            ? 0
+            : errno;
+    ::close(descriptor);
+    return failed;
+}
+
+/// What keeps the agent from its master, and what to look at; empty when nothing is known to.
+std::string masterProblem(std::string path) {
+    if (path.empty())
+        path = NETSNMP_AGENTX_SOCKET;
+    if (path.rfind("unix:", 0) == 0)
+        path.erase(0, 5);
+    if (path[0] != '/' && path.find(':') != path.npos) // by TCP, where nobody has to be let in
+        return connected ? "" : "cannot reach the master at " + path;
+    const int failed = tryMaster(path);
+    if (failed == 0)
+        return "";
+    std::string text = std::string(connected ? "cannot reconnect to" : "cannot reach") +
+                       " the master at " + path + ": " + std::strerror(failed);
+    if (failed == EACCES)
+        return text + ": snmpd lets user " + userName() +
+               " in by a line 'agentXPerms 0660 0751 USER GROUP' in its configuration, which a "
+               "corvanta.conf of 1.0 lacks; then restart snmpd";
+    return text + ": does snmpd run, with 'master agentx' in its configuration?";
+}
+
 void setFlag(int store, int which) {
     netsnmp_ds_set_boolean(store, which, 1);
 }
@@ -163,7 +222,12 @@ void prepare(const Options& options) {
         setFlag(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_DONT_PERSIST_STATE);
         setText(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_X_SOCKET, options.socket);
         init_agent(kName);
-        // The first attempt may log that there is no master; later ones are silent.
+        // The toolkit would not say what is wrong.
+        setFlag(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_NO_CONNECTION_WARNINGS);
+        snmp_register_callback(SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_INDEX_START,
+                               onConnection<true>, nullptr);
+        snmp_register_callback(SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_INDEX_STOP,
+                               onConnection<false>, nullptr);
         netsnmp_ds_set_int(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_AGENTX_PING_INTERVAL,
                            kPingInterval);
         return;
@@ -181,7 +245,6 @@ void prepare(const Options& options) {
 
 bool open(const Options& options) {
     init_snmp(kName);
-    setFlag(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_NO_CONNECTION_WARNINGS);
     if (options.master.empty())
         return true;
     if (init_master_agent() != 0) {
@@ -197,6 +260,20 @@ bool open(const Options& options) {
 
 bool isRefused() {
     return refused;
+}
+
+void watchMaster(const Options& options) {
+    using Clock = std::chrono::steady_clock;
+    static std::string told;
+    static Clock::time_point due;
+    if (std::exchange(watched, connected) == connected && (connected || Clock::now() < due))
+        return;
+    due = Clock::now() + std::chrono::seconds(kPingInterval);
+    const std::string problem = masterProblem(options.socket);
+    if (problem != told)
+        log(problem.empty() ? LOG_INFO : LOG_WARNING,
+            problem.empty() ? "the master is there again" : problem);
+    told = problem;
 }
 
 void storeChanges() {
