@@ -56,12 +56,15 @@ private:
     void renewSnapshot(int mode);
     bool stale() const;
     int answer(int mode, const netsnmp_request_info& request) const;
-    void reserveAll(const netsnmp_agent_request_info& info, netsnmp_request_info* requests);
+    void reserveAll(netsnmp_request_info* requests);
     int reserve(const netsnmp_variable_list& binding, std::size_t place);
     int checkTrial() const;
     Clock::time_point arrivalOf(const netsnmp_agent_session* asked) const;
     const Answered* findAnswer(Clock::time_point came) const;
     void remember(int error, std::size_t place);
+    void note(const netsnmp_agent_request_info& info, const netsnmp_request_info* requests);
+    void logSet(const std::string& outcome, int error);
+    void logReverts(const Snapshot& before);
     bool ask(netsnmp_request_info* requests);
     void finish(const SetResult& result, netsnmp_request_info* requests);
     SetResult await(std::uint64_t id, Clock::time_point deadline);
@@ -106,6 +109,9 @@ private:
         Clock::time_point when;
     };
     std::deque<Answered> m_answered; ///< in order of time
+    std::string m_asked;             ///< who set what, for the log
+    Clock::time_point m_came;        ///< and when
+    std::string m_onTrial;           ///< likewise, of the change that is pending
     std::string m_request;           ///< of the set under way; empty when that can't be known
     bool m_again = false;            ///< whether that has been answered
 };

@@ -18,6 +18,7 @@
 #include <map>
 #include <random>
 #include <set>
+#include <tuple>
 #include <vector>
 
 namespace {
@@ -214,18 +215,20 @@ TEST(Field, ASlowDeviceIsNotOverstrained) {
 }
 
 TEST(Field, StopsInTimeAndLetsAChangeEnd) {
-    for (const bool locked : {true, false}) {
-        Site site("-i 60 -d 60");
+    for (const std::string what : {"hold", "locked", "slow"}) {
+        const bool locked = what == "locked";
+        Site site("-i 60 -d 60 -l 60");
         const auto lock = locked ? site.lock("30") : nullptr;
-        site.write("slow", "");
+        site.write(what == "hold" ? "hold" : "slow", "");
         std::thread manager([&] { site.set("6.1.5.1", "i 77"); });
-        soon([&] { return site.has("changing"); }, 3000);
+        soon([&] { return site.has("changing") || site.has("held"); }, 3000);
         const auto start = Clock::now();
         kill(-site.agent->pid(), SIGINT); // as from a terminal, to the clients too
         EXPECT_EQ(0, site.agent->end(SIGTERM));
         EXPECT_LT(msSince(start), 20000);
         EXPECT_EQ(locked, site.has("locked"));
-        if (!locked) {
+        EXPECT_EQ("", site.run("flock -n state/clients.lock true || echo a client is left"));
+        if (what == "slow") {
             EXPECT_EQ("77\n", site.sql("SELECT Vci FROM Atm WHERE Id=1"));
         }
         manager.join();
@@ -432,6 +435,105 @@ TEST(Field, ARepeatedRequestIsAnsweredNotMadeAgain) {
         EXPECT_EQ("2\n", site.run("grep -c updatekey runs"));
         EXPECT_EQ("INTEGER: " + std::to_string(second.back()), site.get("6.1.5.1"));
     }
+}
+
+TEST(Field, TheLogTellsWhoChangedWhat) {
+    Site site;
+    site.write("agent.conf",
+               "rwcommunity test\ncreateUser corvantaOperator SHA 'auth passphrase' AES 'priv "
+               "passphrase'\nrwuser corvantaOperator\n");
+    site.environment += "SNMPCONFPATH=. ";
+    site.startAlone("-i 600 -a 6000");
+    const std::string community = site.manager;
+    for (const auto& [manager, object, value, line] :
+         {std::tuple("", "6.1.5.1", "i 77", ": cvCircuitVci.1 32 -> 77: made, "),
+          std::tuple("", "6.1.5.1", "s text",
+                     ": cvCircuitVci.1 77: refused: nothing has changed (wrongType), "),
+          std::tuple("v3", "7.1.2.2", "i 1", "corvantaOperator from UDP: [127.0.0.1]:"),
+          std::tuple(
+              "", "3.1.0", "s '$(x)'",
+              "cvDefaultWanInterface.0 '' -> '$(x)': refused: nothing has changed (wrongValue), "),
+          std::tuple(
+              "", "1.9.0", "i 1",
+              ": .1.3.6.1.4.1.32473.1.1.1.9.0: refused: nothing has changed (notWritable), "),
+          std::tuple("v3", "6.1.4.1", "i 9 TRIAL 60",
+                     "cvCircuitVpi.1 1 -> 9, cvConfirmTimeout.0 -> 60: made, on trial for 60 s, "),
+          std::tuple("", "8.3.0", "i 2",
+                     ": cvChange.0 -> confirm: made, confirms set by corvantaOperator from UDP: "),
+          std::tuple("", "6.1.4.1", "i 1 TRIAL 60",
+                     "cvCircuitVpi.1 9 -> 1, cvConfirmTimeout.0 -> 60: made, on trial for 60 s, "),
+          std::tuple("", "8.3.0", "i 3",
+                     "cvCircuitVpi.1 9 -> 1, cvConfirmTimeout.0 -> 60: taken back, since a manager "
+                     "wanted it")}) {
+        site.write("agent.log", "");
+        site.manager = *manager != 0 ? kUser + "Operator -l authPriv" : community;
+        std::string values = value;
+        if (const auto place = values.find("TRIAL"); place != values.npos)
+            values.replace(place, 5, Site::oid("8.1.0") + " u");
+        site.set(object, values);
+        EXPECT_TRUE(soon([&] { return site.run("cat agent.log").find(line) != std::string::npos; }))
+            << line << site.run("cat agent.log");
+        EXPECT_EQ("", site.run("grep -e trace: -e passphrase -e '[^_]test' agent.log"));
+    }
+}
+
+TEST(Field, TheLogTellsWhyNothingWorks) {
+    const Site site;
+    for (const auto& [prepare, path, line, most] :
+         {std::tuple("true", "", "quorlet: not found in PATH /usr/bin:/bin", 1),
+          std::tuple("chmod -x bin/quorlet",
+                     "$PWD/bin:", "bin/quorlet: may not be run by this user", 1),
+          std::tuple("mv wordy bin/quorlet; chmod +x bin/quorlet",
+                     "$PWD/bin:", "quorlet says: 0000", 20)}) {
+        site.write(
+            "wordy",
+            "#!/bin/sh\nprintf '%02000d\\n' 1 2 3 >&2\nseq 200000 >&2\necho 'Unknown row'\n");
+        site.run(prepare);
+        const Process agent(site.folder, std::string("PATH=") + path +
+                                             "/usr/bin:/bin " CORVANTAD
+                                             " -f -s state -i 1 -a 9 -m udp:" +
+                                             site.address + " >why.log 2>&1");
+        EXPECT_TRUE(soon([&] { return site.run("cat why.log").find(line) != std::string::npos; }));
+        pause(1500); // for more, that should not come
+        EXPECT_GE(most, std::stoi(site.run("grep -c 'quorlet' why.log")));
+        EXPECT_EQ("", site.run("grep -e '.\\{300\\}' -e 'hung and' -e 'sh: 1' why.log"));
+    }
+}
+
+/// With the configuration of 1.0, changed and kept, snmpd lets no user in.
+TEST(Field, AConfigurationOfBeforeIsSaidToShutTheAgentOut) {
+    Subagent site;
+    site.run("chmod -R a+rwX .; sed '/^agentXPerms/d' " SNMPD_CONF
+             " >old.conf; sed -i 's,includeFile.*,includeFile '$PWD/old.conf, master.conf");
+    if (site.run("setpriv --reuid=nobody --clear-groups test -x " QUORLET " 2>&1; echo $?") !=
+        "0\n")
+        GTEST_SKIP() << "needs root, and a client that everybody can run";
+    const auto restart = [&] {
+        site.master->end(SIGTERM);
+        site.startMaster();
+    };
+    site.agent->end(SIGTERM);
+    restart();
+    EXPECT_TRUE(soon([&] { return site.has("agentx"); }));
+    site.write("agent.log", "");
+    site.run("chmod a+w agent.log");
+    site.tracer = "setpriv --reuid=nobody --clear-groups --no-new-privs ";
+    site.startAgent("-x agentx -s upgraded -d 9");
+    EXPECT_TRUE(soon([&] {
+        return !site.run("grep 'cannot reach the master at .*: Permission denied: snmpd lets user "
+                         "nobody in by a line .agentXPerms' agent.log")
+                    .empty();
+    })) << site.run("cat agent.log");
+    site.run("echo agentXPerms 0660 0751 nobody nogroup >>old.conf");
+    restart();
+    site.awaitAgent();
+    EXPECT_EQ("1\n", site.run("grep -c agentXPerms agent.log"));
+    EXPECT_TRUE(
+        soon([&] { return !site.run("grep 'the master is there again' agent.log").empty(); }));
+    site.master->end(SIGTERM);
+    EXPECT_TRUE(soon([&] {
+        return !site.run("grep 'cannot reach the master at .*: does snmpd run' agent.log").empty();
+    }));
 }
 
 TEST(Field, TheDoubtAboutASetIsNotAnothers) {
