@@ -1,4 +1,4 @@
-#include "Options.h"
+#include "agent/Options.h"
 
 #include <cerrno>
 #include <cstdio>

@@ -1,6 +1,6 @@
-#include "Processes.h"
+#include "agent/Processes.h"
 
-#include "Log.h"
+#include "agent/Log.h"
 
 #include <array>
 #include <cerrno>

@@ -1,6 +1,6 @@
-#include "StateFolder.h"
+#include "agent/StateFolder.h"
 
-#include "Log.h"
+#include "agent/Log.h"
 
 #include <cerrno>
 #include <csignal>

@@ -1,12 +1,12 @@
-#include "Client.h"
-#include "Log.h"
-#include "NetSnmp.h"
-#include "Processes.h"
-#include "RequestHandler.h"
-#include "Sandbox.h"
-#include "StateFolder.h"
-#include "Strangers.h"
-#include "Worker.h"
+#include "agent/Log.h"
+#include "agent/Processes.h"
+#include "agent/StateFolder.h"
+#include "agent/dev/Client.h"
+#include "agent/dev/Worker.h"
+#include "agent/net/NetSnmp.h"
+#include "agent/net/RequestHandler.h"
+#include "agent/net/Sandbox.h"
+#include "agent/net/Strangers.h"
 
 #include <csignal>
 #include <string>

@@ -2,8 +2,8 @@
 // stand-in device. SCRIPTS is the folder of report.sh and report.pl. Each way of making a report
 // does some CLIENT_RUNS per number of rows, in no less than three rounds.
 
-#include "agent/DatabaseReader.h"
-#include "agent/Model.h"
+#include "agent/dev/DatabaseReader.h"
+#include "agent/link/Model.h"
 
 #include <algorithm>
 #include <benchmark/benchmark.h>

@@ -2,8 +2,8 @@
 
 #include "harness.h"
 
-#include "agent/JournalText.h"
-#include "agent/Restore.h"
+#include "agent/change/JournalText.h"
+#include "agent/change/Restore.h"
 
 void fuzz::test(std::string_view text) {
     if (const auto entry = agent::toEntry(text))

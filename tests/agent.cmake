@@ -12,12 +12,13 @@ endif()
 
 # The MIB needs modules that Debian doesn't have; without npm, what needs the MIB is skipped.
 set(smi ${PROJECT_BINARY_DIR}/smi)
-add_test(NAME smi_modules COMMAND ${PROJECT_SOURCE_DIR}/agent/smi-modules ${smi})
+add_test(NAME smi_modules COMMAND ${PROJECT_SOURCE_DIR}/agent/share/smi-modules ${smi})
 set_tests_properties(smi_modules PROPERTIES FIXTURES_SETUP smi SKIP_RETURN_CODE 77)
 
 # A test of the agent, with what Site.h needs.
 function(add_site_test name timeout)
   add_executable(${name} ${name}.cpp ${ARGN})
+  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
   target_link_libraries(${name} PRIVATE GTest::gtest_main corvanta_flags)
   target_compile_definitions(${name} PRIVATE
     SNMPD="${SNMPD}"
@@ -25,7 +26,7 @@ function(add_site_test name timeout)
     QUORLET="$<TARGET_FILE:quorlet>"
     ON_DEVICE="env CORVANTA_BUILD=${PROJECT_BINARY_DIR} ${PROJECT_SOURCE_DIR}/scripts/on-device"
     SMI="${smi}"
-    MIB="${PROJECT_SOURCE_DIR}/agent/CORVANTA-MIB.txt"
+    MIB="${PROJECT_SOURCE_DIR}/agent/share/CORVANTA-MIB.txt"
     SNMPD_CONF="${PROJECT_BINARY_DIR}/agent/snmpd-corvanta.conf"
     PVC="${PROJECT_SOURCE_DIR}/device/pvc"
     ROOT_OID=".1.3.6.1.4.1.${CORVANTA_ENTERPRISE}.1")
@@ -44,7 +45,7 @@ endif()
 add_site_test(watch_test 900)
 set_tests_properties(watch_test PROPERTIES RUN_SERIAL ON)
 
-add_site_test(field_test 900 ${PROJECT_SOURCE_DIR}/agent/Sandbox.cpp)
+add_site_test(field_test 900 ${PROJECT_SOURCE_DIR}/agent/net/Sandbox.cpp)
 target_link_libraries(field_test PRIVATE PkgConfig::SECCOMP)
 target_compile_definitions(field_test PRIVATE UNIT="${PROJECT_BINARY_DIR}/agent/corvantad.service")
 

@@ -24,7 +24,7 @@ cmake --build build --target library_test corvantad quorlet pvcshim --parallel 2
 build/tests/library_test --gtest_brief=1
 
 export SMIPATH=$smi MIBDIRS=$smi:$work/tree/agent
-smilint -m -s -l 6 -i namelength-32 tree/agent/CORVANTA-MIB.txt |& tee smilint
+smilint -m -s -l 6 -i namelength-32 tree/agent/share/CORVANTA-MIB.txt |& tee smilint
 [ ! -s smilint ]
 user reader
 CORVANTA_BUILD=build tree/scripts/on-device device build/agent/corvantad --foreground \

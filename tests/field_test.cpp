@@ -3,7 +3,7 @@
 
 #include "Site.h"
 
-#include "../agent/Sandbox.h"
+#include "agent/net/Sandbox.h"
 
 #include <fcntl.h>
 #include <poll.h>

@@ -5,7 +5,7 @@
 # shellcheck source=lib.sh
 . "$(dirname -- "${BASH_SOURCE[0]}")/lib.sh"
 smi=$(realpath -m -- "$2") build=$(realpath -m -- "${3-.}")
-monitoring=$source/monitoring mib=$source/agent/CORVANTA-MIB.txt
+monitoring=$source/monitoring mib=$source/agent/share/CORVANTA-MIB.txt
 cd "$work"
 
 # Whether the generator makes snmp.yml of generator.yml and a MIB, and one of them names every object

@@ -1,0 +1,274 @@
+#include "agent/dev/Changer.h"
+
+#include "agent/Log.h"
+#include "agent/change/Restore.h"
+#include "agent/change/Stage.h"
+#include "agent/dev/Client.h"
+#include "agent/dev/DatabaseReader.h"
+
+#include <algorithm>
+#include <string>
+#include <utility>
+
+namespace agent {
+
+namespace {
+
+using std::chrono::seconds;
+
+std::string inSeconds(std::chrono::microseconds time) {
+    return std::to_string(std::chrono::ceil<seconds>(time).count()) + " s";
+}
+
+/// Whether every value of the set is what the image makes the library say.
+bool holds(const SetRequest& set, Image image) {
+    Stage stage(image);
+    const OnStage on(stage);
+    Snapshot snapshot;
+    readConfiguration(snapshot.model);
+    return firstMissing(set.changes, snapshot) == nullptr;
+}
+
+/// Has the library make the changes on a stage.
+int play(Transaction& set, Stage& stage) {
+    const OnStage on(stage);
+    for (const Change& change : set.request.changes) {
+        set.place = change.place;
+        update_managed_objects(); // handlers trust the cache, which the one before can have changed
+        if (const int status = change.object->write(change.row, change.value);
+            status != CORVANTA_OK)
+            return status;
+    }
+    return CORVANTA_OK;
+}
+
+/// Whether the change only alters rows that stay where they are.
+bool altersOnly(const TableRecord& record) {
+    return std::all_of(record.trails.begin(), record.trails.end(),
+                       [](const Trail& trail) { return trail.before() && !trail.removed(); });
+}
+
+/// How many client runs it takes to read what a change has touched.
+int runsOfReadingBack(const Record& record, const Image& image) {
+    std::size_t runs = 0;
+    for (const Table table : kAllTables)
+        if (const auto& trails = record[table].trails; !trails.empty())
+            runs += altersOnly(record[table]) ? trails.size() : image[table].size() + 1;
+    return static_cast<int>(runs);
+}
+
+} // namespace
+
+Changer::Changer(Image& image, Board& board, Refresh& refresh, Undo& undo, seconds setDeadline,
+                 std::function<void()> expire)
+    : m_image(image),
+      m_board(board),
+      m_refresh(refresh),
+      m_undo(undo),
+      m_setDeadline(setDeadline),
+      m_expire(std::move(expire)) {}
+
+void Changer::make(Transaction& set) {
+    const CutShort cut(set.late);
+    const SetRequest& request = set.request;
+    const ChangeState state = m_undo.state();
+    set.outcome = Outcome::unavailable;
+    if (request.trial < seconds(0) || request.trial > seconds(kLongestTrial) ||
+        request.deadline > Clock::now() + m_setDeadline)
+        return;
+    if (request.verdict != Verdict::notGiven) {
+        set.outcome = decide(set);
+        return;
+    }
+    if (state == ChangeState::restoring ||
+        (state == ChangeState::pending && request.trial.count() == 0))
+        return;
+    if (request.changes.empty()) {
+        set.outcome = m_undo.extend(request.trial);
+        if (set.outcome == Outcome::done)
+            m_undo.remember(request.id, {});
+        return;
+    }
+    set.outcome = Outcome::refused;
+    set.place = request.changes.front().place;
+    if (!fits(set)) {
+        set.status = CORVANTA_UNKNOWN_ROW;
+        return;
+    }
+    set.status = readFor(set);
+    Plan plan{};
+    if (set.status == CORVANTA_OK)
+        set.status = rehearse(set, plan);
+    if (set.status != CORVANTA_OK || set.late)
+        return;
+    if (hasTime(set, plan))
+        perform(set, std::move(plan));
+    else
+        set.outcome = Outcome::unavailable;
+}
+
+Outcome Changer::decide(Transaction& set) {
+    const bool alone = set.request.changes.empty() && set.request.trial.count() == 0;
+    if (m_undo.state() != ChangeState::pending || !alone)
+        return Outcome::inconsistent;
+    if (set.request.verdict == Verdict::none)
+        return Outcome::done;
+    if (set.request.verdict == Verdict::revert) {
+        log(LOG_NOTICE, "the change that is pending is taken back, as a manager wants");
+        return m_undo.revert(RevertReason::requested) == Outcome::undoing ? Outcome::undoing
+                                                                          : Outcome::done;
+    }
+    m_expire();
+    return set.late ? Outcome::refused : m_undo.confirm();
+}
+
+/// Whether the set is one that the other side may ask for: it could be somebody else by now.
+bool Changer::fits(const Transaction& set) const {
+    const std::vector<Instance> instances = listInstances(m_board.next);
+    return std::all_of(
+        set.request.changes.begin(), set.request.changes.end(), [&](const Change& change) {
+            return change.object->control() == Control::none && change.object->writable() &&
+                   check(*change.object, change.value) == SNMP_ERR_NOERROR &&
+                   std::any_of(instances.begin(), instances.end(), [&](const Instance& instance) {
+                       return instance.object == change.object && instance.row == change.row;
+                   });
+        });
+}
+
+int Changer::readFor(const Transaction& set) {
+    Tables tables;
+    for (const Change& change : set.request.changes)
+        if (!change.object->ownRow())
+            tables.add(change.object->tables());
+    if (m_refresh.databaseIsKnown())
+        return CORVANTA_OK;
+    for (const Table table : kAllTables) {
+        int status = CORVANTA_OK;
+        if (tables.has(table))
+            status = readTable(m_image, table);
+        else
+            for (const Change& change : set.request.changes)
+                if (status == CORVANTA_OK && change.object->tables().has(table))
+                    status = readRow(m_image, table, change.row);
+        if (status != CORVANTA_OK)
+            return status;
+    }
+    return CORVANTA_OK;
+}
+
+/// Finds out what the set does to which rows, without doing it.
+int Changer::rehearse(Transaction& set, Plan& plan) {
+    const QuietLibrary quiet;
+    Image image = m_image;
+    plan.record = m_undo.record(); // a change on trial goes on from the one that is pending
+    Stage stage(image, &plan.record);
+    if (const int status = play(set, stage); status != CORVANTA_OK)
+        return status;
+    plan.writes = stage.writes();
+    plan.runs = stage.writes() + runsOfReadingBack(plan.record, image);
+    if (!holds(set.request, image)) // one value of the request undoes another, or a row is missing
+        return CORVANTA_FAILED;
+    if (!canBeRestored(plan.record)) {
+        log(LOG_WARNING, "a set is refused: it removes a row that could not be written again");
+        return CORVANTA_UNFIT;
+    }
+    return CORVANTA_OK;
+}
+
+/// Whether the device is quick enough: what misses its deadline would be made, then taken back.
+bool Changer::hasTime(const Transaction& set, const Plan& plan) const {
+    const auto fits = [&] {
+        return Clock::now() + plan.runs * clientTime() < set.request.deadline;
+    };
+    if (plan.writes == 0 || fits())
+        return true;
+    // The device was slow when it was last asked, which can be long ago.
+    Image scratch;
+    const auto ask = [&scratch] { return readTable(scratch, Table::vlanParams) == CORVANTA_OK; };
+    if (timeClient(ask) && fits())
+        return true;
+    const auto needs = plan.runs * clientTime();
+    log(LOG_WARNING, "a set is refused: it takes " + inSeconds(needs) +
+                         " on this device, longer than it has left");
+    return false;
+}
+
+void Changer::perform(Transaction& set, Plan plan) {
+    const bool wasPending = m_undo.state() == ChangeState::pending;
+    const bool writes = plan.writes != 0;
+    Record done = m_undo.record();
+    Image image = m_image;
+    Tables current;
+    FileWatch::Mark mark;
+    if (writes) {
+        if (!m_undo.plan(plan.record)) {
+            set.status = CORVANTA_FAILED;
+            return;
+        }
+        const unsigned long failures = client_failures();
+        Stage stage(image, &done, runDatabaseClient);
+        set.status = play(set, stage);
+        mark = m_refresh.mark();
+        // The library ignores the failure of some steps.
+        if (set.status == CORVANTA_OK && (stage.brokenOff() || client_failures() != failures))
+            set.status = CORVANTA_FAILED;
+        if (set.status == CORVANTA_OK)
+            set.status = readBack(set, done, image, current);
+        if (set.status == CORVANTA_OK && client_failures() != failures)
+            set.status = CORVANTA_FAILED;
+    }
+    if (set.status == CORVANTA_OK) {
+        m_expire(); // the last time that anybody may stop waiting
+        if (!set.late && !m_undo.keep(plan.record, done, set.request.trial))
+            set.status = CORVANTA_FAILED;
+    }
+    if (set.status == CORVANTA_OK && !set.late) {
+        m_image = std::move(image);
+        set.outcome = Outcome::done;
+        m_undo.remember(set.request.id, set.request.trial.count() != 0 ? plan.record : done);
+        m_board.show(m_image);
+        if (writes) {
+            m_refresh.accept(mark);
+            m_refresh.settle(current);
+        }
+    } else if (writes) {
+        log(LOG_WARNING,
+            set.late ? "a set is late and is taken back"
+                     : "a set has failed and is taken back, status " + std::to_string(set.status));
+        set.outcome = m_undo.revert(std::move(plan.record),
+                                    wasPending ? RevertReason::failed : RevertReason::none);
+    }
+}
+
+/// Reads what the change has touched, and compares: rows, and the values that the library makes of
+/// them.
+int Changer::readBack(const Transaction& set, const Record& done, Image& image,
+                      Tables& current) const {
+    const Image wanted = image;
+    for (const Table table : kAllTables) {
+        const TableRecord& record = done[table];
+        if (record.trails.empty())
+            continue;
+        int status = CORVANTA_OK;
+        if (!altersOnly(record)) {
+            status = readTable(image, table);
+            current.add(table);
+        } else
+            for (const Trail& trail : record.trails)
+                if (status == CORVANTA_OK)
+                    status = readRow(image, table, trail.id);
+        if (status != CORVANTA_OK)
+            return status;
+        for (const Trail& trail : record.trails) {
+            const auto want = wanted.find(table, trail.id);
+            const auto is = image.find(table, trail.id);
+            const bool wantIt = want != wanted[table].end();
+            const bool haveIt = is != image[table].end();
+            if (wantIt != haveIt || (wantIt && !(*want == *is)))
+                return CORVANTA_FAILED;
+        }
+    }
+    return holds(set.request, image) ? CORVANTA_OK : CORVANTA_FAILED;
+}
+
+} // namespace agent

@@ -1,0 +1,55 @@
+#pragma once
+
+#include "agent/dev/Undo.h"
+
+#include <functional>
+
+namespace agent {
+
+/// A set on its way through the device.
+struct Transaction {
+    explicit Transaction(SetRequest asked) : request(std::move(asked)) {}
+
+    SetRequest request;
+    Outcome outcome = Outcome::refused;
+    int status = CORVANTA_OK; ///< a corvanta_status, of what ended it
+    std::size_t place = 0;    ///< of the variable that ended it
+    bool late = false;        ///< nobody waits any more: run nothing more for it
+};
+
+/// Makes sets. A change is rehearsed on an image of the database first. What it will do to which
+/// rows goes into the journal, and only then it is performed. One that is not whole in the end is
+/// taken back.
+class Changer {
+public:
+    /// @param expire  sees whether the set under way is late
+    Changer(Image& image, Board& board, Refresh& refresh, Undo& undo,
+            std::chrono::seconds setDeadline, std::function<void()> expire);
+
+    void make(Transaction& set);
+
+private:
+    /// What a rehearsal has found that a set takes.
+    struct Plan {
+        Record record; ///< how to take it back
+        int writes;    ///< commands that change something, or try to
+        int runs;      ///< of the client, the reading back included
+    };
+
+    Outcome decide(Transaction& set);
+    bool fits(const Transaction& set) const;
+    int readFor(const Transaction& set);
+    int rehearse(Transaction& set, Plan& plan);
+    bool hasTime(const Transaction& set, const Plan& plan) const;
+    void perform(Transaction& set, Plan plan);
+    int readBack(const Transaction& set, const Record& done, Image& image, Tables& current) const;
+
+    Image& m_image; ///< of the database, each table as it was last read
+    Board& m_board;
+    Refresh& m_refresh;
+    Undo& m_undo;
+    const std::chrono::seconds m_setDeadline;
+    const std::function<void()> m_expire;
+};
+
+} // namespace agent

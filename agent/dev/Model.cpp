@@ -1,0 +1,116 @@
+#include "agent/link/Model.h"
+
+#include <cstdlib>
+#include <memory>
+#include <string_view>
+
+namespace agent {
+
+namespace {
+
+/// A text of the library, empty when there was no memory for it.
+std::string take(char* text) {
+    const std::unique_ptr<char, decltype(&std::free)> owned(text, &std::free);
+    return owned ? std::string(owned.get()) : std::string();
+}
+
+/// Cuts the piece up to `end`, or what there is, off the front of a text.
+std::string cut(std::string_view& text, char end) {
+    const std::size_t size = text.find(end);
+    std::string piece(text.substr(0, size));
+    text.remove_prefix(size == text.npos ? text.size() : size + 1);
+    return piece;
+}
+
+int toInt(const std::string& text) {
+    return static_cast<int>(std::strtol(text.c_str(), nullptr, 10));
+}
+
+void readCircuits(Model& model) {
+    for (int n = 1; n <= kUnits; ++n) {
+        atm_entry entry{};
+        const bool cached = atm_access_c(access_get, &entry, n, 0) == CORVANTA_OK &&
+                            (entry.Enabled != 0 || entry.DeviceName[0] != '\0');
+        const int fcsPreserve = TruthValue_internal_to_snmp(entry.FcsPreserve);
+        model.circuits[static_cast<std::size_t>(n)] = {cached,    {entry.Enabled}, entry.DeviceName,
+                                                       entry.Vpi, entry.Vci,       {fcsPreserve}};
+    }
+}
+
+/// @return the text; empty when the device has no such row, nothing when it can't be given
+template <class Call>
+std::optional<std::string> readText(bool& present, Call call) {
+    std::string text;
+    const int status = accessText(access_get, text, call);
+    present = status != CORVANTA_UNKNOWN_ROW;
+    if (status != CORVANTA_OK && present)
+        return std::nullopt;
+    return text;
+}
+
+void readVlans(Model& model) {
+    for (int n = 1; n <= kUnits; ++n) {
+        Vlan vlan;
+        vlan.wanInterface = readText(vlan.present, [n](char* text, int size, int* length) {
+            return VlanWanInterface(access_get, text, size, length, n);
+        });
+        VlanEnabled_snmp(access_get, &vlan.enabled.value, n);
+        VlanDiscardTag_snmp(access_get, &vlan.discardTag.value, n);
+        model.vlans[static_cast<std::size_t>(n)] = vlan;
+    }
+}
+
+/// "VC1=1|PPPoE1=1|VC8=2"
+void readLayer2(Model& model) {
+    const std::string report = take(getLayer2IfStatus());
+    model.layer2.clear();
+    for (std::string_view rest = report; !rest.empty();) {
+        const std::string field = cut(rest, '|');
+        std::string_view state = field;
+        std::string name = cut(state, '=');
+        model.layer2.push_back({std::move(name), toInt(std::string(state))});
+    }
+}
+
+} // namespace
+
+void readConfiguration(Model& model) {
+    update_managed_objects();
+    readCircuits(model);
+    readVlans(model);
+    bool present = false;
+    model.defaultWan = readText(present, [](char* text, int size, int* length) {
+        return VlanDefaultWanInterface(access_get, text, size, length);
+    });
+    model.discardUntagged = {};
+    VlanDiscardUntaggedFrames_snmp(access_get, &model.discardUntagged.value);
+    readLayer2(model);
+}
+
+bool readLine(Model& model) {
+    speedInfo_s rates{};
+    if (getSpeedInfo(&rates) != 1)
+        return false;
+    model.rates = rates;
+    return true;
+}
+
+/// "MappingTable[size=14:14, 0=n/a:N/A,1=lo:LOOPBACK]"
+void readMapping(Model& model) {
+    const std::string table = take(mappingTableToString());
+    std::string_view rest(table);
+    cut(rest, ' ');
+    model.mapping.clear();
+    if (rest.empty())
+        return;
+    rest.remove_suffix(1);
+    while (!rest.empty()) {
+        const std::string row = cut(rest, ',');
+        std::string_view names = row;
+        const int index = toInt(cut(names, '='));
+        std::string physical = cut(names, ':');
+        model.mapping.push_back({index, std::move(physical), std::string(names)});
+    }
+}
+
+} // namespace agent

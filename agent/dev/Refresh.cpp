@@ -1,0 +1,178 @@
+#include "agent/dev/Refresh.h"
+
+#include "agent/Log.h"
+#include "agent/dev/Client.h"
+#include "agent/dev/DatabaseReader.h"
+
+#include <algorithm>
+
+namespace agent {
+
+namespace {
+
+using std::chrono::seconds;
+
+constexpr seconds kRetry{5};  ///< longest pause after a refresh that failed
+constexpr seconds kSettle{1}; ///< from a set to a refresh, which shows what the device made of it
+constexpr seconds kLook{1};   ///< between two looks at what has no events
+constexpr std::chrono::milliseconds kBurst{100}; ///< for a change to end, once it is seen
+constexpr const char* kCircuitList = "/proc/net/atm/pvc";
+constexpr int kLongestSet = 90; ///< client runs, more than any single value needs
+
+std::string inSeconds(std::chrono::microseconds time) {
+    return std::to_string(std::chrono::ceil<seconds>(time).count()) + " s";
+}
+
+} // namespace
+
+Refresh::Refresh(Pace pace, Image& image, Board& board)
+    : m_pace(std::move(pace)),
+      m_image(image),
+      m_board(board),
+      m_due(Clock::now()),
+      m_fullDue(m_due),
+      m_lookDue(m_due),
+      m_staleDue(m_due) {
+    m_board.next.refreshed = m_due;
+    if (!m_pace.watched.empty())
+        m_watch.emplace(m_pace.watched);
+}
+
+Clock::time_point Refresh::due() const {
+    const auto due = std::min(m_due, m_lookDue);
+    return m_stale.empty() ? due : std::min(due, m_staleDue);
+}
+
+bool Refresh::stepIsDue(Clock::time_point now) const {
+    return m_reading || now >= m_due || (!m_stale.empty() && now >= m_staleDue);
+}
+
+int Refresh::listensTo() const {
+    // What has happened to a file that is to be read anyway can wait: there may be much of it.
+    return m_watch && m_stale.empty() ? m_watch->descriptor() : -1;
+}
+
+FileWatch::Mark Refresh::mark() {
+    return m_watch ? m_watch->mark() : FileWatch::Mark();
+}
+
+void Refresh::look() {
+    m_lookDue = Clock::now() + kLook;
+    lookAtDatabase();
+    auto circuits = textOf(kCircuitList);
+    if (!circuits || circuits == m_circuits || !m_board.next.complete)
+        return;
+    m_circuits = std::move(circuits);
+    m_board.show(m_image);
+}
+
+void Refresh::lookAtDatabase() {
+    if (!m_watch)
+        return;
+    const auto state = m_watch->look();
+    const bool blind = state == FileWatch::State::unreadable;
+    if (blind != m_blind)
+        log(blind ? LOG_WARNING : LOG_INFO,
+            m_watch->file() + (blind ? " cannot be watched: everything is read at each interval"
+                                     : " is watched again"));
+    m_blind = blind;
+    if (state != FileWatch::State::changed || m_reading)
+        return;
+    if (m_stale.empty())
+        m_staleDue = std::max(Clock::now() + kBurst, m_begun + m_pace.pause);
+    m_stale.add(Tables(kAllTables));
+}
+
+void Refresh::accept(const FileWatch::Mark& mark) {
+    if (m_watch)
+        m_watch->accept(mark);
+    m_accepted = Clock::now();
+}
+
+bool Refresh::databaseIsKnown() {
+    return m_watch && m_watch->descriptor() >= 0 && m_stale.empty() && !m_failing &&
+           m_watch->look() == FileWatch::State::same;
+}
+
+void Refresh::begin() {
+    const auto now = Clock::now();
+    m_readsLine = now >= m_due;
+    const bool everything = !m_watch || m_failing || now >= m_fullDue ||
+                            (m_readsLine && m_watch->look() == FileWatch::State::unreadable);
+    // The mark taken below covers what others have changed up to now, in any table.
+    if (m_watch && !everything && m_watch->look() == FileWatch::State::changed)
+        m_stale = Tables(kAllTables);
+    m_readsTables = everything && m_readsLine ? Tables(kAllTables) : m_stale;
+    if (everything && m_readsLine)
+        m_fullDue = now + m_pace.fullInterval;
+    m_reading = true;
+    if (m_readsTables.empty())
+        return;
+    m_begun = now;
+    if (m_watch)
+        m_mark = m_watch->mark();
+}
+
+void Refresh::step(const bool& stopping) {
+    const CutShort cut(stopping);
+    if (!m_reading)
+        begin();
+    const unsigned long failures = client_failures();
+    int status = CORVANTA_OK;
+    const auto* const table = std::find_if(kAllTables.begin(), kAllTables.end(),
+                                           [this](Table t) { return m_readsTables.has(t); });
+    if (table != kAllTables.end()) {
+        status = readTable(m_image, *table);
+        m_readsTables.remove({*table});
+        m_stale.remove({*table});
+    } else if (m_readsLine && !readLine(m_board.next.model)) {
+        status = CORVANTA_FAILED;
+    }
+    if (stopping)
+        return; // what was cut short tells nothing
+    const bool failed = status != CORVANTA_OK || client_failures() != failures;
+    if (failed || table == kAllTables.end())
+        end(failed, status);
+}
+
+void Refresh::end(bool failed, int status) {
+    const auto now = Clock::now();
+    m_reading = false;
+    if (failed != m_failing)
+        log(failed ? LOG_WARNING : LOG_INFO,
+            failed ? "the device cannot be read, status " + std::to_string(status)
+                   : "the device can be read again");
+    m_failing = failed;
+    if (failed) {
+        ++m_board.next.counters.refreshesFailed;
+        m_stale = Tables(kAllTables);
+        m_due = m_staleDue = now + std::min(m_pace.interval, kRetry);
+        m_board.publish();
+        return;
+    }
+    if (m_begun > m_accepted) // no set has come between
+        accept(m_mark);
+    if (m_readsLine) {
+        ++m_board.next.counters.refreshesDone;
+        if (!m_board.next.complete && kLongestSet * clientTime() > m_pace.setDeadline)
+            log(LOG_WARNING, "a set can take " + inSeconds(kLongestSet * clientTime()) +
+                                 " on this device: --set-deadline is shorter");
+        m_board.next.complete = true;
+        m_board.next.refreshed = now;
+        m_due = now + m_pace.interval;
+    }
+    m_board.show(m_image);
+}
+
+void Refresh::settle(Tables current) {
+    const auto now = Clock::now();
+    if (!m_watch) {
+        m_due = std::min(m_due, now + kSettle);
+        return;
+    }
+    m_stale = Tables(kAllTables);
+    m_stale.remove(current);
+    m_staleDue = now + kSettle;
+}
+
+} // namespace agent

@@ -1,0 +1,72 @@
+#pragma once
+
+#include "agent/dev/Board.h"
+#include "agent/dev/Watch.h"
+
+#include <optional>
+#include <string>
+
+namespace agent {
+
+/// Keeps the image, and with it the board, up with the device: at intervals, and when the watched
+/// file or the kernel's circuits have changed. It reads a table, or the line, at a time.
+class Refresh {
+public:
+    struct Pace {
+        std::chrono::seconds interval;
+        std::chrono::seconds fullInterval; ///< for everything, whatever the watched file says
+        std::chrono::seconds pause;        ///< the shortest between two refreshes of the database
+        std::chrono::seconds setDeadline;  ///< that sets come with
+        std::string watched; ///< file that changes whenever the database does; empty for none
+    };
+
+    Refresh(Pace pace, Image& image, Board& board);
+    Refresh(const Refresh&) = delete;
+    Refresh& operator=(const Refresh&) = delete;
+
+    Clock::time_point due() const; ///< the next step or look
+    bool stepIsDue(Clock::time_point now) const;
+    bool lookIsDue(Clock::time_point now) const { return now >= m_lookDue; }
+    int listensTo() const; ///< a descriptor that is readable when a look is worth it; or -1
+
+    /// Reads a table, or the line, so that a set waits for no more than that.
+    void step(const bool& stopping);
+
+    /// Looks at what tells of no change by itself.
+    void look();
+    void lookAtDatabase();
+
+    /// Whether what was read is still what the database holds, as far as anybody can tell.
+    bool databaseIsKnown();
+
+    FileWatch::Mark mark();
+    void accept(const FileWatch::Mark& mark);
+
+    /// After a change of this agent's own: reads again, but not what it has just read.
+    void settle(Tables current);
+
+private:
+    void begin();
+    void end(bool failed, int status);
+
+    const Pace m_pace;
+    Image& m_image;
+    Board& m_board;
+    std::optional<FileWatch> m_watch;
+    FileWatch::Mark m_mark;                ///< taken when the refresh under way began
+    std::optional<std::string> m_circuits; ///< the kernel's list, as it was last shown
+    Tables m_stale = Tables(kAllTables);   ///< that can have changed since they were read
+    bool m_reading = false;                ///< whether a refresh is under way
+    bool m_readsLine = false;              ///< and what it reads
+    Tables m_readsTables;
+    bool m_failing = false;       ///< whether the last refresh failed
+    bool m_blind = false;         ///< whether the watched file could not be looked at
+    Clock::time_point m_due;      ///< the next refresh of the line, at least
+    Clock::time_point m_fullDue;  ///< of everything
+    Clock::time_point m_lookDue;  ///< when to look at the circuits and the watched file
+    Clock::time_point m_staleDue; ///< when to read what is stale, while something is
+    Clock::time_point m_begun;    ///< the last refresh of the database
+    Clock::time_point m_accepted; ///< the last mark that was accepted
+};
+
+} // namespace agent

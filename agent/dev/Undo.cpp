@@ -1,0 +1,182 @@
+#include "agent/dev/Undo.h"
+
+#include "agent/Log.h"
+#include "agent/change/Restore.h"
+#include "agent/dev/Client.h"
+#include "agent/dev/DatabaseReader.h"
+
+#include <algorithm>
+#include <array>
+#include <string>
+#include <utility>
+
+namespace agent {
+
+namespace {
+
+using std::chrono::seconds;
+
+constexpr seconds kRetry{1};
+constexpr int kRounds = 10; ///< more than any change needs
+
+/// What writes a row can be longer than call_cmd() takes as a std::string.
+int runCommand(const std::string& command) {
+    std::array<char, 64> answer{};
+    std::string line = command;
+    return call_cmd(line.data(), static_cast<int>(line.size() + 1), static_cast<int>(line.size()),
+                    answer.data(), static_cast<int>(answer.size()), kTracedLevel);
+}
+
+} // namespace
+
+Undo::Undo(const std::string& folder, Image& image, Board& board, Refresh& refresh,
+           const bool& hurry)
+    : m_image(image), m_board(board), m_refresh(refresh), m_hurry(hurry), m_journal(folder) {
+    if (auto entry = m_journal.load()) {
+        log(LOG_WARNING, entry->pending ? "a change was pending at the end: it is taken back"
+                                        : "a change was half done at the end: it is taken back");
+        m_found = true;
+        m_record = std::move(entry->record);
+        m_reason = RevertReason::restarted;
+        m_board.next.trial.state = ChangeState::restoring;
+    }
+    m_board.next.counters.journalsDamaged = m_journal.foundDamaged() ? 1 : 0;
+}
+
+bool Undo::plan(const Record& planned) {
+    if (m_journal.save({false, planned}))
+        return true;
+    if (state() != ChangeState::pending)
+        m_journal.clear();
+    return false;
+}
+
+bool Undo::keep(const Record& planned, Record done, seconds trial) {
+    const bool kept = trial != seconds(0) ? m_journal.save({true, done}) : m_journal.clear();
+    if (!kept) {
+        if (!planned.empty())
+            m_journal.save({false, planned}); // which can have gone all the same
+        return false;
+    }
+    if (trial != seconds(0)) {
+        m_record = std::move(done);
+        m_board.next.trial = {ChangeState::pending, trial, Clock::now() + trial};
+    }
+    return true;
+}
+
+void Undo::remember(std::uint64_t set, Record done) {
+    m_last = set;
+    m_lastRecord = std::move(done);
+}
+
+Outcome Undo::confirm() {
+    if (!keep(m_record, {}, seconds(0)))
+        return Outcome::refused;
+    log(LOG_NOTICE, "the change that was pending stays");
+    m_record = {};
+    m_board.next.trial = {};
+    m_board.publish();
+    return Outcome::done;
+}
+
+Outcome Undo::extend(seconds trial) {
+    if (state() != ChangeState::pending)
+        return Outcome::inconsistent;
+    m_board.next.trial.timeout = trial;
+    m_board.next.trial.end = Clock::now() + trial;
+    m_board.publish();
+    return Outcome::done;
+}
+
+Outcome Undo::revert(Record record, RevertReason reason) {
+    const std::uint32_t leftBefore = m_board.next.counters.rowsNotRestored;
+    m_record = std::move(record);
+    m_reason = reason;
+    m_board.next.trial = {};
+    m_board.next.trial.state = ChangeState::restoring;
+    m_board.publish();
+    if (!restore())
+        return Outcome::undoing;
+    return m_board.next.counters.rowsNotRestored == leftBefore ? Outcome::refused
+                                                               : Outcome::notUndone;
+}
+
+Outcome Undo::takeBack(std::uint64_t set) {
+    if (set != m_last)
+        return Outcome::notUndone;
+    m_last = 0;
+    Outcome outcome = Outcome::refused;
+    if (state() == ChangeState::pending) {
+        outcome = revert(RevertReason::failed);
+    } else if (state() == ChangeState::idle && !m_lastRecord.empty()) {
+        if (!m_journal.save({false, m_lastRecord}))
+            return Outcome::notUndone;
+        outcome = revert(std::move(m_lastRecord), RevertReason::none);
+    }
+    return outcome == Outcome::refused && state() == ChangeState::idle ? Outcome::refused
+                                                                       : Outcome::notUndone;
+}
+
+Clock::time_point Undo::due() const {
+    switch (state()) {
+    case ChangeState::pending:
+        return m_board.next.trial.end;
+    case ChangeState::restoring:
+        return m_retry;
+    case ChangeState::idle:
+        break;
+    }
+    return Clock::time_point::max();
+}
+
+bool Undo::step() {
+    if (state() == ChangeState::restoring)
+        return restore();
+    log(LOG_NOTICE, "a change was not confirmed in time: it is taken back");
+    return revert(RevertReason::expired) != Outcome::undoing;
+}
+
+bool Undo::restore() {
+    const CutShort cut(m_hurry);
+    const auto leftAlone = restoreRows();
+    if (!leftAlone || !m_journal.clear()) {
+        m_retry = Clock::now() + kRetry;
+        return false;
+    }
+    if (*leftAlone != 0)
+        log(LOG_WARNING,
+            std::to_string(*leftAlone) + " rows are left as they are: others have changed them");
+    m_board.next.counters.rowsNotRestored += static_cast<std::uint32_t>(*leftAlone);
+    log(LOG_NOTICE, "a change has been taken back");
+    if (m_reason != RevertReason::none) {
+        ++m_board.next.counters.reverts;
+        m_board.next.revertReason = m_reason;
+    }
+    m_record = {};
+    m_board.next.trial = {};
+    m_board.show(m_image);
+    m_refresh.settle({});
+    return true;
+}
+
+/// @return how many rows had to be left alone; nothing when it didn't come to an end
+std::optional<int> Undo::restoreRows() {
+    const Tables tables = tablesToRestore(m_record);
+    for (int round = 0; round < kRounds; ++round) {
+        for (const Table table : kAllTables)
+            if (tables.has(table) && readTable(m_image, table) != CORVANTA_OK)
+                return std::nullopt;
+        const Restoring next = restoring(m_record, m_image, round);
+        if (next.commands.empty())
+            return next.leftAlone;
+        for (const std::string& command : next.commands) {
+            const int status = runCommand(command);
+            if (status != CORVANTA_OK && status != CORVANTA_UNKNOWN_ROW)
+                return std::nullopt;
+        }
+    }
+    return std::nullopt;
+}
+
+} // namespace agent

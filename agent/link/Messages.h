@@ -1,0 +1,101 @@
+#pragma once
+
+#include "agent/link/Objects.h"
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+/// What the two processes of the agent tell each other: the one that faces the
+/// network, and the one that owns the device.
+namespace agent {
+
+/// One value to write.
+struct Change {
+    const Object* object;
+    int row;
+    Value value;
+    std::size_t place; ///< of its variable in the request
+};
+
+/// The first change whose value a snapshot does not show; null when it shows all. Of several of one
+/// object the last counts.
+const Change* firstMissing(const std::vector<Change>& changes, const Snapshot& snapshot);
+
+/// What a manager says of the change that is pending; the numbers are those of the MIB.
+enum class Verdict { notGiven = 0, none = 1, confirm = 2, revert = 3 };
+
+/// What became of a set.
+enum class Outcome {
+    done,
+    refused,      ///< nothing has changed, or all of it was taken back; the status tells why
+    late,         ///< it missed its deadline, and comes to nothing
+    notUndone,    ///< it failed, and something of it could not be taken back
+    undoing,      ///< it failed, and is being taken back
+    unavailable,  ///< while another change is pending, or being taken back
+    inconsistent, ///< a verdict, or more time, without a change that is pending
+};
+
+/// What one set request asks for, all or nothing.
+struct SetRequest {
+    std::uint64_t id;
+    std::uint64_t side;            ///< that it is for; the next one has not been asked
+    Clock::time_point deadline;    ///< the clock is the machine's, the same for both processes
+    std::vector<Change> changes;   ///< in the order in which they are made
+    std::chrono::seconds trial{0}; ///< taken back after this time, unless confirmed; 0: to stay
+    Verdict verdict = Verdict::notGiven;
+};
+
+/// To take a set back that was made, because others of its request failed.
+struct TakeBack {
+    std::uint64_t id;
+    std::uint64_t side; ///< likewise
+};
+
+struct SetResult {
+    std::uint64_t id;
+    Outcome outcome;
+    int status;        ///< a corvanta_status, of what ended it
+    std::size_t place; ///< of the variable that ended it
+};
+
+/// The first message of each side, after every start.
+struct Hello {
+    std::uint64_t side = 0; ///< tells one device's side from the next; 0 from the network's
+    bool takesBack = false; ///< whether it has found a change that was half done
+};
+
+/// From the device's side, where a watchdog wants to know: it works, or waits for something that
+/// has an end.
+struct Alive {};
+
+using Message = std::variant<Hello, Alive, SetRequest, TakeBack, SetResult, Snapshot>;
+
+/// As a packet. Both sides are the same program: a value looks the same on both.
+std::string pack(const Message& message);
+
+/// @return nothing for what is no packet, or speaks of objects that there are not
+std::optional<Message> unpack(const std::string& packet);
+
+/// Its own end of the pair of sockets that join the two.
+class Link {
+public:
+    explicit Link(int descriptor) : m_descriptor(descriptor) {}
+
+    int descriptor() const { return m_descriptor; }
+
+    /// Sends, unless the other side has fallen far behind: what is lost then, the next snapshot or
+    /// a deadline makes up for.
+    void send(const Message& message) const;
+
+    /// @return nothing when there is none for now, or one that is not understood
+    std::optional<Message> receive() const;
+
+private:
+    int m_descriptor;
+};
+
+} // namespace agent

@@ -1,0 +1,84 @@
+#include "agent/net/Strangers.h"
+
+#include <algorithm>
+#include <utility>
+#include <vector>
+
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace agent {
+
+namespace {
+
+constexpr int kDescriptors = 256;        ///< of the process
+constexpr std::size_t kConnections = 64; ///< more than managers need, less than the descriptors
+constexpr unsigned kSilence = 60000;     ///< ms; a manager connects anew
+constexpr std::chrono::milliseconds kPause{100};
+
+constexpr int kLines = 20;
+constexpr std::chrono::minutes kPeriod{1};
+
+/// For how long a manager's connection was silent, in ms.
+/// @return whether the descriptor is one; those on the machine itself are only counted
+bool isStream(int descriptor, unsigned& silence) {
+    int listens = 0;
+    int kind = 0;
+    sockaddr_storage peer{};
+    socklen_t size = sizeof listens;
+    if (getsockopt(descriptor, SOL_SOCKET, SO_TYPE, &kind, &size) != 0 || kind != SOCK_STREAM ||
+        getsockopt(descriptor, SOL_SOCKET, SO_ACCEPTCONN, &listens, &size) != 0 || listens != 0)
+        return false;
+    size = sizeof peer;
+    if (getpeername(descriptor, reinterpret_cast<sockaddr*>(&peer), &size) != 0)
+        return false;
+    tcp_info info{};
+    size = sizeof info;
+    silence = getsockopt(descriptor, IPPROTO_TCP, TCP_INFO, &info, &size) == 0
+                  ? info.tcpi_last_data_recv
+                  : 0;
+    return true;
+}
+
+} // namespace
+
+Strangers::Strangers() {
+    rlimit limit{};
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0)
+        return;
+    limit.rlim_cur = std::min<rlim_t>(limit.rlim_cur, kDescriptors);
+    setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+void Strangers::limitConnections() {
+    const auto now = Clock::now();
+    if (now < m_due)
+        return;
+    m_due = now + kPause;
+    std::vector<std::pair<unsigned, int>> connections; // by their silence
+    for (int descriptor = 3; descriptor < kDescriptors; ++descriptor)
+        if (unsigned silence = 0; isStream(descriptor, silence))
+            connections.emplace_back(silence, descriptor);
+    std::sort(connections.begin(), connections.end());
+    for (std::size_t i = 0; i < connections.size(); ++i) {
+        const auto& [silence, descriptor] = connections[i];
+        if (silence > kSilence || i >= kConnections)
+            shutdown(descriptor, SHUT_RDWR); // the toolkit sees its end, and forgets it
+    }
+}
+
+int LineLimit::pass() {
+    const auto now = std::chrono::steady_clock::now();
+    int keptBack = 0;
+    if (now >= m_end) {
+        keptBack = std::max(m_lines - kLines, 0);
+        m_end = now + kPeriod;
+        m_lines = 0;
+    }
+    return ++m_lines > kLines ? -1 : keptBack;
+}
+
+} // namespace agent
