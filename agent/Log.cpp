@@ -8,6 +8,9 @@ namespace agent {
 
 namespace {
 
+constexpr int kLines = 20;
+constexpr std::chrono::minutes kPeriod{1};
+
 bool quiet = false;
 bool trace = false;
 
@@ -48,6 +51,20 @@ std::string printable(std::string text, std::size_t length) {
     return cut ? text + "..." : text;
 }
 
+int LineLimit::pass(std::chrono::steady_clock::time_point now) {
+    int keptBack = 0;
+    if (now >= m_end) {
+        keptBack = std::max(m_lines - kLines, 0);
+        m_end = now + kPeriod;
+        m_lines = 0;
+    }
+    return ++m_lines > kLines ? -1 : keptBack;
+}
+
+bool wantsLine(int priority) {
+    return !quiet && (priority <= LOG_WARNING || trace);
+}
+
 QuietLibrary::QuietLibrary() {
     quiet = true;
 }
@@ -57,13 +74,3 @@ QuietLibrary::~QuietLibrary() {
 }
 
 } // namespace agent
-
-/// Takes the place of the system library's, so that the library says what is wanted.
-extern "C" void syslog(int priority, const char* format, ...) {
-    if (agent::quiet || (priority > LOG_WARNING && !agent::trace))
-        return;
-    va_list values;
-    va_start(values, format);
-    vsyslog(priority, format, values);
-    va_end(values);
-}

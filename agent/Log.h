@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <string>
 
@@ -19,6 +20,20 @@ void keepTrace(bool keep);
 
 /// A text from elsewhere as it can stand in a line: cut at a length, '?' for what is no ASCII.
 std::string printable(std::string text, std::size_t length);
+
+/// Lets a number of lines a minute through, and tells how many it has kept back.
+class LineLimit {
+public:
+    /// @return how many lines were kept back before this one, or -1 to keep it back too
+    int pass(std::chrono::steady_clock::time_point now);
+
+private:
+    std::chrono::steady_clock::time_point m_end;
+    int m_lines = 0;
+};
+
+/// Whether a line of the library is one to write.
+bool wantsLine(int priority);
 
 /// Keeps the library's lines out of the log, while it lives.
 class QuietLibrary {

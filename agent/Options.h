@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <optional>
 #include <string>
 
 namespace agent {
@@ -18,6 +19,7 @@ struct Options {
     std::chrono::seconds maxAge{120};
     std::chrono::seconds setDeadline{5};
     std::chrono::seconds clientLimit{30};
+    std::optional<std::chrono::microseconds> watchdogBeat; ///< that the service manager wants
     bool notifications = false;
     bool foreground = false;
     bool verbose = false;

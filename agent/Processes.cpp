@@ -169,7 +169,7 @@ void leaveTerminal() {
     openLog(false);
 }
 
-int supervise(const Program& program) {
+int supervise(const Children& program) {
     const int serving = program.foreground ? -1 : goToBackground();
     std::array<int, 2> link{};
     std::array<int, 2> alive{};

@@ -10,7 +10,7 @@
 /// were started by, which does nothing but that.
 namespace agent {
 
-struct Program {
+struct Children {
     /// Faces the network. It tells that it is ready to serve, and from then on, once in a while,
     /// that both sides work, by writing a byte to `alive`.
     std::function<int(int link, int alive, int stop)> front;
@@ -24,7 +24,7 @@ struct Program {
 /// Runs both until a signal ends the agent, and starts one that dies again. What
 /// each gets is its end of the link, and a descriptor that is readable when it has to stop.
 /// @return the exit status
-int supervise(const Program& program);
+int supervise(const Children& program);
 
 /// How often the front should tell that both sides work; nothing when nobody wants to know.
 std::optional<std::chrono::microseconds> watchdogBeat();

@@ -1,14 +1,15 @@
 #include "agent/Log.h"
 #include "agent/Processes.h"
 #include "agent/StateFolder.h"
-#include "agent/dev/Client.h"
 #include "agent/dev/Worker.h"
 #include "agent/net/NetSnmp.h"
 #include "agent/net/RequestHandler.h"
 #include "agent/net/Sandbox.h"
 #include "agent/net/Strangers.h"
+#include "agent/system/RealSystem.h"
 
 #include <csignal>
+#include <filesystem>
 #include <string>
 
 #include <grp.h>
@@ -61,9 +62,10 @@ int serve(const Options& options, int link, int alive, int stop) {
     if (!options.config.empty() && access(options.config.c_str(), R_OK) != 0)
         return fail("cannot read " + options.config);
     const auto bothWork = [alive] { [[maybe_unused]] const auto size = write(alive, "", 1); };
+    agent::RealSystem system(link, stop, options.state, "");
     Front front{{{options.maxAge, options.setDeadline, options.notifications,
                   options.master.empty(), options.state},
-                 agent::Link(link),
+                 system,
                  bothWork}};
     agent::Strangers strangers;
     const pid_t parent = getppid();
@@ -103,14 +105,8 @@ int work(const Options& options, int link, int stop) {
     if (const std::string problem = agent::awaitClients(options.state, options.clientLimit);
         !problem.empty())
         return fail(problem);
-    agent::Worker({options.verbose,
-                   options.foreground,
-                   {options.interval, options.fullInterval, options.refreshPause,
-                    options.setDeadline, options.watchDatabase},
-                   agent::watchdogBeat(),
-                   options.state},
-                  agent::Link(link), stop)
-        .run();
+    agent::RealSystem system(link, stop, options.state, options.watchDatabase);
+    agent::Worker(options, system).run();
     return 0;
 }
 
@@ -122,7 +118,9 @@ int main(int argc, char** argv) {
     agent::openLog(true); // what goes wrong now can still be seen
     if (const std::string problem = agent::prepareState(options.state); !problem.empty())
         return fail(problem);
-    agent::setClientLimit(options.clientLimit);
+    options.watchdogBeat = agent::watchdogBeat();
+    if (!options.watchDatabase.empty())
+        options.watchDatabase = std::filesystem::absolute(options.watchDatabase).string();
     return agent::supervise(
         {[&](int link, int alive, int stop) { return serve(options, link, alive, stop); },
          [&](int link, int stop) { return work(options, link, stop); },

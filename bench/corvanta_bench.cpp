@@ -3,7 +3,7 @@
 // does some CLIENT_RUNS per number of rows, in no less than three rounds.
 
 #include "agent/dev/DatabaseReader.h"
-#include "agent/link/Model.h"
+#include "agent/dev/DeviceModel.h"
 
 #include <algorithm>
 #include <benchmark/benchmark.h>

@@ -1,19 +1,19 @@
 #include "agent/dev/Board.h"
 
 #include "agent/change/Stage.h"
-#include "agent/dev/Client.h"
+#include "agent/dev/DeviceModel.h"
 
 namespace agent {
 
 void Board::show(Image& image) {
     Stage stage(image);
-    const OnStage on(stage);
+    const Programs::OnStage on(m_programs, stage);
     readConfiguration(next.model);
     publish();
 }
 
 void Board::publish() {
-    next.counters.clientsKilled = clientsKilled();
+    next.counters.clientsKilled = m_programs.killed();
     m_link.send(next);
 }
 

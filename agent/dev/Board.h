@@ -1,14 +1,15 @@
 #pragma once
 
 #include "agent/change/Image.h"
-#include "agent/link/Messages.h"
+#include "agent/dev/Programs.h"
+#include "agent/link/Link.h"
 
 namespace agent {
 
 /// What the network's side is shown, and the way there.
 class Board {
 public:
-    explicit Board(Link link) : m_link(link) {}
+    Board(System& system, Programs& programs) : m_link(system), m_programs(programs) {}
     Board(const Board&) = delete;
     Board& operator=(const Board&) = delete;
 
@@ -19,7 +20,8 @@ public:
     Snapshot next; ///< what the next one sent is a copy of
 
 private:
-    const Link m_link;
+    Link m_link;
+    Programs& m_programs;
 };
 
 } // namespace agent

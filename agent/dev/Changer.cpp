@@ -3,8 +3,9 @@
 #include "agent/Log.h"
 #include "agent/change/Restore.h"
 #include "agent/change/Stage.h"
-#include "agent/dev/Client.h"
 #include "agent/dev/DatabaseReader.h"
+#include "agent/dev/DeviceModel.h"
+#include "agent/dev/Writers.h"
 
 #include <algorithm>
 #include <string>
@@ -18,28 +19,6 @@ using std::chrono::seconds;
 
 std::string inSeconds(std::chrono::microseconds time) {
     return std::to_string(std::chrono::ceil<seconds>(time).count()) + " s";
-}
-
-/// Whether every value of the set is what the image makes the library say.
-bool holds(const SetRequest& set, Image image) {
-    Stage stage(image);
-    const OnStage on(stage);
-    Snapshot snapshot;
-    readConfiguration(snapshot.model);
-    return firstMissing(set.changes, snapshot) == nullptr;
-}
-
-/// Has the library make the changes on a stage.
-int play(Transaction& set, Stage& stage) {
-    const OnStage on(stage);
-    for (const Change& change : set.request.changes) {
-        set.place = change.place;
-        update_managed_objects(); // handlers trust the cache, which the one before can have changed
-        if (const int status = change.object->write(change.row, change.value);
-            status != CORVANTA_OK)
-            return status;
-    }
-    return CORVANTA_OK;
 }
 
 /// Whether the change only alters rows that stay where they are.
@@ -59,22 +38,24 @@ int runsOfReadingBack(const Record& record, const Image& image) {
 
 } // namespace
 
-Changer::Changer(Image& image, Board& board, Refresh& refresh, Undo& undo, seconds setDeadline,
-                 std::function<void()> expire)
-    : m_image(image),
+Changer::Changer(const Options& options, System& system, Programs& programs, Image& image,
+                 Board& board, Refresh& refresh, Undo& undo, std::function<void()> expire)
+    : m_options(options),
+      m_system(system),
+      m_programs(programs),
+      m_image(image),
       m_board(board),
       m_refresh(refresh),
       m_undo(undo),
-      m_setDeadline(setDeadline),
       m_expire(std::move(expire)) {}
 
 void Changer::make(Transaction& set) {
-    const CutShort cut(set.late);
+    const Programs::CutShort cut(m_programs, set.late);
     const SetRequest& request = set.request;
     const ChangeState state = m_undo.state();
     set.outcome = Outcome::unavailable;
     if (request.trial < seconds(0) || request.trial > seconds(kLongestTrial) ||
-        request.deadline > Clock::now() + m_setDeadline)
+        request.deadline > m_system.now() + m_options.setDeadline)
         return;
     if (request.verdict != Verdict::notGiven) {
         set.outcome = decide(set);
@@ -128,7 +109,7 @@ bool Changer::fits(const Transaction& set) const {
     return std::all_of(
         set.request.changes.begin(), set.request.changes.end(), [&](const Change& change) {
             return change.object->control() == Control::none && change.object->writable() &&
-                   check(*change.object, change.value) == SNMP_ERR_NOERROR &&
+                   check(*change.object, change.value) == Fit::fits &&
                    std::any_of(instances.begin(), instances.end(), [&](const Instance& instance) {
                        return instance.object == change.object && instance.row == change.row;
                    });
@@ -156,6 +137,28 @@ int Changer::readFor(const Transaction& set) {
     return CORVANTA_OK;
 }
 
+/// Whether every value of the set is what the image makes the library say.
+bool Changer::holds(const SetRequest& set, Image image) const {
+    Stage stage(image);
+    const Programs::OnStage on(m_programs, stage);
+    Snapshot snapshot;
+    readConfiguration(snapshot.model);
+    return firstMissing(set.changes, snapshot) == nullptr;
+}
+
+/// Has the library make the changes on a stage.
+int Changer::play(Transaction& set, Stage& stage) {
+    const Programs::OnStage on(m_programs, stage);
+    for (const Change& change : set.request.changes) {
+        set.place = change.place;
+        update_managed_objects(); // handlers trust the cache, which the one before can have changed
+        if (const int status = write(*change.object, change.row, change.value);
+            status != CORVANTA_OK)
+            return status;
+    }
+    return CORVANTA_OK;
+}
+
 /// Finds out what the set does to which rows, without doing it.
 int Changer::rehearse(Transaction& set, Plan& plan) {
     const QuietLibrary quiet;
@@ -178,16 +181,16 @@ int Changer::rehearse(Transaction& set, Plan& plan) {
 /// Whether the device is quick enough: what misses its deadline would be made, then taken back.
 bool Changer::hasTime(const Transaction& set, const Plan& plan) const {
     const auto fits = [&] {
-        return Clock::now() + plan.runs * clientTime() < set.request.deadline;
+        return m_system.now() + plan.runs * m_programs.clientTime() < set.request.deadline;
     };
     if (plan.writes == 0 || fits())
         return true;
     // The device was slow when it was last asked, which can be long ago.
     Image scratch;
     const auto ask = [&scratch] { return readTable(scratch, Table::vlanParams) == CORVANTA_OK; };
-    if (timeClient(ask) && fits())
+    if (m_programs.timeClient(ask) && fits())
         return true;
-    const auto needs = plan.runs * clientTime();
+    const auto needs = plan.runs * m_programs.clientTime();
     log(LOG_WARNING, "a set is refused: it takes " + inSeconds(needs) +
                          " on this device, longer than it has left");
     return false;
@@ -206,7 +209,8 @@ void Changer::perform(Transaction& set, Plan plan) {
             return;
         }
         const unsigned long failures = client_failures();
-        Stage stage(image, &done, runDatabaseClient);
+        Stage stage(image, &done,
+                    [this](const std::string& line) { return m_programs.runClient(line); });
         set.status = play(set, stage);
         mark = m_refresh.mark();
         // The library ignores the failure of some steps.

@@ -23,8 +23,8 @@ struct Transaction {
 class Changer {
 public:
     /// @param expire  sees whether the set under way is late
-    Changer(Image& image, Board& board, Refresh& refresh, Undo& undo,
-            std::chrono::seconds setDeadline, std::function<void()> expire);
+    Changer(const Options& options, System& system, Programs& programs, Image& image, Board& board,
+            Refresh& refresh, Undo& undo, std::function<void()> expire);
 
     void make(Transaction& set);
 
@@ -39,16 +39,20 @@ private:
     Outcome decide(Transaction& set);
     bool fits(const Transaction& set) const;
     int readFor(const Transaction& set);
+    int play(Transaction& set, Stage& stage);
+    bool holds(const SetRequest& set, Image image) const;
     int rehearse(Transaction& set, Plan& plan);
     bool hasTime(const Transaction& set, const Plan& plan) const;
     void perform(Transaction& set, Plan plan);
     int readBack(const Transaction& set, const Record& done, Image& image, Tables& current) const;
 
+    const Options& m_options;
+    System& m_system;
+    Programs& m_programs;
     Image& m_image; ///< of the database, each table as it was last read
     Board& m_board;
     Refresh& m_refresh;
     Undo& m_undo;
-    const std::chrono::seconds m_setDeadline;
     const std::function<void()> m_expire;
 };
 

@@ -1,9 +1,9 @@
 #pragma once
 
 #include "agent/change/JournalText.h"
+#include "agent/system/System.h"
 
 #include <optional>
-#include <string>
 
 namespace agent {
 
@@ -12,8 +12,7 @@ namespace agent {
 /// row changes, and gone before anybody is told that the change stays.
 class Journal {
 public:
-    /// @param folder where it is kept
-    explicit Journal(const std::string& folder);
+    explicit Journal(System& system) : m_system(system) {}
 
     /// @return nothing when there is none; a damaged one is kept aside
     std::optional<Entry> load();
@@ -27,8 +26,7 @@ public:
     bool foundDamaged() const { return m_damaged; }
 
 private:
-    std::string m_folder;
-    std::string m_file;
+    System& m_system;
     bool m_damaged = false;
 };
 

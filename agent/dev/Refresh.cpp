@@ -1,8 +1,8 @@
 #include "agent/dev/Refresh.h"
 
 #include "agent/Log.h"
-#include "agent/dev/Client.h"
 #include "agent/dev/DatabaseReader.h"
+#include "agent/dev/DeviceModel.h"
 
 #include <algorithm>
 
@@ -16,8 +16,7 @@ constexpr seconds kRetry{5};  ///< longest pause after a refresh that failed
 constexpr seconds kSettle{1}; ///< from a set to a refresh, which shows what the device made of it
 constexpr seconds kLook{1};   ///< between two looks at what has no events
 constexpr std::chrono::milliseconds kBurst{100}; ///< for a change to end, once it is seen
-constexpr const char* kCircuitList = "/proc/net/atm/pvc";
-constexpr int kLongestSet = 90; ///< client runs, more than any single value needs
+constexpr int kLongestSet = 90;                  ///< client runs, more than any single value needs
 
 std::string inSeconds(std::chrono::microseconds time) {
     return std::to_string(std::chrono::ceil<seconds>(time).count()) + " s";
@@ -25,17 +24,20 @@ std::string inSeconds(std::chrono::microseconds time) {
 
 } // namespace
 
-Refresh::Refresh(Pace pace, Image& image, Board& board)
-    : m_pace(std::move(pace)),
+Refresh::Refresh(const Options& options, System& system, Programs& programs, Image& image,
+                 Board& board)
+    : m_options(options),
+      m_system(system),
+      m_programs(programs),
       m_image(image),
       m_board(board),
-      m_due(Clock::now()),
+      m_due(system.now()),
       m_fullDue(m_due),
       m_lookDue(m_due),
       m_staleDue(m_due) {
     m_board.next.refreshed = m_due;
-    if (!m_pace.watched.empty())
-        m_watch.emplace(m_pace.watched);
+    if (!options.watchDatabase.empty())
+        m_watch.emplace(system, options.watchDatabase);
 }
 
 Clock::time_point Refresh::due() const {
@@ -47,9 +49,9 @@ bool Refresh::stepIsDue(Clock::time_point now) const {
     return m_reading || now >= m_due || (!m_stale.empty() && now >= m_staleDue);
 }
 
-int Refresh::listensTo() const {
+bool Refresh::listens() const {
     // What has happened to a file that is to be read anyway can wait: there may be much of it.
-    return m_watch && m_stale.empty() ? m_watch->descriptor() : -1;
+    return m_watch && m_stale.empty();
 }
 
 FileWatch::Mark Refresh::mark() {
@@ -57,9 +59,9 @@ FileWatch::Mark Refresh::mark() {
 }
 
 void Refresh::look() {
-    m_lookDue = Clock::now() + kLook;
+    m_lookDue = m_system.now() + kLook;
     lookAtDatabase();
-    auto circuits = textOf(kCircuitList);
+    auto circuits = m_system.circuits();
     if (!circuits || circuits == m_circuits || !m_board.next.complete)
         return;
     m_circuits = std::move(circuits);
@@ -79,23 +81,23 @@ void Refresh::lookAtDatabase() {
     if (state != FileWatch::State::changed || m_reading)
         return;
     if (m_stale.empty())
-        m_staleDue = std::max(Clock::now() + kBurst, m_begun + m_pace.pause);
+        m_staleDue = std::max(m_system.now() + kBurst, m_begun + m_options.refreshPause);
     m_stale.add(Tables(kAllTables));
 }
 
 void Refresh::accept(const FileWatch::Mark& mark) {
     if (m_watch)
         m_watch->accept(mark);
-    m_accepted = Clock::now();
+    m_accepted = m_system.now();
 }
 
 bool Refresh::databaseIsKnown() {
-    return m_watch && m_watch->descriptor() >= 0 && m_stale.empty() && !m_failing &&
+    return m_watch && m_watch->hasEvents() && m_stale.empty() && !m_failing &&
            m_watch->look() == FileWatch::State::same;
 }
 
 void Refresh::begin() {
-    const auto now = Clock::now();
+    const auto now = m_system.now();
     m_readsLine = now >= m_due;
     const bool everything = !m_watch || m_failing || now >= m_fullDue ||
                             (m_readsLine && m_watch->look() == FileWatch::State::unreadable);
@@ -104,7 +106,7 @@ void Refresh::begin() {
         m_stale = Tables(kAllTables);
     m_readsTables = everything && m_readsLine ? Tables(kAllTables) : m_stale;
     if (everything && m_readsLine)
-        m_fullDue = now + m_pace.fullInterval;
+        m_fullDue = now + m_options.fullInterval;
     m_reading = true;
     if (m_readsTables.empty())
         return;
@@ -114,7 +116,7 @@ void Refresh::begin() {
 }
 
 void Refresh::step(const bool& stopping) {
-    const CutShort cut(stopping);
+    const Programs::CutShort cut(m_programs, stopping);
     if (!m_reading)
         begin();
     const unsigned long failures = client_failures();
@@ -136,7 +138,7 @@ void Refresh::step(const bool& stopping) {
 }
 
 void Refresh::end(bool failed, int status) {
-    const auto now = Clock::now();
+    const auto now = m_system.now();
     m_reading = false;
     if (failed != m_failing)
         log(failed ? LOG_WARNING : LOG_INFO,
@@ -146,7 +148,7 @@ void Refresh::end(bool failed, int status) {
     if (failed) {
         ++m_board.next.counters.refreshesFailed;
         m_stale = Tables(kAllTables);
-        m_due = m_staleDue = now + std::min(m_pace.interval, kRetry);
+        m_due = m_staleDue = now + std::min(m_options.interval, kRetry);
         m_board.publish();
         return;
     }
@@ -154,18 +156,18 @@ void Refresh::end(bool failed, int status) {
         accept(m_mark);
     if (m_readsLine) {
         ++m_board.next.counters.refreshesDone;
-        if (!m_board.next.complete && kLongestSet * clientTime() > m_pace.setDeadline)
-            log(LOG_WARNING, "a set can take " + inSeconds(kLongestSet * clientTime()) +
+        if (!m_board.next.complete && kLongestSet * m_programs.clientTime() > m_options.setDeadline)
+            log(LOG_WARNING, "a set can take " + inSeconds(kLongestSet * m_programs.clientTime()) +
                                  " on this device: --set-deadline is shorter");
         m_board.next.complete = true;
         m_board.next.refreshed = now;
-        m_due = now + m_pace.interval;
+        m_due = now + m_options.interval;
     }
     m_board.show(m_image);
 }
 
 void Refresh::settle(Tables current) {
-    const auto now = Clock::now();
+    const auto now = m_system.now();
     if (!m_watch) {
         m_due = std::min(m_due, now + kSettle);
         return;

@@ -1,7 +1,8 @@
 #pragma once
 
+#include "agent/Options.h"
 #include "agent/dev/Board.h"
-#include "agent/dev/Watch.h"
+#include "agent/dev/FileWatch.h"
 
 #include <optional>
 #include <string>
@@ -12,22 +13,14 @@ namespace agent {
 /// file or the kernel's circuits have changed. It reads a table, or the line, at a time.
 class Refresh {
 public:
-    struct Pace {
-        std::chrono::seconds interval;
-        std::chrono::seconds fullInterval; ///< for everything, whatever the watched file says
-        std::chrono::seconds pause;        ///< the shortest between two refreshes of the database
-        std::chrono::seconds setDeadline;  ///< that sets come with
-        std::string watched; ///< file that changes whenever the database does; empty for none
-    };
-
-    Refresh(Pace pace, Image& image, Board& board);
+    Refresh(const Options& options, System& system, Programs& programs, Image& image, Board& board);
     Refresh(const Refresh&) = delete;
     Refresh& operator=(const Refresh&) = delete;
 
     Clock::time_point due() const; ///< the next step or look
     bool stepIsDue(Clock::time_point now) const;
     bool lookIsDue(Clock::time_point now) const { return now >= m_lookDue; }
-    int listensTo() const; ///< a descriptor that is readable when a look is worth it; or -1
+    bool listens() const; ///< whether an event of the watched file is worth a look
 
     /// Reads a table, or the line, so that a set waits for no more than that.
     void step(const bool& stopping);
@@ -49,7 +42,9 @@ private:
     void begin();
     void end(bool failed, int status);
 
-    const Pace m_pace;
+    const Options& m_options;
+    System& m_system;
+    Programs& m_programs;
     Image& m_image;
     Board& m_board;
     std::optional<FileWatch> m_watch;

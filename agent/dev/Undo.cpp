@@ -2,7 +2,6 @@
 
 #include "agent/Log.h"
 #include "agent/change/Restore.h"
-#include "agent/dev/Client.h"
 #include "agent/dev/DatabaseReader.h"
 
 #include <algorithm>
@@ -29,9 +28,15 @@ int runCommand(const std::string& command) {
 
 } // namespace
 
-Undo::Undo(const std::string& folder, Image& image, Board& board, Refresh& refresh,
-           const bool& hurry)
-    : m_image(image), m_board(board), m_refresh(refresh), m_hurry(hurry), m_journal(folder) {
+Undo::Undo(System& system, Programs& programs, Image& image, Board& board, Refresh& refresh,
+           const bool& stopNow)
+    : m_system(system),
+      m_programs(programs),
+      m_image(image),
+      m_board(board),
+      m_refresh(refresh),
+      m_stopNow(stopNow),
+      m_journal(system) {
     if (auto entry = m_journal.load()) {
         log(LOG_WARNING, entry->pending ? "a change was pending at the end: it is taken back"
                                         : "a change was half done at the end: it is taken back");
@@ -60,7 +65,7 @@ bool Undo::keep(const Record& planned, Record done, seconds trial) {
     }
     if (trial != seconds(0)) {
         m_record = std::move(done);
-        m_board.next.trial = {ChangeState::pending, trial, Clock::now() + trial};
+        m_board.next.trial = {ChangeState::pending, trial, m_system.now() + trial};
     }
     return true;
 }
@@ -84,7 +89,7 @@ Outcome Undo::extend(seconds trial) {
     if (state() != ChangeState::pending)
         return Outcome::inconsistent;
     m_board.next.trial.timeout = trial;
-    m_board.next.trial.end = Clock::now() + trial;
+    m_board.next.trial.end = m_system.now() + trial;
     m_board.publish();
     return Outcome::done;
 }
@@ -138,10 +143,10 @@ bool Undo::step() {
 }
 
 bool Undo::restore() {
-    const CutShort cut(m_hurry);
+    const Programs::CutShort cut(m_programs, m_stopNow);
     const auto leftAlone = restoreRows();
     if (!leftAlone || !m_journal.clear()) {
-        m_retry = Clock::now() + kRetry;
+        m_retry = m_system.now() + kRetry;
         return false;
     }
     if (*leftAlone != 0)

@@ -23,9 +23,9 @@ namespace agent {
 /// The journal is there, whole, in `made`, `pending` and `restoring`, and in no other state.
 class Undo {
 public:
-    /// @param hurry  once set, nothing more is run
-    Undo(const std::string& folder, Image& image, Board& board, Refresh& refresh,
-         const bool& hurry);
+    /// @param stopNow  once set, nothing more is run
+    Undo(System& system, Programs& programs, Image& image, Board& board, Refresh& refresh,
+         const bool& stopNow);
     Undo(const Undo&) = delete;
     Undo& operator=(const Undo&) = delete;
 
@@ -58,10 +58,12 @@ private:
     bool restore();
     std::optional<int> restoreRows();
 
+    System& m_system;
+    Programs& m_programs;
     Image& m_image;
     Board& m_board;
     Refresh& m_refresh;
-    const bool& m_hurry;
+    const bool& m_stopNow;
     Journal m_journal;
     bool m_found = false;
     Record m_record;           ///< of the change that is pending, or being taken back

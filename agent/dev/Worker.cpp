@@ -1,13 +1,11 @@
 #include "agent/dev/Worker.h"
 
 #include "agent/Log.h"
-#include "agent/dev/Client.h"
+#include "agent/dev/DeviceModel.h"
+#include "agent/dev/Interposed.h"
 
 #include <algorithm>
-#include <array>
 #include <cstdint>
-
-#include <poll.h>
 
 namespace agent {
 
@@ -23,67 +21,72 @@ constexpr std::size_t kMostJobs = 64;
 
 } // namespace
 
-Worker::Worker(Settings settings, Link link, int stop)
-    : m_settings(std::move(settings)),
-      m_link(link),
-      m_stop(stop),
-      m_side(static_cast<std::uint64_t>(Clock::now().time_since_epoch().count())),
-      m_board(link),
-      m_refresh(m_settings.pace, m_image, m_board),
-      m_undo(m_settings.state, m_image, m_board, m_refresh, m_hurry),
-      m_changer(m_image, m_board, m_refresh, m_undo, m_settings.pace.setDeadline,
+Worker::Worker(const Options& options, System& system)
+    : m_options(options),
+      m_system(system),
+      m_link(system),
+      m_programs(system, options.clientLimit,
+                 [this](Clock::time_point until) {
+                     wait({false, false, true, false}, until);
+                 }),
+      m_incarnation(static_cast<std::uint64_t>(system.now().time_since_epoch().count())),
+      m_board(system, m_programs),
+      m_refresh(options, system, m_programs, m_image, m_board),
+      m_undo(system, m_programs, m_image, m_board, m_refresh, m_stopNow),
+      m_changer(options, system, m_programs, m_image, m_board, m_refresh, m_undo,
                 [this] { expire(); }),
-      m_beatDue(Clock::now()) {
-    setWait([this](int descriptor, Clock::time_point until) { return wait(descriptor, until); });
+      m_beatDue(system.now()) {
+    answerLibraryFrom(&m_programs);
 }
 
-/// Waits for a descriptor, and sees to what happens meanwhile.
-bool Worker::wait(int descriptor, Clock::time_point until) {
-    if (Clock::now() >= m_beatDue)
+Worker::~Worker() {
+    answerLibraryFrom(nullptr);
+}
+
+/// Waits for events, and sees to what else happens meanwhile.
+System::Events Worker::wait(System::Events wanted, Clock::time_point until) {
+    if (m_system.now() >= m_beatDue)
         beat();
     until = std::min(until, m_beatDue);
-    if (m_stopping && !m_hurry)
+    if (m_stopping && !m_stopNow)
         until = std::min(until, m_stopBy);
     if (m_running != nullptr && !m_running->late)
         until = std::min(until, m_running->request.deadline);
-    const auto left = std::max(until - Clock::now(), Clock::duration(0));
-    const timespec time{left / seconds(1), (left % seconds(1)).count()};
-    std::array<pollfd, 3> events{
-        {{m_link.descriptor(), POLLIN, 0}, {m_stop, POLLIN, 0}, {descriptor, POLLIN, 0}}};
-    if (m_stopping)
-        events[1].fd = -1;
-    ppoll(events.data(), events.size(), &time, nullptr);
-    if (events[0].revents != 0)
+    wanted.message = true;
+    wanted.stop = !m_stopping;
+    const System::Events events = m_system.wait(wanted, until);
+    if (events.message)
         for (int n = 0; n < kMessagesAtOnce; ++n)
             if (const auto message = m_link.receive())
                 take(*message);
-    if (events[1].revents != 0) {
+    if (events.stop) {
         m_stopping = true;
-        m_stopBy = Clock::now() + kStop;
+        m_stopBy = m_system.now() + kStop;
     }
-    if (m_stopping && !m_hurry && Clock::now() >= m_stopBy)
-        hurry();
+    if (m_stopping && !m_stopNow && m_system.now() >= m_stopBy)
+        stopNow();
     expire();
-    return events[2].revents != 0;
+    return events;
 }
 
 void Worker::greet() {
-    m_link.send(Hello{m_side, m_undo.foundHalfDone()});
+    m_link.send(Hello{m_incarnation, m_undo.foundHalfDone()});
     m_board.publish();
 }
 
 void Worker::beat() {
     m_link.send(Alive{});
-    m_beatDue = m_settings.beat ? Clock::now() + *m_settings.beat : Clock::time_point::max();
+    m_beatDue = m_options.watchdogBeat ? m_system.now() + *m_options.watchdogBeat
+                                       : Clock::time_point::max();
 }
 
 void Worker::take(const Message& message) {
     const bool room = m_jobs.size() < kMostJobs;
     if (const auto* set = std::get_if<SetRequest>(&message)) {
-        if (room && set->side == m_side)
+        if (room && set->incarnation == m_incarnation)
             m_jobs.emplace_back(*set);
     } else if (const auto* back = std::get_if<TakeBack>(&message)) {
-        if (room && back->side == m_side)
+        if (room && back->incarnation == m_incarnation)
             m_jobs.emplace_back(*back);
     } else if (std::holds_alternative<Hello>(message)) {
         greet();
@@ -93,7 +96,7 @@ void Worker::take(const Message& message) {
 /// Tells of the sets that have missed their deadlines. Those that wait are dropped, the one under
 /// way runs nothing more.
 void Worker::expire() {
-    const auto now = Clock::now();
+    const auto now = m_system.now();
     const auto isLate = [&](const Job& job) {
         const auto* set = std::get_if<SetRequest>(&job);
         if (set == nullptr || now < set->deadline)
@@ -111,33 +114,35 @@ void Worker::expire() {
 }
 
 /// The time to stop is over.
-void Worker::hurry() {
-    m_hurry = true;
+void Worker::stopNow() {
+    m_stopNow = true;
     if (m_running != nullptr)
         m_running->late = true;
-    killProgram();
+    m_programs.kill();
 }
 
 void Worker::run() {
-    if (initialize(m_settings.verbose) != 1)
+    if (initialize(m_options.verbose) != 1)
         log(LOG_ERR, "the library could not be made ready");
-    openLog(m_settings.foreground); // the library has opened it without standard error
+    openLog(m_options.foreground); // the library has opened it without standard error
     readMapping(m_board.next.model);
     greet();
     for (;;) {
-        wait(-1, Clock::now()); // takes in what has come, whatever there is to do
+        wait({}, m_system.now()); // takes in what has come, whatever there is to do
         if (workIsDue())
             continue;
         if (m_stopping)
             return;
-        if (wait(m_refresh.listensTo(), std::min(m_refresh.due(), m_undo.due())))
+        if (wait({false, false, false, m_refresh.listens()},
+                 std::min(m_refresh.due(), m_undo.due()))
+                .file)
             m_refresh.lookAtDatabase();
     }
 }
 
 /// Does one piece of what there is to do. @return whether there was any
 bool Worker::workIsDue() {
-    const auto now = Clock::now();
+    const auto now = m_system.now();
     const bool restores = m_undo.state() == ChangeState::restoring;
     // A set waits until everything has been read once.
     if (!m_jobs.empty() && (m_board.next.complete || m_stopping)) {
@@ -145,10 +150,10 @@ bool Worker::workIsDue() {
         m_jobs.pop_front();
         doJob(std::move(job));
     } else if (restores && (m_stopping || now >= m_undo.due())) {
-        if (m_hurry)
+        if (m_stopNow)
             return false;
         if (!m_undo.step() && m_stopping)
-            m_hurry = true;
+            m_stopNow = true;
     } else if (m_stopping) {
         return false;
     } else if (!restores && now >= m_undo.due()) {

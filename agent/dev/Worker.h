@@ -14,17 +14,8 @@ namespace agent {
 /// before what is left of a refresh, and Undo takes them back.
 class Worker {
 public:
-    struct Settings {
-        bool verbose;
-        bool foreground;
-        Refresh::Pace pace;
-        std::optional<std::chrono::microseconds> beat; ///< between two signs of life
-        std::string state;                             ///< folder of the journal
-    };
-
-    /// @param link  to the other side
-    /// @param stop  readable when it has to stop
-    Worker(Settings settings, Link link, int stop);
+    Worker(const Options& options, System& system);
+    ~Worker();
     Worker(const Worker&) = delete;
     Worker& operator=(const Worker&) = delete;
 
@@ -35,21 +26,22 @@ public:
 private:
     using Job = std::variant<SetRequest, TakeBack>;
 
-    bool wait(int descriptor, Clock::time_point until);
+    System::Events wait(System::Events wanted, Clock::time_point until);
     void greet();
     void beat();
     void take(const Message& message);
     void expire();
-    void hurry();
+    void stopNow();
     bool workIsDue();
     void doJob(Job job);
 
-    const Settings m_settings;
-    const Link m_link;
-    const int m_stop;           ///< readable when it has to stop
-    const std::uint64_t m_side; ///< tells it from the one before
-    bool m_hurry = false;       ///< stop at once
-    Image m_image;              ///< of the database, each table as it was last read
+    const Options& m_options;
+    System& m_system;
+    Link m_link;
+    Programs m_programs;
+    const std::uint64_t m_incarnation; ///< tells it from the one before
+    bool m_stopNow = false;
+    Image m_image; ///< of the database, each table as it was last read
     Board m_board;
     Refresh m_refresh;
     Undo m_undo;

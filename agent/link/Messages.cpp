@@ -1,15 +1,10 @@
 #include "agent/link/Messages.h"
 
-#include "agent/Log.h"
-
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cstring>
 #include <type_traits>
 #include <utility>
-
-#include <sys/socket.h>
 
 namespace agent {
 
@@ -120,7 +115,7 @@ private:
     bool m_good = true;
 };
 
-// All members of what is not sent as it lies in memory, or it does not compile.
+// Lists every member of a type that is not sent as raw bytes; a forgotten member does not compile.
 #define MEMBERS(Type, ...)                                                                         \
     template <class Archive>                                                                       \
     void fields(Archive& archive, Type& whole) {                                                   \
@@ -130,7 +125,7 @@ private:
 
 MEMBERS(Value, number, text)
 MEMBERS(Change, object, row, value, place)
-MEMBERS(SetRequest, id, side, deadline, changes, trial, verdict)
+MEMBERS(SetRequest, id, incarnation, deadline, changes, trial, verdict)
 MEMBERS(Layer2If, name, state)
 MEMBERS(IfMapping, index, physical, logical)
 MEMBERS(Circuit, present, enabled, deviceName, vpi, vci, fcsPreserve)
@@ -207,27 +202,6 @@ std::optional<Message> unpack(const std::string& packet) {
         return std::nullopt;
     if (auto* snapshot = std::get_if<Snapshot>(&message))
         snapshot->instances = listInstances(*snapshot);
-    return message;
-}
-
-void Link::send(const Message& message) const {
-    const std::string packet = pack(message);
-    if (::send(m_descriptor, packet.data(), packet.size(), MSG_DONTWAIT | MSG_NOSIGNAL) < 0 &&
-        errno != EAGAIN)
-        log(LOG_ERR, std::string("a message is lost: ") + std::strerror(errno));
-}
-
-std::optional<Message> Link::receive() const {
-    const ssize_t size =
-        recv(m_descriptor, nullptr, 0, MSG_PEEK | MSG_TRUNC | MSG_DONTWAIT); // its whole length
-    if (size < 0)
-        return std::nullopt;
-    std::string packet(static_cast<std::size_t>(size), '\0');
-    if (recv(m_descriptor, packet.data(), packet.size(), MSG_DONTWAIT) != size || size == 0)
-        return std::nullopt; // an empty one is taken out too
-    auto message = unpack(packet);
-    if (!message)
-        log(LOG_ERR, "a message is not understood");
     return message;
 }
 

@@ -42,7 +42,7 @@ enum class Outcome {
 /// What one set request asks for, all or nothing.
 struct SetRequest {
     std::uint64_t id;
-    std::uint64_t side;            ///< that it is for; the next one has not been asked
+    std::uint64_t incarnation;     ///< of the process that it is for; the next has not been asked
     Clock::time_point deadline;    ///< the clock is the machine's, the same for both processes
     std::vector<Change> changes;   ///< in the order in which they are made
     std::chrono::seconds trial{0}; ///< taken back after this time, unless confirmed; 0: to stay
@@ -52,7 +52,7 @@ struct SetRequest {
 /// To take a set back that was made, because others of its request failed.
 struct TakeBack {
     std::uint64_t id;
-    std::uint64_t side; ///< likewise
+    std::uint64_t incarnation; ///< likewise
 };
 
 struct SetResult {
@@ -64,8 +64,8 @@ struct SetResult {
 
 /// The first message of each side, after every start.
 struct Hello {
-    std::uint64_t side = 0; ///< tells one device's side from the next; 0 from the network's
-    bool takesBack = false; ///< whether it has found a change that was half done
+    std::uint64_t incarnation = 0; ///< tells one process that owns the device from the next
+    bool takesBack = false;        ///< whether it has found a change that was half done
 };
 
 /// From the device's side, where a watchdog wants to know: it works, or waits for something that
@@ -79,23 +79,5 @@ std::string pack(const Message& message);
 
 /// @return nothing for what is no packet, or speaks of objects that there are not
 std::optional<Message> unpack(const std::string& packet);
-
-/// Its own end of the pair of sockets that join the two.
-class Link {
-public:
-    explicit Link(int descriptor) : m_descriptor(descriptor) {}
-
-    int descriptor() const { return m_descriptor; }
-
-    /// Sends, unless the other side has fallen far behind: what is lost then, the next snapshot or
-    /// a deadline makes up for.
-    void send(const Message& message) const;
-
-    /// @return nothing when there is none for now, or one that is not understood
-    std::optional<Message> receive() const;
-
-private:
-    int m_descriptor;
-};
 
 } // namespace agent

@@ -1,9 +1,8 @@
 #include "agent/net/NetSnmp.h"
 
 #include "agent/Log.h"
-#include "agent/StateFolder.h"
-#include "agent/dev/Watch.h"
 #include "agent/net/Strangers.h"
+#include "agent/system/Files.h"
 
 #include <net-snmp/net-snmp-config.h>
 
@@ -62,7 +61,7 @@ int forwardLog(int, int, void* message, void*) {
     while (!text.empty() && text.back() == '\n')
         text.pop_back();
     refused = refused || text.compare(0, kRefused.size(), kRefused) == 0;
-    const int keptBack = limit.pass();
+    const int keptBack = limit.pass(std::chrono::steady_clock::now());
     if (keptBack > 0)
         log(LOG_WARNING, std::to_string(keptBack) + " more lines like those before");
     if (keptBack >= 0)
@@ -103,7 +102,7 @@ void mendState() {
     for (int i = 0; i <= NETSNMP_MAX_PERSISTENT_BACKUPS; ++i)
         others.push_back(stateFolder + "/" + kName + "." + std::to_string(i) + ".conf");
     const auto hasState = [](const std::string& file) {
-        return isWhole(textOf(file.c_str()).value_or(""), "engineBoots ", 0);
+        return isWhole(textOf(file).value_or(""), "engineBoots ", 0);
     };
     if (!hasState(name)) {
         const auto other = std::find_if(others.begin(), others.end(), hasState);
@@ -121,7 +120,7 @@ bool takeNewState() {
     for (const usmUser* user = usm_get_userList(); user != nullptr; user = user->next)
         users += user->userStorageType == ST_NONVOLATILE;
     const std::string boots = "engineBoots " + std::to_string(snmpv3_local_snmpEngineBoots());
-    const std::string text = textOf(fileIn(newFolder()).c_str()).value_or("");
+    const std::string text = textOf(fileIn(newFolder())).value_or("");
     std::remove(fileIn(newFolder()).c_str());
     if (isWhole(text, boots, users) && replaceFile(fileIn(stateFolder), text))
         return true;

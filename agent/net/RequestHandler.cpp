@@ -1,6 +1,7 @@
 #include "agent/net/RequestHandler.h"
 
 #include "agent/Log.h"
+#include "agent/net/Variables.h"
 
 #include <algorithm>
 #include <array>
@@ -126,11 +127,11 @@ std::string textOf(const Object& object, const Value& value) {
     static const char* const truths[] = {"true", "false"};
     static const char* const verdicts[] = {"none", "confirm", "revert"};
     const auto index = static_cast<std::size_t>(value.number - 1);
-    if (object.type() == ASN_OCTET_STR)
+    if (object.type() == Type::text)
         return "'" + printable(value.text, kLongest) + "'";
     if (object.control() == Control::change && index < std::size(verdicts))
         return verdicts[index];
-    if (object.type() == ASN_INTEGER && object.maximum() == 2 && index < std::size(truths))
+    if (object.type() == Type::integer && object.maximum() == 2 && index < std::size(truths))
         return truths[index];
     return std::to_string(value.number);
 }
@@ -257,9 +258,10 @@ RequestHandler* handlerOfConnection = nullptr;
 
 } // namespace
 
-RequestHandler::RequestHandler(Settings settings, Link link, std::function<void()> works)
+RequestHandler::RequestHandler(Settings settings, System& system, std::function<void()> works)
     : m_settings(std::move(settings)),
-      m_link(link),
+      m_system(system),
+      m_link(system),
       m_works(std::move(works)),
       m_told(m_settings.state),
       // Not those of one before, whose results may still come.
@@ -393,7 +395,7 @@ int RequestHandler::answer(int mode, const netsnmp_request_info& request) const 
     if (!here)
         return object == nullptr ? SNMP_NOSUCHOBJECT : SNMP_NOSUCHINSTANCE;
     Value value;
-    if (!object->read({*m_snapshot, m_setsRefused}, found->row, value))
+    if (!object->read({*m_snapshot, m_system.now(), m_setsRefused}, found->row, value))
         return SNMP_ERR_GENERR;
     if (mode == MODE_GETNEXT)
         snmp_set_var_objid(&binding, found->name.data(), found->name.size());
@@ -502,7 +504,7 @@ bool RequestHandler::ask(netsnmp_request_info* requests) {
         finish({m_set->id, Outcome::done, CORVANTA_OK, 0}, requests);
         return false;
     }
-    m_set->side = m_side;
+    m_set->incarnation = m_incarnation;
     m_link.send(*m_set);
     wakeAt(m_giveUp);
     return true;
@@ -546,8 +548,7 @@ SetResult RequestHandler::await(std::uint64_t id, Clock::time_point deadline) {
             std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
         if (left <= 0)
             return {id, Outcome::late, CORVANTA_FAILED, 0};
-        pollfd waiting{m_link.descriptor(), POLLIN, 0};
-        poll(&waiting, 1, static_cast<int>(left));
+        m_system.wait({true, false, false, false}, deadline);
         receive();
     }
     return *m_result;
@@ -568,7 +569,7 @@ void RequestHandler::note(const netsnmp_agent_request_info& info,
         const auto found = find(m_snapshot->instances, binding);
         if (object->control() == Control::none && found != m_snapshot->instances.end() &&
             compare(*found, binding) == 0 &&
-            object->read({*m_snapshot, m_setsRefused}, found->row, value))
+            object->read({*m_snapshot, m_system.now(), m_setsRefused}, found->row, value))
             m_asked += " " + textOf(*object, value);
         value = {};
         if (check(*object, binding, value) != SNMP_ERR_WRONGTYPE)
@@ -602,7 +603,7 @@ void RequestHandler::logReverts(const Snapshot& before) {
 void RequestHandler::undo(netsnmp_request_info* requests) {
     const auto deadline = Clock::now() + m_settings.setDeadline;
     m_result.reset();
-    m_link.send(TakeBack{m_set->id, m_side});
+    m_link.send(TakeBack{m_set->id, m_incarnation});
     if (await(m_set->id, deadline).outcome != Outcome::refused)
         netsnmp_request_set_error(requests, SNMP_ERR_UNDOFAILED);
     logSet("taken back, since another part of the request failed", SNMP_ERR_NOERROR);
@@ -632,11 +633,11 @@ void RequestHandler::take(const Message& message) {
     } else if (const auto* result = std::get_if<SetResult>(&message)) {
         takeResult(*result);
     } else if (const auto* hello = std::get_if<Hello>(&message);
-               hello != nullptr && hello->side != m_side) {
+               hello != nullptr && hello->incarnation != m_incarnation) {
         // It was started again. What it was at is taken back by its journal, if there is one: else
         // it was not begun or is done, which the device will tell.
         m_before = m_newest->counters;
-        m_side = hello->side;
+        m_incarnation = hello->incarnation;
         m_doubtful = m_set && !m_result && !hello->takesBack ? m_set->id : 0;
         if (m_set && !m_result && hello->takesBack)
             takeResult({m_set->id, Outcome::undoing, CORVANTA_FAILED, 0});

@@ -1,7 +1,11 @@
 #pragma once
 
-#include "agent/link/Messages.h"
+#include "agent/link/Link.h"
 #include "agent/net/Told.h"
+
+#include <net-snmp/net-snmp-config.h>
+
+#include <net-snmp/net-snmp-includes.h>
 
 #include <net-snmp/agent/net-snmp-agent-includes.h>
 
@@ -31,7 +35,7 @@ public:
     };
 
     /// @param works called whenever the device's side has shown that it works
-    RequestHandler(Settings settings, Link link, std::function<void()> works);
+    RequestHandler(Settings settings, System& system, std::function<void()> works);
 
     /// Registers corvantaObjects with the toolkit. @return whether it took that
     bool registerObjects();
@@ -78,12 +82,13 @@ private:
     void wakeAt(Clock::time_point time);
 
     const Settings m_settings;
-    const Link m_link;
+    System& m_system;
+    Link m_link;
     const std::function<void()> m_works;
     std::shared_ptr<const Snapshot> m_newest;
     std::shared_ptr<const Snapshot> m_snapshot; ///< what requests see
     bool m_heard = false;                       ///< of a snapshot
-    std::uint64_t m_side = 0;                   ///< the device's side that there is
+    std::uint64_t m_incarnation = 0;            ///< of the process that owns the device
     std::uint64_t m_doubtful = 0;               ///< the set that the one before may have made
     Counters m_before;                          ///< of device's sides that have gone
     Told m_told;                                ///< by notifications

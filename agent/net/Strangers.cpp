@@ -19,9 +19,6 @@ constexpr std::size_t kConnections = 64; ///< more than managers need, less than
 constexpr unsigned kSilence = 60000;     ///< ms; a manager connects anew
 constexpr std::chrono::milliseconds kPause{100};
 
-constexpr int kLines = 20;
-constexpr std::chrono::minutes kPeriod{1};
-
 /// For how long a manager's connection was silent, in ms.
 /// @return whether the descriptor is one; those on the machine itself are only counted
 bool isStream(int descriptor, unsigned& silence) {
@@ -68,17 +65,6 @@ void Strangers::limitConnections() {
         if (silence > kSilence || i >= kConnections)
             shutdown(descriptor, SHUT_RDWR); // the toolkit sees its end, and forgets it
     }
-}
-
-int LineLimit::pass() {
-    const auto now = std::chrono::steady_clock::now();
-    int keptBack = 0;
-    if (now >= m_end) {
-        keptBack = std::max(m_lines - kLines, 0);
-        m_end = now + kPeriod;
-        m_lines = 0;
-    }
-    return ++m_lines > kLines ? -1 : keptBack;
 }
 
 } // namespace agent

@@ -21,15 +21,4 @@ private:
     Clock::time_point m_due;
 };
 
-/// Lets a number of lines a minute through, and tells how many it has kept back.
-class LineLimit {
-public:
-    /// @return how many lines were kept back before this one, or -1 to keep it back too
-    int pass();
-
-private:
-    std::chrono::steady_clock::time_point m_end;
-    int m_lines = 0;
-};
-
 } // namespace agent

@@ -1,4 +1,4 @@
-#include "agent/link/Model.h"
+#include "agent/dev/DeviceModel.h"
 
 #include <cstdlib>
 #include <memory>

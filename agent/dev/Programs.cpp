@@ -1,0 +1,123 @@
+#include "agent/dev/Programs.h"
+
+#include "agent/change/Stage.h"
+
+#include <sstream>
+#include <utility>
+
+namespace agent {
+
+namespace {
+
+constexpr std::size_t kLongestLine = 200;
+constexpr int kMeanOf = 16;  ///< runs that the mean time of a client is of, roughly
+constexpr int kNotRun = 126; ///< the shell's status for what it may not run, and the next one
+
+} // namespace
+
+Programs::Programs(System& system, std::chrono::seconds limit, Wait wait)
+    : m_system(system), m_limit(limit), m_wait(std::move(wait)) {}
+
+std::optional<std::string> Programs::answer(const std::string& commandLine) {
+    if (!Command::isFor(commandLine)) {
+        auto end = run(commandLine);
+        if (!end || end->status != 0) // what a tool that failed has printed is no reading
+            return std::nullopt;
+        return std::move(end->output);
+    }
+    return m_stage != nullptr ? m_stage->answer(commandLine) : runClient(commandLine);
+}
+
+std::optional<std::string> Programs::runClient(const std::string& commandLine) {
+    const auto begun = m_system.now();
+    auto end = run(commandLine);
+    if (!end)
+        return std::nullopt;
+    const auto took = m_system.now() - begun;
+    if (end->status == 0)
+        m_meanTime += m_meanTime.count() == 0 ? took : (took - m_meanTime) / kMeanOf;
+    return std::move(end->output);
+}
+
+void Programs::pause(std::chrono::seconds time) {
+    const auto end = m_system.now() + time;
+    while (m_system.now() < end && !isCutShort())
+        m_wait(end);
+}
+
+void Programs::kill() {
+    if (std::exchange(m_running, false))
+        m_system.killProgram();
+}
+
+std::chrono::microseconds Programs::clientTime() const {
+    return std::chrono::duration_cast<std::chrono::microseconds>(m_meanTime);
+}
+
+bool Programs::timeClient(const std::function<bool()>& run) {
+    const auto before = std::exchange(m_meanTime, Clock::duration(0));
+    if (run() && m_meanTime.count() != 0)
+        return true;
+    m_meanTime = before;
+    return false;
+}
+
+/// Runs a program. One that hung, or was killed, has said nothing: half an answer could pass for a
+/// whole one.
+/// @return nothing when it could not be started
+std::optional<ProgramEnd> Programs::run(const std::string& commandLine) {
+    if (isCutShort() || !m_system.startProgram(commandLine))
+        return std::nullopt;
+    m_running = true;
+    const auto deadline = m_system.now() + m_limit;
+    std::optional<ProgramEnd> end;
+    while (m_running && !(end = m_system.collectProgram()) && m_system.now() < deadline)
+        m_wait(deadline);
+    if (!end) {
+        kill();
+        ++m_killed;
+        log(LOG_WARNING, "a program hung and was killed:" + commandLine);
+        end = ProgramEnd{"", "", -1};
+    }
+    m_running = false;
+    report(commandLine, *end);
+    if (end->status < 0)
+        end->output.clear();
+    return end;
+}
+
+/// Has the log tell what kept a program from running, once, and what it said on standard error.
+void Programs::report(const std::string& commandLine, const ProgramEnd& end) {
+    std::string name;
+    std::istringstream(commandLine) >> name;
+    const bool notRun = end.status == kNotRun || end.status == kNotRun + 1;
+    const std::string why = notRun ? m_system.whyNotRun(name) : "";
+    if (std::exchange(m_told[name], why) != why && !why.empty())
+        log(LOG_ERR, why);
+    if (!why.empty())
+        return;
+    std::istringstream said(end.errors);
+    for (std::string line; std::getline(said, line);) {
+        const int keptBack = m_lines.pass(m_system.now());
+        if (keptBack > 0)
+            log(LOG_WARNING, std::to_string(keptBack) + " more lines of programs were left out");
+        if (keptBack >= 0)
+            log(LOG_WARNING, name + " says: " + printable(line, kLongestLine));
+    }
+}
+
+Programs::CutShort::CutShort(Programs& programs, const bool& flag)
+    : m_programs(programs), m_before(std::exchange(programs.m_cutShort, &flag)) {}
+
+Programs::CutShort::~CutShort() {
+    m_programs.m_cutShort = m_before;
+}
+
+Programs::OnStage::OnStage(Programs& programs, Stage& stage)
+    : m_programs(programs), m_before(std::exchange(programs.m_stage, &stage)) {}
+
+Programs::OnStage::~OnStage() {
+    m_programs.m_stage = m_before;
+}
+
+} // namespace agent

@@ -1,0 +1,10 @@
+#pragma once
+
+#include "agent/link/Objects.h"
+
+namespace agent {
+
+/// Has the library set an object. @return a corvanta_status
+int write(const Object& object, int row, const Value& value);
+
+} // namespace agent

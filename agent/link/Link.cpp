@@ -1,0 +1,17 @@
+#include "agent/link/Link.h"
+
+#include "agent/Log.h"
+
+namespace agent {
+
+std::optional<Message> Link::receive() {
+    const auto packet = m_system.receive();
+    if (!packet || packet->empty())
+        return std::nullopt;
+    auto message = unpack(*packet);
+    if (!message)
+        log(LOG_ERR, "a message is not understood");
+    return message;
+}
+
+} // namespace agent

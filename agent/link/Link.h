@@ -1,0 +1,24 @@
+#pragma once
+
+#include "agent/link/Messages.h"
+#include "agent/system/System.h"
+
+namespace agent {
+
+/// Messages to and from the other process.
+class Link {
+public:
+    explicit Link(System& system) : m_system(system) {}
+
+    /// Sends, unless the other process has fallen far behind: what is lost then, the next snapshot
+    /// or a deadline makes up for.
+    void send(const Message& message) { m_system.send(pack(message)); }
+
+    /// @return nothing when there is none for now, or one that is not understood
+    std::optional<Message> receive();
+
+private:
+    System& m_system;
+};
+
+} // namespace agent

@@ -1,0 +1,108 @@
+#pragma once
+
+#include <corvanta.h>
+
+#include <array>
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+/// What the process that owns the device shows to the one that faces the network.
+namespace agent {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr int kUnits = 8; ///< ATM circuits, and VLAN objects; both are numbered from 1
+
+/// An SNMP TruthValue, or 0: the database held neither 0 nor 1, or nothing was read yet.
+struct Truth {
+    int value = 0;
+};
+
+struct Layer2If {
+    std::string name;
+    int state; ///< an ly2State
+};
+
+struct IfMapping {
+    int index;
+    std::string physical;
+    std::string logical;
+};
+
+struct Circuit {
+    bool present = false;
+    Truth enabled;
+    std::string deviceName;
+    int vpi = 0;
+    int vci = 0;
+    Truth fcsPreserve;
+};
+
+struct Vlan {
+    bool present = false;
+    Truth enabled;
+    Truth discardTag;
+    std::optional<std::string> wanInterface; ///< nothing when the library can't give it whole
+};
+
+struct Model {
+    speedInfo_s rates{};
+    std::vector<Layer2If> layer2;
+    std::vector<IfMapping> mapping;
+    std::array<Circuit, kUnits + 1> circuits; ///< by number; the first is unused
+    std::array<Vlan, kUnits + 1> vlans;       ///< likewise
+    std::optional<std::string> defaultWan;    ///< likewise; empty without a default bridge
+    Truth discardUntagged;
+};
+
+class Object; // link/Objects.h
+
+using Oid = std::vector<unsigned long>; ///< an object identifier, as the toolkit has it
+
+/// A scalar, or a column in one row.
+struct Instance {
+    const Object* object;
+    int row; ///< 0 for a scalar
+    Oid name;
+};
+
+/// What becomes of the changes of managers; the numbers are those of the MIB.
+enum class ChangeState { idle = 1, pending = 2, restoring = 3 };
+
+/// Why a change was taken back without its manager asking again; likewise.
+enum class RevertReason { none = 0, expired = 1, requested = 2, restarted = 3, failed = 4 };
+
+struct Trial {
+    ChangeState state = ChangeState::idle;
+    std::chrono::seconds timeout{0}; ///< of the change that is pending
+    Clock::time_point end;           ///< when it is taken back
+};
+
+/// What has happened on the device's side since the agent was started.
+struct Counters {
+    std::uint32_t refreshesDone = 0;
+    std::uint32_t refreshesFailed = 0;
+    std::uint32_t clientsKilled = 0;
+    std::uint32_t journalsDamaged = 0;
+    std::uint32_t rowsNotRestored = 0;
+    std::uint32_t reverts = 0; ///< changes that were taken back for a reason to be told
+
+    Counters& operator+=(const Counters& other);
+};
+
+/// What requests are answered from: made by the worker, then never changed.
+struct Snapshot {
+    Model model;
+    std::vector<Instance> instances; ///< those that the model has a value for, in order of OID
+    bool complete = false;           ///< whether all of the model has ever been loaded
+    Clock::time_point refreshed;     ///< end of the last good refresh; without one, the start
+    Counters counters;
+    Trial trial;
+    bool undoing = false; ///< whether a set that missed its deadline is not yet taken back
+    RevertReason revertReason = RevertReason::none; ///< of the last that was taken back
+};
+
+} // namespace agent

@@ -1,0 +1,162 @@
+#include "agent/system/RealSystem.h"
+
+#include "agent/Log.h"
+#include "agent/system/Files.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <sstream>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace agent {
+
+namespace {
+
+constexpr const char* kCircuitList = "/proc/net/atm/pvc";
+constexpr long kClockStep = 20000000; ///< nanoseconds; file times move on in steps below this
+
+bool sameTime(const timespec& one, const timespec& other) {
+    return one.tv_sec == other.tv_sec && one.tv_nsec == other.tv_nsec;
+}
+
+bool isYoung(const struct stat& state) {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    const auto seconds = now.tv_sec - state.st_ctim.tv_sec;
+    const long age =
+        seconds > 1 ? 2000000000L : seconds * 1000000000L + now.tv_nsec - state.st_ctim.tv_nsec;
+    return age < kClockStep;
+}
+
+} // namespace
+
+bool FileState::operator==(const FileState& other) const {
+    return device == other.device && inode == other.inode && size == other.size &&
+           sameTime(modified, other.modified) && sameTime(changed, other.changed);
+}
+
+RealSystem::RealSystem(int link, int stop, const std::string& stateFolder,
+                       const std::string& watchedFile)
+    : m_link(link), m_stop(stop), m_folder(stateFolder + "/") {
+    if (!watchedFile.empty())
+        m_watch.emplace(watchedFile);
+}
+
+System::Events RealSystem::wait(const Events& wanted, Clock::time_point until) {
+    using std::chrono::seconds;
+    const int program = m_program ? m_program->descriptor() : -1;
+    if (wanted.program && m_program && program < 0)
+        until = std::min(until, now() + m_program->pause());
+    const auto left = std::max(until - now(), Clock::duration(0));
+    const timespec time{left / seconds(1), (left % seconds(1)).count()};
+    std::array<pollfd, 4> events{
+        {{wanted.message ? m_link : -1, POLLIN, 0},
+         {wanted.stop ? m_stop : -1, POLLIN, 0},
+         {wanted.program ? program : -1, POLLIN, 0},
+         {wanted.file && m_watch ? m_watch->descriptor() : -1, POLLIN, 0}}};
+    ppoll(events.data(), events.size(), &time, nullptr);
+    return {events[0].revents != 0, events[1].revents != 0, events[2].revents != 0,
+            events[3].revents != 0};
+}
+
+void RealSystem::send(const std::string& packet) {
+    if (::send(m_link, packet.data(), packet.size(), MSG_DONTWAIT | MSG_NOSIGNAL) < 0 &&
+        errno != EAGAIN)
+        log(LOG_ERR, std::string("a message is lost: ") + std::strerror(errno));
+}
+
+std::optional<std::string> RealSystem::receive() {
+    const ssize_t size =
+        recv(m_link, nullptr, 0, MSG_PEEK | MSG_TRUNC | MSG_DONTWAIT); // its whole length
+    if (size < 0)
+        return std::nullopt;
+    std::string packet(static_cast<std::size_t>(size), '\0');
+    if (recv(m_link, packet.data(), packet.size(), MSG_DONTWAIT) != size)
+        return std::nullopt;
+    return packet; // an empty one is taken out too
+}
+
+bool RealSystem::startProgram(const std::string& commandLine) {
+    if (m_program.emplace().start(commandLine))
+        return true;
+    m_program.reset();
+    return false;
+}
+
+std::optional<ProgramEnd> RealSystem::collectProgram() {
+    auto end = m_program->collect();
+    if (end)
+        m_program.reset();
+    return end;
+}
+
+void RealSystem::killProgram() {
+    m_program.reset();
+}
+
+std::string RealSystem::whyNotRun(const std::string& name) {
+    const char* const variable = std::getenv("PATH");
+    const std::string path = variable != nullptr ? variable : "";
+    std::istringstream folders(path);
+    std::string why = name + ": not found in PATH " + path;
+    for (std::string folder; std::getline(folders, folder, ':');) {
+        const std::string file = folder + "/" + name;
+        if (access(file.c_str(), X_OK) == 0)
+            return "";
+        if (errno == EACCES)
+            why = file + ": may not be run by this user";
+    }
+    return why;
+}
+
+std::optional<std::string> RealSystem::load(const std::string& name) {
+    auto text = textOf(m_folder + name);
+    if (!text && errno != ENOENT)
+        text.emplace();
+    return text;
+}
+
+bool RealSystem::store(const std::string& name, const std::string& content) {
+    return replaceFile(m_folder + name, content);
+}
+
+bool RealSystem::remove(const std::string& name) {
+    return (unlink((m_folder + name).c_str()) == 0 || errno == ENOENT) && syncFolder(m_folder);
+}
+
+bool RealSystem::rename(const std::string& name, const std::string& newName) {
+    return std::rename((m_folder + name).c_str(), (m_folder + newName).c_str()) == 0 &&
+           syncFolder(m_folder);
+}
+
+std::optional<std::string> RealSystem::circuits() {
+    return textOf(kCircuitList);
+}
+
+std::optional<FileState> RealSystem::watchedFile() {
+    struct stat state {};
+    if (!m_watch || stat(m_watch->file().c_str(), &state) != 0)
+        return std::nullopt;
+    return FileState{state.st_dev,  state.st_ino,  state.st_size,
+                     state.st_mtim, state.st_ctim, isYoung(state)};
+}
+
+bool RealSystem::watchedFileTouched() {
+    return m_watch && m_watch->touched();
+}
+
+bool RealSystem::watchedFileHasEvents() const {
+    return m_watch && m_watch->descriptor() >= 0;
+}
+
+} // namespace agent
