@@ -91,6 +91,7 @@ async function fleetIsRight() {
   assert.deepEqual(totals["Sum of rates, down / up"].split(" / ").map(plain), [sum(right, 2), sum(right, 3)]);
   assert.equal(totals["Routers answering"], `${names.length} of ${names.length} ok`);
 }
+const exporter = Number(fs.readFileSync(folder + "/exporter.pid", "utf8"));
 
 try {
   await go(page);
@@ -189,7 +190,6 @@ try {
     assert.deepEqual(await held(last), []);
     await fleetIsRight();
   });
-  const exporter = Number(fs.readFileSync(folder + "/exporter.pid", "utf8"));
   process.kill(exporter, "SIGSTOP");
   await soon("an exporter that is down is told once, at the top, and nobody is blamed", async () => {
     assert.match(await look("document.getElementById('exporters').innerText"), /^critical the SNMP exporter does not answer.*\nNothing is known/);
@@ -211,4 +211,5 @@ try {
 } finally {
   await browser("DELETE", `/${sessionId}`);
   driver.kill();
+  process.kill(exporter, "SIGCONT"); // stopped, it would not end with the fleet
 }
