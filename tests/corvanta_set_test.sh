@@ -5,12 +5,11 @@
 # shellcheck source=lib.sh
 . "$(dirname -- "${BASH_SOURCE[0]}")/lib.sh"
 build=$(realpath -- "$1")
-need_modules "$build/smi"
 cd "$work"
 mkfifo keys
 exec 3<>keys
 user operator
-export MIBDIRS=$build/smi:$source/agent CORVANTA_BUILD=$build
+export MIBDIRS=$source/agent/share/modules:$source/agent CORVANTA_BUILD=$build
 
 # The requests are made, but an answer can be lost, and the agent killed with it.
 mkdir bin
