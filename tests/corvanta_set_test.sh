@@ -38,6 +38,7 @@ wrong() {
 check() { # status, what is there then, what happens, arguments
     local status=0 command seen
     printf -v command '%q ' corvanta-set --wait 60 --time 3600 "${@:4}"
+    : >out # nothing of the one before
     SHELL=/bin/bash script -qefc "$command" /dev/null <keys >out &
     terminal=$!
     until grep -q '\[y/N\]' out || ! kill -0 $terminal 2>/dev/null; do sleep 0.1; done
@@ -116,12 +117,12 @@ completed() {
     '8 cvDefaultWanInterface= true --json' ] || wrong "completion: $(completed cvCircuitVp)"
 
 # A link that drops every third packet, in either direction.
-"$source/tests/relay.pl" lossy "$port" >lossy &
+"$source/tests/relay.pl" lossy "$port" >back &
 started+=($!)
-soon test -s lossy
+soon test -s back
 for ((i = 1; i <= changes; ++i)); do
     name=wan$((i % 3 + 1)) status=0
-    corvanta-set -w 5 -t 3600 --yes "127.0.0.1:$(cat lossy)" cvDefaultWanInterface=$name >out 2>&1 || status=$?
+    corvanta-set -w 5 -t 3600 --yes "127.0.0.1:$(cat back)" cvDefaultWanInterface=$name >out 2>&1 || status=$?
     [ "$status $(look)" = "0 $name idle" ] || wrong "lossy: $status $(look) instead of 0 $name"
 done
 exit $failed

@@ -12,6 +12,7 @@ use IO::Socket::INET;
 use IO::Socket::UNIX;
 
 $| = 1;
+$SIG{PIPE} = "IGNORE"; # one who has hung up
 my ($way, $where) = @ARGV;
 my %kinds = (set => "\x08\x01\x00", confirm => "\x08\x03\x00\x02\x01\x02", revert => "\x08\x03\x00\x02\x01\x03");
 

@@ -480,9 +480,9 @@ std::string quoted(const std::string& text) {
 
 /// Values and words have nothing but printable ASCII by now, as far as the router or MIB made them.
 void printJson(const Options& options, const Values& before, const End& end) {
-    std::printf(
-        "{\"host\": %s, \"status\": %d, \"outcome\": \"%s\", \"message\": %s, \"objects\": [",
-        quoted(options.host).c_str(), end.status, kOutcomes[end.status], quoted(end.text).c_str());
+    std::printf(R"({"host": %s, "status": %d, "outcome": "%s", "message": %s, "objects": [)",
+                quoted(options.host).c_str(), end.status, kOutcomes[end.status],
+                quoted(end.text).c_str());
     const char* separator = "";
     for (std::size_t i = 0; i < options.assignments.size(); ++i) {
         const auto& [instance, value] = options.assignments[i];
@@ -490,10 +490,10 @@ void printJson(const Options& options, const Values& before, const End& end) {
             const bool isNumber = object.words.empty() && shown.index() == 0;
             if (const auto* const octets = std::get_if<std::string>(&shown);
                 octets && octets->empty())
-                return std::string("\"\"");
+                return quoted("");
             return isNumber ? textOf(object, shown) : quoted(textOf(object, shown));
         };
-        std::printf("%s{\"object\": %s, \"old\": %s, \"new\": %s}", separator,
+        std::printf(R"(%s{"object": %s, "old": %s, "new": %s})", separator,
                     quoted(nameOf(instance)).c_str(),
                     i < before.size() ? text(before[i]).c_str() : "null", text(value).c_str());
         separator = ", ";
