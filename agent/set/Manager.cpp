@@ -17,12 +17,15 @@ namespace {
 using std::chrono::duration_cast;
 using std::chrono::microseconds;
 
+constexpr std::string_view kError = "Error: ";
 std::string lastLine; ///< of the toolkit, which says so why a session can't be opened
 
 int keepLine(int, int, void* message, void*) {
     lastLine = static_cast<const snmp_log_message*>(message)->msg;
     while (!lastLine.empty() && lastLine.back() == '\n')
         lastLine.pop_back();
+    if (lastLine.compare(0, kError.size(), kError) == 0)
+        lastLine.erase(0, kError.size());
     return SNMPERR_SUCCESS;
 }
 

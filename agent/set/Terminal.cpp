@@ -97,7 +97,7 @@ bool agreed(const std::string& question, Clock::time_point until) {
     for (bool isFirst = true; typed == Typed::more && !interrupted(); isFirst = false) {
         const auto left = std::chrono::ceil<seconds>(until - Clock::now());
         if (counts || isFirst)
-            std::fprintf(stderr, "%s%s [y/N] (%3lld s left) %s%s", counts ? "\r" : "",
+            std::fprintf(stderr, "%s%s [y/N] (%lld s left) %s%s", counts ? "\r" : "",
                          question.c_str(),
                          static_cast<long long>(std::max(left, seconds(0)).count()), answer.c_str(),
                          counts ? "  \b\b" : "");

@@ -471,14 +471,16 @@ End Trial::run() {
 std::string quoted(const std::string& text) {
     std::string out = "\"";
     for (const char c : text) {
+        char escaped[7] = {c};
         if (c == '"' || c == '\\')
-            out += '\\';
-        out += c;
+            std::snprintf(escaped, sizeof escaped, "\\%c", c);
+        else if (c < ' ' || c > '~') // the host, or what was typed for a value
+            std::snprintf(escaped, sizeof escaped, "\\u%04x", static_cast<unsigned char>(c));
+        out += escaped;
     }
     return out + '"';
 }
 
-/// Values and words have nothing but printable ASCII by now, as far as the router or MIB made them.
 void printJson(const Options& options, const Values& before, const End& end) {
     std::printf(R"({"host": %s, "status": %d, "outcome": "%s", "message": %s, "objects": [)",
                 quoted(options.host).c_str(), end.status, kOutcomes[end.status],
