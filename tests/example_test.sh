@@ -6,7 +6,6 @@
 # shellcheck source=lib.sh
 . "$(dirname -- "${BASH_SOURCE[0]}")/lib.sh"
 smi=$(realpath -m -- "$1")
-need_modules "$smi"
 example=$source/docs/adding-an-object
 cd "$work"
 

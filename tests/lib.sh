@@ -16,7 +16,6 @@ fail() {
     echo "FAIL: $1" >&2
     exit 1
 }
-need_modules() { [ -e "$1/SNMPv2-CONF" ] || { echo "skip: no standard modules in $1" && exit 77; }; }
 
 # Repeats a command until it succeeds, for a minute or so.
 soon() {

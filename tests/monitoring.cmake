@@ -13,8 +13,7 @@ endif()
 foreach(group generator rules routes credentials notifications)
   add_test(NAME monitoring_${group}
     COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/monitoring_test.sh ${group} ${smi} ${PROJECT_BINARY_DIR})
-  set_tests_properties(monitoring_${group} PROPERTIES
-    FIXTURES_REQUIRED smi SKIP_RETURN_CODE 77 TIMEOUT 300)
+  set_tests_properties(monitoring_${group} PROPERTIES TIMEOUT 300)
 endforeach()
 if(CHROMEDRIVER)
   add_test(NAME monitoring_page COMMAND ${PROJECT_SOURCE_DIR}/scripts/fleet --check 3)

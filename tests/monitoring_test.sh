@@ -21,7 +21,6 @@ generated() {
     done < <(awk '/^cv.* OBJECT-TYPE/ { name = $1 } /MAX-ACCESS *read-/ { print name }' "$1")
 }
 generator() {
-    need_modules "$smi"
     generated "$mib" || fail "run prometheus-snmp-generator again, as docs/fleet.md tells"
     # A new scalar, and a new column of a table.
     for place in 'corvantaDsl 9' 'cvVlanEntry 9'; do

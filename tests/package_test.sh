@@ -33,7 +33,8 @@ installed() {
         usr/include/corvanta{.h,/objects/managed_objects.h} \
         usr/lib/"$triplet"/{libcorvanta.so.1,libcorvanta.so,pkgconfig/corvanta.pc,cmake/corvanta/corvantaConfig.cmake} \
         usr/lib/systemd/system/corvantad.service usr/sbin/corvantad usr/bin/corvanta-set \
-        usr/share/{man/man8/corvantad.8.gz,man/man1/corvanta-set.1.gz,snmp/mibs/CORVANTA-MIB.txt} \
+        usr/share/{man/man8/corvantad.8.gz,man/man1/corvanta-set.1.gz,snmp/mibs/CORVANTA-MIB.txt,corvanta/mibs/SNMPv2-SMI} \
+        usr/share/bash-completion/completions/corvanta-set \
         usr/share/corvanta-monitoring/{snmp.yml,snmptrapd-corvanta.conf}; do
         [ -e "$root/$file" ] || fail "no /$file"
     done
