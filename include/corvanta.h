@@ -180,7 +180,8 @@ CORVANTA_API int physicalIFNameToIndex(const char* name);
  * @param index  interface index; an unknown one gives "N/A"
  * @param buffer receives the name, cut to size - 1 characters and terminated,
  *               the rest filled with NULs; empty on failure; null is one
- * @param size   bytes of the buffer; with 0 it is not touched
+ * @param size   bytes of the buffer; with 0 the buffer is not touched and may be
+ *               null
  */
 CORVANTA_API void indexToLogicalIfName(int index, char* buffer, size_t size);
 
