@@ -17,7 +17,7 @@ add_custom_command(OUTPUT ${reference}/made
   COMMAND ${DOXYGEN} ${PROJECT_BINARY_DIR}/Doxyfile
   COMMAND ${PERL} ${PROJECT_SOURCE_DIR}/cmake/man-pages ${reference}/man/man3
   # What begins with the contract is a better first page than an empty one.
-  COMMAND ${CMAKE_COMMAND} -E copy ${reference}/html/corvanta_8h.html ${reference}/html/index.html
+  COMMAND ${CMAKE_COMMAND} -E create_symlink corvanta_8h.html ${reference}/html/index.html
   COMMAND ${CMAKE_COMMAND} -E touch ${reference}/made
   DEPENDS include/corvanta.h cmake/man-pages ${PROJECT_BINARY_DIR}/Doxyfile
   COMMENT "Making the reference" VERBATIM)
