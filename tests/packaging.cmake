@@ -20,6 +20,8 @@ else()
 endif()
 if(LINTIAN AND DH AND TARGET corvantad AND TARGET quorlet)
   add_test(NAME package_test COMMAND ${here}/tests/package_test.sh ${PROJECT_BINARY_DIR} ${PROJECT_VERSION})
+  set_tests_properties(package_test PROPERTIES FIXTURES_REQUIRED smi
+    ENVIRONMENT MIBDIRS=${here}/agent:${PROJECT_BINARY_DIR}/smi)
 else()
   message(STATUS "tests: package_test left out, needs debhelper, lintian, the agent and the device")
 endif()
