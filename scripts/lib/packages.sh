@@ -33,7 +33,7 @@ need_npm() {
 build_packages=(g++ cmake make ninja-build pkg-config libgtest-dev libsqlite3-dev sqlite3 libsnmp-dev libseccomp-dev)
 # What making Debian packages takes besides.
 # shellcheck disable=SC2034
-package_packages=(debhelper dpkg-dev fakeroot lintian)
+package_packages=(debhelper doxygen dpkg-dev fakeroot lintian)
 # What watching a fleet of agents takes besides, and looking at its page.
 # shellcheck disable=SC2034
 fleet_packages=(snmp curl prometheus prometheus-snmp-exporter prometheus-alertmanager)
