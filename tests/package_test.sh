@@ -34,7 +34,7 @@ installed() {
         usr/lib/"$triplet"/{libcorvanta.so.1,libcorvanta.so,pkgconfig/corvanta.pc,cmake/corvanta/corvantaConfig.cmake} \
         usr/lib/systemd/system/corvantad.service usr/sbin/corvantad usr/bin/corvanta-set \
         usr/share/{man/man8/corvantad.8.gz,man/man1/corvanta-set.1.gz,snmp/mibs/CORVANTA-MIB.txt} \
-        usr/share/corvanta-monitoring/{snmp.yml,snmptrapd-corvanta.conf}; do
+        usr/share/corvanta-monitoring/{snmp.yml,snmptrapd-corvanta.conf} usr/share/doc/corvanta-agent/NEWS.Debian.gz; do
         [ -e "$root/$file" ] || fail "no /$file"
     done
     user=$(sed -n 's/^corvanta:[^:]*:\([0-9]*\):.*/\1/p' "$root/etc/passwd")
