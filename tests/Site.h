@@ -265,8 +265,10 @@ public:
             "pvc.new; mv pvc.new device/pvc");
     }
 
-    /// How many lines the agent itself has logged.
-    int logged() const { return std::stoi(run("grep -c :corvantad: agent.log")); }
+    /// How many lines the agent itself has logged, but for one for each set.
+    int logged() const {
+        return std::stoi(run("grep :corvantad: agent.log | grep -vc ' set by '"));
+    }
 
     static std::string oid(const std::string& object) { return ROOT_OID ".1." + object; }
 
