@@ -1,6 +1,7 @@
 #include "Journal.h"
 
 #include "Log.h"
+#include "StateFolder.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -8,7 +9,6 @@
 #include <fstream>
 #include <iterator>
 
-#include <fcntl.h>
 #include <unistd.h>
 
 namespace agent {
@@ -18,26 +18,6 @@ namespace {
 bool failed(const char* what, const std::string& file) {
     log(LOG_ERR, std::string("cannot ") + what + " " + file + ": " + std::strerror(errno));
     return false;
-}
-
-bool writeAll(const std::string& file, const std::string& text) {
-    const int descriptor =
-        open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600);
-    if (descriptor < 0)
-        return false;
-    std::size_t done = 0;
-    while (done < text.size()) {
-        const ssize_t size = write(descriptor, text.data() + done, text.size() - done);
-        if (size < 0 && errno != EINTR)
-            break;
-        done += size > 0 ? static_cast<std::size_t>(size) : 0;
-    }
-    const bool whole = done == text.size() && fsync(descriptor) == 0;
-    const int error = errno;
-    const bool closed = close(descriptor) == 0;
-    if (!whole)
-        errno = error;
-    return whole && closed;
 }
 
 } // namespace
@@ -57,32 +37,19 @@ std::optional<Entry> Journal::load() {
     log(LOG_ERR,
         m_file + " is damaged or of another version: a change may be half done; kept as " + aside);
     m_damaged = true;
-    if (std::rename(m_file.c_str(), aside.c_str()) != 0 || !syncFolder())
+    if (std::rename(m_file.c_str(), aside.c_str()) != 0 || !syncFolder(m_folder))
         failed("keep aside", m_file);
     return std::nullopt;
 }
 
 bool Journal::save(const Entry& entry) {
-    const std::string beside = m_file + ".new";
-    if (writeAll(beside, toText(entry)) && std::rename(beside.c_str(), m_file.c_str()) == 0 &&
-        syncFolder())
-        return true;
-    return failed("write", m_file);
+    return replaceFile(m_file, toText(entry)) || failed("write", m_file);
 }
 
 bool Journal::clear() {
-    if ((unlink(m_file.c_str()) == 0 || errno == ENOENT) && syncFolder())
+    if ((unlink(m_file.c_str()) == 0 || errno == ENOENT) && syncFolder(m_folder))
         return true;
     return failed("remove", m_file);
-}
-
-bool Journal::syncFolder() const {
-    const int descriptor = open(m_folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (descriptor < 0)
-        return false;
-    const bool synced = fsync(descriptor) == 0;
-    close(descriptor);
-    return synced;
 }
 
 } // namespace agent

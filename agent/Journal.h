@@ -27,8 +27,6 @@ public:
     bool foundDamaged() const { return m_damaged; }
 
 private:
-    bool syncFolder() const;
-
     std::string m_folder;
     std::string m_file;
     bool m_damaged = false;

@@ -1,14 +1,15 @@
 #include "Log.h"
 
-#include <string_view>
-
+#include <algorithm>
 #include <cstdarg>
+#include <string_view>
 
 namespace agent {
 
 namespace {
 
 bool quiet = false;
+bool trace = false;
 
 [[gnu::format(printf, 2, 3)]] void write(int priority, const char* format, ...) {
     va_list values;
@@ -35,6 +36,18 @@ void log(int priority, const std::string& text, const char* file, int line) {
           unit.data(), line, text.c_str());
 }
 
+void keepTrace(bool keep) {
+    trace = keep;
+}
+
+std::string printable(std::string text, std::size_t length) {
+    const bool cut = text.size() > length;
+    text.resize(std::min(text.size(), length));
+    std::replace_if(
+        text.begin(), text.end(), [](char c) { return c < ' ' || c > '~'; }, '?');
+    return cut ? text + "..." : text;
+}
+
 QuietLibrary::QuietLibrary() {
     quiet = true;
 }
@@ -45,9 +58,9 @@ QuietLibrary::~QuietLibrary() {
 
 } // namespace agent
 
-/// Takes the place of the system library's, so that the library can be told to be quiet.
+/// Takes the place of the system library's, so that the library says what is wanted.
 extern "C" void syslog(int priority, const char* format, ...) {
-    if (agent::quiet)
+    if (agent::quiet || (priority > LOG_WARNING && !agent::trace))
         return;
     va_list values;
     va_start(values, format);

@@ -16,6 +16,12 @@ bool open(const Options& options);
 /// Whether the master has refused the objects: somebody else serves them.
 bool isRefused();
 
+/// Says in the log what keeps a subagent from its master, once. To be called often.
+void watchMaster(const Options& options);
+
+/// Stores what managers have changed of the toolkit's own objects, such as sysName.
+void storeChanges();
+
 void close();
 
 } // namespace agent::netsnmp

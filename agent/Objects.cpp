@@ -221,8 +221,9 @@ Counters& Counters::operator+=(const Counters& other) {
     return *this;
 }
 
-Object::Object(std::initializer_list<oid> arcs, u_char type, Source source, Read reader)
-    : m_name(below(arcs)), m_type(type), m_source(source), m_read(reader) {}
+Object::Object(std::initializer_list<oid> arcs, const char* label, u_char type, Source source,
+               Read reader)
+    : m_name(below(arcs)), m_label(label), m_type(type), m_source(source), m_read(reader) {}
 
 Object& Object::written(Write writer, Tables tables) {
     m_write = writer;
@@ -267,51 +268,51 @@ const std::vector<Object>& objects() {
     // clang-format off
     static const std::vector<Object> table = {
         // corvantaHealth
-        Object({1, 1}, ASN_COUNTER, Source::agent, read<health, &C::refreshesDone>),
-        Object({1, 2}, ASN_COUNTER, Source::agent, read<health, &C::refreshesFailed>),
-        Object({1, 3}, ASN_GAUGE,   Source::agent, readAge),
-        Object({1, 4}, ASN_COUNTER, Source::agent, read<itself, &View::setsRefused>),
-        Object({1, 5}, ASN_COUNTER, Source::agent, read<health, &C::clientsKilled>),
-        Object({1, 6}, ASN_COUNTER, Source::agent, read<health, &C::journalsDamaged>),
-        Object({1, 7}, ASN_COUNTER, Source::agent, read<health, &C::rowsNotRestored>),
+        Object({1, 1}, "cvRefreshesDone", ASN_COUNTER, Source::agent, read<health, &C::refreshesDone>),
+        Object({1, 2}, "cvRefreshesFailed", ASN_COUNTER, Source::agent, read<health, &C::refreshesFailed>),
+        Object({1, 3}, "cvSecondsSinceRefresh", ASN_GAUGE,   Source::agent, readAge),
+        Object({1, 4}, "cvSetsRefused", ASN_COUNTER, Source::agent, read<itself, &View::setsRefused>),
+        Object({1, 5}, "cvClientsKilled", ASN_COUNTER, Source::agent, read<health, &C::clientsKilled>),
+        Object({1, 6}, "cvJournalsDamaged", ASN_COUNTER, Source::agent, read<health, &C::journalsDamaged>),
+        Object({1, 7}, "cvRowsNotRestored", ASN_COUNTER, Source::agent, read<health, &C::rowsNotRestored>),
         // corvantaDsl
-        Object({2, 1}, ASN_GAUGE, Source::scalar, read<rates, &R::dslActualDataRateDown>),
-        Object({2, 2}, ASN_GAUGE, Source::scalar, read<rates, &R::dslActualDataRateUp>),
-        Object({2, 3}, ASN_GAUGE, Source::scalar, read<rates, &R::dslAttainableDataRateDown>),
-        Object({2, 4}, ASN_GAUGE, Source::scalar, read<rates, &R::dslAttainableDataRateUp>),
+        Object({2, 1}, "cvDslActualRateDown", ASN_GAUGE, Source::scalar, read<rates, &R::dslActualDataRateDown>),
+        Object({2, 2}, "cvDslActualRateUp", ASN_GAUGE, Source::scalar, read<rates, &R::dslActualDataRateUp>),
+        Object({2, 3}, "cvDslAttainableRateDown", ASN_GAUGE, Source::scalar, read<rates, &R::dslAttainableDataRateDown>),
+        Object({2, 4}, "cvDslAttainableRateUp", ASN_GAUGE, Source::scalar, read<rates, &R::dslAttainableDataRateUp>),
         // corvantaBridging
-        Object({3, 1}, kText,       Source::scalar, read<device, &Model::defaultWan>)
+        Object({3, 1}, "cvDefaultWanInterface", kText,       Source::scalar, read<device, &Model::defaultWan>)
             .written(writeDefaultWan, kBridging).range(0, kLongestName),
-        Object({3, 2}, ASN_INTEGER, Source::scalar, read<device, &Model::discardUntagged>)
+        Object({3, 2}, "cvDiscardUntaggedFrames", ASN_INTEGER, Source::scalar, read<device, &Model::discardUntagged>)
             .written(writeDiscardUntagged, kDiscard).range(1, 2),
         // cvLayer2IfTable
-        Object({4, 1, 2}, kText,       Source::layer2, read<layer2, &Layer2If::name>),
-        Object({4, 1, 3}, ASN_INTEGER, Source::layer2, read<layer2, &Layer2If::state>),
+        Object({4, 1, 2}, "cvLayer2IfName", kText,       Source::layer2, read<layer2, &Layer2If::name>),
+        Object({4, 1, 3}, "cvLayer2IfState", ASN_INTEGER, Source::layer2, read<layer2, &Layer2If::state>),
         // cvIfMapTable
-        Object({5, 1, 2}, kText, Source::mapping, read<mapping, &IfMapping::physical>),
-        Object({5, 1, 3}, kText, Source::mapping, read<mapping, &IfMapping::logical>),
+        Object({5, 1, 2}, "cvIfMapPhysicalName", kText, Source::mapping, read<mapping, &IfMapping::physical>),
+        Object({5, 1, 3}, "cvIfMapLogicalName", kText, Source::mapping, read<mapping, &IfMapping::logical>),
         // cvCircuitTable
-        Object({6, 1, 2}, ASN_INTEGER, Source::circuits, read<circuit, &Circuit::enabled>)
+        Object({6, 1, 2}, "cvCircuitEnabled", ASN_INTEGER, Source::circuits, read<circuit, &Circuit::enabled>)
             .written(writeCircuitEnabled, kCircuit).range(1, 2),
-        Object({6, 1, 3}, kText,       Source::circuits, read<circuit, &Circuit::deviceName>),
-        Object({6, 1, 4}, ASN_INTEGER, Source::circuits, read<circuit, &Circuit::vpi>)
+        Object({6, 1, 3}, "cvCircuitDeviceName", kText,       Source::circuits, read<circuit, &Circuit::deviceName>),
+        Object({6, 1, 4}, "cvCircuitVpi", ASN_INTEGER, Source::circuits, read<circuit, &Circuit::vpi>)
             .writtenInOwnRow(kWriteVpi, Table::atm).range(0, 255),
-        Object({6, 1, 5}, ASN_INTEGER, Source::circuits, read<circuit, &Circuit::vci>)
+        Object({6, 1, 5}, "cvCircuitVci", ASN_INTEGER, Source::circuits, read<circuit, &Circuit::vci>)
             .writtenInOwnRow(kWriteVci, Table::atm).range(0, 65535),
-        Object({6, 1, 6}, ASN_INTEGER, Source::circuits, read<circuit, &Circuit::fcsPreserve>),
+        Object({6, 1, 6}, "cvCircuitFcsPreserve", ASN_INTEGER, Source::circuits, read<circuit, &Circuit::fcsPreserve>),
         // cvVlanTable
-        Object({7, 1, 2}, ASN_INTEGER, Source::vlans, read<vlan, &Vlan::enabled>)
+        Object({7, 1, 2}, "cvVlanEnabled", ASN_INTEGER, Source::vlans, read<vlan, &Vlan::enabled>)
             .written(writeVlanEnabled, kBridging).range(1, 2),
-        Object({7, 1, 3}, ASN_INTEGER, Source::vlans, read<vlan, &Vlan::discardTag>)
+        Object({7, 1, 3}, "cvVlanDiscardTag", ASN_INTEGER, Source::vlans, read<vlan, &Vlan::discardTag>)
             .written(writeVlanDiscardTag, kBridging).range(1, 2),
-        Object({7, 1, 4}, kText,       Source::vlans, read<vlan, &Vlan::wanInterface>)
+        Object({7, 1, 4}, "cvVlanWanInterface", kText,       Source::vlans, read<vlan, &Vlan::wanInterface>)
             .written(writeVlanWan, kBridging).range(0, kLongestName),
         // corvantaChange
-        Object({8, 1}, ASN_UNSIGNED, Source::agent, readTrialTimeout)
+        Object({8, 1}, "cvConfirmTimeout", ASN_UNSIGNED, Source::agent, readTrialTimeout)
             .controls(Control::confirmTimeout).range(0, kLongestTrial),
-        Object({8, 2}, ASN_GAUGE,   Source::agent, readTrialRemaining),
-        Object({8, 3}, ASN_INTEGER, Source::agent, readChange).controls(Control::change).range(1, 3),
-        Object({8, 4}, ASN_INTEGER, Source::agent, readChangeState),
+        Object({8, 2}, "cvConfirmRemaining", ASN_GAUGE,   Source::agent, readTrialRemaining),
+        Object({8, 3}, "cvChange", ASN_INTEGER, Source::agent, readChange).controls(Control::change).range(1, 3),
+        Object({8, 4}, "cvChangeState", ASN_INTEGER, Source::agent, readChangeState),
     };
     // clang-format on
     return table;

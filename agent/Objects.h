@@ -95,8 +95,10 @@ public:
     /// Changes the value on the device; a corvanta_status. For the worker.
     using Write = int (*)(int row, const Value& value);
 
-    /// @param arcs below corvantaObjects, without the row
-    Object(std::initializer_list<oid> arcs, u_char type, Source source, Read reader);
+    /// @param arcs   below corvantaObjects, without the row
+    /// @param label  its name in the MIB, for the log
+    Object(std::initializer_list<oid> arcs, const char* label, u_char type, Source source,
+           Read reader);
 
     /// The tables that the change can touch, and those that decide how.
     Object& written(Write writer, Tables tables);
@@ -107,6 +109,7 @@ public:
     Object& range(long minimum, long maximum);
 
     const std::vector<oid>& name() const { return m_name; }
+    const char* label() const { return m_label; }
     u_char type() const { return m_type; }
     Source source() const { return m_source; }
     bool read(const View& view, int row, Value& value) const { return m_read(view, row, value); }
@@ -120,6 +123,7 @@ public:
 
 private:
     std::vector<oid> m_name;
+    const char* m_label;
     u_char m_type;
     Source m_source;
     Read m_read;

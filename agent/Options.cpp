@@ -87,7 +87,11 @@ void help() {
 struct Apply {
     Options& options;
 
-    void operator()(std::string Options::*target) const { options.*target = optarg; }
+    void operator()(std::string Options::*target) const {
+        if (*optarg == '\0')
+            fail("an option has an empty argument");
+        options.*target = optarg;
+    }
     void operator()(bool Options::*target) const { options.*target = true; }
     void operator()(void (*target)()) const { target(); }
     void operator()(Seconds Options::*target) const {
@@ -103,7 +107,7 @@ struct Apply {
 } // namespace
 
 Options parseOptions(int argc, char** argv) {
-    std::string letters;
+    std::string letters = ":"; // no lines of the parser's own
     std::vector<option> names;
     for (const Option& option : kOptions) {
         letters += option.letter;
@@ -115,8 +119,13 @@ Options parseOptions(int argc, char** argv) {
     Options options;
     int letter;
     while ((letter = getopt_long(argc, argv, letters.c_str(), names.data(), nullptr)) != -1) {
-        if (letter == '?')
-            fail("unknown or incomplete option");
+        if (letter == '?' || letter == ':') {
+            const std::string last = argv[optind - 1];
+            const bool isLong = last.rfind("--", 0) == 0 || optopt == 0;
+            fail((letter == '?' ? "unknown or incomplete option '"
+                                : "an argument is missing after '") +
+                 (isLong ? last : std::string("-") + static_cast<char>(optopt)) + "'");
+        }
         for (const Option& option : kOptions) {
             if (option.letter == letter)
                 std::visit(Apply{options}, option.target);

@@ -3,6 +3,9 @@
 #include "Log.h"
 
 #include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <iterator>
 #include <string>
@@ -30,6 +33,8 @@ constexpr seconds kWalkPause{1};
 constexpr seconds kWalkLimit{5};
 
 constexpr seconds kRepeated{60}; ///< for how long a request that comes again is known
+constexpr std::size_t kMostAnswers = 256;
+constexpr std::size_t kLongestNote = 600; ///< of who sets what, in the log
 constexpr seconds kGrace{10}; ///< for the device's side to tell that a set has missed its deadline
 
 /// What a manager is told of a set that has ended.
@@ -60,6 +65,94 @@ int errorOf(const SetResult& result) {
     }
     const auto index = static_cast<std::size_t>(result.status);
     return index < std::size(kStatusErrors) ? kStatusErrors[index] : SNMP_ERR_GENERR;
+}
+
+/// What the log says of it.
+std::string describe(Outcome outcome) {
+    switch (outcome) {
+    case Outcome::done:
+        return "made";
+    case Outcome::refused:
+        return "refused: nothing has changed";
+    case Outcome::late:
+        return "missed its deadline and is taken back";
+    case Outcome::notUndone:
+        return "failed, and could not be taken back wholly";
+    case Outcome::undoing:
+        return "failed and is being taken back";
+    case Outcome::unavailable:
+        return "refused: a change is pending or being taken back, or there is too little time";
+    case Outcome::inconsistent:
+        break;
+    }
+    return "refused: no change is pending";
+}
+
+std::string nameOf(int error) {
+    static const char* const names[] = {"noError",
+                                        "tooBig",
+                                        "noSuchName",
+                                        "badValue",
+                                        "readOnly",
+                                        "genErr",
+                                        "noAccess",
+                                        "wrongType",
+                                        "wrongLength",
+                                        "wrongEncoding",
+                                        "wrongValue",
+                                        "noCreation",
+                                        "inconsistentValue",
+                                        "resourceUnavailable",
+                                        "commitFailed",
+                                        "undoFailed",
+                                        "authorizationError",
+                                        "notWritable",
+                                        "inconsistentName"};
+    const auto index = static_cast<std::size_t>(error);
+    return index < std::size(names) ? names[index] : std::to_string(error);
+}
+
+/// The object and its row by name, or the whole OID where there is no such object.
+std::string nameOf(const netsnmp_variable_list& binding, const Object* object) {
+    std::string name = object != nullptr ? object->label() : "";
+    for (std::size_t i = object != nullptr ? object->name().size() : 0; i < binding.name_length;
+         ++i)
+        name += "." + std::to_string(binding.name[i]);
+    return name;
+}
+
+std::string textOf(const Object& object, const Value& value) {
+    constexpr std::size_t kLongest = 40;
+    static const char* const truths[] = {"true", "false"};
+    static const char* const verdicts[] = {"none", "confirm", "revert"};
+    const auto index = static_cast<std::size_t>(value.number - 1);
+    if (object.type() == ASN_OCTET_STR)
+        return "'" + printable(value.text, kLongest) + "'";
+    if (object.control() == Control::change && index < std::size(verdicts))
+        return verdicts[index];
+    if (object.type() == ASN_INTEGER && object.maximum() == 2 && index < std::size(truths))
+        return truths[index];
+    return std::to_string(value.number);
+}
+
+/// The user and the address. A community is no name, and as good as a password.
+std::string describeManager(const netsnmp_agent_request_info& info) {
+    const netsnmp_pdu* const pdu = info.asp != nullptr ? info.asp->pdu : nullptr;
+    if (pdu == nullptr)
+        return "somebody";
+    std::string who = pdu->securityModel == SNMP_SEC_MODEL_USM && pdu->securityName != nullptr
+                          ? printable({pdu->securityName, pdu->securityNameLen}, 32)
+                          : "a community";
+    void* const session = snmp_sess_pointer(info.asp->session);
+    auto* const transport = session != nullptr ? snmp_sess_transport(session) : nullptr;
+    if (transport == nullptr || transport->f_fmtaddr == nullptr)
+        return who;
+    char* const address =
+        transport->f_fmtaddr(transport, pdu->transport_data, pdu->transport_data_length);
+    if (address != nullptr)
+        who += std::string(" from ") + address;
+    std::free(address);
+    return who.substr(0, who.find("->")); // its own address
 }
 
 /// Gives the error to the request that stands at a place of the list.
@@ -231,15 +324,19 @@ void RequestHandler::dispatch(netsnmp_mib_handler& handler,
         break;
     case MODE_SET_RESERVE1:
         m_request = identify(info, requests);
-        m_again = !m_request.empty() && m_request == m_answered.request &&
-                  Clock::now() - m_answered.when < kRepeated;
-        if (!m_again)
-            reserveAll(info, requests);
+        if (const Answered* answered = findAnswer(arrivalOf(info.asp))) {
+            m_again = true;
+            setError(requests, answered->place, answered->error);
+        } else {
+            m_again = false;
+            m_came = arrivalOf(info.asp);
+            m_snapshot = m_newest;
+            note(info, requests);
+            reserveAll(requests);
+        }
         break;
     case MODE_SET_ACTION:
-        if (m_again) {
-            setError(requests, m_answered.place, m_answered.error);
-        } else if (ask(requests) && m_settings.subagent) {
+        if (ask(requests) && m_settings.subagent) {
             finish(await(m_set->id, m_giveUp), requests);
         } else if (m_set && !m_result) {
             for (auto* request = requests; request != nullptr; request = request->next)
@@ -253,7 +350,8 @@ void RequestHandler::dispatch(netsnmp_mib_handler& handler,
             undo(requests);
         [[fallthrough]];
     case MODE_SET_FREE:
-        ++m_setsRefused;
+        if (!m_again)
+            ++m_setsRefused;
         [[fallthrough]];
     case MODE_SET_COMMIT:
         m_set.reset();
@@ -303,29 +401,57 @@ int RequestHandler::answer(int mode, const netsnmp_request_info& request) const 
     return SNMP_ERR_NOERROR;
 }
 
-void RequestHandler::reserveAll(const netsnmp_agent_request_info& info,
-                                netsnmp_request_info* requests) {
-    const auto now = Clock::now();
-    const auto kept = m_kept.find(info.asp);
-    const auto came = kept == m_kept.end() ? now : kept->second;
-    m_snapshot = m_newest;
+void RequestHandler::reserveAll(netsnmp_request_info* requests) {
     m_set.emplace();
     m_set->id = m_nextId++;
-    m_set->deadline = came + m_settings.setDeadline;
+    m_set->deadline = m_came + m_settings.setDeadline;
     m_result.reset();
-    if (now >= m_set->deadline) { // its manager has stopped waiting
-        netsnmp_request_set_error(requests, SNMP_ERR_GENERR);
-        return;
-    }
+    // One that came too long ago has a manager that has stopped waiting.
+    int error = Clock::now() >= m_set->deadline ? SNMP_ERR_GENERR : SNMP_ERR_NOERROR;
     std::size_t place = 0;
-    for (auto* request = requests; request != nullptr; request = request->next, ++place) {
-        if (const int error = reserve(*request->requestvb, place); error != SNMP_ERR_NOERROR) {
-            netsnmp_request_set_error(request, error);
-            return;
-        }
+    std::size_t next = 0;
+    for (auto* request = requests; request != nullptr && error == SNMP_ERR_NOERROR;
+         request = request->next) {
+        place = next++;
+        error = reserve(*request->requestvb, place);
     }
-    if (const int error = checkTrial(); error != SNMP_ERR_NOERROR)
-        netsnmp_request_set_error(requests, error);
+    if (error == SNMP_ERR_NOERROR) {
+        place = 0;
+        error = checkTrial();
+    }
+    if (error == SNMP_ERR_NOERROR)
+        return;
+    remember(error, place);
+    setError(requests, place, error);
+    logSet("refused: nothing has changed", error);
+}
+
+/// When a set's request came, which the toolkit may have kept since.
+Clock::time_point RequestHandler::arrivalOf(const netsnmp_agent_session* asked) const {
+    const auto kept = m_kept.find(asked);
+    return kept == m_kept.end() ? Clock::now() : kept->second;
+}
+
+/// What was answered to the request when it came before; null when it has not.
+/// @param came  when it came this time
+const RequestHandler::Answered* RequestHandler::findAnswer(Clock::time_point came) const {
+    const auto found =
+        std::find_if(m_answered.begin(), m_answered.end(), [&](const Answered& answered) {
+            return answered.request == m_request && came - answered.when < kRepeated;
+        });
+    return found == m_answered.end() ? nullptr : &*found;
+}
+
+void RequestHandler::remember(int error, std::size_t place) {
+    if (m_request.empty())
+        return;
+    auto oldest = Clock::now(); // of the requests that can still be one that was answered
+    for (const auto& [asked, came] : m_kept)
+        oldest = std::min(oldest, came);
+    while (!m_answered.empty() &&
+           (m_answered.size() >= kMostAnswers || oldest - m_answered.front().when >= kRepeated))
+        m_answered.pop_front();
+    m_answered.push_back({m_request, error, place, Clock::now()});
 }
 
 int RequestHandler::reserve(const netsnmp_variable_list& binding, std::size_t place) {
@@ -395,14 +521,21 @@ void RequestHandler::wakeAt(Clock::time_point time) {
 
 /// Answers the set's request.
 void RequestHandler::finish(const SetResult& result, netsnmp_request_info* requests) {
-    if (result.outcome == Outcome::late)
-        log(LOG_WARNING, "a set missed its deadline and comes to nothing");
     m_result = result;
-    m_answered = {m_request, errorOf(result), result.place, Clock::now()};
+    const int error = errorOf(result);
+    remember(error, result.place);
+    std::string outcome = describe(result.outcome);
+    if (result.outcome == Outcome::done && m_set->verdict == Verdict::confirm) {
+        outcome += ", confirms " + std::exchange(m_onTrial, "");
+    } else if (result.outcome == Outcome::done && m_set->trial != seconds(0)) {
+        outcome += ", on trial for " + std::to_string(m_set->trial.count()) + " s";
+        m_onTrial += (m_onTrial.empty() ? "" : "; ") + printable(m_asked, kLongestNote);
+    }
+    logSet(outcome, error);
     m_snapshot = m_newest;
-    if (m_answered.error == SNMP_ERR_NOERROR)
+    if (error == SNMP_ERR_NOERROR)
         return;
-    setError(requests, m_answered.place, m_answered.error);
+    setError(requests, result.place, error);
     m_set.reset();
 }
 
@@ -420,6 +553,51 @@ SetResult RequestHandler::await(std::uint64_t id, Clock::time_point deadline) {
     return *m_result;
 }
 
+/// Keeps for the log who sets what.
+void RequestHandler::note(const netsnmp_agent_request_info& info,
+                          const netsnmp_request_info* requests) {
+    m_asked =
+        "set by " + (m_settings.subagent ? "a manager of snmpd's" : describeManager(info)) + ":";
+    for (; requests != nullptr && m_asked.size() < kLongestNote; requests = requests->next) {
+        const netsnmp_variable_list& binding = *requests->requestvb;
+        const Object* const object = findObject(binding);
+        m_asked += " " + nameOf(binding, object);
+        if (object == nullptr)
+            continue;
+        Value value;
+        const auto found = find(m_snapshot->instances, binding);
+        if (object->control() == Control::none && found != m_snapshot->instances.end() &&
+            compare(*found, binding) == 0 &&
+            object->read({*m_snapshot, m_setsRefused}, found->row, value))
+            m_asked += " " + textOf(*object, value);
+        value = {};
+        if (check(*object, binding, value) != SNMP_ERR_WRONGTYPE)
+            m_asked += " -> " + textOf(*object, value);
+        m_asked += requests->next != nullptr ? "," : "";
+    }
+}
+
+void RequestHandler::logSet(const std::string& outcome, int error) {
+    const std::chrono::duration<double> took = Clock::now() - m_came;
+    std::array<char, 32> time{};
+    std::snprintf(time.data(), time.size(), "%.2f s", took.count());
+    log(LOG_NOTICE, printable(m_asked, kLongestNote) + ": " + outcome +
+                        (error != SNMP_ERR_NOERROR ? " (" + nameOf(error) + ")" : "") + ", " +
+                        time.data());
+}
+
+/// Tells what of managers has been taken back without another set of theirs.
+void RequestHandler::logReverts(const Snapshot& before) {
+    static const char* const reasons[] = {"", "it was not confirmed in time", "a manager wanted it",
+                                          "the agent was restarted", "a further change failed"};
+    if (m_newest->counters.reverts == before.counters.reverts)
+        return;
+    const std::string what = std::exchange(m_onTrial, "");
+    log(LOG_NOTICE,
+        (what.empty() ? "a change on trial" : what) + ": taken back, since " +
+            reasons[static_cast<std::size_t>(m_newest->revertReason) % std::size(reasons)]);
+}
+
 /// Has a set taken back that was made, but something else in the request failed.
 void RequestHandler::undo(netsnmp_request_info* requests) {
     const auto deadline = Clock::now() + m_settings.setDeadline;
@@ -427,6 +605,7 @@ void RequestHandler::undo(netsnmp_request_info* requests) {
     m_link.send(TakeBack{m_set->id, m_side});
     if (await(m_set->id, deadline).outcome != Outcome::refused)
         netsnmp_request_set_error(requests, SNMP_ERR_UNDOFAILED);
+    logSet("taken back, since another part of the request failed", SNMP_ERR_NOERROR);
     m_snapshot = m_newest;
 }
 
@@ -458,7 +637,7 @@ void RequestHandler::take(const Message& message) {
         // it was not begun or is done, which the device will tell.
         m_before = m_newest->counters;
         m_side = hello->side;
-        m_doubtful = m_set && !m_result && !hello->takesBack;
+        m_doubtful = m_set && !m_result && !hello->takesBack ? m_set->id : 0;
         if (m_set && !m_result && hello->takesBack)
             takeResult({m_set->id, Outcome::undoing, CORVANTA_FAILED, 0});
     }
@@ -481,9 +660,12 @@ void RequestHandler::takeSnapshot(const Snapshot& snapshot) {
         newest.complete = true;
         newest.instances = listInstances(newest);
     }
-    m_newest = std::make_shared<const Snapshot>(std::move(newest));
+    const auto before =
+        std::exchange(m_newest, std::make_shared<const Snapshot>(std::move(newest)));
+    if (m_heard)
+        logReverts(*before);
     m_heard = true;
-    if (snapshot.complete && std::exchange(m_doubtful, false) && m_set && !m_result)
+    if (snapshot.complete && m_set && !m_result && m_set->id == m_doubtful)
         takeResult(judge(*m_newest));
 }
 
@@ -510,6 +692,7 @@ void RequestHandler::releaseRequests() {
     if (m_waiting != nullptr && hasHungUp(*m_waiting->reqinfo->asp)) { // the set goes on to its end
         netsnmp_agent_session* const asked = m_waiting->reqinfo->asp;
         netsnmp_free_delegated_cache(std::exchange(m_waiting, nullptr));
+        logSet("goes on to its end, though its manager has hung up", SNMP_ERR_NOERROR);
         m_set.reset();
         free_agent_snmp_session(asked);
     }

@@ -9,6 +9,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <map>
 #include <memory>
@@ -43,6 +44,8 @@ public:
     void releaseRequests();
 
 private:
+    struct Answered;
+
     template <bool there>
     static int onConnection(int, int, void*, void*);
     static int handle(netsnmp_mib_handler* handler, netsnmp_handler_registration* registration,
@@ -53,9 +56,15 @@ private:
     void renewSnapshot(int mode);
     bool stale() const;
     int answer(int mode, const netsnmp_request_info& request) const;
-    void reserveAll(const netsnmp_agent_request_info& info, netsnmp_request_info* requests);
+    void reserveAll(netsnmp_request_info* requests);
     int reserve(const netsnmp_variable_list& binding, std::size_t place);
     int checkTrial() const;
+    Clock::time_point arrivalOf(const netsnmp_agent_session* asked) const;
+    const Answered* findAnswer(Clock::time_point came) const;
+    void remember(int error, std::size_t place);
+    void note(const netsnmp_agent_request_info& info, const netsnmp_request_info* requests);
+    void logSet(const std::string& outcome, int error);
+    void logReverts(const Snapshot& before);
     bool ask(netsnmp_request_info* requests);
     void finish(const SetResult& result, netsnmp_request_info* requests);
     SetResult await(std::uint64_t id, Clock::time_point deadline);
@@ -75,7 +84,7 @@ private:
     std::shared_ptr<const Snapshot> m_snapshot; ///< what requests see
     bool m_heard = false;                       ///< of a snapshot
     std::uint64_t m_side = 0;                   ///< the device's side that there is
-    bool m_doubtful = false;                    ///< whether the one before has made the set
+    std::uint64_t m_doubtful = 0;               ///< the set that the one before may have made
     Counters m_before;                          ///< of device's sides that have gone
     Told m_told;                                ///< by notifications
     Clock::time_point m_walkBegan;
@@ -91,16 +100,20 @@ private:
     /// When the requests came that the toolkit keeps behind a set.
     std::map<const netsnmp_agent_session*, Clock::time_point> m_kept;
 
-    /// The last set: a manager that has not heard of its end sends it again.
+    /// What was answered to a set: a manager that has not heard of it sends the same again, when
+    /// sets of others may have come between.
     struct Answered {
-        std::string request; ///< who sent what; empty when that can't be known
-        int error = SNMP_ERR_NOERROR;
-        std::size_t place = 0; ///< of the variable with the error
+        std::string request; ///< who sent what
+        int error;
+        std::size_t place; ///< of the variable with the error
         Clock::time_point when;
     };
-    Answered m_answered;
-    std::string m_request; ///< of the set under way
-    bool m_again = false;  ///< whether it is the last one, again
+    std::deque<Answered> m_answered; ///< in order of time
+    std::string m_asked;             ///< who set what, for the log
+    Clock::time_point m_came;        ///< and when
+    std::string m_onTrial;           ///< likewise, of the change that is pending
+    std::string m_request;           ///< of the set under way; empty when that can't be known
+    bool m_again = false;            ///< whether that has been answered
 };
 
 } // namespace agent

@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -60,6 +61,26 @@ bool lockWithin(int descriptor, std::chrono::seconds time) {
     return true;
 }
 
+bool writeAll(const std::string& file, const std::string& text) {
+    const int descriptor =
+        open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600);
+    if (descriptor < 0)
+        return false;
+    std::size_t done = 0;
+    while (done < text.size()) {
+        const ssize_t size = write(descriptor, text.data() + done, text.size() - done);
+        if (size < 0 && errno != EINTR)
+            break;
+        done += size > 0 ? static_cast<std::size_t>(size) : 0;
+    }
+    const bool whole = done == text.size() && fsync(descriptor) == 0;
+    const int error = errno;
+    const bool closed = close(descriptor) == 0;
+    if (!whole)
+        errno = error;
+    return whole && closed;
+}
+
 std::string problem(const std::string& path) {
     return path + ": " + std::strerror(errno);
 }
@@ -100,6 +121,21 @@ bool giveState(const std::string& path, unsigned user, unsigned group) {
          each.increment(failed))
         given = given && lchown(each->path().c_str(), user, group) == 0;
     return given && !failed;
+}
+
+bool replaceFile(const std::string& file, const std::string& text) {
+    const std::string beside = file + ".new";
+    return writeAll(beside, text) && std::rename(beside.c_str(), file.c_str()) == 0 &&
+           syncFolder(fs::path(file).parent_path());
+}
+
+bool syncFolder(const std::string& folder) {
+    const int descriptor = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (descriptor < 0)
+        return false;
+    const bool synced = fsync(descriptor) == 0;
+    close(descriptor);
+    return synced;
 }
 
 } // namespace agent

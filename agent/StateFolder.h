@@ -19,4 +19,11 @@ std::string awaitClients(const std::string& path, std::chrono::seconds limit);
 /// Makes the folder and what is in it somebody's. @return whether that could be done
 bool giveState(const std::string& path, unsigned user, unsigned group);
 
+/// Gives a file a new content, that of before until all of it is safely there. @return whether it
+/// is
+bool replaceFile(const std::string& file, const std::string& text);
+
+/// Has names that were made, changed or removed in a folder outlive a power cut.
+bool syncFolder(const std::string& folder);
+
 } // namespace agent

@@ -119,6 +119,8 @@ bool Worker::wait(int descriptor, Clock::time_point until) {
     if (Clock::now() >= m_beatDue)
         beat();
     until = std::min(until, m_beatDue);
+    if (m_stopping && !m_hurry)
+        until = std::min(until, m_stopBy);
     if (m_running != nullptr && !m_running->late)
         until = std::min(until, m_running->request.deadline);
     const auto left = std::max(until - Clock::now(), Clock::duration(0));

@@ -85,8 +85,12 @@ int serve(const Options& options, int link, int alive, int stop) {
     while (!front.stopping && !agent::netsnmp::isRefused()) {
         agent_check_and_process(1);
         front.handler.releaseRequests();
-        if (!options.master.empty())
-            strangers.limitConnections();
+        if (options.master.empty()) {
+            agent::netsnmp::watchMaster(options);
+            continue;
+        }
+        strangers.limitConnections();
+        agent::netsnmp::storeChanges();
     }
     agent::netsnmp::close();
     return front.stopping ? 0 : fail("the master refuses the objects: another agent serves them");
@@ -111,6 +115,7 @@ int work(const Options& options, int link, int stop) {
 
 int main(int argc, char** argv) {
     Options options = agent::parseOptions(argc, argv);
+    agent::keepTrace(options.verbose);
     agent::openLog(true); // what goes wrong now can still be seen
     if (const std::string problem = agent::prepareState(options.state); !problem.empty())
         return fail(problem);

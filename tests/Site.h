@@ -156,6 +156,7 @@ public:
                   "\nfor f in /proc/$$/fd/*; do [ ! -S $f ] || echo $f >>sockets; done\n"
                   "[ ! -e silent ] || exit\n"
                   "[ ! -e delay ] || sleep 0.06\n"
+                  "while [ -e hold ]; do touch held; sleep 0.05; done\n"
                   "[ ! -e runs ] || echo \"$1\" >>runs\n"
                   "case $1 in *updatekey*) [ ! -e slow ] || { touch changing; sleep 3; } ;; esac\n"
                   "exec " QUORLET " \"$@\"\n");
@@ -184,8 +185,8 @@ public:
         const std::string parts = fs::path(QUORLET).parent_path().string();
         agent = std::make_unique<Process>(
             folder,
-            environment + ON_DEVICE " device env PATH=$PWD/bin:" + parts +
-                ":$PATH " CORVANTAD " -f " + options + " >>agent.log 2>&1",
+            environment + ON_DEVICE " device env PATH=$PWD/bin:" + parts + ":$PATH " + tracer +
+                CORVANTAD " -f " + options + " >>agent.log 2>&1",
             confine);
     }
 
@@ -247,10 +248,12 @@ public:
         return run("sqlite3 -batch device/config.db '.timeout 5000' \"" + statement + "\"");
     }
 
-    /// Holds the database for a while, from another process.
-    std::unique_ptr<Process> lock(const std::string& seconds) const {
-        write("lock.sql", ".timeout 5000\nBEGIN EXCLUSIVE;\n.shell touch locked; sleep " + seconds +
-                              "; rm locked\nCOMMIT;\n");
+    /// Holds the database from another process, for a while or until the file "locked" is removed.
+    std::unique_ptr<Process> lock(const std::string& seconds = "") const {
+        const std::string end =
+            seconds.empty() ? "while [ -e locked ]; do sleep 0.05; done" : "sleep " + seconds;
+        write("lock.sql", ".timeout 5000\nBEGIN EXCLUSIVE;\n.shell touch locked; " + end +
+                              "; rm -f locked\nCOMMIT;\n");
         auto process = std::make_unique<Process>(folder, "sqlite3 device/config.db <lock.sql");
         EXPECT_TRUE(soon([this] { return has("locked"); }));
         return process;
@@ -262,8 +265,10 @@ public:
             "pvc.new; mv pvc.new device/pvc");
     }
 
-    /// How many lines the agent itself has logged.
-    int logged() const { return std::stoi(run("grep -c :corvantad: agent.log")); }
+    /// How many lines the agent itself has logged, but for one for each set.
+    int logged() const {
+        return std::stoi(run("grep :corvantad: agent.log | grep -vc ' set by '"));
+    }
 
     static std::string oid(const std::string& object) { return ROOT_OID ".1." + object; }
 
@@ -272,6 +277,7 @@ public:
     std::string environment = "MIBS= ";
     std::string manager = "-v2c -c test";
     std::string patience = "20";   ///< in seconds
+    std::string tracer;            ///< what the agent is run by
     std::function<void()> confine; ///< what an agent does before it starts
     std::unique_ptr<Process> agent;
 };

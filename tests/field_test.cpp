@@ -18,6 +18,7 @@
 #include <map>
 #include <random>
 #include <set>
+#include <tuple>
 #include <vector>
 
 namespace {
@@ -91,6 +92,64 @@ TEST(Field, AReplayedSetIsRefusedAfterAKill) {
     EXPECT_EQ("32\n", site.sql("SELECT Vci FROM Atm WHERE Id=1"));
 }
 
+/// The user is known by what is stored alone, with keys that only this engine ID fits.
+TEST(Field, NoUserIsLostWhateverEndsAStart) {
+    Site site;
+    site.run("mkdir state; echo 'createUser corvantaOperator SHA \"auth passphrase\" AES \"priv "
+             "passphrase\"' >state/corvantad.conf; echo 'rwuser corvantaOperator' >agent.conf");
+    site.manager = kUser + "Operator -l authPriv";
+    site.environment += "SNMPCONFPATH=. ";
+    const std::string options = "-m " + site.address + " -c agent.conf -s state -i 60";
+    std::string engine;
+    int boots = 0;
+    const auto answers = [&](const std::string& after) {
+        site.startAgent(options);
+        site.patience = "0.3";
+        std::string answer;
+        soon([&] {
+            answer = site.tool("snmpget -Oqv", ".1.3.6.1.6.3.10.2.1.1.0 .1.3.6.1.6.3.10.2.1.2.0");
+            return answer[0] == '"';
+        });
+        const std::size_t end = answer.rfind('"') + 1;
+        const std::string before = engine.empty() ? answer.substr(0, end) : engine;
+        engine = answer.substr(0, end);
+        EXPECT_EQ(before, engine) << after;
+        EXPECT_LT(boots, std::atoi(answer.c_str() + end))
+            << after << answer << site.run("cat agent.log");
+        boots = std::atoi(answer.c_str() + end);
+        site.agent->end(SIGKILL);
+        return !::testing::Test::HasFailure();
+    };
+    ASSERT_TRUE(answers("nothing"));
+    // Without power, or killed, while another version wrote: it set the old file aside meanwhile.
+    for (const char* left :
+         {"cp corvantad.conf corvantad.0.conf", "mv corvantad.conf corvantad.0.conf",
+          "mv corvantad.conf corvantad.0.conf; head -n 32 corvantad.0.conf >corvantad.conf"})
+        ASSERT_TRUE(site.run("cd state; " + std::string(left)) == "" && answers(left));
+    // At each call that changes these files: killed, or told that the disk is full from then on.
+    std::string trace = "strace -f -qq -o /dev/null -e trace=write,fsync,rename,unlink,mkdir";
+    for (const char* name :
+         {"corvantad.conf", "corvantad.0.conf", "corvantad.conf.new", "new", "new/corvantad.conf"})
+        trace += std::string(" -P $PWD/state/") + name;
+    for (const std::string fault :
+         {"write:signal=KILL", "fsync:signal=KILL", "rename:signal=KILL", "unlink:signal=KILL",
+          "mkdir:signal=KILL", "write:error=ENOSPC", "fsync:error=ENOSPC", "mkdir:error=ENOSPC"})
+        for (int n = 1;; ++n) {
+            site.tracer = trace + " -e inject=" + fault + ":when=" + std::to_string(n) + "+ ";
+            site.write("agent.log", "");
+            site.startAgent(options);
+            const auto started = [&] { return !site.run("grep started$ agent.log").empty(); };
+            EXPECT_TRUE(soon([&] { return !site.agent->running() || started(); }));
+            site.agent->end(SIGKILL);
+            site.tracer.clear();
+            if (started()) {
+                EXPECT_LT(1, n) << fault;
+                break;
+            }
+            ASSERT_TRUE(answers(fault + std::to_string(n)));
+        }
+}
+
 /// The database is locked for 10 s; $CORVANTA_LOCK says otherwise.
 TEST(Field, NoGetWaitsForASet) {
     const char* const wanted = std::getenv("CORVANTA_LOCK");
@@ -156,18 +215,20 @@ TEST(Field, ASlowDeviceIsNotOverstrained) {
 }
 
 TEST(Field, StopsInTimeAndLetsAChangeEnd) {
-    for (const bool locked : {true, false}) {
-        Site site("-i 60 -d 60");
+    for (const std::string what : {"hold", "locked", "slow"}) {
+        const bool locked = what == "locked";
+        Site site("-i 60 -d 60 -l 60");
         const auto lock = locked ? site.lock("30") : nullptr;
-        site.write("slow", "");
+        site.write(what == "hold" ? "hold" : "slow", "");
         std::thread manager([&] { site.set("6.1.5.1", "i 77"); });
-        soon([&] { return site.has("changing"); }, 3000);
+        soon([&] { return site.has("changing") || site.has("held"); }, 3000);
         const auto start = Clock::now();
         kill(-site.agent->pid(), SIGINT); // as from a terminal, to the clients too
         EXPECT_EQ(0, site.agent->end(SIGTERM));
         EXPECT_LT(msSince(start), 20000);
         EXPECT_EQ(locked, site.has("locked"));
-        if (!locked) {
+        EXPECT_EQ("", site.run("flock -n state/clients.lock true || echo a client is left"));
+        if (what == "slow") {
             EXPECT_EQ("77\n", site.sql("SELECT Vci FROM Atm WHERE Id=1"));
         }
         manager.join();
@@ -342,6 +403,160 @@ TEST(Field, EitherSideMayDie) {
     EXPECT_EQ("", site.set("6.1.5.1", "i 32"));
     EXPECT_EQ("2\n", site.run("grep -c 'was ended by signal 11 and is started again' agent.log"));
     EXPECT_EQ(0, site.agent->end(SIGTERM));
+}
+
+TEST(Field, ARepeatedRequestIsAnsweredNotMadeAgain) {
+    Site site("-i 600 -a 6000 -d 60");
+    std::string first = packetsOf(site, "snmpset", Site::oid("6.1.5.1") + " i 77").back();
+    std::string second = first;
+    const Port one;
+    const Port other;
+    for (const bool queued : {false, true}) {
+        SCOPED_TRACE(queued);
+        second.back() = static_cast<char>(++first.back() + 20); // the value
+        site.run("rm -f runs; touch runs");
+        if (queued) {
+            site.write("hold", "");
+            one.send(portOf(site), first);
+            EXPECT_TRUE(soon([&] { return site.has("held"); }));
+            for (const Port* manager : {&other, &one, &other})
+                manager->send(portOf(site), manager == &one ? first : second);
+            EXPECT_NE("", site.get("6.1.5.1")); // they have come in before this
+            fs::remove(site.folder / "hold");
+        }
+        std::map<const Port*, std::string> answers;
+        for (const Port* manager : {&one, &other, &one, &other}) {
+            if (!queued)
+                manager->send(portOf(site), manager == &one ? first : second);
+            const std::string answer = manager->receive(60000);
+            EXPECT_NE("", answer);
+            EXPECT_EQ(answers.emplace(manager, answer).first->second, answer);
+        }
+        EXPECT_EQ("2\n", site.run("grep -c updatekey runs"));
+        EXPECT_EQ("INTEGER: " + std::to_string(second.back()), site.get("6.1.5.1"));
+    }
+}
+
+TEST(Field, TheLogTellsWhoChangedWhat) {
+    Site site;
+    site.write("agent.conf",
+               "rwcommunity test\ncreateUser corvantaOperator SHA 'auth passphrase' AES 'priv "
+               "passphrase'\nrwuser corvantaOperator\n");
+    site.environment += "SNMPCONFPATH=. ";
+    site.startAlone("-i 600 -a 6000");
+    const std::string community = site.manager;
+    for (const auto& [manager, object, value, line] :
+         {std::tuple("", "6.1.5.1", "i 77", ": cvCircuitVci.1 32 -> 77: made, "),
+          std::tuple("", "6.1.5.1", "s text",
+                     ": cvCircuitVci.1 77: refused: nothing has changed (wrongType), "),
+          std::tuple("v3", "7.1.2.2", "i 1", "corvantaOperator from UDP: [127.0.0.1]:"),
+          std::tuple(
+              "", "3.1.0", "s '$(x)'",
+              "cvDefaultWanInterface.0 '' -> '$(x)': refused: nothing has changed (wrongValue), "),
+          std::tuple(
+              "", "1.9.0", "i 1",
+              ": .1.3.6.1.4.1.32473.1.1.1.9.0: refused: nothing has changed (notWritable), "),
+          std::tuple("v3", "6.1.4.1", "i 9 TRIAL 60",
+                     "cvCircuitVpi.1 1 -> 9, cvConfirmTimeout.0 -> 60: made, on trial for 60 s, "),
+          std::tuple("", "8.3.0", "i 2",
+                     ": cvChange.0 -> confirm: made, confirms set by corvantaOperator from UDP: "),
+          std::tuple("", "6.1.4.1", "i 1 TRIAL 60",
+                     "cvCircuitVpi.1 9 -> 1, cvConfirmTimeout.0 -> 60: made, on trial for 60 s, "),
+          std::tuple("", "8.3.0", "i 3",
+                     "cvCircuitVpi.1 9 -> 1, cvConfirmTimeout.0 -> 60: taken back, since a manager "
+                     "wanted it")}) {
+        site.write("agent.log", "");
+        site.manager = *manager != 0 ? kUser + "Operator -l authPriv" : community;
+        std::string values = value;
+        if (const auto place = values.find("TRIAL"); place != values.npos)
+            values.replace(place, 5, Site::oid("8.1.0") + " u");
+        site.set(object, values);
+        EXPECT_TRUE(soon([&] { return site.run("cat agent.log").find(line) != std::string::npos; }))
+            << line << site.run("cat agent.log");
+        EXPECT_EQ("", site.run("grep -e trace: -e passphrase -e '[^_]test' agent.log"));
+    }
+}
+
+TEST(Field, TheLogTellsWhyNothingWorks) {
+    const Site site;
+    for (const auto& [prepare, path, line, most] :
+         {std::tuple("true", "", "quorlet: not found in PATH /usr/bin:/bin", 1),
+          std::tuple("chmod -x bin/quorlet",
+                     "$PWD/bin:", "bin/quorlet: may not be run by this user", 1),
+          std::tuple("mv wordy bin/quorlet; chmod +x bin/quorlet",
+                     "$PWD/bin:", "quorlet says: 0000", 20)}) {
+        site.write(
+            "wordy",
+            "#!/bin/sh\nprintf '%02000d\\n' 1 2 3 >&2\nseq 200000 >&2\necho 'Unknown row'\n");
+        site.run(prepare);
+        const Process agent(site.folder, std::string("PATH=") + path +
+                                             "/usr/bin:/bin " CORVANTAD
+                                             " -f -s state -i 1 -a 9 -m udp:" +
+                                             site.address + " >why.log 2>&1");
+        EXPECT_TRUE(soon([&] { return site.run("cat why.log").find(line) != std::string::npos; }));
+        pause(1500); // for more, that should not come
+        EXPECT_GE(most, std::stoi(site.run("grep -c 'quorlet' why.log")));
+        EXPECT_EQ("", site.run("grep -e '.\\{300\\}' -e 'hung and' -e 'sh: 1' why.log"));
+    }
+}
+
+/// With the configuration of 1.0, changed and kept, snmpd lets no user in.
+TEST(Field, AConfigurationOfBeforeIsSaidToShutTheAgentOut) {
+    Subagent site;
+    site.run("chmod -R a+rwX .; sed '/^agentXPerms/d' " SNMPD_CONF
+             " >old.conf; sed -i 's,includeFile.*,includeFile '$PWD/old.conf, master.conf");
+    if (site.run("setpriv --reuid=nobody --clear-groups test -x " QUORLET " 2>&1; echo $?") !=
+        "0\n")
+        GTEST_SKIP() << "needs root, and a client that everybody can run";
+    const auto restart = [&] {
+        site.master->end(SIGTERM);
+        site.startMaster();
+    };
+    site.agent->end(SIGTERM);
+    restart();
+    EXPECT_TRUE(soon([&] { return site.has("agentx"); }));
+    site.write("agent.log", "");
+    site.run("chmod a+w agent.log");
+    site.tracer = "setpriv --reuid=nobody --clear-groups --no-new-privs ";
+    site.startAgent("-x agentx -s upgraded -d 9");
+    EXPECT_TRUE(soon([&] {
+        return !site.run("grep 'cannot reach the master at .*: Permission denied: snmpd lets user "
+                         "nobody in by a line .agentXPerms' agent.log")
+                    .empty();
+    })) << site.run("cat agent.log");
+    site.run("echo agentXPerms 0660 0751 nobody nogroup >>old.conf");
+    restart();
+    site.awaitAgent();
+    EXPECT_EQ("1\n", site.run("grep -c agentXPerms agent.log"));
+    site.master->end(SIGTERM);
+    EXPECT_TRUE(soon([&] {
+        return !site.run("grep 'cannot reach the master at .*: does snmpd run' agent.log").empty();
+    }));
+}
+
+TEST(Field, TheDoubtAboutASetIsNotAnothers) {
+    Site site;
+    const std::string datagrams = site.address;
+    site.address = "udp:" + datagrams + ",tcp:" + datagrams;
+    site.startAgent("-m " + site.address + " -c agent.conf -s state -i 600 -a 6000 -d 90");
+    site.address = datagrams;
+    site.awaitAgent();
+    const auto lock = site.lock();
+    site.write("runs", "");
+    {
+        Process first(site.folder, site.environment + "snmpset -v2c -c test -r 0 -t 60 tcp:" +
+                                       datagrams + " " + Site::oid("6.1.5.1") + " i 77");
+        EXPECT_TRUE(soon([&] { return fs::file_size(site.folder / "runs") > 0; }));
+        kill(side(site, "dev"), SIGKILL); // while it reads for the set, whose manager then goes
+        site.run("until grep -q 'is started again' agent.log; do sleep 0.05; done; >runs");
+        EXPECT_TRUE(soon([&] { return fs::file_size(site.folder / "runs") > 0; }, 60000));
+    }
+    EXPECT_EQ("INTEGER: 32", site.get("6.1.5.1")); // the new one has greeted before this
+    std::thread second([&] { EXPECT_EQ("", site.set("6.1.5.1", "i 78")); });
+    pause(500); // longer only makes it surer that the set has come in
+    fs::remove(site.folder / "locked");
+    second.join();
+    EXPECT_EQ("78\n", site.sql("SELECT Vci FROM Atm WHERE Id=1"));
 }
 
 TEST(Field, TheSandboxStartsNothing) {

@@ -41,7 +41,7 @@ installed() {
         usr/lib/systemd/system/corvantad.service usr/sbin/corvantad usr/bin/corvanta-set \
         usr/share/{man/man8/corvantad.8.gz,man/man1/corvanta-set.1.gz,snmp/mibs/CORVANTA-MIB.txt,corvanta/mibs/SNMPv2-SMI} \
         usr/share/bash-completion/completions/corvanta-set \
-        usr/share/corvanta-monitoring/{snmp.yml,snmptrapd-corvanta.conf}; do
+        usr/share/corvanta-monitoring/{snmp.yml,snmptrapd-corvanta.conf} usr/share/doc/corvanta-agent/NEWS.Debian.gz; do
         [ -e "$root/$file" ] || fail "no /$file"
     done
     user=$(sed -n 's/^corvanta:[^:]*:\([0-9]*\):.*/\1/p' "$root/etc/passwd")

@@ -41,5 +41,5 @@ fleet_packages=(snmp curl prometheus prometheus-snmp-exporter prometheus-alertma
 page_packages=(chromium chromium-driver)
 # What the tests take besides.
 # shellcheck disable=SC2034
-test_packages=(snmp snmpd snmptrapd smitools systemd abigail-tools valgrind
+test_packages=(snmp snmpd snmptrapd smitools systemd strace abigail-tools valgrind
     "${package_packages[@]}" "${fleet_packages[@]}" "${page_packages[@]}")
