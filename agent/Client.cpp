@@ -149,6 +149,14 @@ std::chrono::microseconds clientTime() {
     return std::chrono::duration_cast<std::chrono::microseconds>(meanTime);
 }
 
+bool timeClient(const std::function<bool()>& run) {
+    const auto before = std::exchange(meanTime, Clock::duration(0));
+    if (run() && meanTime.count() != 0)
+        return true;
+    meanTime = before;
+    return false;
+}
+
 void killProgram() {
     if (const pid_t process = running; process > 0)
         kill(-process, SIGKILL);

@@ -31,6 +31,10 @@ std::uint32_t clientsKilled();
 /// How long a client of the database takes on this device; 0 until one has run.
 std::chrono::microseconds clientTime();
 
+/// Forgets how long clients took, and times those that a function runs.
+/// @return whether the function says that they did what they should; else nothing is forgotten
+bool timeClient(const std::function<bool()>& run);
+
 /// Kills the program that runs now, if any.
 void killProgram();
 

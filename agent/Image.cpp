@@ -3,13 +3,16 @@
 #include <corvanta.h>
 
 #include <algorithm>
+#include <charconv>
 #include <cstdlib>
+#include <set>
 
 namespace agent {
 
 namespace {
 
-constexpr int kMostRows = 100000; ///< a client that knows more rows than these doesn't count them
+constexpr std::size_t kMostRows = 100000; ///< a client that knows more doesn't count them
+constexpr int kTries = 10;                ///< others can go on changing a table while it is read
 
 /// @return a corvanta_status; CORVANTA_UNKNOWN_ROW past the last row
 int readAt(Table table, std::size_t position, Row& row) {
@@ -20,6 +23,34 @@ int readAt(Table table, std::size_t position, Row& row) {
     if (status == CORVANTA_OK)
         row = parseRow({text.data(), static_cast<std::size_t>(length)});
     return status;
+}
+
+int readSize(Table table, std::size_t& size) {
+    constexpr int kNotTraced = 7;
+    std::string answer;
+    const std::string command = " quorlet \" size " + std::string(shapeOf(table).name) + " ;\" ";
+    if (const int status = call_cmd(command, answer, kNotTraced); status != CORVANTA_OK)
+        return status;
+    const char* const end = answer.data() + answer.size();
+    const auto [stop, error] = std::from_chars(answer.data(), end, size);
+    return error == std::errc() && stop == end && size <= kMostRows ? CORVANTA_OK : CORVANTA_FAILED;
+}
+
+/// Reads the rows below a position, the last one first.
+int readBelow(Table table, std::size_t position, Rows& rows) {
+    rows.assign(position, {});
+    while (position > 0) {
+        --position;
+        if (const int status = readAt(table, position, rows[position]); status != CORVANTA_OK)
+            return status;
+    }
+    return CORVANTA_OK;
+}
+
+bool noneComesTwice(const Rows& rows) {
+    std::set<int> ids;
+    return std::all_of(rows.begin(), rows.end(),
+                       [&ids](const Row& row) { return ids.insert(row.id()).second; });
 }
 
 template <class List>
@@ -63,20 +94,24 @@ Rows::const_iterator Image::find(Table table, int id) const {
 }
 
 int Image::read(Table table) {
-    Rows rows;
-    for (;;) {
-        Row row;
-        const int status = readAt(table, rows.size(), row);
-        if (status == CORVANTA_UNKNOWN_ROW)
-            break;
-        if (status != CORVANTA_OK)
+    std::size_t size = (*this)[table].size(); // most likely still
+    Rows before;
+    for (int tries = 0; tries < kTries; ++tries) {
+        const std::size_t expected = size;
+        Rows rows;
+        const int status = readBelow(table, expected, rows);
+        if (status != CORVANTA_OK && status != CORVANTA_UNKNOWN_ROW)
             return status;
-        rows.push_back(std::move(row));
-        if (rows.size() > kMostRows)
-            return CORVANTA_FAILED;
+        if (const int counted = readSize(table, size); counted != CORVANTA_OK)
+            return counted;
+        // Rows that do have one Id are the same each time.
+        if (status == CORVANTA_OK && size == expected && (noneComesTwice(rows) || rows == before)) {
+            (*this)[table] = std::move(rows);
+            return CORVANTA_OK;
+        }
+        before = std::move(rows);
     }
-    (*this)[table] = std::move(rows);
-    return CORVANTA_OK;
+    return CORVANTA_FAILED;
 }
 
 int Image::readRow(Table table, int id) {

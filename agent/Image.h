@@ -39,7 +39,10 @@ public:
     Rows::iterator find(Table table, int id);
     Rows::const_iterator find(Table table, int id) const;
 
-    /// Reads a table from the database, one client run a row.
+    /// Reads a table from the database, with one client run a row and one for their number.
+    ///
+    /// Rows are read by position, the last one first: when others remove a row meanwhile, one that
+    /// has been read already comes again, rather than one being passed over. Then it is read anew.
     /// @return a corvanta_status; on a failure the table stays as it was
     int read(Table table);
 

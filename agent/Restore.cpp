@@ -10,6 +10,8 @@ namespace agent {
 
 namespace {
 
+constexpr int kRoundsForNeighbours = 5; ///< others can come between again
+
 /// A text that the client takes as it is, whatever stands behind it.
 bool isPlain(const std::string& text) {
     const bool unsafe = std::any_of(text.begin(), text.end(), [](char c) {
@@ -38,7 +40,8 @@ std::string commandLine(const std::string& command) {
 /// One comparison of a record with the database.
 class Comparison {
 public:
-    Comparison(const Record& record, const Image& now) : m_record(record), m_now(now) {}
+    Comparison(const Record& record, const Image& now, bool unite)
+        : m_record(record), m_now(now), m_unite(unite) {}
 
     Restoring run() {
         for (const Table table : kAllTables) {
@@ -54,6 +57,7 @@ public:
 private:
     using Taken = std::vector<bool>;
     using Led = std::map<const Trail*, const Row*>;
+    using Trails = std::vector<const Trail*>;
 
     /// What trails have led to.
     struct Found {
@@ -104,6 +108,87 @@ private:
                });
     }
 
+    bool cameBack(Table table, const Row& row, const Trail& trail) const {
+        return trail.removed() && isNew(table, row) && isBefore(table, row, trail);
+    }
+
+    /// Rows that were neighbours in one bridge, and that the change removes.
+    static std::vector<Trails> runsOfNeighbours(Table table, const Trails& trails) {
+        std::vector<Trails> runs;
+        if (!hasNeighbours(table))
+            return runs;
+        const std::size_t bridge = shapeOf(table).bridgeId;
+        for (const Trail* trail : trails) {
+            if (!trail->removed())
+                continue;
+            const Trail* const last = runs.empty() ? nullptr : runs.back().back();
+            if (last != nullptr && last->id + 1 == trail->id &&
+                last->before()->columns[bridge] == trail->before()->columns[bridge])
+                runs.back().push_back(trail);
+            else
+                runs.push_back({trail});
+        }
+        return runs;
+    }
+
+    /// Finds neighbours, or the first of them, where they are or have come back as such. Others can
+    /// have rows that look like one.
+    void leadTogether(Table table, const Trails& neighbours, Found& found) const {
+        const Rows& rows = m_now[table];
+        const auto standAt = [&](std::size_t first, std::size_t count) {
+            for (std::size_t i = 0; i < count; ++i)
+                if (found.taken[first + i] ||
+                    rows[first + i].id() != rows[first].id() + static_cast<int>(i) ||
+                    !cameBack(table, rows[first + i], *neighbours[i]))
+                    return false;
+            return true;
+        };
+        for (std::size_t count = neighbours.size(); count > 1; --count) {
+            for (std::size_t first = 0; first + count <= rows.size(); ++first) {
+                if (!standAt(first, count))
+                    continue;
+                for (std::size_t i = 0; i < count; ++i) {
+                    found.back[neighbours[i]] = &rows[first + i];
+                    found.taken[first + i] = true;
+                }
+                return;
+            }
+        }
+    }
+
+    /// Has neighbours made anew that came back apart. The first of them may be there without the
+    /// others, which are then inserted behind.
+    void unite(Table table, const Trails& trails, Found& found) {
+        for (const Trails& neighbours : runsOfNeighbours(table, trails)) {
+            std::vector<const Row*> rows;
+            bool together = true;
+            bool othersChanged = false;
+            for (std::size_t i = 0; i < neighbours.size(); ++i) {
+                const Trail* const trail = neighbours[i];
+                const auto row = found.back.find(trail);
+                if (row == found.back.end()) {
+                    othersChanged =
+                        othersChanged ||
+                        changedByOthers(table, *trail, 0, trail->ofBefore(), found.taken);
+                    continue;
+                }
+                together = together && rows.size() == i &&
+                           (i == 0 || row->second->id() == rows.back()->id() + 1);
+                rows.push_back(row->second);
+            }
+            if (together || othersChanged)
+                continue;
+            if (!m_unite) {
+                m_result.leftAlone += static_cast<int>(rows.size());
+                continue;
+            }
+            for (const Row* row : rows)
+                remove(table, *row);
+            for (const Trail* trail : neighbours)
+                found.back.erase(trail);
+        }
+    }
+
     /// Whether somebody else's version of a row stands where one of these versions should.
     bool changedByOthers(Table table, const Trail& trail, std::size_t from, std::size_t to,
                          const Taken& taken) const {
@@ -123,7 +208,7 @@ private:
 
     /// Gives each row to one trail at most, and looks through the whole table for the sake of one
     /// kind before the next.
-    Found follow(Table table, const std::vector<const Trail*>& trails) const {
+    Found follow(Table table, const Trails& trails) const {
         const Rows& rows = m_now[table];
         Found found{{}, {}, Taken(rows.size(), false)};
         const auto lead = [&](Led& led, const auto& leads) {
@@ -138,12 +223,13 @@ private:
 
         // What is as it was comes first, under any Id: a row that came back can look like what the
         // change made of another, or added, and can have the Id of either.
+        for (const Trails& neighbours : runsOfNeighbours(table, trails))
+            leadTogether(table, neighbours, found);
         lead(found.back, [&](const Trail& trail, const Row& row) {
             return here(trail, row) && isBefore(table, row, trail);
         });
-        lead(found.back, [&](const Trail& trail, const Row& row) {
-            return trail.removed() && isNew(table, row) && isBefore(table, row, trail);
-        });
+        lead(found.back,
+             [&](const Trail& trail, const Row& row) { return cameBack(table, row, trail); });
         lead(found.back, [&](const Trail& trail, const Row& row) {
             return trail.before() && here(trail, row) && isVersion(table, row, trail, 0);
         });
@@ -158,13 +244,15 @@ private:
     }
 
     void compare(Table table) {
-        std::vector<const Trail*> trails;
+        Trails trails;
         for (const Trail& trail : m_record[table].trails)
             trails.push_back(&trail);
         // So that the rows of an emptied table get back the Ids that they had.
         std::sort(trails.begin(), trails.end(),
                   [](const Trail* one, const Trail* other) { return one->id < other->id; });
-        const auto [back, extra, taken] = follow(table, trails);
+        Found found = follow(table, trails);
+        unite(table, trails, found);
+        const auto& [back, extra, taken] = found;
         if (table == Table::bridge) {
             for (const auto& [trail, row] : back)
                 m_bridges[std::to_string(trail->id)] = row->columns[0];
@@ -178,8 +266,8 @@ private:
         for (const auto& [trail, row] : back)
             bring(table, *trail, *row);
         for (const Trail* trail : trails) {
-            if (const auto found = extra.find(trail); found != extra.end())
-                remove(table, *found->second);
+            if (const auto row = extra.find(trail); row != extra.end())
+                remove(table, *row->second);
             else if (changedByOthers(table, *trail, trail->ofBefore(), trail->versions.size(),
                                      taken))
                 ++m_result.leftAlone;
@@ -228,6 +316,7 @@ private:
 
     const Record& m_record;
     const Image& m_now;
+    const bool m_unite;                                   ///< neighbours that are apart
     std::map<std::string, std::string> m_bridges;         ///< present Ids by those in the record
     std::set<std::pair<std::string, std::string>> m_like; ///< Ids in the record, and present ones
     bool m_bridgesMissing = false; ///< what refers to any waits until all are back
@@ -246,8 +335,8 @@ Tables tablesToRestore(const Record& record) {
     return tables;
 }
 
-Restoring restoring(const Record& record, const Image& now) {
-    return Comparison(record, now).run();
+Restoring restoring(const Record& record, const Image& now, int round) {
+    return Comparison(record, now, round < kRoundsForNeighbours).run();
 }
 
 bool canBeRestored(const Record& record) {

@@ -11,7 +11,9 @@ namespace agent {
 /// The next commands that bring a change's rows back.
 struct Restoring {
     std::vector<std::string> commands; ///< none when nothing is left to do
-    int leftAlone = 0; ///< rows that are no longer as the change left them: others changed them
+    /// Rows that are no longer as the change left them, since others have changed them, and members
+    /// of a bridge that others keep apart.
+    int leftAlone = 0;
 };
 
 /// The tables that have to be read before restoring().
@@ -22,7 +24,12 @@ Tables tablesToRestore(const Record& record);
 /// its new Id, which is known once it is back: after the commands have run, the
 /// tables are read and compared again, until there are none left. Rows that are
 /// equal in all but their Ids may be taken for one another.
-Restoring restoring(const Record& record, const Image& now);
+///
+/// Neighbouring members of a bridge come back as neighbours, in the old order: when
+/// somebody else's row has come between, both are made anew.
+/// @param round how many comparisons went before: after a few, members that others
+///              keep apart stay where they are, and are counted
+Restoring restoring(const Record& record, const Image& now, int round);
 
 /// Whether every row that the change removes or alters could be written back.
 bool canBeRestored(const Record& record);

@@ -1,6 +1,7 @@
 #include "Stage.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cstdlib>
 #include <string>
 #include <utility>
@@ -19,6 +20,16 @@ bool startsWith(std::string_view text, std::string_view start) {
 
 bool isTyped(std::string_view word) {
     return startsWith(word, kInteger) || startsWith(word, kText);
+}
+
+/// The Id that the client tells of a row that it has inserted; 0 when it tells none.
+int idIn(std::string_view answer) {
+    if (answer.empty() || answer.back() != '\n')
+        return 0;
+    answer.remove_suffix(1);
+    int id = 0;
+    const auto [stop, error] = std::from_chars(answer.data(), answer.data() + answer.size(), id);
+    return error == std::errc() && stop == answer.data() + answer.size() ? id : 0;
 }
 
 /// Runs of characters other than blanks; each refers to the text.
@@ -163,13 +174,24 @@ std::string Stage::select(const Command& command) const {
 }
 
 std::optional<std::string> Stage::write(const Command& command, const std::string& commandLine) {
-    ++m_writes;
     const TableShape& shape = command.shape();
     const Rows rows = m_image[command.table];
+    Rows matching;
+    if (command.verb != Command::Verb::insert) {
+        for (const Row& row : rows)
+            if (command.matches(row))
+                matching.push_back(row);
+        if (matching.empty())
+            return std::string(kUnknownRow);
+        if (!std::all_of(matching.begin(), matching.end(),
+                         [&](const Row& row) { return row.fits(command.table); }))
+            return ""; // it could not be taken back
+    }
+    ++m_writes;
     std::optional<std::string> said;
     if (m_client) {
-        said = m_client(commandLine);
-        if (!said || said->empty() || *said == kUnknownRow || *said == kLocked)
+        said = runClient(command, commandLine);
+        if (m_brokenOff || said == kLocked)
             return said;
     }
 
@@ -179,7 +201,7 @@ std::optional<std::string> Stage::write(const Command& command, const std::strin
             id = std::max(id, row.id());
         ++id;
         if (said)
-            id = static_cast<int>(std::strtol(said->c_str(), nullptr, 10));
+            id = idIn(*said);
         Row row;
         for (const Column& column : shape.columns)
             row.columns.emplace_back(column.text ? "" : "0");
@@ -189,14 +211,7 @@ std::optional<std::string> Stage::write(const Command& command, const std::strin
         put(command.table, id, row);
         return said ? said : std::to_string(id) + "\n";
     }
-
-    bool found = false;
-    for (const Row& row : rows) {
-        if (!command.matches(row))
-            continue;
-        if (!row.fits(command.table))
-            return ""; // it could not be taken back
-        found = true;
+    for (const Row& row : matching) {
         if (command.verb == Command::Verb::remove) {
             put(command.table, row.id(), std::nullopt);
             continue;
@@ -206,9 +221,45 @@ std::optional<std::string> Stage::write(const Command& command, const std::strin
             changed.columns[command.columns[i]] = command.values[i];
         put(command.table, row.id(), changed);
     }
-    if (said)
-        return said;
-    return std::string(found ? kSucceeded : kUnknownRow);
+    return said ? said : std::string(kSucceeded);
+}
+
+/// Runs a write, unless one before it has come out otherwise than rehearsed.
+std::optional<std::string> Stage::runClient(const Command& command,
+                                            const std::string& commandLine) {
+    // While the database is locked the library tries again; then it goes on without.
+    m_brokenOff = m_brokenOff || (!m_locked.empty() && m_locked != commandLine);
+    if (m_brokenOff)
+        return "";
+    m_locked.clear();
+    std::optional<std::string> said = m_client(commandLine);
+    if (said == kLocked)
+        m_locked = commandLine;
+    else
+        m_brokenOff = !said || !isRehearsed(command, *said);
+    return said;
+}
+
+/// Whether the client has answered as the image makes one expect. A new row may get any Id that is
+/// free, but for one that has to be the neighbour of the row before it.
+bool Stage::isRehearsed(const Command& command, const std::string& said) {
+    if (command.verb != Command::Verb::insert)
+        return said == kSucceeded;
+    const int id = idIn(said);
+    if (id <= 0 || m_image.find(command.table, id) != m_image[command.table].end())
+        return false;
+    if (!hasNeighbours(command.table))
+        return true;
+    const std::size_t column = command.shape().bridgeId;
+    const auto place = std::find(command.columns.begin(), command.columns.end(), column);
+    const std::string bridge =
+        place == command.columns.end()
+            ? ""
+            : command.values[static_cast<std::size_t>(place - command.columns.begin())];
+    const bool apart =
+        m_neighbour.id != 0 && m_neighbour.bridge == bridge && id != m_neighbour.id + 1;
+    m_neighbour = {bridge, id};
+    return !apart;
 }
 
 void Stage::put(Table table, int id, const std::optional<Row>& version) {

@@ -34,6 +34,12 @@ struct TableShape {
 
 const TableShape& shapeOf(Table table);
 
+/// Whether neighbouring rows belong together: the library takes the row behind a bridge's LAN
+/// member, by its Id, for the WAN member.
+constexpr bool hasNeighbours(Table table) {
+    return table == Table::bridgeInterface;
+}
+
 /// Set of tables.
 class Tables {
 public:

@@ -395,9 +395,16 @@ int Worker::rehearse(Transaction& set, Effort& effort) {
 
 /// Whether the device is quick enough: what misses its deadline would be made, then taken back.
 bool Worker::hasTime(const Transaction& set, const Effort& effort) const {
-    const auto needs = effort.runs * clientTime();
-    if (effort.writes == 0 || Clock::now() + needs < set.request.deadline)
+    const auto fits = [&] {
+        return Clock::now() + effort.runs * clientTime() < set.request.deadline;
+    };
+    if (effort.writes == 0 || fits())
         return true;
+    // The device was slow when it was last asked, which can be long ago.
+    const auto ask = [] { return Image().read(Table::vlanParams) == CORVANTA_OK; };
+    if (timeClient(ask) && fits())
+        return true;
+    const auto needs = effort.runs * clientTime();
     log(LOG_WARNING, "a set is refused: it takes " + inSeconds(needs) +
                          " on this device, longer than it has left");
     return false;
@@ -421,10 +428,13 @@ void Worker::perform(Transaction& set, const Effort& effort) {
         set.status = play(set, stage);
         if (m_watch)
             mark = m_watch->mark();
+        // The library ignores the failure of some steps.
+        if (set.status == CORVANTA_OK && (stage.brokenOff() || client_failures() != failures))
+            set.status = CORVANTA_FAILED;
         if (set.status == CORVANTA_OK)
             set.status = readBack(set, done, image, current);
         if (set.status == CORVANTA_OK && client_failures() != failures)
-            set.status = CORVANTA_FAILED; // a step whose failure the library ignores
+            set.status = CORVANTA_FAILED;
     }
     if (set.status == CORVANTA_OK && stays(set, done)) {
         m_image = std::move(image);
@@ -556,7 +566,7 @@ std::optional<int> Worker::restoreRows() {
         for (const Table table : kAllTables)
             if (tables.has(table) && m_image.read(table) != CORVANTA_OK)
                 return std::nullopt;
-        const Restoring next = restoring(m_record, m_image);
+        const Restoring next = restoring(m_record, m_image, round);
         if (next.commands.empty())
             return next.leftAlone;
         for (const std::string& command : next.commands) {
@@ -615,7 +625,8 @@ void Worker::beginRefresh() {
     m_readsLine = now >= m_due;
     const bool everything = !m_watch || m_failing || now >= m_fullDue ||
                             (m_readsLine && m_watch->look() == FileWatch::State::unreadable);
-    if (m_watch && !everything && m_stale.empty() && m_watch->look() == FileWatch::State::changed)
+    // The mark taken below covers what others have changed up to now, in any table.
+    if (m_watch && !everything && m_watch->look() == FileWatch::State::changed)
         m_stale = Tables(kAllTables);
     m_readsTables = everything && m_readsLine ? Tables(kAllTables) : m_stale;
     if (everything && m_readsLine)

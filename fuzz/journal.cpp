@@ -16,7 +16,7 @@ void fuzz::test(std::string_view text) {
     const auto again = agent::toRecord(lines);
     expect(again && agent::toLines(*again) == lines, "its record too");
     agent::canBeRestored(*record);
-    const agent::Restoring next = agent::restoring(*record, {});
+    const agent::Restoring next = agent::restoring(*record, {}, 0);
     for (const std::string& command : next.commands)
         expect(!agent::canBeRestored(*record) || isOneCommand(command.c_str()),
                "it leads to commands");

@@ -56,6 +56,8 @@ const Set kSets[] = {
     {"default WAN", "", "3.1.0 s wan2", "3.1.0 s ''", MEMBERS, "eth0,wan2", false},
     {"default WAN moved", "3.1.0 s wan2", "3.1.0 s wan3", "3.1.0 s wan2", MEMBERS, "eth0,wan3", true},
     {"default WAN taken from a VLAN", "7.1.4.1 s wan2/7.1.2.1 i 1", "3.1.0 s wan2", "3.1.0 s '' 7.1.2.1 i 1", MEMBERS, "eth0,wan2", false},
+    {"default WAN taken, another VLAN on", "7.1.4.1 s wan2/7.1.2.1 i 1", "3.1.0 s wan2 7.1.2.2 i 1",
+     "7.1.2.2 i 2 3.1.0 s '' 7.1.2.1 i 1", MEMBERS, "eth0,wan2,eth0.102,wan1.102", false},
     {"default WAN emptied, filter", "3.2.0 i 1/3.1.0 s wan2", "3.1.0 s ''", "3.1.0 s wan2", BRIDGES, "0|0|0", false},
     {"default WAN emptied", "3.1.0 s wan2", "3.1.0 s ''", "3.1.0 s wan2", BRIDGES, "0|0|0", true},
     {"circuit on", "", "6.1.2.4 i 1", "6.1.2.4 i 2", "SELECT Enabled FROM Atm WHERE Id=4", "1", false},

@@ -61,7 +61,7 @@ build_packages=(g++ cmake make ninja-build pkg-config libgtest-dev libsqlite3-de
 package_packages=(build-essential debhelper dpkg-dev fakeroot lintian)
 # What watching a fleet of agents takes besides, and looking at its page.
 # shellcheck disable=SC2034
-fleet_packages=(snmp curl prometheus prometheus-snmp-exporter)
+fleet_packages=(snmp curl prometheus prometheus-snmp-exporter prometheus-alertmanager)
 # shellcheck disable=SC2034
 page_packages=(chromium chromium-driver)
 # What the tests take besides.
