@@ -17,9 +17,9 @@ fail() {
     exit 1
 }
 
-# Repeats a command until it succeeds, for a minute or so.
+# Repeats a command until it succeeds, for longer than a busy machine takes.
 soon() {
-    for ((tries = 300; tries > 0; --tries)); do
+    for ((tries = 900; tries > 0; --tries)); do
         "$@" && return
         sleep 0.2
     done
