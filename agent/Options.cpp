@@ -119,10 +119,13 @@ Options parseOptions(int argc, char** argv) {
     Options options;
     int letter;
     while ((letter = getopt_long(argc, argv, letters.c_str(), names.data(), nullptr)) != -1) {
-        if (letter == '?' || letter == ':')
-            fail(std::string(letter == '?' ? "unknown or incomplete option '"
-                                           : "an argument is missing after '") +
-                 argv[optind - 1] + "'");
+        if (letter == '?' || letter == ':') {
+            const std::string last = argv[optind - 1];
+            const bool isLong = last.rfind("--", 0) == 0 || optopt == 0;
+            fail((letter == '?' ? "unknown or incomplete option '"
+                                : "an argument is missing after '") +
+                 (isLong ? last : std::string("-") + static_cast<char>(optopt)) + "'");
+        }
         for (const Option& option : kOptions) {
             if (option.letter == letter)
                 std::visit(Apply{options}, option.target);

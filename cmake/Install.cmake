@@ -13,7 +13,7 @@ write_basic_package_version_file(corvantaConfigVersion.cmake COMPATIBILITY SameM
 install(TARGETS corvanta EXPORT corvantaTargets LIBRARY
   DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development)
 install(FILES include/corvanta.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
-# The exported classes, in folders as here; their "../include/corvanta.h" leads to the header above.
+# The exported classes, in folders as here, since they include each other.
 foreach(header frame/SnmpConfigHandler.h frame/Wrapper.h objects/data_cache.h
     objects/managed_objects.h readers/AtmFile.h readers/MappingTable.h readers/SpeedInfo.h
     readers/Table.h)
@@ -21,9 +21,6 @@ foreach(header frame/SnmpConfigHandler.h frame/Wrapper.h objects/data_cache.h
   install(FILES ${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/corvanta/${folder}
     COMPONENT development)
 endforeach()
-file(CONFIGURE OUTPUT installed/corvanta.h CONTENT "#include \"../../corvanta.h\"\n")
-install(FILES ${PROJECT_BINARY_DIR}/installed/corvanta.h
-  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/corvanta/include COMPONENT development)
 install(FILES ${PROJECT_BINARY_DIR}/corvanta.pc DESTINATION ${pkgconfig_dir} COMPONENT development)
 install(FILES ${PROJECT_BINARY_DIR}/corvantaConfig.cmake
               ${PROJECT_BINARY_DIR}/corvantaConfigVersion.cmake

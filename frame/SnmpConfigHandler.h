@@ -1,8 +1,9 @@
 #pragma once
 
-#include "../include/corvanta.h"
 #include "../readers/AtmFile.h"
 #include "../readers/Table.h"
+
+#include <corvanta.h>
 
 #include <string>
 

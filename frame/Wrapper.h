@@ -1,6 +1,6 @@
 #pragma once
 
-#include "../include/corvanta.h"
+#include <corvanta.h>
 
 #include <cstdio>
 #include <string>

@@ -125,7 +125,7 @@ int physicalIFNameToIndex(const char* name) {
 void indexToLogicalIfName(int index, char* buffer, size_t size) {
     guarded(
         [=] {
-            char* const target = &required(buffer);
+            char* const target = size != 0 ? &required(buffer) : nullptr;
             const std::string name = required(configHandler).indexToLogicalIfName(index);
             if (size != 0) {
                 strncpy(target, name.c_str(), size);

@@ -22,6 +22,24 @@
  *   double quote, $, backquote, backslash, ; or a control character, or, behind
  *   a blank, a token that begins with "integer:" or "text:".
  *
+ * Where it looks:
+ * - `quorlet` and `vellstat` are started by name through the shell, which looks
+ *   for them in the PATH that the host's process has at the time, with the host's
+ *   environment and standard error. The circuits are read from
+ *   /proc/net/atm/pvc. No path can be configured.
+ *
+ * Without the device, that is without these:
+ * - initialize() succeeds, and the built-in table of interfaces is there. The
+ *   shell writes a line "not found" to the host's standard error for each run.
+ * - getLayer2IfStatus() gives an empty text, getSpeedInfo() 1 and zeros.
+ * - After update_managed_objects() the cache reads off and empty, with
+ *   CORVANTA_OK: VlanEnabled_snmp() 2 (false), VlanDiscardTag_snmp() 1 (true),
+ *   atm_access_c() zeros. VlanDefaultWanInterface() and default_Bridge() find no
+ *   bridge, which is CORVANTA_OK too. Whatever else asks the database gives
+ *   CORVANTA_FAILED, and so does a set, unless it has nothing to change.
+ * - client_failures() counts, which tells such a machine from a device that has
+ *   nothing configured.
+ *
  * Things to know:
  * - A sequence of commands stops at the first failure that counts and undoes
  *   nothing; some failures do not count. client_failures() tells of all.
@@ -60,6 +78,19 @@
 #ifdef __cplusplus
 #include <string>
 #endif
+
+/**
+ * @defgroup corvanta_types Types and version
+ * Version, statuses, accesses and records of libcorvanta.
+ * @{
+ */
+
+/** Raised with what hosts built before cannot live with; as in the SONAME. */
+#define CORVANTA_VERSION_MAJOR 1
+/** Raised with what is added. */
+#define CORVANTA_VERSION_MINOR 1
+/** Raised with what is mended. */
+#define CORVANTA_VERSION_PATCH 0
 
 /** Marks what the library exports. */
 #define CORVANTA_API __attribute__((visibility("default")))
@@ -102,7 +133,11 @@ typedef enum ly2State CORVANTA_INT {
     ly2State_down = 2 /**< it has none */
 } ly2State;
 
-/** DSL line rates, in the unit in which `vellstat info` prints them. */
+/**
+ * DSL line rates, as `vellstat info` prints them; a number that does not fit is
+ * the largest. The tool names no unit. As far as is known it is kbit/s, of which
+ * an SHDSL wire pair carries up to 5696.
+ */
 typedef struct speedInfo_s {
     uint32_t dslActualDataRateDown;     /**< actual rate, downstream */
     uint32_t dslActualDataRateUp;       /**< actual rate, upstream */
@@ -125,7 +160,15 @@ typedef enum vantorKx9_param_ids CORVANTA_INT {
     vantorKx9_Vci = 5
 } vantorKx9_param_ids;
 
+/** @} */
+
 /* -------------------------------------------------------------- globals -- */
+
+/**
+ * @defgroup corvanta_globals Global variables
+ * Switches of libcorvanta.
+ * @{
+ */
 
 /** Trace switch of the library; set by initialize(). Initially false. */
 extern CORVANTA_API bool m_bVerbose;
@@ -136,7 +179,15 @@ extern CORVANTA_API int debug_level;
 /** For the host's use; the library neither reads nor writes it. Initially -1. */
 extern CORVANTA_API int m_iLogHandle;
 
+/** @} */
+
 /* ------------------------------------------------------- status queries -- */
+
+/**
+ * @defgroup corvanta_status Status queries
+ * Starting libcorvanta, and asking it for circuits, line rates and interfaces.
+ * @{
+ */
 
 /**
  * Makes the library ready: opens the system log as "corvanta" and drops the
@@ -161,8 +212,9 @@ CORVANTA_API const char* ly2State2String(int state);
 
 /**
  * DSL line rates from the group "Line Rate Information" of `vellstat info`.
- * @param info the caller's record; all zero when there are no rates
- * @return 1 when the tool could be started, else 0
+ * @param[out] info the caller's record; all zero when there are no rates
+ * @return 1 when a shell could be started for the tool, even if there is no such
+ *         tool; else 0
  */
 CORVANTA_API int getSpeedInfo(speedInfo_s* info);
 
@@ -177,10 +229,12 @@ CORVANTA_API int physicalIFNameToIndex(const char* name);
 
 /**
  * Logical interface name of an interface index, such as "LAN" (built-in table).
- * @param index  interface index; an unknown one gives "N/A"
- * @param buffer receives the name, cut to size - 1 characters and terminated,
- *               the rest filled with NULs; empty on failure; null is one
- * @param size   bytes of the buffer; with 0 it is not touched
+ * @param      index  interface index; an unknown one gives "N/A"
+ * @param[out] buffer receives the name, cut to size - 1 characters and
+ *                    terminated, the rest filled with NULs; empty on failure;
+ *                    null is one
+ * @param      size   bytes of the buffer; with 0 the buffer is not touched and
+ *                    may be null
  */
 CORVANTA_API void indexToLogicalIfName(int index, char* buffer, size_t size);
 
@@ -196,7 +250,27 @@ CORVANTA_API int isEnabled(void);
 /** Makes the local time's text once and drops it. @return 0 */
 CORVANTA_API int testMethod2(void);
 
+/** @} */
+
 /* ------------------------------------------------------ managed objects -- */
+
+/**
+ * @defgroup corvanta_objects Managed objects
+ * Reading and setting ATM circuits, the default bridge and VLAN objects.
+ *
+ * A TruthValue is 1 for true and 2 for false. Of a pointer to a value a set
+ * reads what it points to and leaves it as it is; a get writes it, on success
+ * only.
+ *
+ * The name of a WAN interface is compared with no list. On the device it is
+ * "wan1" to "wan8", the interface of an enabled circuit; an empty name is none,
+ * and "wanX" is what a default bridge has whose first set stopped halfway. Up to
+ * 13 characters work everywhere. A default WAN interface with more keeps
+ * VlanWanInterface() from setting anything (CORVANTA_UNFIT); with more than 18,
+ * an object that is on cannot use the interface; more than 27 are stored, but
+ * cannot be read back.
+ * @{
+ */
 
 /**
  * Loads the cache of managed objects afresh from the tables `Atm`, `Bridge`,
@@ -207,30 +281,31 @@ CORVANTA_API void update_managed_objects(void);
 
 /**
  * Reads or writes a cached row of `Atm`.
- * @param access access_get copies the cached row into *entry; access_set copies
- *               *entry into the cache and writes one column to the database
- * @param entry  the caller's record
- * @param index  row Id, 1 to 8 (0 is a row of the cache only)
- * @param param  the column to write, a vantorKx9_param_ids; others give
- *               CORVANTA_FAILED, the cached row is changed all the same
+ * @param         access access_get copies the cached row into *entry; access_set
+ *                       copies *entry into the cache and writes one column to the
+ *                       database
+ * @param[in,out] entry  the caller's record
+ * @param         index  row Id, 1 to 8 (0 is a row of the cache only)
+ * @param         param  the column to write, a vantorKx9_param_ids; others give
+ *                       CORVANTA_FAILED, the cached row is changed all the same
  */
 CORVANTA_API int atm_access_c(int access, atm_entry* entry, int index, int param);
 
 /**
  * Whether an ATM circuit is enabled: `Atm` column `Enabled`. A set also creates
  * or removes the circuit's `NetworkSetupNode` row "wan<index>".
- * @param access access_get or access_set
- * @param value TruthValue, 1 true, 2 false
- * @param index row Id of the circuit
+ * @param         access access_get or access_set
+ * @param[in,out] value  TruthValue
+ * @param         index  row Id of the circuit, 1 to 8
  */
 CORVANTA_API int AtmEnabled_snmp(access_type access, int* value, int index);
 
 /**
  * Whether a VLAN object is on: `VLAN` row 2n-1, column `Enable`, from the cache.
  * A set builds or removes the object's bridge.
- * @param access access_get or access_set
- * @param value     TruthValue
- * @param vlanIndex VLAN object n, 1 to 8
+ * @param         access    access_get or access_set
+ * @param[in,out] value     TruthValue
+ * @param         vlanIndex VLAN object n, 1 to 8
  */
 CORVANTA_API int VlanEnabled_snmp(access_type access, int* value, int vlanIndex);
 
@@ -239,29 +314,33 @@ CORVANTA_API int VlanEnabled_snmp(access_type access, int* value, int vlanIndex)
  * `VLAN` row 2n is 0 in the cache. A set takes effect at once on an object that
  * is on; on one that is off it is stored, and the status is that of the lookup
  * of the missing bridge (CORVANTA_UNKNOWN_ROW).
- * @param access access_get or access_set
- * @param value     TruthValue
- * @param vlanIndex VLAN object n, 1 to 8
+ * @param         access    access_get or access_set
+ * @param[in,out] value     TruthValue
+ * @param         vlanIndex VLAN object n, 1 to 8
  */
 CORVANTA_API int VlanDiscardTag_snmp(access_type access, int* value, int vlanIndex);
 
 /**
  * WAN parent interface of a VLAN object: `VLAN` row 2n, column `ParentIf`. A set
- * to the default WAN interface deletes the default bridge first.
- * @param access access_get or access_set
- * @param buffer     the name; a set uses the first *length characters, a get
- *                   fills buffer and length
- * @param bufferSize bytes of the buffer
- * @param length     of the name
- * @param vlanIndex  VLAN object n, 1 to 8
+ * to the default WAN interface deletes the default bridge first. Buffer and length
+ * as in config_string_access_by_id().
+ * @param         access     access_get or access_set
+ * @param[in,out] buffer     in for a set: the name, with or without a terminator;
+ *                           out for a get: the name, terminated
+ * @param         bufferSize bytes of the buffer: for a set *length or more, for a
+ *                           get at least 2 more than the name has
+ * @param[in,out] length     in for a set: characters of the name; out for a get,
+ *                           which does not look at it: the same, the terminator
+ *                           not counted
+ * @param         vlanIndex  VLAN object n, 1 to 8
  */
 CORVANTA_API int VlanWanInterface(access_type access, char* buffer, int bufferSize, int* length,
                                   int vlanIndex);
 
 /**
  * Default WAN interface: `Interface` of the default bridge's WAN row in
- * `BridgeInterface`. Without a default bridge a get changes nothing and gives
- * CORVANTA_OK. A set creates the bridge when needed and switches off the VLAN
+ * `BridgeInterface`. Without a default bridge a get gives CORVANTA_OK and writes
+ * neither buffer nor length. A set creates the bridge when needed and switches off the VLAN
  * objects that use the interface; an empty value deletes the bridge. Arguments
  * as in VlanWanInterface().
  */
@@ -272,12 +351,20 @@ CORVANTA_API int VlanDefaultWanInterface(access_type access, char* buffer, int b
  * Whether untagged frames are discarded: `VLANSingleParams` row 1, column
  * `DiscardUntaggedFrames`. A set also creates or removes the default bridge's
  * row in `BridgeFilter`.
- * @param access access_get or access_set
- * @param value TruthValue
+ * @param         access access_get or access_set
+ * @param[in,out] value  TruthValue
  */
 CORVANTA_API int VlanDiscardUntaggedFrames_snmp(access_type access, int* value);
 
+/** @} */
+
 /* ------------------------------------------------------- database fields -- */
+
+/**
+ * @defgroup corvanta_database Database fields
+ * Reading and writing single fields and rows of the configuration database.
+ * @{
+ */
 
 /**
  * Reads or writes an integer column of the row with an Id. access_none,
@@ -301,11 +388,11 @@ CORVANTA_API int config_int_read_by_key(int* value, const char* table, const cha
  * locked. A row is given whole or refused with CORVANTA_UNFIT: one that does
  * not fit the buffer with its terminator, that has 4095 bytes or more, or that
  * came without its newline, cut off.
- * @param table  its name
- * @param row    counted from 0; past the last one CORVANTA_UNKNOWN_ROW
- * @param buffer receives the row, terminated
- * @param size   bytes of the buffer
- * @param length receives the row's length
+ * @param      table  its name
+ * @param      row    counted from 0; past the last one CORVANTA_UNKNOWN_ROW
+ * @param[out] buffer receives the row, terminated
+ * @param      size   bytes of the buffer
+ * @param[out] length receives the row's length, the terminator not counted
  */
 CORVANTA_API int config_row_read(const char* table, int row, char* buffer, int size, int* length);
 
@@ -329,33 +416,39 @@ CORVANTA_API int TruthValue_snmp_to_internal(int value);
 #ifdef __cplusplus
 } /* extern "C" */
 
-/** @return local time such as "16.11.2026 17:12:31", "xx.xx.xx" on failure */
+/**
+ * @ingroup corvanta_status
+ * For C++ only.
+ * @return local time such as "16.11.2026 17:12:31", "xx.xx.xx" on failure
+ */
 CORVANTA_API std::string time2string();
 
 /**
+ * @ingroup corvanta_objects
  * Looks up the default bridge, the one that joins "eth0" with a WAN interface;
  * access_create creates it, access_delete deletes it. Each Id is -1 when
- * unknown.
- * @param access     access_create, access_delete, or any other to look it up
- * @param bridgeId   Id in `Bridge`
- * @param lanIfaceId Id of the "eth0" row in `BridgeInterface`
- * @param wanIfaceId Id of the WAN row in `BridgeInterface`
- * @param filterId   Id in `BridgeFilter`
+ * unknown. For C++ only.
+ * @param      access     access_create, access_delete, or any other to look it up
+ * @param[out] bridgeId   Id in `Bridge`
+ * @param[out] lanIfaceId Id of the "eth0" row in `BridgeInterface`
+ * @param[out] wanIfaceId Id of the WAN row in `BridgeInterface`
+ * @param[out] filterId   Id in `BridgeFilter`
  */
 CORVANTA_API int default_Bridge(access_type access, int* bridgeId, int* lanIfaceId, int* wanIfaceId,
                                 int* filterId);
 
 /**
  * Runs one client command line and delivers its answer without the newline. A
- * locked database is tried 20 times, with pauses of one second.
- * @param cmd        the command line
- * @param cmdSize    bytes of the buffer that holds it
- * @param cmdLen     its length, as the formatting call returned it: below 1, or
- *                   not below cmdSize, gives CORVANTA_UNFIT
- * @param answer     receives the answer, cut to answerSize - 1 characters; null:
- *                   the answer replaces the command in cmd
- * @param answerSize bytes of answer, at least 1
- * @param level      below 6 each attempt writes a trace line
+ * locked database is tried 20 times, with pauses of one second. For C++ only.
+ * @param[in,out] cmd        the command line, terminated
+ * @param         cmdSize    bytes of the buffer that holds it
+ * @param         cmdLen     its length, as the formatting call returned it: below
+ *                           1, or not below cmdSize, gives CORVANTA_UNFIT
+ * @param[out]    answer     receives the answer, cut to answerSize - 1 characters
+ *                           and terminated; null: the answer replaces the command
+ *                           in cmd
+ * @param         answerSize bytes of answer, at least 1
+ * @param         level      below 6 each attempt writes a trace line
  * @return CORVANTA_UNFIT also for an answer of 29 bytes or more
  */
 CORVANTA_API int call_cmd(char* cmd, int cmdSize, int cmdLen, char* answer, int answerSize,
@@ -379,14 +472,18 @@ extern "C" {
 
 /**
  * Reads or writes a text column of the row with an Id.
- * A get fills buffer and length; the text is at most bufferSize - 2 characters
- * long, a longer one gives CORVANTA_UNFIT with the cut text in buffer.
- * A set writes the first *length characters and leaves the buffer as it is. A
- * length that is negative or larger than bufferSize gives CORVANTA_UNFIT.
+ * A get fills buffer, terminated, and length, which it does not look at. A text of
+ * more than 27 characters gives CORVANTA_UNFIT; so does one of more than
+ * bufferSize - 2, of which a buffer of 3 bytes or more then holds the beginning.
+ * A set writes the first *length characters, which need no terminator, and leaves
+ * buffer and length as they are. A length that is negative or larger than
+ * bufferSize gives CORVANTA_UNFIT.
  */
 CORVANTA_API int config_string_access_by_id(access_type access, char* buffer, int bufferSize,
                                             int* length, const char* table, const char* column,
                                             int id);
+
+/** @} */
 
 #ifdef __cplusplus
 } /* extern "C" */

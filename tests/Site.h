@@ -34,9 +34,9 @@ inline void pause(int ms) {
     std::this_thread::sleep_for(milliseconds(ms));
 }
 
-/// Tries until it holds, for a while.
+/// Tries until it holds; gives up after a time in which even a busy machine gets there.
 template <class Condition>
-bool soon(Condition condition, int ms = 10000) {
+bool soon(Condition condition, int ms = 120000) {
     for (const auto start = Clock::now(); !condition(); pause(50)) {
         if (msSince(start) > ms)
             return false;
@@ -141,6 +141,9 @@ struct Port {
     }
 };
 
+/// For what comes, however busy the machine is; in seconds.
+inline const std::string kLong = "90";
+
 /// A device in a folder, with an agent, and managers.
 class Site {
 public:
@@ -148,17 +151,19 @@ public:
         std::string name = (fs::temp_directory_path() / "agent_test.XXXXXX").string();
         folder = mkdtemp(name.data());
         address = "127.0.0.1:" + std::to_string(Port().number);
-        // A client between the agent and the real one: it can be told to be slow in changing
-        // things, or not to answer, and notes the sockets that it inherits, and its runs.
+        // A client between the agent and the real one: it can be told to hold each command that
+        // changes something until the test releases it, to take its time, or not to answer, and
+        // notes the sockets that it inherits, and its runs.
         fs::create_directory(folder / "bin");
         write("bin/quorlet",
               "#!/bin/sh\ncd " + folder.string() +
                   "\nfor f in /proc/$$/fd/*; do [ ! -S $f ] || echo $f >>sockets; done\n"
                   "[ ! -e silent ] || exit\n"
-                  "[ ! -e delay ] || sleep 0.06\n"
-                  "while [ -e hold ]; do touch held; sleep 0.05; done\n"
+                  "while [ -e stall ]; do touch stalled; sleep 0.05; done\n"
+                  "[ ! -e delay ] || sleep $(cat delay)\n"
                   "[ ! -e runs ] || echo \"$1\" >>runs\n"
-                  "case $1 in *updatekey*) [ ! -e slow ] || { touch changing; sleep 3; } ;; esac\n"
+                  "case $1 in *updatekey*) [ ! -e hold ] || { echo $$ >held; while [ -e held ]; do "
+                  "sleep 0.05; done; } ;; esac\n"
                   "exec " QUORLET " \"$@\"\n");
         write("agent.conf", "rwcommunity test 127.0.0.1\n");
         run("chmod +x bin/quorlet && " ON_DEVICE " device true");
@@ -191,16 +196,15 @@ public:
     }
 
     void startAlone(const std::string& options) {
-        startAgent("-m " + address + " -c agent.conf -s state -d 15 " +
+        startAgent("-m " + address + " -c agent.conf -s state -d 60 " +
                    options); // a later -d counts
         awaitAgent();
     }
 
     void awaitAgent() {
         patience = "0.3";
-        EXPECT_TRUE(soon([this] { return get("3.2.0") == "INTEGER: 2"; }, 60000))
-            << run("cat agent.log");
-        patience = "20";
+        EXPECT_TRUE(soon([this] { return get("3.2.0") == "INTEGER: 2"; })) << run("cat agent.log");
+        patience = kLong;
     }
 
     std::string tool(const std::string& command, const std::string& arguments) const {
@@ -248,15 +252,24 @@ public:
         return run("sqlite3 -batch device/config.db '.timeout 5000' \"" + statement + "\"");
     }
 
-    /// Holds the database from another process, for a while or until the file "locked" is removed.
-    std::unique_ptr<Process> lock(const std::string& seconds = "") const {
-        const std::string end =
-            seconds.empty() ? "while [ -e locked ]; do sleep 0.05; done" : "sleep " + seconds;
-        write("lock.sql", ".timeout 5000\nBEGIN EXCLUSIVE;\n.shell touch locked; " + end +
-                              "; rm -f locked\nCOMMIT;\n");
+    /// Holds the database from another process, until release("locked").
+    std::unique_ptr<Process> lock() const {
+        write("lock.sql", ".timeout 60000\nBEGIN EXCLUSIVE;\n.shell touch locked; while [ -e "
+                          "locked ]; do sleep 0.05; done\nCOMMIT;\n");
         auto process = std::make_unique<Process>(folder, "sqlite3 device/config.db <lock.sql");
         EXPECT_TRUE(soon([this] { return has("locked"); }));
         return process;
+    }
+
+    /// How often the client has run since "runs" was written.
+    int runs() const { return std::stoi(run("wc -l <runs")); }
+
+    void release(const char* file) const { fs::remove(folder / file); }
+
+    /// Waits for a client that is held. @return its process
+    int held() const {
+        EXPECT_TRUE(soon([this] { return has("held") && fs::file_size(folder / "held") > 0; }));
+        return std::atoi(run("cat held").c_str());
     }
 
     /// As the kernel would.
@@ -265,8 +278,10 @@ public:
             "pvc.new; mv pvc.new device/pvc");
     }
 
-    /// How many lines the agent itself has logged.
-    int logged() const { return std::stoi(run("grep -c :corvantad: agent.log")); }
+    /// How many lines the agent itself has logged, but for one for each set.
+    int logged() const {
+        return std::stoi(run("grep :corvantad: agent.log | grep -vc ' set by '"));
+    }
 
     static std::string oid(const std::string& object) { return ROOT_OID ".1." + object; }
 
@@ -274,8 +289,8 @@ public:
     std::string address;
     std::string environment = "MIBS= ";
     std::string manager = "-v2c -c test";
-    std::string patience = "20";   ///< in seconds
     std::string tracer;            ///< what the agent is run by
+    std::string patience = kLong;  ///< in seconds
     std::function<void()> confine; ///< what an agent does before it starts
     std::unique_ptr<Process> agent;
 };
@@ -289,14 +304,15 @@ public:
     Subagent() {
         manager = kUser + "Operator -l authPriv";
         environment += "SNMPCONFPATH=. ";
-        std::string configuration = "agentaddress udp:" + address + "\nagentXSocket " +
-                                    folder.string() + "/agentx\nincludeFile " SNMPD_CONF "\n";
+        std::string configuration =
+            "agentaddress udp:" + address + "\nagentXSocket " + folder.string() +
+            "/agentx\nincludeFile " SNMPD_CONF "\nagentXTimeout 100\n"; // for busy machines
         for (const char* user : {"Reader", "Operator", "Stranger"})
             configuration += std::string("createUser corvanta") + user +
                              " SHA \"auth passphrase\" AES \"priv passphrase\"\n";
         write("master.conf", configuration);
         startMaster();
-        startAgent("-x agentx -s state -d 9"); // the master waits 10
+        startAgent("-x agentx -s state -d 60"); // the master waits longer
         awaitAgent();
     }
 
@@ -319,15 +335,20 @@ struct Sink : Port {
                    "rwcommunity test\ntrap2sink 127.0.0.1:" + std::to_string(number) + " test\n");
     }
 
-    /// Waits for those of a kind, 0 for coldStart, with a text in them.
-    /// @return how many there were until none came for a while
-    int count(int kind, const std::string& text = "") const {
+    /// Waits for those of a kind, 0 for coldStart, with a text in them. @param any  whether there
+    /// has to be one. @return how many there were until none came for longer than the agent waits
+    int count(int kind, const std::string& text = "", bool any = true) const {
         const std::string name = kind == 0
                                      ? std::string("\x2b\x06\x01\x06\x03\x01\x01\x05\x01", 9)
                                      : std::string("\x01\x00", 2) + static_cast<char>(kind) + '0';
         int found = 0;
-        for (std::string packet; !(packet = receive(2500)).empty(); last = packet)
+        const auto start = Clock::now();
+        for (std::string packet;
+             !(packet = receive(1500)).empty() || (any && found == 0 && msSince(start) < 120000);) {
             found += packet.find(name) != packet.npos && packet.find(text) != packet.npos;
+            if (!packet.empty())
+                last = packet;
+        }
         return found;
     }
 

@@ -41,10 +41,11 @@ const Scenario kScenarios[] = {
         {"8.4.0", IDLE},
     }},
     {"expires", {
-        {"3.1.0 s wan2 6.1.5.1 i 77 8.1.0 u 6", ""},
+        {"3.1.0 s wan2 6.1.5.1 i 77 8.1.0 u 600", ""},
         {"8.4.0", PENDING},
-        {"8.1.0", "Gauge32: 6"},
+        {"8.1.0", "Gauge32: 600"},
         {"3.1.0", "STRING: \"wan2\""},
+        {"8.1.0 u 2", ""},
         {"until 8.4.0", IDLE},
         {"8.1.0", "Gauge32: 0"},
         {"8.2.0", "Gauge32: 0"},
@@ -161,10 +162,10 @@ std::string act(Site& site, const std::string& action, const std::function<void(
     if (word == "wait")
         return pause(std::stoi(rest) * 1000), "";
     if (word == "until")
-        return soon([&] { return site.get(rest) == IDLE; }, 60000) ? IDLE : "never";
+        return soon([&] { return site.get(rest) == IDLE; }) ? IDLE : "never";
     if (word == "SIGTERM" || word == "SIGKILL") {
         restart(word == "SIGTERM" ? SIGTERM : SIGKILL);
-        return soon([&] { return site.get("8.4.0") == IDLE; }, 60000) ? "" : "never";
+        return soon([&] { return site.get("8.4.0") == IDLE; }) ? "" : "never";
     }
     return rest.empty() ? site.get(word) : site.request(action);
 }
@@ -191,7 +192,7 @@ TEST(Trial, IsTakenBackByASubagent) {
     Subagent site;
     play(site, [&](int signal) {
         site.agent->end(signal);
-        site.startAgent("-x agentx -s state -d 9");
+        site.startAgent("-x agentx -s state -d 60");
         site.awaitAgent();
     });
 }
@@ -224,7 +225,7 @@ TEST(Journal, IsNotObeyedWhenItIsDamaged) {
         site.write("state/change.journal", text);
         site.startAgent("-m " + site.address + " -c agent.conf -s state " + kQuiet);
         site.patience = "0.3";
-        EXPECT_TRUE(soon([&] { return site.get("1.6.0") == "Counter32: 1"; }, 30000)) << text;
+        EXPECT_TRUE(soon([&] { return site.get("1.6.0") == "Counter32: 1"; })) << text;
         EXPECT_EQ(IDLE, site.get("8.4.0")) << text;
         EXPECT_EQ(text, site.run("cat state/change.journal.damaged"));
         EXPECT_FALSE(site.has("state/change.journal")) << text;

@@ -108,12 +108,16 @@ TEST_F(ClientTest, SaysAtOnceThatAnotherConnectionHoldsTheDatabase) {
         {"BEGIN IMMEDIATE", "1\n"},                 // about to be written
         {"BEGIN EXCLUSIVE", locked},
     };
+    using Clock = std::chrono::steady_clock;
     for (const auto& [lock, read] : cases) {
+        const auto begun = Clock::now();
+        EXPECT_EQ("1\n", ask("selectkey Atm Id 1 Vpi;"));
+        const auto usual = Clock::now() - begun;
         other.run(lock);
-        const auto start = std::chrono::steady_clock::now();
+        const auto start = Clock::now();
         EXPECT_EQ(locked, ask("updatekey Atm Id 1 Vpi integer:9;")) << lock;
         EXPECT_EQ(read, ask("selectkey Atm Id 1 Vpi;")) << lock;
-        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2)) << lock;
+        EXPECT_LT(Clock::now() - start, 50 * usual + std::chrono::seconds(2)) << lock;
         other.run("COMMIT");
         EXPECT_EQ("1\n", ask("selectkey Atm Id 1 Vpi;")) << lock;
     }
@@ -149,7 +153,7 @@ TEST_F(ClientTest, KeepsDevicesInTheirFolders) {
     EXPECT_EQ(1, on("true").status);
     EXPECT_EQ(4, std::distance(fs::directory_iterator(m_folder), {})); // nothing left behind
     EXPECT_EQ(1, client("size Atm;").status);
-    EXPECT_EQ(1, shell(ON_DEVICE " /tmp").status);
+    EXPECT_EQ(2, shell(ON_DEVICE " /tmp").status);
     EXPECT_EQ(1, shell("CORVANTA_BUILD=/nowhere " ON_DEVICE " /tmp/x true").status);
 }
 

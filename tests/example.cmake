@@ -8,5 +8,5 @@ if(NOT SMILINT)
   return()
 endif()
 add_test(NAME example_test COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/example_test.sh ${smi})
-set_tests_properties(example_test PROPERTIES FIXTURES_REQUIRED smi SKIP_RETURN_CODE 77 TIMEOUT 300
+set_tests_properties(example_test PROPERTIES TIMEOUT 900 COST 300 PROCESSORS 2
   ENVIRONMENT CMAKE_GENERATOR=${CMAKE_GENERATOR})

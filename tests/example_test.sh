@@ -6,7 +6,6 @@
 # shellcheck source=lib.sh
 . "$(dirname -- "${BASH_SOURCE[0]}")/lib.sh"
 smi=$(realpath -m -- "$1")
-need_modules "$smi"
 example=$source/docs/adding-an-object
 cd "$work"
 
@@ -23,7 +22,7 @@ cmake -S tree -B build -DCORVANTA_WERROR=ON -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX
 cmake --build build --target library_test corvantad quorlet pvcshim --parallel 2
 build/tests/library_test --gtest_brief=1
 
-export SMIPATH=$smi MIBDIRS=$smi:$work/tree/agent
+export SMIPATH=$smi MIBDIRS=$smi:$work/tree/agent/share
 smilint -m -s -l 6 -i namelength-32 tree/agent/share/CORVANTA-MIB.txt |& tee smilint
 [ ! -s smilint ]
 user reader

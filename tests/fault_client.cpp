@@ -104,7 +104,7 @@ void fail(char way) {
     case 'h': // the client hangs, with a child and a grandchild
         if (fork() == 0)
             fork();
-        sleep(60);
+        sleep(600); // longer than any test waits for its end
         exit(1);
     }
 }

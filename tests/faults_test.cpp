@@ -165,7 +165,7 @@ public:
     /// Whether all processes of a client that hangs have gone.
     bool hungOnesGone() const {
         const int file = open((folder / "device/hit").c_str(), O_RDWR | O_CLOEXEC);
-        const bool gone = soon([&] { return flock(file, LOCK_EX | LOCK_NB) == 0; }, 3000);
+        const bool gone = soon([&] { return flock(file, LOCK_EX | LOCK_NB) == 0; });
         close(file);
         return gone;
     }

@@ -1,6 +1,6 @@
 // The pages in a browser, beside what the agents say. scripts/fleet --check runs it on its fleet:
 //
-//     node fleet_page_test.mjs PAGE FLEET_FOLDER
+//     node fleet_page_test.mjs PAGE FLEET_FOLDER ALERTMANAGER
 //
 // Screenshots go to build/fleet.
 import assert from "node:assert/strict";
@@ -8,7 +8,7 @@ import { execFileSync, spawn } from "node:child_process";
 import fs from "node:fs";
 import { once } from "node:events";
 
-const [page, folder] = process.argv.slice(2);
+const [page, folder, alertmanager] = process.argv.slice(2);
 const pause = ms => new Promise(done => setTimeout(done, ms));
 const routers = Object.fromEntries([...fs.readFileSync(folder + "/targets/fleet.yml", "utf8")
   .matchAll(/'(.*)'.*router: ([^}]*)/g)].map(([, address, name]) => [name, address]));
@@ -68,6 +68,19 @@ function expected(router) {
   return [states.up, states.down, said["cvDslActualRateDown.0"], said["cvDslActualRateUp.0"]].map(Number);
 }
 const plain = text => Number(text.replace(/\u202f/g, ""));
+// What a file of a router's device says from now on.
+function write(router, file, text) {
+  const path = `${folder}/${router}/device/${file}`;
+  fs.writeFileSync(path + ".new", text);
+  fs.renameSync(path + ".new", path);
+}
+const read = (router, file) => fs.readFileSync(`${folder}/${router}/device/${file}`, "utf8");
+const without = (list, vpi) => list.replace(new RegExp(`^ *\\S+ +${vpi} .*\n`, "m"), "");
+// The alerts that Alertmanager has of a router, as NAME or, kept back, (NAME).
+const held = async router => (await (await fetch(alertmanager + "/api/v2/alerts")).json())
+  .filter(one => one.labels.router === router)
+  .map(one => one.status.inhibitedBy.length ? `(${one.labels.alertname})` : one.labels.alertname);
+const mail = () => fs.existsSync(folder + "/mail") ? fs.readFileSync(folder + "/mail", "utf8") : "";
 const sum = (rows, column) => rows.reduce((so_far, row) => so_far + row[column], 0);
 async function fleetIsRight() {
   const shown = await texts("routers"), right = names.map(expected), totals = await texts("totals");
@@ -78,13 +91,12 @@ async function fleetIsRight() {
   assert.deepEqual(totals["Sum of rates, down / up"].split(" / ").map(plain), [sum(right, 2), sum(right, 3)]);
   assert.equal(totals["Routers answering"], `${names.length} of ${names.length} ok`);
 }
+const exporter = Number(fs.readFileSync(folder + "/exporter.pid", "utf8"));
 
 try {
   await go(page);
   await soon("the fleet's page shows what the agents say", fleetIsRight);
-  const list = `${folder}/${second}/device/pvc`;
-  fs.writeFileSync(list + ".new", fs.readFileSync(list, "utf8").replace(/^ *\S+ +2 .*\n/m, ""));
-  fs.renameSync(list + ".new", list);
+  write(second, "pvc", without(read(second, "pvc"), 2));
   await soon("a circuit closes: its router comes first, with the trouble", async () => {
     const [[name, [trouble, , down]]] = Object.entries(await texts("routers"));
     assert.deepEqual([name, trouble.replace(/ \(since.*/, ""), down], [second, "critical circuit 2 (2/32) is enabled but down", "1"]);
@@ -107,7 +119,7 @@ try {
     assert.deepEqual(state["Rate down"].split(" of ").map(plain), ["Actual", "Attainable"].map(kind => Number(said[`cvDsl${kind}RateDown.0`])));
     assert.equal(health["Sets refused"], "0");
     assert(plain(health["Refreshes done"]) > 0);
-    assert.match(await advice(), /^critical circuit 2 .*\nIf the line rates/);
+    assert.match(await advice(), /^critical circuit 2 .*\nThe line carries/);
   });
   await soon("the graph has four curves, and tells the rates where one points", async () => {
     assert.equal(await look("[...document.querySelectorAll('path.curve')].filter(p => /L/.test(p.getAttribute('d'))).length"), 4);
@@ -136,15 +148,68 @@ try {
   }
   await shoot("phone");
 
+  await soon("mail tells of the circuit, and what to do", () =>
+    assert.match(mail(), new RegExp(`CRITICAL 1 firing: CorvantaCircuitDown\n${second}: circuit 2 .*since.*Compare VPI`)));
+  const rates = read(last, "line-rates"), list = read(last, "pvc");
+  write(last, "line-rates", rates.replace(/actual .*/, "actual 0 0"));
+  write(last, "pvc", without(list, 1));
+  await soon("a line goes down: mail tells it, its circuit's alert fires and is kept back", async () => {
+    assert.match(mail(), new RegExp(`^${last}: line is down, since`, "m"));
+    assert.deepEqual((await held(last)).sort(), ["(CorvantaCircuitDown)", "CorvantaLineDown"]);
+    assert.deepEqual((await texts("routers"))[last][0].replace(/^Trouble: /, ""), "critical line is down");
+  });
+  // The next mail about circuits would name all that are not kept back.
+  write(second, "pvc", without(read(second, "pvc"), 3));
+  await soon("mail about circuits leaves out those of the line that is down", () => {
+    assert.match(mail(), new RegExp(`^${second}: circuit 3 `, "m"));
+    assert(!mail().includes(`${last}: circuit`));
+  });
   signal("-STOP");
-  await soon("a router that is silent is told from one with values", async () => {
-    assert.match((await texts("routers"))[last][0], /^Trouble: critical does not answer|^critical does not answer/);
-    assert.equal((await texts("totals"))["Routers answering"], `${names.length - 1} of ${names.length} critical`);
+  await soon("a router that is silent is told from one with values, its line stays down", async () => {
+    const totals = await texts("totals"), row = (await texts("routers"))[last];
+    assert.match(row[0], /critical does not answer/);
+    assert.match(row[0], /critical line is down/);
+    assert.match(row[1], /unknown/);
+    assert.equal(totals["Routers answering"], `${names.length - 1} of ${names.length} critical`);
+    assert.equal(totals["Circuits enabled"], `${4 * names.length - 4} of ${4 * names.length} known`);
+    assert.equal(totals["of these down"], `2 of ${4 * names.length - 4} known critical`);
+    assert.match(totals["Sum of rates, down / up"], new RegExp(`, ${names.length - 1} of ${names.length} lines known$`));
+  });
+  await go(page.replace(".html", "-router.html") + "?instance=" + routers[last]);
+  await soon("a silent router's page has no circuits that are none", async () => {
+    assert(await look("['circuits', 'vlans', 'interfaces'].every(id => document.getElementById(id).innerText === 'unknown')"));
+    assert.equal((await texts("health"))["Default WAN interface"], "unknown");
+    assert.equal((await texts("state"))["Rate down"], "unknown");
   });
   signal("-CONT");
+  write(last, "line-rates", rates);
+  write(last, "pvc", list);
+  await go(page);
+  await soon("the line carries again: mail tells it, the page is as before", async () => {
+    assert.match(mail(), new RegExp(`^${last}: line is down: over since`, "m"));
+    assert.deepEqual(await held(last), []);
+    await fleetIsRight();
+  });
+  process.kill(exporter, "SIGSTOP");
+  await soon("an exporter that is down is told once, at the top, and nobody is blamed", async () => {
+    assert.match(await look("document.getElementById('exporters').innerText"), /^critical the SNMP exporter does not answer.*\nNothing is known/);
+    assert.deepEqual(Object.values(await texts("routers")).map(row => row[0].replace(/^Trouble: /, "")), names.map(() => "unknown"));
+    const totals = await texts("totals");
+    assert.deepEqual([totals["Routers answering"], totals["of these down"]], ["unknown", "unknown"]);
+    assert.equal(totals["Circuits enabled"], `0 of ${4 * names.length} known`);
+    assert.match(mail(), /^CRITICAL 1 firing: CorvantaExporterDown$/m);
+  });
+  const before = mail();
+  process.kill(exporter, "SIGCONT");
+  await soon("its end is told, and no router was", async () => {
+    await fleetIsRight();
+    assert.match(mail().slice(before.length), /1 resolved: CorvantaExporterDown/);
+    assert(!mail().slice(before.length).includes("does not answer, since"));
+  });
   assert.deepEqual((await browser("POST", `/${sessionId}/se/log`, { type: "browser" })).filter(line => line.level === "SEVERE"), []);
   console.log("ok the browser had nothing to complain of");
 } finally {
   await browser("DELETE", `/${sessionId}`);
   driver.kill();
+  process.kill(exporter, "SIGCONT"); // stopped, it would not end with the fleet
 }

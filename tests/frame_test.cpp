@@ -104,6 +104,7 @@ TEST_F(FrameTest, QueriesPassOnWhatTheReadersSay) {
     speedInfo_s info;
     EXPECT_EQ(1, getSpeedInfo(&info));
     EXPECT_EQ(7U, info.dslActualDataRateDown);
+    indexToLogicalIfName(2, nullptr, 0); // asks for nothing
     EXPECT_LOG();
     EXPECT_EQ(0, physicalIFNameToIndex(nullptr));
     EXPECT_EQ(0, getSpeedInfo(nullptr));

@@ -16,11 +16,10 @@ fail() {
     echo "FAIL: $1" >&2
     exit 1
 }
-need_modules() { [ -e "$1/SNMPv2-CONF" ] || { echo "skip: no standard modules in $1" && exit 77; }; }
 
-# Repeats a command until it succeeds, for a minute or so.
+# Repeats a command until it succeeds, for longer than a busy machine takes.
 soon() {
-    for ((tries = 300; tries > 0; --tries)); do
+    for ((tries = 900; tries > 0; --tries)); do
         "$@" && return
         sleep 0.2
     done

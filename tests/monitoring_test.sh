@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # The files of monitoring/ with the programs that use them.
 #
-#     monitoring_test.sh generator|rules|credentials|notifications SMI_DIR [BUILD_DIR]
+#     monitoring_test.sh generator|rules|routes|credentials|notifications SMI_DIR [BUILD_DIR]
 # shellcheck source=lib.sh
 . "$(dirname -- "${BASH_SOURCE[0]}")/lib.sh"
 smi=$(realpath -m -- "$2") build=$(realpath -m -- "${3-.}")
@@ -21,7 +21,6 @@ generated() {
     done < <(awk '/^cv.* OBJECT-TYPE/ { name = $1 } /MAX-ACCESS *read-/ { print name }' "$1")
 }
 generator() {
-    need_modules "$smi"
     generated "$mib" || fail "run prometheus-snmp-generator again, as docs/fleet.md tells"
     # A new scalar, and a new column of a table.
     for place in 'corvantaDsl 9' 'cvVlanEntry 9'; do
@@ -33,17 +32,36 @@ generator() {
 
 rules() {
     local name
-    cp -r "$monitoring"/{rules,prometheus.yml} "$source/tests/monitoring_rules.yml" .
+    cp -r "$monitoring"/{rules,prometheus.yml} "$source"/tests/monitoring_{rules,troubles,flapping,week}.yml .
     promtool check config prometheus.yml
-    promtool test rules monitoring_rules.yml
+    promtool test rules monitoring_*.yml
     for what in alert summary action; do grep -c " $what:" rules/corvanta-alerts.yml; done | uniq | wc -l | grep -qx 1 ||
         fail "an alert does not say what to do"
-    # Each of the rules is needed by a test.
+    # Each of the rules is needed by a test; the quickest comes first.
     while read -r name; do
         cp "$monitoring"/rules/* rules
         sed -i -E "s/(alert|record): $name\$/\1: other/" rules/*.yml
-        ! promtool test rules monitoring_rules.yml >/dev/null 2>&1 || fail "no test of $name"
+        for test in monitoring_{rules,troubles,flapping,week}.yml; do
+            promtool test rules "$test" >/dev/null 2>&1 || continue 2
+        done
+        fail "no test of $name"
     done < <(sed -n 's/^ *- \(alert\|record\): //p' rules/*.yml | sort -u)
+}
+
+# Who is told of each alert, whatever Alertmanager is told about it besides.
+routes() {
+    local name severity receiver
+    amtool check-config "$monitoring/alertmanager.yml"
+    while read -r name severity; do
+        case $severity in critical) receiver=now ;; warning) receiver=today ;; *) receiver=nobody ;; esac
+        amtool config routes test --config.file "$monitoring/alertmanager.yml" --verify.receivers=$receiver \
+            alertname="$name" severity="$severity" router=north-1 || fail "$name goes to somebody else"
+    done < <(sed -n 's/^ *- alert: //p; s/^ *labels: {severity: \([a-z]*\).*/\1/p' "$monitoring/rules/corvanta-alerts.yml" | paste - -)
+    # What is kept back must have its cause among the alerts.
+    while read -r name; do
+        grep -q "alert: $name\$" "$monitoring/rules/corvanta-alerts.yml" || fail "no alert $name"
+        grep -q "symptom_of = $name\]" "$monitoring/alertmanager.yml" || fail "$name keeps nothing back"
+    done < <(sed -n 's/.*symptom_of: \([A-Za-z]*\)}/\1/p' "$monitoring/rules/corvanta-alerts.yml")
 }
 
 credentials() {
@@ -69,7 +87,7 @@ notifications() {
     sed "s|/usr/share.*|$monitoring/log-notification $work/log|" "$monitoring/snmptrapd-corvanta.conf" >trapd.conf
     grep createUser agent.conf >>trapd.conf
     echo "trapsess -Ci -v3 -l authPriv -u corvantaNotifier -a SHA -A $secret -x AES -X $secret 127.0.0.1:$port" >>agent.conf
-    export CORVANTA_BUILD=$build MIBDIRS=$smi:$source/agent
+    export CORVANTA_BUILD=$build MIBDIRS=$smi:$source/agent/share
     "$source/scripts/on-device" device true
     told() { [ -e log ] && [ "$(wc -l <log)" -gt "$said" ]; }
     refreshed() { snmpget -r 0 -Oqv "unix:$work/agent" "$root.1.1.1.0" 2>/dev/null | grep -q '^[1-9]'; }

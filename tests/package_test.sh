@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Builds the Debian packages and leads them through their life in a throw-away root: installed and
-# purged, then 1.0.0 upgraded, the agent started from there on the stand-in device, removed, purged.
+# purged, then 1.0.0 upgraded, debian/tests run on what is there, removed, purged.
 #
 #     package_test.sh BUILD_DIR VERSION
 [ "$(id -u)" -eq 0 ] || exec fakeroot -- "$0" "$@"
@@ -11,9 +11,14 @@ triplet=$(dpkg-architecture -qDEB_HOST_MULTIARCH)
 root=$work/root conffile=$work/root/etc/snmp/snmpd.conf.d/corvanta.conf state=$work/root/var/lib/corvanta
 
 CORVANTA_PACKAGE_BUILD=$build/package "$source/scripts/package"
-debs=("$build"/package/{libcorvanta1,libcorvanta-dev,corvanta-agent,corvanta-monitoring}_"$version"-*.deb)
+mapfile -t debs < <(find "$build/package" -maxdepth 1 -name "*_$version-*.deb" ! -name '*-dbgsym_*')
 names=("${debs[@]##*/}")
 names=("${names[@]%%_*}")
+
+# Each function of the public header has a man page. The other names are variables.
+mapfile -t functions < <("$source/scripts/abi" names "$source/debian/libcorvanta1.symbols" |
+    grep -v '::' | grep -vxE 'CORVANTA_1|debug_level|m_bVerbose|m_iLogHandle|mgmt_o' |
+    sed -E 's/(\[.*|\(.*)//; s|^|usr/share/man/man3/|' | sort -u)
 
 # A root of merged folders where the packages of this machine answer for dependencies.
 db=$root/var/lib/dpkg
@@ -30,11 +35,13 @@ in_root() {
 installed() {
     local file user
     for file in "${names[@]/#/usr/share/doc/}" etc/snmp/snmpd.conf.d/corvanta.conf \
-        usr/include/corvanta{.h,/objects/managed_objects.h} \
+        usr/include/corvanta{.h,/objects/managed_objects.h} usr/share/doc/libcorvanta-doc/html/index.html \
+        "${functions[@]/%/.3.gz}" usr/{bin/on-device,share/man/man1/on-device.1.gz} \
         usr/lib/"$triplet"/{libcorvanta.so.1,libcorvanta.so,pkgconfig/corvanta.pc,cmake/corvanta/corvantaConfig.cmake} \
         usr/lib/systemd/system/corvantad.service usr/sbin/corvantad usr/bin/corvanta-set \
-        usr/share/{man/man8/corvantad.8.gz,man/man1/corvanta-set.1.gz,snmp/mibs/CORVANTA-MIB.txt} \
-        usr/share/corvanta-monitoring/{snmp.yml,snmptrapd-corvanta.conf}; do
+        usr/share/{man/man8/corvantad.8.gz,man/man1/corvanta-set.1.gz,snmp/mibs/CORVANTA-MIB.txt,corvanta/mibs/SNMPv2-SMI} \
+        usr/share/bash-completion/completions/corvanta-set \
+        usr/share/corvanta-monitoring/{snmp.yml,snmptrapd-corvanta.conf} usr/share/doc/corvanta-agent/NEWS.Debian.gz; do
         [ -e "$root/$file" ] || fail "no /$file"
     done
     user=$(sed -n 's/^corvanta:[^:]*:\([0-9]*\):.*/\1/p' "$root/etc/passwd")
@@ -76,19 +83,11 @@ daemon=$root/usr/sbin/corvantad libraries=$root/usr/lib/$triplet
 export LD_LIBRARY_PATH=$libraries${LD_LIBRARY_PATH:+:$LD_LIBRARY_PATH}
 ldd "$daemon" | grep -F "libcorvanta.so.1 => $root/" || fail "library not found in the root"
 [ "$("$daemon" --version)" = "corvantad $version" ] || fail "version"
-
-# It reports that it has started, and ends well when it is told to.
-CORVANTA_BUILD=$build "$source/scripts/on-device" "$work/device" "$daemon" --foreground \
-    --state "$state" --master "unix:$work/agent" 2>"$work/log" &
-started=($!)
-soon grep "started$" "$work/log"
-kill "${started[@]}"
-wait "${started[@]}" || fail "the agent ended with $?"
-started=()
+CORVANTA_ROOT=$root PKG_CONFIG_PATH=$libraries/pkgconfig "$source/debian/tests/standin"
 
 in_root --remove "${names[@]}"
 [ ! -e "$daemon" ] || fail "the agent is still there"
-for file in "$conffile" "$state/agent.lock"; do
+for file in "$conffile" "$state/snmpd.conf"; do
     [ -e "$file" ] || fail "removal took $file"
 done
 purged

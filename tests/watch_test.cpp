@@ -17,21 +17,19 @@ protected:
         settled();
     }
 
-    int runs() const { return std::stoi(site.run("wc -l <runs")); }
+    int runs() const { return site.runs(); }
 
     /// Until no client has run for longer than the agent lets any change wait. @return the runs
     int settled() const {
         int before = -1;
         auto since = Clock::now();
-        soon(
-            [&] {
-                const int now = runs();
-                if (now != before)
-                    since = Clock::now();
-                before = now;
-                return msSince(since) > 2500;
-            },
-            60000);
+        soon([&] {
+            const int now = runs();
+            if (now != before)
+                since = Clock::now();
+            before = now;
+            return msSince(since) > 2500;
+        });
         return before;
     }
 
@@ -52,11 +50,12 @@ TEST_F(WatchTest, CostsNoClientWhileNothingChanges) {
     const int before = runs();
     EXPECT_TRUE(soon([&] { return std::stoi(site.get("1.1.0").substr(11)) > 4; }));
     EXPECT_EQ(before, runs());
-    EXPECT_LT(std::stoi(site.get("1.3.0").substr(9)), 3); // an unchanged file is as good as read
+    // An unchanged file is as good as read: the age does not just grow.
+    EXPECT_TRUE(soon([&] { return std::stoi(site.get("1.3.0").substr(9)) < 3; }, 20000));
     // Everything after a while all the same.
     site.agent.reset();
     site.startAlone("-w device/config.db -i 1 --full-interval 2");
-    const int restarted = settled();
+    const int restarted = runs();
     EXPECT_TRUE(soon([&] { return runs() >= restarted + 80; }));
 }
 

@@ -269,10 +269,9 @@ void watchMaster(const Options& options) {
         return;
     due = Clock::now() + std::chrono::seconds(kPingInterval);
     const std::string problem = masterProblem(options.socket);
-    if (problem != told)
-        log(problem.empty() ? LOG_INFO : LOG_WARNING,
-            problem.empty() ? "the master is there again" : problem);
-    told = problem;
+    if (!problem.empty() && problem != told)
+        log(LOG_WARNING, problem);
+    told = problem; // that it is there again, the toolkit says
 }
 
 void storeChanges() {

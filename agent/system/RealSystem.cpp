@@ -109,8 +109,9 @@ std::string RealSystem::whyNotRun(const std::string& name) {
     const std::string path = variable != nullptr ? variable : "";
     std::istringstream folders(path);
     std::string why = name + ": not found in PATH " + path;
-    for (std::string folder; std::getline(folders, folder, ':');) {
-        const std::string file = folder + "/" + name;
+    for (std::string file; std::getline(folders, file, ':');) {
+        file += '/';
+        file += name;
         if (access(file.c_str(), X_OK) == 0)
             return "";
         if (errno == EACCES)

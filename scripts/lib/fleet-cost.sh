@@ -18,11 +18,11 @@ resident() { # MiB of one of N, what processes share counted in part: resident N
 mapfile -t agents < <(cat "$folder"/router-*/pid; pgrep -P "$(cat "$folder"/router-*/pid | paste -sd,)") # an agent is three processes
 run tcpdump -i lo -n -s 64 -U -w "$folder/packets" "udp and net $network.0.0/16" 2>/dev/null
 dump=$!
-sleep 10 # the first round, and the browser's and this script's own start, are not counted
+await sleep 10 # the first round, and the browser's and this script's own start, are not counted
 read -r agents_own agents_children < <(spent "${agents[@]}")
 read -r exporter_own _ < <(spent "$exporter_pid")
 read -r prometheus_own _ < <(spent "$prometheus_pid")
-sleep "$seconds"
+await sleep "$seconds"
 read -r agents_own_after agents_children_after < <(spent "${agents[@]}")
 read -r exporter_own_after _ < <(spent "$exporter_pid")
 read -r prometheus_own_after _ < <(spent "$prometheus_pid")

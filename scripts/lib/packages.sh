@@ -1,27 +1,52 @@
 # shellcheck shell=bash
 # Sourced by the scripts beside it: makes sure that Debian packages are there.
 
+# Those that bring a service, by whose name it goes. It is neither started nor enabled: the scripts
+# run instances of their own.
+service_packages=(prometheus prometheus-alertmanager prometheus-snmp-exporter snmpd snmptrapd)
+
 # Installs the packages of the list that are missing, saying so.
 need_packages() {
-    local package missing=()
+    local package missing=() services=() root=()
     for package in "$@"; do
-        dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null | grep -qx installed ||
-            missing+=("$package")
+        dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null | grep -qx installed && continue
+        missing+=("$package")
+        [[ " ${service_packages[*]} " != *" $package "* ]] || services+=("$package")
     done
     [ ${#missing[@]} -eq 0 ] && return
-    echo "Installing missing packages: ${missing[*]}"
-    local root=()
+    echo "Missing packages, installed with apt-get from its sources: ${missing[*]}"
+    [ ${#services[@]} -eq 0 ] ||
+        echo "Services that stay off, since the scripts run their own, on ports of their own: ${services[*]}"
     if [ "$(id -u)" -ne 0 ]; then
         command -v sudo >/dev/null || {
-            echo "error: run as root once, or install them yourself: ${missing[*]}" >&2
+            echo "error: run as root once, or install them yourself: apt-get install ${missing[*]}" >&2
             return 1
         }
         root=(sudo)
     fi
-    "${root[@]}" apt-get update -qq
-    "${root[@]}" env DEBIAN_FRONTEND=noninteractive \
-        apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+    # What needs the network is given up when it takes too long; what then unpacks is not.
+    local apt=("${root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -qq
+        -o Acquire::Retries=3 -o Acquire::http::Timeout=30 -o Acquire::https::Timeout=30 -o DPkg::Lock::Timeout=300)
+    local install=(install -y --no-install-recommends "${missing[@]}")
+    if ! quietly "Fetching the list of packages, 5 minutes at most" timeout --foreground 300 "${apt[@]}" update ||
+        ! quietly "Fetching packages, 20 minutes at most" timeout --foreground 1200 "${apt[@]}" --download-only "${install[@]}"; then
+        echo "error: the packages cannot be had; see that apt-get reaches the sources in /etc/apt, and try again" >&2
+        return 1
+    fi
+    quietly "Installing packages" without_services "${apt[@]}" --no-download "${install[@]}" || return
+    [ ${#services[@]} -eq 0 ] || ! command -v systemctl >/dev/null ||
+        "${root[@]}" systemctl --quiet disable "${services[@]}" &>/dev/null || true
 }
+
+# Runs a command while packages cannot start services.
+without_services() (
+    policy=/usr/sbin/policy-rc.d
+    if [ ! -e $policy ]; then
+        trap '"${root[@]}" rm -f $policy' EXIT
+        printf '#!/bin/sh\nexit 101\n' | "${root[@]}" install -m 755 /dev/stdin $policy
+    fi
+    "$@"
+)
 
 # npm, where it did not come with something else.
 need_npm() {
@@ -33,13 +58,13 @@ need_npm() {
 build_packages=(g++ cmake make ninja-build pkg-config libgtest-dev libsqlite3-dev sqlite3 libsnmp-dev libseccomp-dev)
 # What making Debian packages takes besides.
 # shellcheck disable=SC2034
-package_packages=(debhelper dpkg-dev fakeroot lintian)
+package_packages=(build-essential debhelper doxygen dpkg-dev fakeroot lintian)
 # What watching a fleet of agents takes besides, and looking at its page.
 # shellcheck disable=SC2034
-fleet_packages=(snmp curl prometheus prometheus-snmp-exporter)
+fleet_packages=(snmp curl prometheus prometheus-snmp-exporter prometheus-alertmanager)
 # shellcheck disable=SC2034
 page_packages=(chromium chromium-driver)
 # What the tests take besides.
 # shellcheck disable=SC2034
-test_packages=(snmp snmpd snmptrapd smitools systemd strace abigail-tools valgrind
+test_packages=(git procps snmp snmpd snmptrapd smitools systemd strace abigail-tools valgrind
     "${package_packages[@]}" "${fleet_packages[@]}" "${page_packages[@]}")
