@@ -6,9 +6,11 @@
 #include "agent/net/RequestHandler.h"
 #include "agent/net/Sandbox.h"
 #include "agent/net/Strangers.h"
+#include "agent/system/Invariant.h"
 #include "agent/system/RealSystem.h"
 
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <string>
 
@@ -106,7 +108,12 @@ int work(const Options& options, int link, int stop) {
         !problem.empty())
         return fail(problem);
     agent::RealSystem system(link, stop, options.state, options.watchDatabase);
-    agent::Worker(options, system).run();
+    try {
+        agent::Worker(options, system).run();
+    } catch (const agent::BrokenInvariant& broken) {
+        log(LOG_ERR, broken.what());
+        std::abort(); // the next one takes back what the journal tells
+    }
     return 0;
 }
 

@@ -73,3 +73,12 @@ add_test(NAME corvanta_set_test
   COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/corvanta_set_test.sh ${PROJECT_BINARY_DIR})
 set_tests_properties(corvanta_set_test PROPERTIES
   TIMEOUT 1800)
+
+# The process that owns the device, in a world in memory.
+add_executable(world_test simulation/World.cpp simulation/world_test.cpp
+  ${PROJECT_SOURCE_DIR}/agent/Log.cpp)
+target_include_directories(world_test PRIVATE simulation)
+target_link_libraries(world_test PRIVATE
+  agent_change agent_link agent_dev corvanta::corvanta corvanta_flags GTest::gtest_main)
+set_target_properties(world_test PROPERTIES ENABLE_EXPORTS ON) # the library calls into it
+add_test(NAME world_test COMMAND world_test)

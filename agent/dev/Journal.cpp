@@ -25,6 +25,7 @@ std::optional<Entry> Journal::load() {
     if (!text)
         return std::nullopt;
     std::optional<Entry> entry = toEntry(*text);
+    m_there = entry.has_value();
     if (entry)
         return entry;
     log(LOG_ERR, std::string(kFile) + " is damaged or of another version: a change may be half " +
@@ -36,11 +37,17 @@ std::optional<Entry> Journal::load() {
 }
 
 bool Journal::save(const Entry& entry) {
-    return m_system.store(kFile, toText(entry)) || failed("write");
+    if (!m_system.store(kFile, toText(entry)))
+        return failed("write");
+    m_there = true;
+    return true;
 }
 
 bool Journal::clear() {
-    return m_system.remove(kFile) || failed("remove");
+    if (!m_system.remove(kFile))
+        return failed("remove");
+    m_there = false;
+    return true;
 }
 
 } // namespace agent

@@ -25,9 +25,13 @@ public:
 
     bool foundDamaged() const { return m_damaged; }
 
+    /// Whether a journal is there, as far as is known: one that could not be removed is.
+    bool isThere() const { return m_there; }
+
 private:
     System& m_system;
     bool m_damaged = false;
+    bool m_there = false;
 };
 
 } // namespace agent

@@ -3,6 +3,7 @@
 #include "agent/Log.h"
 #include "agent/change/Restore.h"
 #include "agent/dev/DatabaseReader.h"
+#include "agent/system/Invariant.h"
 
 #include <algorithm>
 #include <array>
@@ -16,7 +17,8 @@ namespace {
 using std::chrono::seconds;
 
 constexpr seconds kRetry{1};
-constexpr int kRounds = 10; ///< more than any change needs
+constexpr seconds kTell{60}; ///< between two lines that say that it can't be taken back yet
+constexpr int kRounds = 10;  ///< more than any change needs
 
 /// What writes a row can be longer than call_cmd() takes as a std::string.
 int runCommand(const std::string& command) {
@@ -44,13 +46,31 @@ Undo::Undo(System& system, Programs& programs, Image& image, Board& board, Refre
         m_record = std::move(entry->record);
         m_reason = RevertReason::restarted;
         m_board.next.trial.state = ChangeState::restoring;
+        enter(State::restoring);
     }
     m_board.next.counters.journalsDamaged = m_journal.foundDamaged() ? 1 : 0;
 }
 
+void Undo::enter(State next) {
+    constexpr bool kAllowed[][4] = {
+        // idle, performing, pending, restoring
+        {true, true, true, true},   // from idle
+        {true, false, true, true},  // from performing
+        {true, true, true, true},   // from pending
+        {true, false, false, true}, // from restoring
+    };
+    require(kAllowed[static_cast<int>(m_state)][static_cast<int>(next)],
+            "a change goes from a state to one that cannot follow");
+    require(m_journal.isThere() == (next != State::idle),
+            "the journal is there without a change, or a change without its journal");
+    m_state = next;
+}
+
 bool Undo::plan(const Record& planned) {
-    if (m_journal.save({false, planned}))
+    if (m_journal.save({false, planned})) {
+        enter(State::performing);
         return true;
+    }
     if (state() != ChangeState::pending)
         m_journal.clear();
     return false;
@@ -63,6 +83,7 @@ bool Undo::keep(const Record& planned, Record done, seconds trial) {
             m_journal.save({false, planned}); // which can have gone all the same
         return false;
     }
+    enter(trial != seconds(0) ? State::pending : State::idle);
     if (trial != seconds(0)) {
         m_record = std::move(done);
         m_board.next.trial = {ChangeState::pending, trial, m_system.now() + trial};
@@ -96,6 +117,8 @@ Outcome Undo::extend(seconds trial) {
 
 Outcome Undo::revert(Record record, RevertReason reason) {
     const std::uint32_t leftBefore = m_board.next.counters.rowsNotRestored;
+    enter(State::restoring);
+    m_tell = m_system.now();
     m_record = std::move(record);
     m_reason = reason;
     m_board.next.trial = {};
@@ -146,9 +169,15 @@ bool Undo::restore() {
     const Programs::CutShort cut(m_programs, m_stopNow);
     const auto leftAlone = restoreRows();
     if (!leftAlone || !m_journal.clear()) {
-        m_retry = m_system.now() + kRetry;
+        const auto now = m_system.now();
+        m_retry = now + kRetry;
+        if (now >= m_tell) {
+            m_tell = now + kTell;
+            log(LOG_WARNING, "a change cannot be taken back yet, which is tried again each second");
+        }
         return false;
     }
+    enter(State::idle);
     if (*leftAlone != 0)
         log(LOG_WARNING,
             std::to_string(*leftAlone) + " rows are left as they are: others have changed them");

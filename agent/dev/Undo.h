@@ -11,16 +11,25 @@ namespace agent {
 
 /// The change that can still be taken back, and its journal.
 ///
-///               plan()            keep(), for good
-///     idle ──────────────▶ made ──────────────────▶ idle      what keep() or confirm() has removed
-///      ▲                    │ │ keep(), on trial              the journal of, nothing takes back
-///      │ no row left        │ ▼
-///      │ to bring back      │ pending ── confirm() ──▶ idle
-///     restoring ◀───────────┘ │
-///      ▲ └── step(), again    │ time, revert(), takeBack()
-///      └──────────────────────┘  also: a journal at the start
+///              plan()               keep(), to stay
+///     idle ─────────────▶ performing ─────────────▶ idle
+///      ▲                   │    ▲ │
+///      │ no row is left    │    │ │ keep(), on trial
+///      │ to bring back     │    │ ▼
+///      │            revert()  plan() pending ──────── confirm() ──▶ idle
+///      │                   ▼         │
+///     restoring ◀──────────┴─────────┘ revert(), takeBack(), or its time is over
+///      ▲ └─ step(), until it succeeds
+///      └─── a journal was there at the start, or takeBack() of the last set that stays
 ///
-/// The journal is there, whole, in `made`, `pending` and `restoring`, and in no other state.
+/// What holds in each state, and is checked whenever one is entered:
+///
+///     idle        there is no journal: nothing takes anything back
+///     performing  the journal is there, whole, and tells how to take back all that the set may do
+///     pending     the same for all that has been done on trial since nothing was pending
+///     restoring   the same for what is being taken back; nothing else writes
+///
+/// A set on trial that changes no row goes from idle to pending directly.
 class Undo {
 public:
     /// @param stopNow  once set, nothing more is run
@@ -55,6 +64,9 @@ public:
     bool step();
 
 private:
+    enum class State { idle, performing, pending, restoring };
+
+    void enter(State next);
     bool restore();
     std::optional<int> restoreRows();
 
@@ -65,10 +77,12 @@ private:
     Refresh& m_refresh;
     const bool& m_stopNow;
     Journal m_journal;
+    State m_state = State::idle;
     bool m_found = false;
     Record m_record;           ///< of the change that is pending, or being taken back
     RevertReason m_reason{};   ///< why it is being taken back
     Clock::time_point m_retry; ///< when to try again
+    Clock::time_point m_tell;  ///< when to log again that it can't be taken back yet
     std::uint64_t m_last = 0;  ///< the last set that was made
     Record m_lastRecord;       ///< and how to take it back
 };

@@ -25,10 +25,6 @@ namespace {
 constexpr const char* kCircuitList = "/proc/net/atm/pvc";
 constexpr long kClockStep = 20000000; ///< nanoseconds; file times move on in steps below this
 
-bool sameTime(const timespec& one, const timespec& other) {
-    return one.tv_sec == other.tv_sec && one.tv_nsec == other.tv_nsec;
-}
-
 bool isYoung(const struct stat& state) {
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
@@ -39,11 +35,6 @@ bool isYoung(const struct stat& state) {
 }
 
 } // namespace
-
-bool FileState::operator==(const FileState& other) const {
-    return device == other.device && inode == other.inode && size == other.size &&
-           sameTime(modified, other.modified) && sameTime(changed, other.changed);
-}
 
 RealSystem::RealSystem(int link, int stop, const std::string& stateFolder,
                        const std::string& watchedFile)

@@ -20,7 +20,13 @@ struct FileState {
     timespec changed{};
     bool young = false; ///< changed so short a while ago that another change may not show
 
-    bool operator==(const FileState& other) const; ///< whatever its age
+    bool operator==(const FileState& other) const { ///< whatever its age
+        const auto same = [](const timespec& one, const timespec& two) {
+            return one.tv_sec == two.tv_sec && one.tv_nsec == two.tv_nsec;
+        };
+        return device == other.device && inode == other.inode && size == other.size &&
+               same(modified, other.modified) && same(changed, other.changed);
+    }
 };
 
 /// How a program that was started has ended.
