@@ -90,7 +90,7 @@
 /** Raised with what is added. */
 #define CORVANTA_VERSION_MINOR 1
 /** Raised with what is mended. */
-#define CORVANTA_VERSION_PATCH 0
+#define CORVANTA_VERSION_PATCH 1
 
 /** Marks what the library exports. */
 #define CORVANTA_API __attribute__((visibility("default")))
