@@ -1,6 +1,6 @@
-#include "Manager.h"
+#include "agent/set/Manager.h"
 
-#include "Terminal.h"
+#include "agent/set/Terminal.h"
 
 #include <net-snmp/net-snmp-config.h>
 

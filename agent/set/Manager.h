@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Objects.h"
+#include "agent/set/Objects.h"
 
 #include <chrono>
 #include <optional>

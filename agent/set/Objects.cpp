@@ -1,4 +1,4 @@
-#include "Objects.h"
+#include "agent/set/Objects.h"
 
 #include <net-snmp/library/asn1.h>
 #include <net-snmp/library/snmp.h>

@@ -1,4 +1,4 @@
-#include "Terminal.h"
+#include "agent/set/Terminal.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,8 +1,8 @@
 // Sets objects of CORVANTA-MIB on trial and keeps them only when the router still answers; see
 // corvanta-set(1). Whatever ends it before the change is confirmed has the change taken back.
-#include "Manager.h"
-#include "Objects.h"
-#include "Terminal.h"
+#include "agent/set/Manager.h"
+#include "agent/set/Objects.h"
+#include "agent/set/Terminal.h"
 
 #include <algorithm>
 #include <array>
