@@ -117,9 +117,9 @@ TEST_F(WatchTest, SeesWhatOthersChangeRightAfterASet) {
 
 TEST_F(WatchTest, TimesTheClientAnewBeforeASetIsRefused) {
     // The first client takes long, as when the device starts; the others don't.
-    site.run("sed -i '3i [ ! -e boot ] || { rm boot; sleep 6; }' bin/quorlet");
+    site.run("sed -i '3i [ ! -e boot ] || { rm boot; sleep 15; }' bin/quorlet");
     site.write("boot", "");
-    start();
+    start("-i 600 -a 6000 -d 30");
     EXPECT_EQ("1\n", site.run("grep -c 'a set can take' agent.log"));
     EXPECT_EQ("", site.set("7.1.2.5", "i 1"));
 }
