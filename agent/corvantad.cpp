@@ -2,10 +2,10 @@
 #include "agent/Processes.h"
 #include "agent/StateFolder.h"
 #include "agent/dev/Worker.h"
-#include "agent/net/NetSnmp.h"
+#include "agent/net/Connections.h"
 #include "agent/net/RequestHandler.h"
 #include "agent/net/Sandbox.h"
-#include "agent/net/Strangers.h"
+#include "agent/net/Toolkit.h"
 #include "agent/system/Invariant.h"
 #include "agent/system/RealSystem.h"
 
@@ -69,12 +69,12 @@ int serve(const Options& options, int link, int alive, int stop) {
                   options.master.empty(), options.state},
                  system,
                  bothWork}};
-    agent::Strangers strangers;
+    agent::Connections connections;
     const pid_t parent = getppid();
-    agent::netsnmp::prepare(options);
+    agent::toolkit::prepare(options);
     if (!front.handler.registerObjects())
         return fail("the objects could not be registered");
-    if (!agent::netsnmp::open(options) || !drop(options))
+    if (!agent::toolkit::open(options) || !drop(options))
         return 1;
     prctl(PR_SET_PDEATHSIG, SIGKILL); // a change of user has undone it
     if (getppid() != parent)
@@ -86,17 +86,17 @@ int serve(const Options& options, int link, int alive, int stop) {
     register_readfd(stop, onStop, &front);
     register_readfd(link, onMessage, &front);
     bothWork();
-    while (!front.stopping && !agent::netsnmp::isRefused()) {
+    while (!front.stopping && !agent::toolkit::isRefused()) {
         agent_check_and_process(1);
         front.handler.releaseRequests();
         if (options.master.empty()) {
-            agent::netsnmp::watchMaster(options);
+            agent::toolkit::watchMaster(options);
             continue;
         }
-        strangers.limitConnections();
-        agent::netsnmp::storeChanges();
+        connections.limitConnections();
+        agent::toolkit::storeChanges();
     }
-    agent::netsnmp::close();
+    agent::toolkit::close();
     return front.stopping ? 0 : fail("the master refuses the objects: another agent serves them");
 }
 

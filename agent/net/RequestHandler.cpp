@@ -730,7 +730,7 @@ void RequestHandler::notifyChanges() {
         sendReverted(now.revertReason);
     if (!now.complete)
         return;
-    std::vector<Told::State> states;
+    std::vector<Notifications::State> states;
     for (const Layer2If& row : now.model.layer2) {
         const bool circuit = row.name.compare(0, 2, "VC") == 0; // the others go with it
         states.emplace_back(circuit ? row.name : "", row.state);

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "agent/link/Link.h"
-#include "agent/net/Told.h"
+#include "agent/net/Notifications.h"
 
 #include <net-snmp/net-snmp-config.h>
 
@@ -91,7 +91,7 @@ private:
     std::uint64_t m_incarnation = 0;            ///< of the process that owns the device
     std::uint64_t m_doubtful = 0;               ///< the set that the one before may have made
     Counters m_before;                          ///< of device's sides that have gone
-    Told m_told;                                ///< by notifications
+    Notifications m_told;                       ///< by notifications
     Clock::time_point m_walkBegan;
     Clock::time_point m_lastStep;    ///< of a walk
     std::optional<SetRequest> m_set; ///< the toolkit handles one set request at a time

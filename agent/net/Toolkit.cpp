@@ -1,7 +1,7 @@
-#include "agent/net/NetSnmp.h"
+#include "agent/net/Toolkit.h"
 
 #include "agent/Log.h"
-#include "agent/net/Strangers.h"
+#include "agent/net/Connections.h"
 #include "agent/system/Files.h"
 
 #include <net-snmp/net-snmp-config.h>
@@ -32,7 +32,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-namespace agent::netsnmp {
+namespace agent::toolkit {
 
 namespace {
 
@@ -286,4 +286,4 @@ void close() {
     snmp_shutdown(kName);
 }
 
-} // namespace agent::netsnmp
+} // namespace agent::toolkit

@@ -3,7 +3,7 @@
 #include "agent/Options.h"
 
 /// What Net-SNMP has to be told before and after it serves requests.
-namespace agent::netsnmp {
+namespace agent::toolkit {
 
 /// Sets the toolkit up as a subagent or a master; objects are registered next.
 void prepare(const Options& options);
@@ -24,4 +24,4 @@ void storeChanges();
 
 void close();
 
-} // namespace agent::netsnmp
+} // namespace agent::toolkit

@@ -1,4 +1,4 @@
-#include "agent/net/Strangers.h"
+#include "agent/net/Connections.h"
 
 #include <algorithm>
 #include <utility>
@@ -42,7 +42,7 @@ bool isStream(int descriptor, unsigned& silence) {
 
 } // namespace
 
-Strangers::Strangers() {
+Connections::Connections() {
     rlimit limit{};
     if (getrlimit(RLIMIT_NOFILE, &limit) != 0)
         return;
@@ -50,7 +50,7 @@ Strangers::Strangers() {
     setrlimit(RLIMIT_NOFILE, &limit);
 }
 
-void Strangers::limitConnections() {
+void Connections::limitConnections() {
     const auto now = Clock::now();
     if (now < m_due)
         return;

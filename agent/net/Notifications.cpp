@@ -1,4 +1,4 @@
-#include "agent/net/Told.h"
+#include "agent/net/Notifications.h"
 
 #include "agent/Log.h"
 
@@ -16,7 +16,7 @@ constexpr std::chrono::seconds kPause{1}; ///< between two notifications of one 
 
 } // namespace
 
-Told::Told(const std::string& folder) : m_file(folder + "/told.states") {
+Notifications::Notifications(const std::string& folder) : m_file(folder + "/told.states") {
     std::ifstream file(m_file);
     m_known = file.is_open();
     std::string name;
@@ -24,7 +24,7 @@ Told::Told(const std::string& folder) : m_file(folder + "/told.states") {
         m_states[name] = state;
 }
 
-std::vector<int> Told::news(const std::vector<State>& states) {
+std::vector<int> Notifications::news(const std::vector<State>& states) {
     std::vector<int> places;
     m_holdsBack = false;
     if (!m_reachable && m_known)
@@ -64,7 +64,7 @@ std::vector<int> Told::news(const std::vector<State>& states) {
     return places;
 }
 
-bool Told::isNews(std::uint32_t count) {
+bool Notifications::isNews(std::uint32_t count) {
     if (!m_count)
         m_count = count;
     if (!m_reachable || count == *m_count)
@@ -73,7 +73,7 @@ bool Told::isNews(std::uint32_t count) {
     return true;
 }
 
-void Told::save() const {
+void Notifications::save() const {
     const std::string beside = m_file + ".new";
     std::ofstream file(beside);
     for (const auto& [name, state] : m_states)

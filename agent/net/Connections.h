@@ -6,12 +6,12 @@ namespace agent {
 
 /// Limits what strangers can use up who reach the address of an agent that
 /// listens itself: connections, and lines in the log.
-class Strangers {
+class Connections {
 public:
     using Clock = std::chrono::steady_clock;
 
     /// Leaves descriptors for what the agent itself needs, whoever connects.
-    Strangers();
+    Connections();
 
     /// Ends connections that have been silent for too long, and of too many those that have been
     /// for longest. To be called often; looks a few times a second.

@@ -12,13 +12,13 @@ namespace agent {
 
 /// What notifications have told. It is kept in a file: what has changed while
 /// nobody could be told, or no agent ran, is told afterwards, once.
-class Told {
+class Notifications {
 public:
     using State =
         std::pair<std::string, int>; ///< a name, empty for what is not told, and an ly2State
 
     /// @param folder where the file is
-    explicit Told(const std::string& folder);
+    explicit Notifications(const std::string& folder);
 
     /// Whether anybody can be told now; until then, nothing is news.
     void setReachable(bool reachable) { m_reachable = reachable; }
