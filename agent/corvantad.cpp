@@ -2,14 +2,10 @@
 #include "agent/Processes.h"
 #include "agent/StateFolder.h"
 #include "agent/dev/Worker.h"
-#include "agent/net/Connections.h"
-#include "agent/net/RequestHandler.h"
-#include "agent/net/Sandbox.h"
-#include "agent/net/Toolkit.h"
+#include "agent/net/Serve.h"
 #include "agent/system/Invariant.h"
 #include "agent/system/RealSystem.h"
 
-#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
@@ -45,63 +41,13 @@ bool drop(const Options& options) {
     return true;
 }
 
-/// What the front has at hand while it serves.
-struct Front {
-    agent::RequestHandler handler;
-    bool stopping = false;
-};
-
-void onMessage(int, void* front) {
-    static_cast<Front*>(front)->handler.receive();
-}
-
-void onStop(int, void* front) {
-    static_cast<Front*>(front)->stopping = true;
-}
-
 int serve(const Options& options, int link, int alive, int stop) {
-    // One that is started again may have lost the right to.
-    if (!options.config.empty() && access(options.config.c_str(), R_OK) != 0)
-        return fail("cannot read " + options.config);
-    const auto bothWork = [alive] { [[maybe_unused]] const auto size = write(alive, "", 1); };
-    agent::RealSystem system(link, stop, options.state, "");
-    Front front{{{options.maxAge, options.setDeadline, options.notifications,
-                  options.master.empty(), options.state},
-                 system,
-                 bothWork}};
-    agent::Connections connections;
-    const pid_t parent = getppid();
-    agent::toolkit::prepare(options);
-    if (!front.handler.registerObjects())
-        return fail("the objects could not be registered");
-    if (!agent::toolkit::open(options) || !drop(options))
-        return 1;
-    prctl(PR_SET_PDEATHSIG, SIGKILL); // a change of user has undone it
-    if (getppid() != parent)
-        return 1;
-    if (!agent::enterSandbox())
-        return fail("the kernel has no seccomp filters");
-    if (!options.foreground)
-        agent::leaveTerminal();
-    register_readfd(stop, onStop, &front);
-    register_readfd(link, onMessage, &front);
-    bothWork();
-    while (!front.stopping && !agent::toolkit::isRefused()) {
-        agent_check_and_process(1);
-        front.handler.releaseRequests();
-        if (options.master.empty()) {
-            agent::toolkit::watchMaster(options);
-            continue;
-        }
-        connections.limitConnections();
-        agent::toolkit::storeChanges();
-    }
-    agent::toolkit::close();
-    return front.stopping ? 0 : fail("the master refuses the objects: another agent serves them");
+    return agent::net::serve(
+        options, {link, alive, stop, [&] { return drop(options); }, agent::leaveTerminal});
 }
 
 int work(const Options& options, int link, int stop) {
-    agent::keepOthersOut();
+    prctl(PR_SET_DUMPABLE, 0); // keeps other processes of the same user out of this one
     if (!options.foreground)
         agent::leaveTerminal();
     if (const std::string problem = agent::awaitClients(options.state, options.clientLimit);

@@ -572,7 +572,7 @@ TEST(Field, TheSandboxStartsNothing) {
     const bool hasDomains = syscall(SYS_landlock_create_ruleset, nullptr, 0, 1) > 0; // its version
     const pid_t child = fork();
     if (child == 0) {
-        bool good = agent::enterSandbox();
+        bool good = agent::net::enterSandbox();
         good = good && fork() < 0 && errno == EPERM;
         good = good && execl("/bin/true", "true", nullptr) < 0 && errno == EPERM;
         good = good && system("true") != 0 && kill(getppid(), 0) < 0 && errno == EPERM;

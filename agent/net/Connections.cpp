@@ -10,7 +10,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-namespace agent {
+namespace agent::net {
 
 namespace {
 
@@ -42,7 +42,7 @@ bool isStream(int descriptor, unsigned& silence) {
 
 } // namespace
 
-Connections::Connections() {
+Connections::Connections(const System& system) : m_system(system) {
     rlimit limit{};
     if (getrlimit(RLIMIT_NOFILE, &limit) != 0)
         return;
@@ -50,8 +50,8 @@ Connections::Connections() {
     setrlimit(RLIMIT_NOFILE, &limit);
 }
 
-void Connections::limitConnections() {
-    const auto now = Clock::now();
+void Connections::limit() {
+    const auto now = m_system.now();
     if (now < m_due)
         return;
     m_due = now + kPause;
@@ -67,4 +67,4 @@ void Connections::limitConnections() {
     }
 }
 
-} // namespace agent
+} // namespace agent::net

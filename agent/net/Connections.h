@@ -1,24 +1,23 @@
 #pragma once
 
-#include <chrono>
+#include "agent/system/System.h"
 
-namespace agent {
+namespace agent::net {
 
-/// Limits what strangers can use up who reach the address of an agent that
-/// listens itself: connections, and lines in the log.
+/// Limits the connections that anybody can make who reaches the address of an agent that listens
+/// itself.
 class Connections {
 public:
-    using Clock = std::chrono::steady_clock;
-
     /// Leaves descriptors for what the agent itself needs, whoever connects.
-    Connections();
+    explicit Connections(const System& system);
 
     /// Ends connections that have been silent for too long, and of too many those that have been
     /// for longest. To be called often; looks a few times a second.
-    void limitConnections();
+    void limit();
 
 private:
+    const System& m_system;
     Clock::time_point m_due;
 };
 
-} // namespace agent
+} // namespace agent::net

@@ -1,124 +1,58 @@
 #pragma once
 
+#include "agent/Options.h"
 #include "agent/link/Link.h"
+#include "agent/net/Alarm.h"
+#include "agent/net/HeldRequests.h"
 #include "agent/net/Notifications.h"
+#include "agent/net/Sets.h"
+#include "agent/net/Snapshots.h"
 
-#include <net-snmp/net-snmp-config.h>
-
-#include <net-snmp/net-snmp-includes.h>
-
-#include <net-snmp/agent/net-snmp-agent-includes.h>
-
-#include <net-snmp/agent/agent_callbacks.h>
-
-#include <chrono>
-#include <cstdint>
-#include <deque>
 #include <functional>
-#include <map>
-#include <memory>
-#include <optional>
-#include <string>
 
-namespace agent {
+namespace agent::net {
 
-/// Answers the requests for the MIB's objects: gets at once, from the newest
-/// snapshot, sets when the device's side tells what became of them.
+/// Answers the requests for the MIB's objects: gets at once, from a snapshot, sets when the
+/// device's process tells what became of them.
 class RequestHandler {
 public:
-    struct Settings {
-        std::chrono::seconds maxAge;
-        std::chrono::seconds setDeadline;
-        bool notifications;
-        bool subagent;     ///< of a master, which asks nothing else while it waits for a set
-        std::string state; ///< folder of what notifications have told
-    };
-
-    /// @param works called whenever the device's side has shown that it works
-    RequestHandler(Settings settings, System& system, std::function<void()> works);
+    /// @param works  called whenever the device's process has shown that it works
+    RequestHandler(const Options& options, System& system, std::function<void()> works);
 
     /// Registers corvantaObjects with the toolkit. @return whether it took that
     bool registerObjects();
 
-    /// Takes in what the device's side has sent.
+    /// Takes in what the device's process has sent.
     void receive();
 
-    /// Sees to it that no get waits for a set: the toolkit would keep every request until the one
-    /// is done. To be called between two rounds of the toolkit's.
+    /// Sees to it that no get waits for a set. To be called between two rounds of the toolkit's.
     void releaseRequests();
 
-private:
-    struct Answered;
+    /// Whether notifications reach a master.
+    void setReachable(bool reachable);
 
-    template <bool there>
-    static int onConnection(int, int, void*, void*);
+private:
     static int handle(netsnmp_mib_handler* handler, netsnmp_handler_registration* registration,
                       netsnmp_agent_request_info* info, netsnmp_request_info* requests);
 
+    bool isSubagent() const { return m_options.master.empty(); }
     void dispatch(netsnmp_mib_handler& handler, netsnmp_handler_registration& registration,
                   netsnmp_agent_request_info& info, netsnmp_request_info* requests);
-    void renewSnapshot(int mode);
-    bool stale() const;
+    void get(int mode, netsnmp_request_info* requests);
     int answer(int mode, const netsnmp_request_info& request) const;
-    void reserveAll(netsnmp_request_info* requests);
-    int reserve(const netsnmp_variable_list& binding, std::size_t place);
-    int checkTrial() const;
-    Clock::time_point arrivalOf(const netsnmp_agent_session* asked) const;
-    const Answered* findAnswer(Clock::time_point came) const;
-    void remember(int error, std::size_t place);
-    void note(const netsnmp_agent_request_info& info, const netsnmp_request_info* requests);
-    void logSet(const std::string& outcome, int error);
-    void logReverts(const Snapshot& before);
-    bool ask(netsnmp_request_info* requests);
-    void finish(const SetResult& result, netsnmp_request_info* requests);
-    SetResult await(std::uint64_t id, Clock::time_point deadline);
-    void undo(netsnmp_request_info* requests);
+    void await();
     void take(const Message& message);
-    void takeSnapshot(const Snapshot& snapshot);
-    void takeResult(const SetResult& result);
-    SetResult judge(const Snapshot& snapshot) const;
-    void notifyChanges();
-    void setReachable(bool reachable);
-    void wakeAt(Clock::time_point time);
+    void notify();
 
-    const Settings m_settings;
+    const Options& m_options;
     System& m_system;
-    Link m_link;
     const std::function<void()> m_works;
-    std::shared_ptr<const Snapshot> m_newest;
-    std::shared_ptr<const Snapshot> m_snapshot; ///< what requests see
-    bool m_heard = false;                       ///< of a snapshot
-    std::uint64_t m_incarnation = 0;            ///< of the process that owns the device
-    std::uint64_t m_doubtful = 0;               ///< the set that the one before may have made
-    Counters m_before;                          ///< of device's sides that have gone
-    Notifications m_told;                       ///< by notifications
-    Clock::time_point m_walkBegan;
-    Clock::time_point m_lastStep;    ///< of a walk
-    std::optional<SetRequest> m_set; ///< the toolkit handles one set request at a time
-    std::uint64_t m_nextId;
-    std::optional<SetResult> m_result;            ///< of the set, or of taking it back
-    netsnmp_delegated_cache* m_waiting = nullptr; ///< the set's request while its manager waits
-    Clock::time_point m_giveUp;                   ///< when the device's side must have told
-    Clock::time_point m_wakeDue;                  ///< when to look again, whatever comes in
-    std::uint32_t m_setsRefused = 0;
-
-    /// When the requests came that the toolkit keeps behind a set.
-    std::map<const netsnmp_agent_session*, Clock::time_point> m_kept;
-
-    /// What was answered to a set: a manager that has not heard of it sends the same again, when
-    /// sets of others may have come between.
-    struct Answered {
-        std::string request; ///< who sent what
-        int error;
-        std::size_t place; ///< of the variable with the error
-        Clock::time_point when;
-    };
-    std::deque<Answered> m_answered; ///< in order of time
-    std::string m_asked;             ///< who set what, for the log
-    Clock::time_point m_came;        ///< and when
-    std::string m_onTrial;           ///< likewise, of the change that is pending
-    std::string m_request;           ///< of the set under way; empty when that can't be known
-    bool m_again = false;            ///< whether that has been answered
+    Link m_link;
+    Snapshots m_snapshots;
+    Sets m_sets;
+    HeldRequests m_held;
+    Notifications m_notifications;
+    Alarm m_alarm;
 };
 
-} // namespace agent
+} // namespace agent::net

@@ -6,16 +6,15 @@
 #include <linux/landlock.h>
 #include <sched.h>
 #include <seccomp.h>
-#include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
-namespace agent {
+namespace agent::net {
 
 namespace {
 
-/// Who is in a domain can't look into or write to the memory of processes outside, whoever's they
-/// are, through /proc neither. Kernels before 5.13 have none.
+/// A process in a Landlock domain cannot access the memory of processes outside it, not even via
+/// /proc. Kernels before 5.13 have no domains.
 void enterDomain() {
     landlock_ruleset_attr rules{};
     rules.handled_access_fs = LANDLOCK_ACCESS_FS_EXECUTE;
@@ -67,8 +66,4 @@ bool enterSandbox() {
     return good;
 }
 
-void keepOthersOut() {
-    prctl(PR_SET_DUMPABLE, 0);
-}
-
-} // namespace agent
+} // namespace agent::net

@@ -1,6 +1,6 @@
 #pragma once
 
-namespace agent {
+namespace agent::net {
 
 /// Takes from this process, for good, what serving requests never needs and
 /// whoever took it over would want: to start programs, to touch other processes,
@@ -8,7 +8,4 @@ namespace agent {
 /// @return whether that could be done
 bool enterSandbox();
 
-/// Keeps other processes of the same user out of this one.
-void keepOthersOut();
-
-} // namespace agent
+} // namespace agent::net

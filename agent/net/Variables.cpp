@@ -1,8 +1,18 @@
 #include "agent/net/Variables.h"
 
-namespace agent {
+#include "agent/Log.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+namespace agent::net {
 
 namespace {
+
+static_assert(static_cast<int>(ErrorStatus::noError) == SNMP_ERR_NOERROR &&
+              static_cast<int>(ErrorStatus::genErr) == SNMP_ERR_GENERR &&
+              static_cast<int>(ErrorStatus::wrongType) == SNMP_ERR_WRONGTYPE &&
+              static_cast<int>(ErrorStatus::inconsistentName) == SNMP_ERR_INCONSISTENTNAME);
 
 u_char asnOf(Type type) {
     switch (type) {
@@ -20,27 +30,90 @@ u_char asnOf(Type type) {
     return ASN_OCTET_STR;
 }
 
-int errorOf(Fit fit) {
+ErrorStatus errorOf(Fit fit) {
     switch (fit) {
     case Fit::fits:
-        return SNMP_ERR_NOERROR;
+        return ErrorStatus::noError;
     case Fit::wrongLength:
-        return SNMP_ERR_WRONGLENGTH;
+        return ErrorStatus::wrongLength;
     case Fit::wrongValue:
         break;
     }
-    return SNMP_ERR_WRONGVALUE;
+    return ErrorStatus::wrongValue;
+}
+
+/// A value of the object's type; nothing for one of another type.
+std::optional<Value> toValue(const Object& object, const netsnmp_variable_list& binding) {
+    if (binding.type != asnOf(object.type()))
+        return std::nullopt;
+    Value value;
+    if (object.type() == Type::text)
+        value.text.assign(reinterpret_cast<const char*>(binding.val.string), binding.val_len);
+    else
+        value.number = *binding.val.integer;
+    return value;
+}
+
+Assignment toAssignment(const netsnmp_variable_list& binding) {
+    Assignment assignment{nameOf(binding), nullptr, std::nullopt, ErrorStatus::notWritable};
+    assignment.object = findObject(assignment.name);
+    if (assignment.object == nullptr)
+        return assignment;
+    assignment.value = toValue(*assignment.object, binding);
+    if (assignment.object->writable())
+        assignment.error = assignment.value ? errorOf(check(*assignment.object, *assignment.value))
+                                            : ErrorStatus::wrongType;
+    return assignment;
+}
+
+/// Who sent which request: the same when it comes again. A subagent can't tell, but its master
+/// doesn't let it see such a request either.
+std::string identify(const netsnmp_pdu* pdu, const netsnmp_request_info* requests) {
+    if (pdu == nullptr || pdu->transport_data == nullptr || pdu->transport_data_length <= 0)
+        return "";
+    std::string text(static_cast<const char*>(pdu->transport_data),
+                     static_cast<std::size_t>(pdu->transport_data_length));
+    text.append(pdu->securityName != nullptr ? pdu->securityName : "", pdu->securityNameLen);
+    text += std::to_string(pdu->reqid);
+    for (const auto* request = requests; request != nullptr; request = request->next) {
+        const netsnmp_variable_list& binding = *request->requestvb;
+        text.append(reinterpret_cast<const char*>(binding.name),
+                    binding.name_length * sizeof *binding.name);
+        text.append(reinterpret_cast<const char*>(binding.val.string), binding.val_len);
+    }
+    return text;
+}
+
+/// The user and the address. A community is no name, and as good as a password.
+std::string describeManager(const netsnmp_agent_session& asked, const netsnmp_pdu& pdu) {
+    std::string who = pdu.securityModel == SNMP_SEC_MODEL_USM && pdu.securityName != nullptr
+                          ? printable({pdu.securityName, pdu.securityNameLen}, 32)
+                          : "a community";
+    void* const session = snmp_sess_pointer(asked.session);
+    auto* const transport = session != nullptr ? snmp_sess_transport(session) : nullptr;
+    if (transport == nullptr || transport->f_fmtaddr == nullptr)
+        return who;
+    char* const address =
+        transport->f_fmtaddr(transport, pdu.transport_data, pdu.transport_data_length);
+    if (address != nullptr)
+        who += std::string(" from ") + address;
+    std::free(address);
+    return who.substr(0, who.find("->")); // its own address
 }
 
 } // namespace
 
-const Object* findObject(const netsnmp_variable_list& binding) {
-    for (const Object& object : objects()) {
-        if (netsnmp_oid_is_subtree(object.name().data(), object.name().size(), binding.name,
-                                   binding.name_length) == 0)
-            return &object;
-    }
-    return nullptr;
+Oid nameOf(const netsnmp_variable_list& binding) {
+    return {binding.name, binding.name + binding.name_length};
+}
+
+const Object* findObject(const Oid& name) {
+    const auto found =
+        std::find_if(objects().begin(), objects().end(), [&name](const Object& object) {
+            const Oid& root = object.name();
+            return name.size() >= root.size() && std::equal(root.begin(), root.end(), name.begin());
+        });
+    return found != objects().end() ? &*found : nullptr;
 }
 
 void store(const Object& object, const Value& value, netsnmp_variable_list& binding) {
@@ -51,14 +124,25 @@ void store(const Object& object, const Value& value, netsnmp_variable_list& bind
         snmp_set_var_typed_integer(&binding, type, value.number);
 }
 
-int check(const Object& object, const netsnmp_variable_list& binding, Value& value) {
-    if (binding.type != asnOf(object.type()))
-        return SNMP_ERR_WRONGTYPE;
-    if (object.type() == Type::text)
-        value.text.assign(reinterpret_cast<const char*>(binding.val.string), binding.val_len);
-    else
-        value.number = *binding.val.integer;
-    return errorOf(check(object, value));
+ManagerRequest toManagerRequest(const netsnmp_agent_request_info& info,
+                                const netsnmp_request_info* requests, Clock::time_point came,
+                                bool subagent) {
+    const netsnmp_pdu* const pdu = info.asp != nullptr ? info.asp->pdu : nullptr;
+    ManagerRequest request{"somebody", identify(pdu, requests), came, {}};
+    if (subagent)
+        request.manager = "a manager of snmpd's";
+    else if (pdu != nullptr)
+        request.manager = describeManager(*info.asp, *pdu);
+    for (; requests != nullptr; requests = requests->next)
+        request.assignments.push_back(toAssignment(*requests->requestvb));
+    return request;
 }
 
-} // namespace agent
+void setAnswer(netsnmp_request_info* requests, const Answer& answer) {
+    for (auto place = answer.place; place > 0 && requests->next != nullptr; --place)
+        requests = requests->next;
+    if (answer.error != ErrorStatus::noError)
+        netsnmp_request_set_error(requests, static_cast<int>(answer.error));
+}
+
+} // namespace agent::net

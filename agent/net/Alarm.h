@@ -1,0 +1,25 @@
+#pragma once
+
+#include "agent/system/System.h"
+
+#include <functional>
+
+namespace agent::net {
+
+/// Calls a function at a time, by the toolkit's clock, which has whole seconds.
+class Alarm {
+public:
+    Alarm(const System& system, std::function<void()> call);
+    Alarm(const Alarm&) = delete;
+    Alarm& operator=(const Alarm&) = delete;
+
+    /// Sees to a call at that time, or a second later at most. Earlier calls are possible.
+    void setFor(Clock::time_point time);
+
+private:
+    const System& m_system;
+    const std::function<void()> m_call;
+    Clock::time_point m_due; ///< the next call
+};
+
+} // namespace agent::net

@@ -1,0 +1,92 @@
+#include "agent/net/HeldRequests.h"
+
+#include <algorithm>
+#include <utility>
+
+// The toolkit's, without a header: the set that keeps others waiting, who waits, and what has them
+// wait no longer.
+extern "C" {
+extern netsnmp_agent_session* netsnmp_processing_set;    // NOLINT(readability-identifier-naming)
+extern netsnmp_agent_session* netsnmp_agent_queued_list; // NOLINT(readability-identifier-naming)
+int netsnmp_handle_request(netsnmp_agent_session* asp, int status);
+}
+
+namespace agent::net {
+
+namespace {
+
+/// Whether the connection that a request came over is closed. The toolkit forgets one when the next
+/// round begins, and then has somebody else's in its place.
+bool hasHungUp(const netsnmp_agent_session& asked) {
+    void* const session = snmp_sess_pointer(asked.session);
+    const netsnmp_transport* const transport =
+        session != nullptr ? snmp_sess_transport(session) : nullptr;
+    return transport == nullptr || transport->sock < 0;
+}
+
+} // namespace
+
+void HeldRequests::delegate(netsnmp_mib_handler& handler,
+                            netsnmp_handler_registration& registration,
+                            netsnmp_agent_request_info& info, netsnmp_request_info* requests) {
+    for (auto* request = requests; request != nullptr; request = request->next)
+        request->delegated = REQUEST_IS_DELEGATED;
+    m_delegated = netsnmp_create_delegated_cache(&handler, &registration, &info, requests, nullptr);
+}
+
+netsnmp_delegated_cache* HeldRequests::takeDelegated() {
+    netsnmp_delegated_cache* const set = std::exchange(m_delegated, nullptr);
+    if (set == nullptr || netsnmp_handler_check_cache(set) == nullptr)
+        return set;
+    for (auto* request = set->requests; request != nullptr; request = request->next)
+        request->delegated = REQUEST_IS_NOT_DELEGATED;
+    return set;
+}
+
+bool HeldRequests::dropDelegated() {
+    if (m_delegated == nullptr || !hasHungUp(*m_delegated->reqinfo->asp))
+        return false;
+    netsnmp_agent_session* const asked = m_delegated->reqinfo->asp;
+    netsnmp_free_delegated_cache(std::exchange(m_delegated, nullptr));
+    free_agent_snmp_session(asked);
+    return true;
+}
+
+bool HeldRequests::release() {
+    const auto now = m_system.now();
+    const auto before = std::exchange(m_kept, {});
+    netsnmp_processing_set = nullptr;
+    const bool dropped = dropDelegated();
+    for (auto** place = &netsnmp_agent_queued_list; *place != nullptr;) {
+        netsnmp_agent_session* const kept = *place;
+        if (hasHungUp(*kept)) {
+            *place = kept->next;
+            free_agent_snmp_session(kept);
+        } else if (kept->pdu->command == SNMP_MSG_SET) {
+            const auto came = before.find(kept);
+            m_kept[kept] = came == before.end() ? now : came->second;
+            place = &kept->next;
+        } else {
+            *place = kept->next;
+            kept->next = nullptr;
+            netsnmp_handle_request(kept, kept->status);
+        }
+    }
+    // Sets are left: the first of them is next, whichever comes in meanwhile.
+    netsnmp_processing_set = netsnmp_agent_queued_list;
+    return dropped;
+}
+
+Clock::time_point HeldRequests::arrivalOf(const netsnmp_agent_session* asked) const {
+    const auto kept = m_kept.find(asked);
+    return kept == m_kept.end() ? m_system.now() : kept->second;
+}
+
+Clock::time_point HeldRequests::oldest() const {
+    auto oldest = m_system.now();
+    for (const auto& [asked, came] : m_kept)
+        oldest = std::min(oldest, came);
+    return oldest;
+}
+
+} // namespace agent::net

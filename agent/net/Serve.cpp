@@ -1,0 +1,88 @@
+#include "agent/net/Serve.h"
+
+#include "agent/Log.h"
+#include "agent/net/Connections.h"
+#include "agent/net/Master.h"
+#include "agent/net/RequestHandler.h"
+#include "agent/net/Sandbox.h"
+#include "agent/net/Toolkit.h"
+#include "agent/system/RealSystem.h"
+
+#include <csignal>
+#include <optional>
+#include <string>
+
+#include <sys/prctl.h>
+#include <unistd.h>
+
+namespace agent::net {
+
+namespace {
+
+int fail(const std::string& text) {
+    log(LOG_ERR, text);
+    return 1;
+}
+
+void onMessage(int, void* handler) {
+    static_cast<RequestHandler*>(handler)->receive();
+}
+
+void onStop(int, void* stopping) {
+    *static_cast<bool*>(stopping) = true;
+}
+
+/// Gives up all that is not needed any more once the ports are open. @return what is wrong
+std::optional<std::string> giveUpRights(const Start& start) {
+    const pid_t parent = getppid();
+    if (!start.dropPrivileges())
+        return "";                    // which has said why
+    prctl(PR_SET_PDEATHSIG, SIGKILL); // a change of user has undone it
+    if (getppid() != parent)
+        return "the parent has ended";
+    if (!enterSandbox())
+        return "the kernel has no seccomp filters";
+    return std::nullopt;
+}
+
+} // namespace
+
+int serve(const Options& options, const Start& start) {
+    // One that is started again may have lost the right to.
+    if (!options.config.empty() && access(options.config.c_str(), R_OK) != 0)
+        return fail("cannot read " + options.config);
+    const auto bothWork = [&] { [[maybe_unused]] const auto size = write(start.alive, "", 1); };
+    RealSystem system(start.link, start.stop, options.state, "");
+    RequestHandler handler(options, system, bothWork);
+    Connections connections(system);
+    Toolkit toolkit(options);
+    std::optional<Master> master;
+    if (options.master.empty())
+        master.emplace(options, system, [&](bool there) { handler.setReachable(there); });
+    if (!handler.registerObjects())
+        return fail("the objects could not be registered");
+    if (!toolkit.open())
+        return 1;
+    if (const auto problem = giveUpRights(start))
+        return problem->empty() ? 1 : fail(*problem);
+    if (!options.foreground)
+        start.leaveTerminal();
+    bool stopping = false;
+    register_readfd(start.stop, onStop, &stopping);
+    register_readfd(start.link, onMessage, &handler);
+    bothWork();
+    while (!stopping && !Toolkit::isRefused()) {
+        agent_check_and_process(1);
+        handler.releaseRequests();
+        if (master) {
+            master->watch();
+            continue;
+        }
+        connections.limit();
+        toolkit.storeChanges();
+    }
+    Toolkit::close();
+    return stopping ? 0 : fail("the master refuses the objects: another agent serves them");
+}
+
+} // namespace agent::net
