@@ -82,3 +82,12 @@ target_link_libraries(world_test PRIVATE
   agent_change agent_link agent_dev corvanta::corvanta corvanta_flags GTest::gtest_main)
 set_target_properties(world_test PROPERTIES ENABLE_EXPORTS ON) # the library calls into it
 add_test(NAME world_test COMMAND world_test)
+
+# The process that faces the network, likewise; its toolkit is not needed for what decides.
+set(net ${PROJECT_SOURCE_DIR}/agent/net)
+add_executable(sets_test simulation/World.cpp simulation/sets_test.cpp
+  ${net}/Answers.cpp ${net}/ManagerRequest.cpp ${net}/SetLog.cpp ${net}/Sets.cpp ${net}/Snapshots.cpp
+  ${PROJECT_SOURCE_DIR}/agent/Log.cpp)
+target_include_directories(sets_test PRIVATE simulation ${PROJECT_SOURCE_DIR}/include)
+target_link_libraries(sets_test PRIVATE agent_change agent_link corvanta_flags GTest::gtest_main)
+add_test(NAME sets_test COMMAND sets_test)
