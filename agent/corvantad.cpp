@@ -109,7 +109,7 @@ int work(const Options& options, int link, int stop) {
         return fail(problem);
     agent::RealSystem system(link, stop, options.state, options.watchDatabase);
     try {
-        agent::Worker(options, system).run();
+        agent::dev::Worker(options, system).run();
     } catch (const agent::BrokenInvariant& broken) {
         log(LOG_ERR, broken.what());
         std::abort(); // the next one takes back what the journal tells

@@ -4,7 +4,7 @@
 
 #include <functional>
 
-namespace agent {
+namespace agent::dev {
 
 /// A set on its way through the device.
 struct Transaction {
@@ -56,4 +56,4 @@ private:
     const std::function<void()> m_expire;
 };
 
-} // namespace agent
+} // namespace agent::dev

@@ -4,7 +4,7 @@
 #include <memory>
 #include <string_view>
 
-namespace agent {
+namespace agent::dev {
 
 namespace {
 
@@ -113,4 +113,4 @@ void readMapping(Model& model) {
     }
 }
 
-} // namespace agent
+} // namespace agent::dev

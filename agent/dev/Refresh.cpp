@@ -6,7 +6,7 @@
 
 #include <algorithm>
 
-namespace agent {
+namespace agent::dev {
 
 namespace {
 
@@ -177,4 +177,4 @@ void Refresh::settle(Tables current) {
     m_staleDue = now + kSettle;
 }
 
-} // namespace agent
+} // namespace agent::dev

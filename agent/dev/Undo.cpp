@@ -10,7 +10,7 @@
 #include <string>
 #include <utility>
 
-namespace agent {
+namespace agent::dev {
 
 namespace {
 
@@ -213,4 +213,4 @@ std::optional<int> Undo::restoreRows() {
     return std::nullopt;
 }
 
-} // namespace agent
+} // namespace agent::dev

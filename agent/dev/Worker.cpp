@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <cstdint>
 
-namespace agent {
+namespace agent::dev {
 
 namespace {
 
@@ -187,4 +187,4 @@ void Worker::doJob(Job job) {
     m_board.publish();
 }
 
-} // namespace agent
+} // namespace agent::dev
