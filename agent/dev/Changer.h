@@ -2,6 +2,8 @@
 
 #include "agent/dev/Undo.h"
 
+#include <corvanta.h>
+
 #include <functional>
 
 namespace agent::dev {

@@ -91,7 +91,8 @@ bool readLine(Model& model) {
     speedInfo_s rates{};
     if (getSpeedInfo(&rates) != 1)
         return false;
-    model.rates = rates;
+    model.rates = {rates.dslActualDataRateDown, rates.dslActualDataRateUp,
+                   rates.dslAttainableDataRateDown, rates.dslAttainableDataRateUp};
     return true;
 }
 

@@ -2,6 +2,8 @@
 
 #include "agent/link/Snapshot.h"
 
+#include <corvanta.h>
+
 /// The library calls that tell the device's state. They block while a program runs.
 namespace agent::dev {
 

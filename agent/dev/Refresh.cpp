@@ -4,6 +4,8 @@
 #include "agent/dev/DatabaseReader.h"
 #include "agent/dev/DeviceModel.h"
 
+#include <corvanta.h>
+
 #include <algorithm>
 
 namespace agent::dev {

@@ -5,6 +5,8 @@
 #include "agent/dev/DatabaseReader.h"
 #include "agent/system/Invariant.h"
 
+#include <corvanta.h>
+
 #include <algorithm>
 #include <array>
 #include <string>

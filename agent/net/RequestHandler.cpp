@@ -41,13 +41,13 @@ constexpr seconds kGrace{10}; ///< for the device's side to tell that a set has 
 /// What a manager is told of a set that has ended.
 int errorOf(const SetResult& result) {
     constexpr int kStatusErrors[] = {
-        SNMP_ERR_COMMITFAILED,        // CORVANTA_OK, where the outcome is not
-        SNMP_ERR_COMMITFAILED,        // CORVANTA_FAILED
-        SNMP_ERR_RESOURCEUNAVAILABLE, // CORVANTA_LOCKED
-        SNMP_ERR_INCONSISTENTNAME,    // CORVANTA_UNKNOWN_ROW: gone since the last refresh
-        SNMP_ERR_GENERR,              // CORVANTA_NO_COMMAND
-        SNMP_ERR_INCONSISTENTNAME,    // CORVANTA_BAD_INDEX
-        SNMP_ERR_WRONGVALUE,          // CORVANTA_UNFIT
+        SNMP_ERR_COMMITFAILED,        // none, where the outcome is not
+        SNMP_ERR_COMMITFAILED,        // failed
+        SNMP_ERR_RESOURCEUNAVAILABLE, // locked
+        SNMP_ERR_INCONSISTENTNAME,    // unknownRow: gone since the last refresh
+        SNMP_ERR_GENERR,              // noCommand
+        SNMP_ERR_INCONSISTENTNAME,    // badIndex
+        SNMP_ERR_WRONGVALUE,          // unfit
     };
     switch (result.outcome) {
     case Outcome::done:
@@ -64,7 +64,7 @@ int errorOf(const SetResult& result) {
     case Outcome::refused:
         break;
     }
-    const auto index = static_cast<std::size_t>(result.status);
+    const auto index = static_cast<std::size_t>(result.reason);
     return index < std::size(kStatusErrors) ? kStatusErrors[index] : SNMP_ERR_GENERR;
 }
 
@@ -501,7 +501,7 @@ bool RequestHandler::ask(netsnmp_request_info* requests) {
     m_giveUp = m_set->deadline + kGrace;
     if (m_set->changes.empty() && m_set->trial == seconds(0) &&
         m_set->verdict == Verdict::notGiven) { // a time of 0 by itself
-        finish({m_set->id, Outcome::done, CORVANTA_OK, 0}, requests);
+        finish({m_set->id, Outcome::done, Reason::none, 0}, requests);
         return false;
     }
     m_set->incarnation = m_incarnation;
@@ -547,7 +547,7 @@ SetResult RequestHandler::await(std::uint64_t id, Clock::time_point deadline) {
         const auto left =
             std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
         if (left <= 0)
-            return {id, Outcome::late, CORVANTA_FAILED, 0};
+            return {id, Outcome::late, Reason::failed, 0};
         m_system.wait({true, false, false, false}, deadline);
         receive();
     }
@@ -620,7 +620,7 @@ void RequestHandler::receive() {
     }
     if (m_set && !m_result && m_waiting != nullptr) {
         if (Clock::now() >= m_giveUp)
-            takeResult({m_set->id, Outcome::late, CORVANTA_FAILED, 0});
+            takeResult({m_set->id, Outcome::late, Reason::failed, 0});
         else
             wakeAt(m_giveUp);
     }
@@ -640,15 +640,15 @@ void RequestHandler::take(const Message& message) {
         m_incarnation = hello->incarnation;
         m_doubtful = m_set && !m_result && !hello->takesBack ? m_set->id : 0;
         if (m_set && !m_result && hello->takesBack)
-            takeResult({m_set->id, Outcome::undoing, CORVANTA_FAILED, 0});
+            takeResult({m_set->id, Outcome::undoing, Reason::failed, 0});
     }
 }
 
 /// Whether the set that was under way has come about, as the device is read anew.
 SetResult RequestHandler::judge(const Snapshot& snapshot) const {
     if (const Change* missing = firstMissing(m_set->changes, snapshot))
-        return {m_set->id, Outcome::refused, CORVANTA_FAILED, missing->place};
-    return {m_set->id, Outcome::done, CORVANTA_OK, 0};
+        return {m_set->id, Outcome::refused, Reason::failed, missing->place};
+    return {m_set->id, Outcome::done, Reason::none, 0};
 }
 
 /// What a device's side has not read yet is still what the one before has read.
