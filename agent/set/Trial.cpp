@@ -35,7 +35,7 @@ struct TakeBack {
     std::string why;
 };
 
-Answer Trial::put(std::vector<Assignment> assignments) {
+Answer Trial::put(const std::vector<Assignment>& assignments) {
     // None is sent again when its trial may already be over.
     const auto tries = std::clamp<seconds::rep>(m_options.time / m_options.wait, 1, kSetTries);
     return m_router.set(assignments, {m_options.wait, static_cast<int>(tries)});

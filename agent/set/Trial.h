@@ -68,7 +68,7 @@ private:
     void confirm();
     End settle();
 
-    Answer put(std::vector<Assignment> assignments);
+    Answer put(const std::vector<Assignment>& assignments);
     Answer decide(Decision decision) { return put({assignmentOf(decision)}); }
     static Assignment assignmentOf(Decision decision) {
         return {instance("cvChange"), static_cast<std::int64_t>(decision)};
