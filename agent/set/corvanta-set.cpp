@@ -179,7 +179,7 @@ private:
     void confirm();
     End settle();
 
-    Answer put(std::vector<Assignment> assignments) {
+    Answer put(const std::vector<Assignment>& assignments) {
         // None is sent again when its trial may already be over.
         const auto tries = std::clamp<seconds::rep>(m_options.time / m_options.wait, 1, kSetTries);
         return m_router.set(assignments, {m_options.wait, static_cast<int>(tries)});
