@@ -94,13 +94,4 @@ std::string awaitClients(const std::string& path, std::chrono::seconds limit) {
     return lockWithin(descriptor, kOtherAgent) ? "" : "a client of an agent before does not end";
 }
 
-bool giveState(const std::string& path, unsigned user, unsigned group) {
-    std::error_code failed;
-    bool given = lchown(path.c_str(), user, group) == 0;
-    for (fs::recursive_directory_iterator each(path, failed), end; !failed && each != end;
-         each.increment(failed))
-        given = given && lchown(each->path().c_str(), user, group) == 0;
-    return given && !failed;
-}
-
 } // namespace agent

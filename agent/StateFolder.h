@@ -16,7 +16,4 @@ std::string prepareState(std::string& path);
 /// @return what is wrong; empty when nothing is
 std::string awaitClients(const std::string& path, std::chrono::seconds limit);
 
-/// Makes the folder and what is in it somebody's. @return whether that could be done
-bool giveState(const std::string& path, unsigned user, unsigned group);
-
 } // namespace agent
