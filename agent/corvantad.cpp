@@ -87,9 +87,8 @@ int work(const Options& options, int link, int stop) {
     agent::keepOthersOut();
     if (!options.foreground)
         agent::leaveTerminal();
-    if (const std::string problem = agent::awaitClients(options.state, options.clientLimit);
-        !problem.empty())
-        return fail(problem);
+    if (const auto status = agent::awaitClients(options, stop))
+        return *status;
     agent::RealSystem system(link, stop, options.state, options.watchDatabase);
     agent::Worker(options, system).run();
     return 0;
