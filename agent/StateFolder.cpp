@@ -22,10 +22,10 @@ namespace {
 namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
 
-constexpr std::chrono::seconds kOtherAgent{2}; ///< one that is just ending
+constexpr std::chrono::seconds kEnd{2}; ///< for another agent, or a killed client, to end
 constexpr int kOpenLock = O_RDWR | O_CREAT | O_NOFOLLOW;
 
-/// What is in a folder, until it ends or is gone: processes go at any time.
+/// Visits the entries of a folder, as far as they can be read: those of /proc go at any time.
 template <class Do>
 void forEachIn(const fs::path& folder, Do action) {
     std::error_code gone;
@@ -33,7 +33,7 @@ void forEachIn(const fs::path& folder, Do action) {
         action(each->path());
 }
 
-/// Processes that have the file open, this one left out.
+/// Visits the other processes that have the file open.
 template <class Do>
 void forEachHolder(const struct stat& file, Do action) {
     forEachIn("/proc", [&](const fs::path& process) {
@@ -80,7 +80,7 @@ std::string prepareState(std::string& path) {
     const int descriptor = open(name.c_str(), kOpenLock | O_CLOEXEC, 0600);
     if (descriptor < 0)
         return "cannot write to the state folder " + problem(name);
-    if (lockWithin(descriptor, kOtherAgent) != Lock::taken)
+    if (lockWithin(descriptor, kEnd) != Lock::taken)
         return "another corvantad uses the state folder " + path;
     return "";
 }
@@ -98,7 +98,7 @@ std::optional<int> awaitClients(const Options& options, int stop) {
     if (lock == Lock::busy) {
         log(LOG_WARNING, "a client of an earlier agent hangs and is killed");
         forEachHolder(file, [](pid_t pid) { kill(pid, SIGKILL); });
-        lock = lockWithin(descriptor, kOtherAgent, stop);
+        lock = lockWithin(descriptor, kEnd, stop);
     }
     if (lock == Lock::busy)
         log(LOG_ERR, "a client of an earlier agent does not end");
