@@ -1,6 +1,9 @@
+#include "agent/Background.h"
 #include "agent/Log.h"
-#include "agent/Processes.h"
+#include "agent/Privileges.h"
+#include "agent/ServiceManager.h"
 #include "agent/StateFolder.h"
+#include "agent/Supervisor.h"
 #include "agent/dev/Worker.h"
 #include "agent/net/NetSnmp.h"
 #include "agent/net/RequestHandler.h"
@@ -14,8 +17,6 @@
 #include <filesystem>
 #include <string>
 
-#include <grp.h>
-#include <pwd.h>
 #include <sys/prctl.h>
 #include <unistd.h>
 
@@ -27,22 +28,6 @@ using agent::Options;
 int fail(const std::string& text) {
     log(LOG_ERR, text);
     return 1;
-}
-
-/// Gives up privileges, where the options say so.
-bool drop(const Options& options) {
-    if (options.user.empty())
-        return true;
-    const passwd* user = getpwnam(options.user.c_str());
-    if (user != nullptr && user->pw_uid == geteuid())
-        return true;
-    if (user == nullptr || !agent::giveState(options.state, user->pw_uid, user->pw_gid) ||
-        initgroups(options.user.c_str(), user->pw_gid) != 0 || setgid(user->pw_gid) != 0 ||
-        setuid(user->pw_uid) != 0) {
-        log(LOG_ERR, "cannot run as user " + options.user);
-        return false;
-    }
-    return true;
 }
 
 /// What the front has at hand while it serves.
@@ -74,7 +59,7 @@ int serve(const Options& options, int link, int alive, int stop) {
     agent::netsnmp::prepare(options);
     if (!front.handler.registerObjects())
         return fail("the objects could not be registered");
-    if (!agent::netsnmp::open(options) || !drop(options))
+    if (!agent::netsnmp::open(options) || !agent::dropPrivileges(options))
         return 1;
     prctl(PR_SET_PDEATHSIG, SIGKILL); // a change of user has undone it
     if (getppid() != parent)
@@ -104,9 +89,8 @@ int work(const Options& options, int link, int stop) {
     agent::keepOthersOut();
     if (!options.foreground)
         agent::leaveTerminal();
-    if (const std::string problem = agent::awaitClients(options.state, options.clientLimit);
-        !problem.empty())
-        return fail(problem);
+    if (const auto status = agent::awaitClients(options, stop))
+        return *status;
     agent::RealSystem system(link, stop, options.state, options.watchDatabase);
     try {
         agent::dev::Worker(options, system).run();
@@ -128,8 +112,5 @@ int main(int argc, char** argv) {
     options.watchdogBeat = agent::watchdogBeat();
     if (!options.watchDatabase.empty())
         options.watchDatabase = std::filesystem::absolute(options.watchDatabase).string();
-    return agent::supervise(
-        {[&](int link, int alive, int stop) { return serve(options, link, alive, stop); },
-         [&](int link, int stop) { return work(options, link, stop); },
-         [&] { return drop(options); }, options.foreground});
+    return agent::Supervisor(options, serve, work).run();
 }
