@@ -52,13 +52,13 @@ std::string printable(std::string text, std::size_t length) {
 }
 
 int LineLimit::pass(std::chrono::steady_clock::time_point now) {
-    int keptBack = 0;
+    int suppressed = 0;
     if (now >= m_end) {
-        keptBack = std::max(m_lines - kLines, 0);
+        suppressed = std::max(m_lines - kLines, 0);
         m_end = now + kPeriod;
         m_lines = 0;
     }
-    return ++m_lines > kLines ? -1 : keptBack;
+    return ++m_lines > kLines ? -1 : suppressed;
 }
 
 bool wantsLine(int priority) {

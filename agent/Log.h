@@ -8,23 +8,24 @@
 
 namespace agent {
 
-/// Opens the system log as the library does; its lines come to standard error too, when wanted.
+/// Opens the system log as the library does, and copies its lines to standard error where wanted.
 void openLog(bool standardError);
 
 /// Writes "<level>:corvantad: <file>:<line>  <text>" to the system log.
 void log(int priority, const std::string& text, const char* file = __builtin_FILE(),
          int line = __builtin_LINE());
 
-/// Whether the library's trace goes to the log, too: each set of a row is a line of it.
+/// Whether the library's trace goes to the log, which is a line for each row that is set.
 void keepTrace(bool keep);
 
-/// A text from elsewhere as it can stand in a line: cut at a length, '?' for what is no ASCII.
+/// Makes a text from elsewhere fit for a log line: cut to a length, with '?' for each byte that is
+/// not printable ASCII.
 std::string printable(std::string text, std::size_t length);
 
-/// Lets a number of lines a minute through, and tells how many it has kept back.
+/// Limits the lines of a source that could flood the log to some a minute.
 class LineLimit {
 public:
-    /// @return how many lines were kept back before this one, or -1 to keep it back too
+    /// @return -1 where this line is over the limit; else how many were suppressed before it
     int pass(std::chrono::steady_clock::time_point now);
 
 private:
@@ -32,10 +33,10 @@ private:
     int m_lines = 0;
 };
 
-/// Whether a line of the library is one to write.
+/// Whether a line that the library logs is written.
 bool wantsLine(int priority);
 
-/// Keeps the library's lines out of the log, while it lives.
+/// Keeps the library's lines out of the log while it exists.
 class QuietLibrary {
 public:
     QuietLibrary();

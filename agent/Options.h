@@ -7,19 +7,20 @@
 namespace agent {
 
 struct Options {
-    std::string socket; ///< of the master; empty for the toolkit's default
-    std::string master; ///< address to listen on; empty for a subagent
+    std::string socket; ///< of the AgentX master; empty for the toolkit's default
+    std::string master; ///< address to listen at without a master; empty for a subagent
     std::string config;
     std::string state = "/var/lib/corvanta";
     std::string user;
-    std::string watchDatabase; ///< file that changes whenever the database does
+    std::string watchDatabase; ///< a file that changes whenever the database does; may be empty
     std::chrono::seconds interval{30};
     std::chrono::seconds fullInterval{3600};
     std::chrono::seconds refreshPause{1};
     std::chrono::seconds maxAge{120};
     std::chrono::seconds setDeadline{5};
     std::chrono::seconds clientLimit{30};
-    std::optional<std::chrono::microseconds> watchdogBeat; ///< that the service manager wants
+    /// How often the service manager wants a sign of life, if at all.
+    std::optional<std::chrono::microseconds> watchdogBeat;
     bool notifications = false;
     bool foreground = false;
     bool verbose = false;

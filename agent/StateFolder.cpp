@@ -8,9 +8,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <thread>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -21,12 +21,11 @@ namespace {
 
 namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
-using std::chrono::milliseconds;
 
-constexpr std::chrono::seconds kOtherAgent{2}; ///< one that is just ending
+constexpr std::chrono::seconds kEnd{2}; ///< for another agent, or a killed client, to end
 constexpr int kOpenLock = O_RDWR | O_CREAT | O_NOFOLLOW;
 
-/// What is in a folder, until it ends or is gone: processes go at any time.
+/// Visits the entries of a folder, as far as they can be read: those of /proc go at any time.
 template <class Do>
 void forEachIn(const fs::path& folder, Do action) {
     std::error_code gone;
@@ -34,7 +33,7 @@ void forEachIn(const fs::path& folder, Do action) {
         action(each->path());
 }
 
-/// Processes that have the file open, this one left out.
+/// Visits the other processes that have the file open.
 template <class Do>
 void forEachHolder(const struct stat& file, Do action) {
     forEachIn("/proc", [&](const fs::path& process) {
@@ -52,13 +51,19 @@ void forEachHolder(const struct stat& file, Do action) {
     });
 }
 
-bool lockWithin(int descriptor, std::chrono::seconds time) {
+enum class Lock { taken, busy, stopped };
+
+/// @param stop  a descriptor that ends the wait when it is readable; -1 for none
+Lock lockWithin(int descriptor, std::chrono::seconds time, int stop = -1) {
+    constexpr int kPause = 20; // ms
+    pollfd stopping{stop, POLLIN, 0};
     for (const auto end = Clock::now() + time; flock(descriptor, LOCK_EX | LOCK_NB) != 0;) {
         if (Clock::now() >= end)
-            return false;
-        std::this_thread::sleep_for(milliseconds(20));
+            return Lock::busy;
+        if (poll(&stopping, 1, kPause) > 0)
+            return Lock::stopped;
     }
-    return true;
+    return Lock::taken;
 }
 
 std::string problem(const std::string& path) {
@@ -75,32 +80,29 @@ std::string prepareState(std::string& path) {
     const int descriptor = open(name.c_str(), kOpenLock | O_CLOEXEC, 0600);
     if (descriptor < 0)
         return "cannot write to the state folder " + problem(name);
-    if (!lockWithin(descriptor, kOtherAgent))
+    if (lockWithin(descriptor, kEnd) != Lock::taken)
         return "another corvantad uses the state folder " + path;
     return "";
 }
 
-std::string awaitClients(const std::string& path, std::chrono::seconds limit) {
-    const std::string name = path + "/clients.lock";
+std::optional<int> awaitClients(const Options& options, int stop) {
+    const std::string name = options.state + "/clients.lock";
     // Without close-on-exec: clients hold it too.
     const int descriptor = open(name.c_str(), kOpenLock, 0600);
     struct stat file {};
-    if (descriptor < 0 || fstat(descriptor, &file) != 0)
-        return "cannot write to the state folder " + problem(name);
-    if (lockWithin(descriptor, limit))
-        return "";
-    log(LOG_WARNING, "a client of an agent before hangs and is killed");
-    forEachHolder(file, [](pid_t pid) { kill(pid, SIGKILL); });
-    return lockWithin(descriptor, kOtherAgent) ? "" : "a client of an agent before does not end";
-}
-
-bool giveState(const std::string& path, unsigned user, unsigned group) {
-    std::error_code failed;
-    bool given = lchown(path.c_str(), user, group) == 0;
-    for (fs::recursive_directory_iterator each(path, failed), end; !failed && each != end;
-         each.increment(failed))
-        given = given && lchown(each->path().c_str(), user, group) == 0;
-    return given && !failed;
+    if (descriptor < 0 || fstat(descriptor, &file) != 0) {
+        log(LOG_ERR, "cannot write to the state folder " + problem(name));
+        return 1;
+    }
+    Lock lock = lockWithin(descriptor, options.clientLimit, stop);
+    if (lock == Lock::busy) {
+        log(LOG_WARNING, "a client of an earlier agent hangs and is killed");
+        forEachHolder(file, [](pid_t pid) { kill(pid, SIGKILL); });
+        lock = lockWithin(descriptor, kEnd, stop);
+    }
+    if (lock == Lock::busy)
+        log(LOG_ERR, "a client of an earlier agent does not end");
+    return lock == Lock::taken ? std::nullopt : std::optional<int>(lock == Lock::stopped ? 0 : 1);
 }
 
 } // namespace agent

@@ -1,22 +1,22 @@
 #pragma once
 
-#include <chrono>
+#include "agent/Options.h"
+
+#include <optional>
 #include <string>
 
 namespace agent {
 
-/// Makes the folder of what must outlive a restart, for one agent alone.
-/// @param path  made absolute, since the toolkit looks it up from the root
+/// Makes the folder of what must outlive a restart, and keeps other agents out of it.
+/// @param path  made absolute, since the SNMP toolkit looks it up from the root
 /// @return what is wrong; empty when nothing is
 std::string prepareState(std::string& path);
 
-/// Waits until the clients of a process that owned the device before have ended, so that none
-/// changes a row behind the back of this one. Its own inherit the lock.
-/// @param limit  for those; then they are killed
-/// @return what is wrong; empty when nothing is
-std::string awaitClients(const std::string& path, std::chrono::seconds limit);
-
-/// Makes the folder and what is in it somebody's. @return whether that could be done
-bool giveState(const std::string& path, unsigned user, unsigned group);
+/// Waits until the clients of an earlier device process have ended, so that none of them changes a
+/// row behind the back of this one. Each client inherits the lock that this waits for. Those that
+/// take longer than the limit are killed.
+/// @param stop  readable when this process has to stop, which ends the wait at once
+/// @return nothing when this process has the device to itself; else its exit status
+std::optional<int> awaitClients(const Options& options, int stop);
 
 } // namespace agent

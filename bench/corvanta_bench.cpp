@@ -177,9 +177,9 @@ void refresh(benchmark::State& state) {
     Times own, all;
     for (auto _ : state) {
         const double self = processorTime(RUSAGE_SELF), children = processorTime(RUSAGE_CHILDREN);
-        bool read = agent::readLine(model);
+        bool read = agent::dev::readLine(model);
         for (const agent::Table table : agent::kAllTables)
-            read = read && agent::readTable(image, table) == CORVANTA_OK;
+            read = read && agent::dev::readTable(image, table) == CORVANTA_OK;
         if (!read)
             return state.SkipWithError("the refresh failed");
         own.push_back(processorTime(RUSAGE_SELF) - self);

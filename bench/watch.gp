@@ -1,4 +1,4 @@
-# Draws the table of scripts/bench-watch, and the delays that it sums up.
+# Draws the table of scripts/bench watch, and the delays that it sums up.
 set terminal svg size 960,360 background 'white' font 'sans-serif,12'
 rows(what) = "<grep '^| ".what."' ".folder.'/watch.md'
 set output folder.'/watch.svg'

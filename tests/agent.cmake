@@ -88,6 +88,6 @@ set(net ${PROJECT_SOURCE_DIR}/agent/net)
 add_executable(sets_test simulation/World.cpp simulation/sets_test.cpp
   ${net}/Answers.cpp ${net}/ManagerRequest.cpp ${net}/SetLog.cpp ${net}/Sets.cpp ${net}/Snapshots.cpp
   ${PROJECT_SOURCE_DIR}/agent/Log.cpp)
-target_include_directories(sets_test PRIVATE simulation ${PROJECT_SOURCE_DIR}/include)
+target_include_directories(sets_test PRIVATE simulation)
 target_link_libraries(sets_test PRIVATE agent_change agent_link corvanta_flags GTest::gtest_main)
 add_test(NAME sets_test COMMAND sets_test)

@@ -238,6 +238,17 @@ TEST(Field, StopsInTimeAndLetsAChangeEnd) {
     }
 }
 
+TEST(Field, StopsAtOnceWhileItWaitsForAClientOfBefore) {
+    Site site;
+    Process client(site.folder, "sh -c 'mkdir state; exec flock state/clients.lock sleep 1000'");
+    EXPECT_TRUE(soon([&] { return site.has("state/clients.lock"); }));
+    site.startAgent("-m " + site.address + " -c agent.conf -s state -l 1000");
+    EXPECT_TRUE(soon([&] { return !site.run("grep started agent.log").empty(); }));
+    EXPECT_EQ(0, site.agent->end(SIGTERM));
+    EXPECT_EQ("", site.run("grep killed agent.log")); // neither the client nor itself
+    EXPECT_TRUE(client.running());
+}
+
 TEST(Field, ASecondAgentOfOneMasterEnds) {
     Subagent site;
     EXPECT_EQ("status 1\n", site.run("timeout 90 " ON_DEVICE " device " CORVANTAD

@@ -19,6 +19,7 @@
 #include <utility>
 
 using namespace agent;
+using agent::dev::readTable;
 
 namespace {
 

@@ -36,9 +36,13 @@ scripts/abi
 scripts/abi check more
 scripts/abi names
 scripts/abi prune
-scripts/bench none
-scripts/bench-agent 1 2
-scripts/bench-watch 300 0
+scripts/bench
+scripts/bench nothing
+scripts/bench library none
+scripts/bench agent 1 2
+scripts/bench agent 10 3 4
+scripts/bench watch 300 0
+scripts/bench watch 300 1 1
 scripts/check-build
 scripts/demo --stay more
 scripts/fleet

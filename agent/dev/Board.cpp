@@ -3,7 +3,7 @@
 #include "agent/change/Stage.h"
 #include "agent/dev/DeviceModel.h"
 
-namespace agent {
+namespace agent::dev {
 
 void Board::show(Image& image) {
     Stage stage(image);
@@ -17,4 +17,4 @@ void Board::publish() {
     m_link.send(next);
 }
 
-} // namespace agent
+} // namespace agent::dev

@@ -4,7 +4,7 @@
 #include "agent/dev/Programs.h"
 #include "agent/link/Link.h"
 
-namespace agent {
+namespace agent::dev {
 
 /// What the network's side is shown, and the way there.
 class Board {
@@ -24,4 +24,4 @@ private:
     Programs& m_programs;
 };
 
-} // namespace agent
+} // namespace agent::dev

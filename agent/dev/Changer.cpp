@@ -11,7 +11,7 @@
 #include <string>
 #include <utility>
 
-namespace agent {
+namespace agent::dev {
 
 namespace {
 
@@ -275,4 +275,4 @@ int Changer::readBack(const Transaction& set, const Record& done, Image& image,
     return holds(set.request, image) ? CORVANTA_OK : CORVANTA_FAILED;
 }
 
-} // namespace agent
+} // namespace agent::dev

@@ -2,9 +2,11 @@
 
 #include "agent/dev/Undo.h"
 
+#include <corvanta.h>
+
 #include <functional>
 
-namespace agent {
+namespace agent::dev {
 
 /// A set on its way through the device.
 struct Transaction {
@@ -56,4 +58,4 @@ private:
     const std::function<void()> m_expire;
 };
 
-} // namespace agent
+} // namespace agent::dev

@@ -10,7 +10,7 @@
 #include <set>
 #include <string>
 
-namespace agent {
+namespace agent::dev {
 
 namespace {
 
@@ -95,4 +95,4 @@ int readRow(Image& image, Table table, int id) {
     return readTable(image, table);
 }
 
-} // namespace agent
+} // namespace agent::dev

@@ -2,7 +2,7 @@
 
 #include "agent/change/Image.h"
 
-namespace agent {
+namespace agent::dev {
 
 /// Reads a table from the database into an image, with one client run a row and one for their
 /// number.
@@ -15,4 +15,4 @@ int readTable(Image& image, Table table);
 /// Reads one row in a single run, if it still stands where it stood; else the table.
 int readRow(Image& image, Table table, int id);
 
-} // namespace agent
+} // namespace agent::dev

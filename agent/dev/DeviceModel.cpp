@@ -4,7 +4,7 @@
 #include <memory>
 #include <string_view>
 
-namespace agent {
+namespace agent::dev {
 
 namespace {
 
@@ -91,7 +91,8 @@ bool readLine(Model& model) {
     speedInfo_s rates{};
     if (getSpeedInfo(&rates) != 1)
         return false;
-    model.rates = rates;
+    model.rates = {rates.dslActualDataRateDown, rates.dslActualDataRateUp,
+                   rates.dslAttainableDataRateDown, rates.dslAttainableDataRateUp};
     return true;
 }
 
@@ -113,4 +114,4 @@ void readMapping(Model& model) {
     }
 }
 
-} // namespace agent
+} // namespace agent::dev

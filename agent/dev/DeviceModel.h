@@ -2,8 +2,10 @@
 
 #include "agent/link/Snapshot.h"
 
+#include <corvanta.h>
+
 /// The library calls that tell the device's state. They block while a program runs.
-namespace agent {
+namespace agent::dev {
 
 /// Takes in what the database holds, which a stage answers: what the library can't make anything
 /// of is not there, but nothing else suffers.
@@ -29,4 +31,4 @@ int accessText(access_type access, std::string& text, Call call) {
     return status;
 }
 
-} // namespace agent
+} // namespace agent::dev

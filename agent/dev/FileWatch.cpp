@@ -1,6 +1,6 @@
 #include "agent/dev/FileWatch.h"
 
-namespace agent {
+namespace agent::dev {
 
 FileWatch::State FileWatch::look() {
     m_touched = m_system.watchedFileTouched() || m_touched;
@@ -18,4 +18,4 @@ FileWatch::Mark FileWatch::mark() {
     return m_system.watchedFile();
 }
 
-} // namespace agent
+} // namespace agent::dev

@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-namespace agent {
+namespace agent::dev {
 
 /// Watches a file that changes whenever the configuration does. It may be written, replaced, or go
 /// with its folder and come back.
@@ -37,4 +37,4 @@ private:
     Mark m_accepted;
 };
 
-} // namespace agent
+} // namespace agent::dev

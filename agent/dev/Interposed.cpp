@@ -12,12 +12,12 @@
 
 namespace {
 
-agent::Programs* programs = nullptr;
+agent::dev::Programs* programs = nullptr;
 std::string output; ///< what the program said that the library reads now
 
 } // namespace
 
-void agent::answerLibraryFrom(Programs* use) {
+void agent::dev::answerLibraryFrom(Programs* use) {
     programs = use;
 }
 

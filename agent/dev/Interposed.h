@@ -1,6 +1,6 @@
 #pragma once
 
-namespace agent {
+namespace agent::dev {
 
 class Programs;
 
@@ -10,4 +10,4 @@ class Programs;
 /// @param programs  what answers the library from now on; null for nothing
 void answerLibraryFrom(Programs* programs);
 
-} // namespace agent
+} // namespace agent::dev

@@ -6,7 +6,7 @@
 #include <cstring>
 #include <string>
 
-namespace agent {
+namespace agent::dev {
 
 namespace {
 
@@ -50,4 +50,4 @@ bool Journal::clear() {
     return true;
 }
 
-} // namespace agent
+} // namespace agent::dev

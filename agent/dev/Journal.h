@@ -5,7 +5,7 @@
 
 #include <optional>
 
-namespace agent {
+namespace agent::dev {
 
 /// The file that tells how to take the change back that is under way, or pending.
 /// It outlives whatever ends this program: it is there, whole, before the first
@@ -34,4 +34,4 @@ private:
     bool m_there = false;
 };
 
-} // namespace agent
+} // namespace agent::dev

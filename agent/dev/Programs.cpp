@@ -5,7 +5,7 @@
 #include <sstream>
 #include <utility>
 
-namespace agent {
+namespace agent::dev {
 
 namespace {
 
@@ -120,4 +120,4 @@ Programs::OnStage::~OnStage() {
     m_programs.m_stage = m_before;
 }
 
-} // namespace agent
+} // namespace agent::dev

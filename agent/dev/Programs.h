@@ -1,6 +1,7 @@
 #pragma once
 
 #include "agent/Log.h"
+#include "agent/change/Stage.h"
 #include "agent/system/System.h"
 
 #include <cstdint>
@@ -9,9 +10,7 @@
 #include <optional>
 #include <string>
 
-namespace agent {
-
-class Stage;
+namespace agent::dev {
 
 /// Runs the library's programs, one at a time, each to its end or to a limit, before the library
 /// gets to read what it said. Whoever owns the library sees to other things meanwhile.
@@ -90,4 +89,4 @@ private:
     LineLimit m_lines;                         ///< of what programs say on standard error
 };
 
-} // namespace agent
+} // namespace agent::dev

@@ -4,9 +4,11 @@
 #include "agent/dev/DatabaseReader.h"
 #include "agent/dev/DeviceModel.h"
 
+#include <corvanta.h>
+
 #include <algorithm>
 
-namespace agent {
+namespace agent::dev {
 
 namespace {
 
@@ -177,4 +179,4 @@ void Refresh::settle(Tables current) {
     m_staleDue = now + kSettle;
 }
 
-} // namespace agent
+} // namespace agent::dev

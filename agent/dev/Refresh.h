@@ -7,7 +7,7 @@
 #include <optional>
 #include <string>
 
-namespace agent {
+namespace agent::dev {
 
 /// Keeps the image, and with it the board, up with the device: at intervals, and when the watched
 /// file or the kernel's circuits have changed. It reads a table, or the line, at a time.
@@ -64,4 +64,4 @@ private:
     Clock::time_point m_accepted; ///< the last mark that was accepted
 };
 
-} // namespace agent
+} // namespace agent::dev

@@ -5,12 +5,14 @@
 #include "agent/dev/DatabaseReader.h"
 #include "agent/system/Invariant.h"
 
+#include <corvanta.h>
+
 #include <algorithm>
 #include <array>
 #include <string>
 #include <utility>
 
-namespace agent {
+namespace agent::dev {
 
 namespace {
 
@@ -213,4 +215,4 @@ std::optional<int> Undo::restoreRows() {
     return std::nullopt;
 }
 
-} // namespace agent
+} // namespace agent::dev

@@ -7,7 +7,7 @@
 #include <optional>
 #include <string>
 
-namespace agent {
+namespace agent::dev {
 
 /// The change that can still be taken back, and its journal.
 ///
@@ -87,4 +87,4 @@ private:
     Record m_lastRecord;       ///< and how to take it back
 };
 
-} // namespace agent
+} // namespace agent::dev

@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <cstdint>
 
-namespace agent {
+namespace agent::dev {
 
 namespace {
 
@@ -18,6 +18,12 @@ constexpr seconds kStop{10}; ///< for what is under way, when stopping
 // Limits for another side that means ill: it could be somebody else by now.
 constexpr int kMessagesAtOnce = 16;
 constexpr std::size_t kMostJobs = 64;
+
+/// The reasons stand in the order of the library's statuses.
+Reason reasonOf(int status) {
+    static_assert(CORVANTA_UNFIT == static_cast<int>(Reason::unfit));
+    return static_cast<Reason>(status);
+}
 
 } // namespace
 
@@ -101,7 +107,7 @@ void Worker::expire() {
         const auto* set = std::get_if<SetRequest>(&job);
         if (set == nullptr || now < set->deadline)
             return false;
-        m_link.send(SetResult{set->id, Outcome::late, CORVANTA_FAILED, 0});
+        m_link.send(SetResult{set->id, Outcome::late, Reason::failed, 0});
         return true;
     };
     m_jobs.erase(std::remove_if(m_jobs.begin(), m_jobs.end(), isLate), m_jobs.end());
@@ -110,7 +116,7 @@ void Worker::expire() {
     m_running->late = true;
     m_board.next.undoing = true;
     m_board.publish();
-    m_link.send(SetResult{m_running->request.id, Outcome::late, CORVANTA_FAILED, m_running->place});
+    m_link.send(SetResult{m_running->request.id, Outcome::late, Reason::failed, m_running->place});
 }
 
 /// The time to stop is over.
@@ -170,7 +176,7 @@ bool Worker::workIsDue() {
 
 void Worker::doJob(Job job) {
     if (const auto* back = std::get_if<TakeBack>(&job)) {
-        m_link.send(SetResult{back->id, m_undo.takeBack(back->id), CORVANTA_OK, 0});
+        m_link.send(SetResult{back->id, m_undo.takeBack(back->id), Reason::none, 0});
         return;
     }
     Transaction set{std::move(std::get<SetRequest>(job))};
@@ -180,11 +186,11 @@ void Worker::doJob(Job job) {
         m_changer.make(set);
     m_running = nullptr;
     if (!set.late) {
-        m_link.send(SetResult{set.request.id, set.outcome, set.status, set.place});
+        m_link.send(SetResult{set.request.id, set.outcome, reasonOf(set.status), set.place});
         return;
     }
     m_board.next.undoing = false;
     m_board.publish();
 }
 
-} // namespace agent
+} // namespace agent::dev

@@ -7,7 +7,7 @@
 #include <string>
 #include <variant>
 
-namespace agent {
+namespace agent::dev {
 
 /// The process that owns the library: it takes in what the other side asks, does what is due, and
 /// listens while a program runs. Refresh keeps up with the device, Changer makes changes, which go
@@ -54,4 +54,4 @@ private:
     Clock::time_point m_stopBy;
 };
 
-} // namespace agent
+} // namespace agent::dev

@@ -7,7 +7,7 @@
 #include <iterator>
 #include <string_view>
 
-namespace agent {
+namespace agent::dev {
 
 namespace {
 
@@ -125,4 +125,4 @@ int write(const Object& object, int row, const Value& value) {
     return writer != std::end(kWriters) ? writer->write(row, value) : CORVANTA_NO_COMMAND;
 }
 
-} // namespace agent
+} // namespace agent::dev

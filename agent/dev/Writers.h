@@ -2,9 +2,9 @@
 
 #include "agent/link/Objects.h"
 
-namespace agent {
+namespace agent::dev {
 
 /// Has the library set an object. @return a corvanta_status
 int write(const Object& object, int row, const Value& value);
 
-} // namespace agent
+} // namespace agent::dev

@@ -31,7 +31,7 @@ enum class Verdict { notGiven = 0, none = 1, confirm = 2, revert = 3 };
 /// What became of a set.
 enum class Outcome {
     done,
-    refused,      ///< nothing has changed, or all of it was taken back; the status tells why
+    refused,      ///< nothing has changed, or all of it was taken back; the reason tells why
     late,         ///< it missed its deadline, and comes to nothing
     notUndone,    ///< it failed, and something of it could not be taken back
     undoing,      ///< it failed, and is being taken back
@@ -55,10 +55,21 @@ struct TakeBack {
     std::uint64_t incarnation; ///< likewise
 };
 
+/// Why a set was refused.
+enum class Reason {
+    none,
+    failed,
+    locked,     ///< the database, to the end
+    unknownRow, ///< it has gone since the last refresh
+    noCommand,
+    badIndex,
+    unfit, ///< a value can't stand in a command
+};
+
 struct SetResult {
     std::uint64_t id;
     Outcome outcome;
-    int status;        ///< a corvanta_status, of what ended it
+    Reason reason;     ///< of what ended it
     std::size_t place; ///< of the variable that ended it
 };
 

@@ -74,7 +74,7 @@ const Model* device(const View& view, int) {
     return &view.snapshot.model;
 }
 
-const speedInfo_s* rates(const View& view, int) {
+const Rates* rates(const View& view, int) {
     return &view.snapshot.model.rates;
 }
 
@@ -164,7 +164,7 @@ Oid below(std::initializer_list<unsigned long> arcs) {
 
 const std::vector<Object>& objects() {
     using C = Counters;
-    using R = speedInfo_s;
+    using R = Rates;
     constexpr Type kText = Type::text;
     constexpr long kLongestName = 13;
     constexpr Tables kCircuit{Table::atm, Table::node};
@@ -183,10 +183,10 @@ const std::vector<Object>& objects() {
         Object({1, 6}, "cvJournalsDamaged", Type::counter, Source::agent, read<health, &C::journalsDamaged>),
         Object({1, 7}, "cvRowsNotRestored", Type::counter, Source::agent, read<health, &C::rowsNotRestored>),
         // corvantaDsl
-        Object({2, 1}, "cvDslActualRateDown", Type::gauge, Source::scalar, read<rates, &R::dslActualDataRateDown>),
-        Object({2, 2}, "cvDslActualRateUp", Type::gauge, Source::scalar, read<rates, &R::dslActualDataRateUp>),
-        Object({2, 3}, "cvDslAttainableRateDown", Type::gauge, Source::scalar, read<rates, &R::dslAttainableDataRateDown>),
-        Object({2, 4}, "cvDslAttainableRateUp", Type::gauge, Source::scalar, read<rates, &R::dslAttainableDataRateUp>),
+        Object({2, 1}, "cvDslActualRateDown", Type::gauge, Source::scalar, read<rates, &R::actualDown>),
+        Object({2, 2}, "cvDslActualRateUp", Type::gauge, Source::scalar, read<rates, &R::actualUp>),
+        Object({2, 3}, "cvDslAttainableRateDown", Type::gauge, Source::scalar, read<rates, &R::attainableDown>),
+        Object({2, 4}, "cvDslAttainableRateUp", Type::gauge, Source::scalar, read<rates, &R::attainableUp>),
         // corvantaBridging
         Object({3, 1}, "cvDefaultWanInterface", kText,       Source::scalar, read<device, &Model::defaultWan>)
             .written(kBridging).range(0, kLongestName),

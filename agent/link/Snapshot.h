@@ -1,7 +1,5 @@
 #pragma once
 
-#include <corvanta.h>
-
 #include <array>
 #include <chrono>
 #include <cstdint>
@@ -19,6 +17,14 @@ constexpr int kUnits = 8; ///< ATM circuits, and VLAN objects; both are numbered
 /// An SNMP TruthValue, or 0: the database held neither 0 nor 1, or nothing was read yet.
 struct Truth {
     int value = 0;
+};
+
+/// Of the DSL line, as the tool prints them; 0 for those that it does not.
+struct Rates {
+    std::uint32_t actualDown = 0;
+    std::uint32_t actualUp = 0;
+    std::uint32_t attainableDown = 0;
+    std::uint32_t attainableUp = 0;
 };
 
 struct Layer2If {
@@ -49,7 +55,7 @@ struct Vlan {
 };
 
 struct Model {
-    speedInfo_s rates{};
+    Rates rates;
     std::vector<Layer2If> layer2;
     std::vector<IfMapping> mapping;
     std::array<Circuit, kUnits + 1> circuits; ///< by number; the first is unused

@@ -1,8 +1,28 @@
 #include "agent/net/ManagerRequest.h"
 
-#include <iterator>
-
 namespace agent::net {
+
+namespace {
+
+ErrorStatus errorOf(Reason reason) {
+    switch (reason) {
+    case Reason::none:
+    case Reason::failed:
+        break;
+    case Reason::locked:
+        return ErrorStatus::resourceUnavailable;
+    case Reason::unknownRow: // gone since the last refresh
+    case Reason::badIndex:
+        return ErrorStatus::inconsistentName;
+    case Reason::noCommand:
+        return ErrorStatus::genErr;
+    case Reason::unfit:
+        return ErrorStatus::wrongValue;
+    }
+    return ErrorStatus::commitFailed;
+}
+
+} // namespace
 
 const char* nameOf(ErrorStatus error) {
     switch (error) {
@@ -35,15 +55,6 @@ const char* nameOf(ErrorStatus error) {
 }
 
 ErrorStatus errorOf(const SetResult& result) {
-    static constexpr ErrorStatus kStatusErrors[] = {
-        ErrorStatus::commitFailed,        // CORVANTA_OK, where the outcome is not
-        ErrorStatus::commitFailed,        // CORVANTA_FAILED
-        ErrorStatus::resourceUnavailable, // CORVANTA_LOCKED
-        ErrorStatus::inconsistentName,    // CORVANTA_UNKNOWN_ROW: gone since the last refresh
-        ErrorStatus::genErr,              // CORVANTA_NO_COMMAND
-        ErrorStatus::inconsistentName,    // CORVANTA_BAD_INDEX
-        ErrorStatus::wrongValue,          // CORVANTA_UNFIT
-    };
     switch (result.outcome) {
     case Outcome::done:
         return ErrorStatus::noError;
@@ -59,8 +70,7 @@ ErrorStatus errorOf(const SetResult& result) {
     case Outcome::refused:
         break;
     }
-    const auto index = static_cast<std::size_t>(result.status);
-    return index < std::size(kStatusErrors) ? kStatusErrors[index] : ErrorStatus::genErr;
+    return errorOf(result.reason);
 }
 
 } // namespace agent::net

@@ -156,7 +156,7 @@ void Sets::commit() {
         return;
     require(m_state == State::checked, "a set request is performed that was not checked");
     if (isEmpty()) {
-        end({m_set->id, Outcome::done, CORVANTA_OK, 0});
+        end({m_set->id, Outcome::done, Reason::none, 0});
         return;
     }
     m_set->incarnation = m_incarnation;
@@ -204,7 +204,7 @@ void Sets::take(const Hello& hello) {
     // not begun, or is done, which the device will tell.
     m_inDoubt = waits() && !hello.takesBack;
     if (waits() && hello.takesBack)
-        end({m_set->id, Outcome::undoing, CORVANTA_FAILED, 0});
+        end({m_set->id, Outcome::undoing, Reason::failed, 0});
 }
 
 void Sets::take(const SetResult& result) {
@@ -222,13 +222,13 @@ void Sets::take(const Snapshot& snapshot, const Snapshot* before) {
 /// Whether the set that is in doubt has come about.
 SetResult Sets::judge() const {
     if (const Change* missing = firstMissing(m_set->changes, m_snapshots.newest()))
-        return {m_set->id, Outcome::refused, CORVANTA_FAILED, missing->place};
-    return {m_set->id, Outcome::done, CORVANTA_OK, 0};
+        return {m_set->id, Outcome::refused, Reason::failed, missing->place};
+    return {m_set->id, Outcome::done, Reason::none, 0};
 }
 
 void Sets::checkTime() {
     if (waits() && m_system.now() >= m_giveUp)
-        end({m_set->id, Outcome::late, CORVANTA_FAILED, 0});
+        end({m_set->id, Outcome::late, Reason::failed, 0});
 }
 
 void Sets::end(const SetResult& result) {

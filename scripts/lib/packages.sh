@@ -48,9 +48,9 @@ without_services() (
     "$@"
 )
 
-# npm, where it did not come with something else.
-need_npm() {
-    command -v npm >/dev/null || need_packages npm
+# Node.js, which drives the browser that looks at the pages, where it did not come with something else.
+need_node() {
+    command -v node >/dev/null || need_packages nodejs
 }
 
 # What building and running every part takes.

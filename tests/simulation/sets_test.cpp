@@ -66,7 +66,7 @@ protected:
     }
 
     const SetRequest& sent() const { return std::get<SetRequest>(world.sent.back()); }
-    void answer(Outcome outcome) { sets.take(SetResult{sent().id, outcome, CORVANTA_OK, 0}); }
+    void answer(Outcome outcome) { sets.take(SetResult{sent().id, outcome, Reason::none, 0}); }
 
     const Options options;
     World world;
@@ -122,7 +122,7 @@ TEST_F(SetsTest, GetsTheSameAnswerWhenItComesAgain) {
     const std::uint64_t id = sent().id;
     sets.takeBack(); // another part of the request has failed
     EXPECT_EQ(id, std::get<TakeBack>(world.sent.back()).id);
-    sets.take(SetResult{id, Outcome::refused, CORVANTA_OK, 0});
+    sets.take(SetResult{id, Outcome::refused, Reason::none, 0});
     EXPECT_FALSE(sets.waits());
     sets.release(true);
     ask(); // noError would not be true any more
@@ -137,7 +137,7 @@ TEST_F(SetsTest, GivesUpOnAProcessThatHangs) {
     world.wait({}, sets.giveUp());
     sets.checkTime();
     expectAnswer(ErrorStatus::genErr);
-    sets.take(SetResult{id, Outcome::done, CORVANTA_OK, 0}); // too late
+    sets.take(SetResult{id, Outcome::done, Reason::none, 0}); // too late
     expectAnswer(ErrorStatus::genErr);
 }
 

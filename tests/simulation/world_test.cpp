@@ -13,6 +13,7 @@
 #include <vector>
 
 using namespace agent;
+using agent::dev::Worker;
 
 namespace {
 

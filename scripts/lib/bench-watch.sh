@@ -1,46 +1,16 @@
-#!/usr/bin/env bash
-# Measures what an idle agent costs with and without --watch-database, and how long a change takes to
-# be seen by a manager. Ends with status 1 where a goal is missed.
-#
-#     scripts/bench-watch [SECONDS [CHANGES]]
-#
-# SECONDS (300) is how long each idle agent is measured, and one interval at least. Those that watch,
-# whose time is short beside the steps in which it is told, are four of each kind; all run side by
-# side. CHANGES (100) of each kind. Takes nine minutes. Leaves the table, watch.md, in build/bench,
-# with its picture.
-set -euo pipefail
-# shellcheck source=lib/script.sh
-. "$(dirname -- "${BASH_SOURCE[0]}")/lib/script.sh"
-# shellcheck source=lib/packages.sh
-. scripts/lib/packages.sh
-take_arguments 0 2 "$@"
-seconds=${1:-300} changes=${2:-100} intervals=(5 30 300)
-for number in "$seconds" "$changes"; do need_whole "$number"; done
-need_packages "${build_packages[@]}" gnuplot-nox bsdextrautils
+# shellcheck shell=bash disable=SC2154
+# Sourced by scripts/bench: what an idle agent costs, and how soon a change is seen. Agents that watch
+# cost little beside the steps in which their time is told, so there are four of each kind; all run
+# side by side.
 
-out=build/bench
-export CORVANTA_BUILD=${CORVANTA_BUILD:-build/release}
-cmake --preset release -B "$CORVANTA_BUILD" >/dev/null
-cmake --build "$CORVANTA_BUILD" --target corvantad quorlet pvcshim -- --quiet
-agent=$CORVANTA_BUILD/agent/corvantad
-idle=$CORVANTA_BUILD/idle_bench
-manager=$CORVANTA_BUILD/snmp_bench
-c++ -std=c++17 -O2 -Wall -Wextra bench/idle_bench.cpp -o "$idle"
-# shellcheck disable=SC2046
-c++ -std=c++17 -O2 -Wall -Wextra bench/snmp_bench.cpp -o "$manager" $(pkg-config --cflags --libs netsnmp)
-objects=$(sed -n 's/.*enterprises.*(\([0-9]*\)).*/.1.3.6.1.4.1.\1.1.1/p' agent/share/CORVANTA-MIB.txt)
+seconds=${1:-300} changes=${2:-100} intervals=(5 30 300)
+prepare gnuplot-nox -- corvantad idle_bench snmp_bench
+prepare_agents
 circuit=$objects.4.1.3.11 # the state of VC8
 vlan=$objects.7.1.2.1     # whether VLAN object 1 is on
 
-dir=$(mktemp -d)
-trap 'kill $(jobs -p) 2>/dev/null || true; wait; rm -rf -- "$dir"' EXIT
-trap 'exit 130' INT TERM
-export MIBS='' SNMPCONFPATH=$dir
-echo "rwcommunity bench 127.0.0.1" >"$dir/agent.conf"
-port=$((20000 + RANDOM % 20000))
-
 # One agent on a device of its own, in the variable `command`.
-prepare() { # NAME INTERVAL [OPTION...]
+agent_command() { # NAME INTERVAL [OPTION...]
     local name=$1 interval=$2
     shift 2
     mkdir "$dir/$name"
@@ -61,14 +31,13 @@ await() {
     done
 }
 
-mkdir -p "$out"
 echo "Measuring: idle"
 measuring=()
 for interval in "${intervals[@]}"; do
     for way in full watching{,,,}; do
         name=$way-$interval-${#measuring[@]} watch=()
         [ "$way" = full ] || watch=(--watch-database "$dir/$name/device/config.db")
-        prepare "$name" "$interval" "${watch[@]}"
+        agent_command "$name" "$interval" "${watch[@]}"
         {
             echo -n "$way $interval "
             exec "$idle" "$seconds" "$dir/$name/device" "${command[@]}"
@@ -82,12 +51,12 @@ sort -n -k2,2 -s "$dir"/*/idle >"$out/idle"
 # What the kernel tells is replaced whole; the row is written by the database's client.
 echo "Measuring: changes"
 measuring=() agents=()
-for kind in circuit row; do
-    prepare "$kind" 30 --watch-database "$dir/$kind/device/config.db"
-    "${command[@]}" 2>"$dir/$kind/log" &
+for change in circuit row; do
+    agent_command "$change" 30 --watch-database "$dir/$change/device/config.db"
+    "${command[@]}" 2>"$dir/$change/log" &
     agents+=($!)
-    device=$dir/$kind/device
-    case $kind in
+    device=$dir/$change/device
+    case $change in
     circuit)
         cp "$device/pvc" "$dir/open"
         grep -v '^ *[^ ]*  *8 ' "$dir/open" >"$dir/closed"
@@ -107,15 +76,12 @@ for kind in circuit row; do
             sleep 1
         done
         exec scripts/on-device "$device" "$manager" fresh "$address" "$object" "$changes" "${turns[@]}"
-    } >"$dir/$kind/delays" 2>>"$dir/$kind/log" &
+    } >"$dir/$change/delays" 2>>"$dir/$change/log" &
     measuring+=($!)
 done
 await "${measuring[@]}"
 kill "${agents[@]}"
 
-for kind in circuit row; do sort -n "$dir/$kind/delays" >"$out/delays-$kind"; done
-status=0
-awk -f bench/watch.awk "$out/idle" "$out"/delays-{circuit,row} >"$dir/table" || status=$?
-column -t -s'|' -o'|' "$dir/table" | tee "$out/watch.md"
+for change in circuit row; do sort -n "$dir/$change/delays" >"$out/delays-$change"; done
+make_table
 gnuplot -e "folder='$out'; changes=$changes" bench/watch.gp
-exit "$status"

@@ -1,7 +1,7 @@
-# Draws the table's parts; a column's text counts as the number that it begins with.
+# Draws the parts of the table of scripts/bench library; a column's text counts as the number that it begins with.
 set terminal svg size 640,360 background 'white' font 'sans-serif,12'
 set datafile separator '|'
-rows(what) = "<grep '^| ".what."' ".folder.'/table.md'
+rows(what) = "<grep '^| ".what."' ".folder.'/library.md'
 set grid ytics
 set style fill solid 0.5
 set boxwidth 0.5
