@@ -38,9 +38,10 @@ void notifyServiceManager(const char* state) {
 
 std::optional<std::chrono::microseconds> watchdogBeat() {
     const char* const limit = std::getenv("WATCHDOG_USEC");
-    if (limit == nullptr)
+    const long long beat = limit != nullptr ? std::strtoll(limit, nullptr, 10) / kBeats : 0;
+    if (beat <= 0)
         return std::nullopt;
-    return std::chrono::microseconds(std::strtoll(limit, nullptr, 10) / kBeats);
+    return std::chrono::microseconds(beat);
 }
 
 } // namespace agent

@@ -632,6 +632,13 @@ TEST(Field, TheWatchdogIsServedByWhatWorks) {
     EXPECT_TRUE(soon([&] { return !hears(sign, 2500); })); // more than the time that it has
     kill(side(site, "dev"), SIGCONT);
     EXPECT_TRUE(hears(sign, 120000));
+    for (const std::string noTime : {"0", "soon"}) { // nobody watches
+        EXPECT_EQ(0, site.agent->end(SIGTERM));
+        site.environment += "WATCHDOG_USEC=" + noTime + " ";
+        site.startAgent("-m " + site.address + " -c agent.conf -s state");
+        EXPECT_TRUE(hears("READY=1", 120000));
+        EXPECT_FALSE(hears(sign, 500)) << noTime;
+    }
     close(notices);
 }
 
