@@ -149,18 +149,3 @@ int config_string_access_by_id(access_type access, std::string& value, const cha
         return CORVANTA_OK;
     }));
 }
-
-int TruthValue_internal_to_snmp(int value) {
-    switch (value) {
-    case 0:
-        return 2;
-    case 1:
-        return 1;
-    default:
-        return 0;
-    }
-}
-
-int TruthValue_snmp_to_internal(int value) {
-    return value == 2 ? 0 : value;
-}
