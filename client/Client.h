@@ -99,6 +99,13 @@ enum class Line { read, missing, notStarted };
 Line readLine(Wrapper& wrapper, const std::string& command,
               std::initializer_list<std::string_view> texts, char (&line)[256]);
 
+/// Reads a text column of the row with an Id, as config_string_access_by_id() does.
+[[nodiscard]] int readText(char* buffer, int bufferSize, int* length, const char* table,
+                           const char* column, int id);
+
+/// Writes a text column of the row with an Id. The text may fill the command.
+[[nodiscard]] int writeText(std::string_view text, const char* table, const char* column, int id);
+
 /// Counts a command for client_failures() unless its status is CORVANTA_OK or CORVANTA_UNKNOWN_ROW.
 /// @return the status
 int counted(int status);

@@ -29,6 +29,21 @@ int toValue(std::optional<int> number, int* value) {
     return CORVANTA_OK;
 }
 
+int runTextCommand(Answer& answer, const char* command, int length) {
+    return length >= kCommandSize ? counted(CORVANTA_FAILED)
+                                  : runCommand(kQuiet, answer, command, length);
+}
+
+// Cuts a line end off an answer. What then says that there is no row is no text.
+int takeText(char* text, int& size) {
+    if (size > 0 && text[size - 1] == '\n')
+        text[--size] = '\0';
+    if (text != kNoRow)
+        return CORVANTA_OK;
+    text[0] = '\0';
+    return CORVANTA_UNKNOWN_ROW;
+}
+
 } // namespace
 
 int config_int_access_by_id(access_type access, int* value, const char* table, const char* column,
@@ -89,78 +104,64 @@ int config_row_read(const char* table, int row, char* buffer, int size, int* len
     return CORVANTA_OK;
 }
 
+int kavo::snmp::readText(char* buffer, int bufferSize, int* length, const char* table,
+                         const char* column, int id) {
+    if (bufferSize < kSmallestCapacity)
+        return CORVANTA_UNFIT;
+    char command[kCommandSize];
+    const int commandLength =
+        formatCommand(command, sizeof command, kReadTextById, table, id, column);
+    ShortAnswer answer;
+    TRY(runTextCommand(answer, command, commandLength));
+    int size = deliver(answer, buffer, bufferSize);
+    if (size >= bufferSize - 1)
+        return CORVANTA_UNFIT;
+    TRY(takeText(buffer, size));
+    *length = size;
+    return CORVANTA_OK;
+}
+
+int kavo::snmp::writeText(std::string_view text, const char* table, const char* column, int id) {
+    char command[kCommandSize];
+    const int commandLength = formatCommand(command, sizeof command, kWriteTextById, table, id,
+                                            column, PRINTF_VIEW(text));
+    ShortAnswer answer;
+    TRY(runTextCommand(answer, command, commandLength));
+    int size = static_cast<int>(strlen(answer.text));
+    return takeText(answer.text, size);
+}
+
 int config_string_access_by_id(access_type access, char* buffer, int bufferSize, int* length,
                                const char* table, const char* column, int id) {
-    char command[kCommandSize];
-    char* target = command; // of a write's answer
-    int capacity = sizeof command;
-    int commandLength = 0;
     switch (access) {
     case access_get:
-        if (bufferSize < kSmallestCapacity)
-            return CORVANTA_UNFIT;
-        target = buffer;
-        capacity = bufferSize;
-        commandLength = formatCommand(command, sizeof command, kReadTextById, table, id, column);
-        break;
+        return readText(buffer, bufferSize, length, table, column, id);
     case access_set:
         if (!isSafeValue(buffer, bufferSize, *length))
             return counted(CORVANTA_UNFIT);
-        commandLength = formatCommand(command, sizeof command, kWriteTextById, table, id, column,
-                                      *length, buffer);
-        break;
+        return writeText({buffer, static_cast<std::size_t>(*length)}, table, column, id);
     default:
         return CORVANTA_FAILED;
     }
-    if (commandLength >= kCommandSize)
-        return counted(CORVANTA_FAILED);
-
-    ShortAnswer answer;
-    TRY(runCommand(kQuiet, answer, command, commandLength));
-    int size = deliver(answer, target, capacity);
-    if (size >= capacity - 1)
-        return CORVANTA_UNFIT;
-    if (size > 0 && target[size - 1] == '\n')
-        target[--size] = '\0';
-    if (target == kNoRow) {
-        target[0] = '\0';
-        return CORVANTA_UNKNOWN_ROW;
-    }
-    if (access == access_get)
-        *length = size;
-    return CORVANTA_OK;
 }
 
 int config_string_access_by_id(access_type access, std::string& value, const char* table,
                                const char* column, int id) {
-    char buffer[20] = "";
+    char buffer[20];
     constexpr std::size_t kLongest = sizeof buffer - 2;
     int length = 0;
-    if (access == access_set) {
+    switch (access) {
+    case access_get:
+        TRY(readText(buffer, sizeof buffer, &length, table, column, id));
+        return counted(guardedStatus([&] {
+            value = buffer;
+            return CORVANTA_OK;
+        }));
+    case access_set:
         if (value.size() > kLongest)
             return counted(CORVANTA_UNFIT);
-        length = static_cast<int>(value.copy(buffer, kLongest));
-    }
-    TRY(config_string_access_by_id(access, buffer, sizeof buffer, &length, table, column, id));
-    if (access != access_get)
-        return CORVANTA_OK;
-    return counted(guardedStatus([&] {
-        value = buffer;
-        return CORVANTA_OK;
-    }));
-}
-
-int TruthValue_internal_to_snmp(int value) {
-    switch (value) {
-    case 0:
-        return 2;
-    case 1:
-        return 1;
+        return writeText(value, table, column, id);
     default:
-        return 0;
+        return CORVANTA_FAILED;
     }
-}
-
-int TruthValue_snmp_to_internal(int value) {
-    return value == 2 ? 0 : value;
 }

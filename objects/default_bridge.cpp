@@ -1,3 +1,5 @@
+#include "objects/default_bridge.h"
+
 #include "base/Guard.h"
 #include "client/Client.h"
 
@@ -27,17 +29,10 @@ int takeId(const Answer& answer, int& id) {
     return CORVANTA_OK;
 }
 
-int create(int& bridgeId, int& lanIfaceId, int& wanIfaceId) {
-    ShortAnswer answer;
-    TRY(run(kTraced, answer, kInsertBridge));
-    TRY(takeId(answer, bridgeId));
-    TRY(run(kTraced, answer, kInsertLanMember, bridgeId));
-    TRY(takeId(answer, lanIfaceId));
-    TRY(run(kTraced, answer, kInsertWanMember, bridgeId, "wan"));
-    return takeId(answer, wanIfaceId);
-}
+} // namespace
 
-void lookUp(int& bridgeId, int& lanIfaceId, int& wanIfaceId, int& filterId) {
+void DefaultBridge::lookUp() {
+    *this = {};
     ignoreStatus(config_int_read_by_key(&lanIfaceId, "BridgeInterface", "Id", "Interface", "eth0"));
     if (lanIfaceId > 0) {
         wanIfaceId = nextRow(lanIfaceId);
@@ -49,14 +44,24 @@ void lookUp(int& bridgeId, int& lanIfaceId, int& wanIfaceId, int& filterId) {
                                             format("%d", bridgeId).c_str()));
 }
 
-int remove(int bridgeId) {
+int DefaultBridge::create() {
+    *this = {};
+    ShortAnswer answer;
+    TRY(run(kTraced, answer, kInsertBridge));
+    TRY(takeId(answer, bridgeId));
+    TRY(run(kTraced, answer, kInsertLanMember, bridgeId));
+    TRY(takeId(answer, lanIfaceId));
+    TRY(run(kTraced, answer, kInsertWanMember, bridgeId, "wan"));
+    return takeId(answer, wanIfaceId);
+}
+
+int DefaultBridge::remove() {
+    lookUp();
     ShortAnswer answer;
     TRY(run(kTraced, answer, kDeleteMembers, bridgeId));
     TRY(run(kTraced, answer, kDeleteFilter, bridgeId));
     return run(kTraced, answer, kDeleteBridge, bridgeId);
 }
-
-} // namespace
 
 int default_Bridge(access_type access, int* bridgeId, int* lanIfaceId, int* wanIfaceId,
                    int* filterId) {
@@ -64,11 +69,22 @@ int default_Bridge(access_type access, int* bridgeId, int* lanIfaceId, int* wanI
         if (bridgeId == nullptr || lanIfaceId == nullptr || wanIfaceId == nullptr ||
             filterId == nullptr)
             return CORVANTA_FAILED;
-        for (int* const id : {bridgeId, lanIfaceId, wanIfaceId, filterId})
-            *id = -1;
-        if (access == access_create)
-            return create(*bridgeId, *lanIfaceId, *wanIfaceId);
-        lookUp(*bridgeId, *lanIfaceId, *wanIfaceId, *filterId);
-        return access == access_delete ? remove(*bridgeId) : CORVANTA_OK;
+        DefaultBridge bridge;
+        int status = CORVANTA_OK;
+        switch (access) {
+        case access_create:
+            status = bridge.create();
+            break;
+        case access_delete:
+            status = bridge.remove();
+            break;
+        default:
+            bridge.lookUp();
+        }
+        *bridgeId = bridge.bridgeId;
+        *lanIfaceId = bridge.lanIfaceId;
+        *wanIfaceId = bridge.wanIfaceId;
+        *filterId = bridge.filterId;
+        return status;
     });
 }

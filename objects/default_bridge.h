@@ -1,7 +1,5 @@
 #pragma once
 
-#include <corvanta.h>
-
 namespace kavo::snmp {
 
 /// The bridge that joins "eth0" with the default WAN interface, by its rows' Ids; see
@@ -12,9 +10,15 @@ struct DefaultBridge {
     int wanIfaceId = -1;
     int filterId = -1;
 
-    [[nodiscard]] int access(access_type access) {
-        return default_Bridge(access, &bridgeId, &lanIfaceId, &wanIfaceId, &filterId);
-    }
+    bool exists() const { return wanIfaceId > 0; }
+
+    void lookUp();
+
+    /// Creates the bridge and its two members. After a failure the Ids are those made until then.
+    [[nodiscard]] int create();
+
+    /// Looks the bridge up anew and deletes its rows.
+    [[nodiscard]] int remove();
 };
 
 } // namespace kavo::snmp

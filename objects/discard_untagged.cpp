@@ -1,3 +1,5 @@
+#include "objects/discard_untagged.h"
+
 #include "base/Guard.h"
 #include "client/Client.h"
 #include "objects/default_bridge.h"
@@ -28,7 +30,7 @@ int insertFilter(int bridgeId) {
 
 int setDiscard(int requested) {
     DefaultBridge bridge;
-    ignoreStatus(bridge.access(access_get));
+    bridge.lookUp();
     if (requested == 0 && bridge.filterId > 0)
         TRY(deleteFilter(bridge.bridgeId));
     else if (requested != 0 && bridge.filterId <= 0 && bridge.bridgeId > 0)
@@ -49,6 +51,12 @@ int discardUntaggedFrames(access_type access, int* value) {
 }
 
 } // namespace
+
+int kavo::snmp::applyDiscardSetting() {
+    int discard = 0;
+    TRY(discardUntaggedFrames(access_get, &discard));
+    return discardUntaggedFrames(access_set, &discard);
+}
 
 int VlanDiscardUntaggedFrames_snmp(access_type access, int* value) {
     return guardedStatus([=] { return discardUntaggedFrames(access, value); });

@@ -44,6 +44,8 @@ constexpr char kDeleteNetif[] = " quorlet \"  deletekey  StatusNetifConfig  Name
 constexpr char kLanPort[] = "eth0";
 constexpr char kMemberPrefix[] = "bridge:"; // of a member's node
 
+constexpr int kSnmpFalse = 2;
+
 int lanRow(int vlanIndex) {
     return wanRow(vlanIndex) - 1;
 }
@@ -182,8 +184,13 @@ int vlanDiscardTag(access_type access, int* value, int vlanIndex) {
 
 int kavo::snmp::rebuildWanSide(int vlanIndex) {
     int discardTag = 0;
-    TRY(VlanDiscardTag_snmp(access_get, &discardTag, vlanIndex));
-    return VlanDiscardTag_snmp(access_set, &discardTag, vlanIndex);
+    TRY(vlanDiscardTag(access_get, &discardTag, vlanIndex));
+    return vlanDiscardTag(access_set, &discardTag, vlanIndex);
+}
+
+int kavo::snmp::switchOffVlan(int vlanIndex) noexcept {
+    int off = kSnmpFalse;
+    return guardedStatus([&] { return vlanEnabled(access_set, &off, vlanIndex); });
 }
 
 int VlanEnabled_snmp(access_type access, int* value, int vlanIndex) {

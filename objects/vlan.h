@@ -1,8 +1,6 @@
 #pragma once
 
-#include <string_view>
-
-/// What the handlers of VLAN objects and of the default WAN interface share.
+/// What the other handlers need to know of VLAN objects, and what they do to them.
 namespace kavo::snmp {
 
 /// Number of VLAN objects; they count from 1.
@@ -20,14 +18,7 @@ inline int wanRow(int vlanIndex) {
 /// Sets up or removes a VLAN object's WAN side from its stored tag setting.
 int rebuildWanSide(int vlanIndex);
 
-/// The name of a WAN interface, as far as it was read.
-struct InterfaceName {
-    char text[15] = "";
-    int length = 0;
-
-    bool is(std::string_view other) const {
-        return std::string_view(text, static_cast<std::size_t>(length)) == other;
-    }
-};
+/// Switches a VLAN object off. Its callers go on after a failure, so it throws nothing.
+int switchOffVlan(int vlanIndex) noexcept;
 
 } // namespace kavo::snmp

@@ -1,7 +1,9 @@
 #include "base/Guard.h"
 #include "client/Client.h"
+#include "objects/default_wan.h"
 #include "objects/managed_objects.h"
 #include "objects/vlan.h"
+#include "objects/wan_interface.h"
 
 using namespace kavo::snmp;
 
@@ -10,28 +12,23 @@ namespace {
 // Empties the default WAN interface when it is the given one.
 int releaseDefault(std::string_view interface) {
     InterfaceName current;
-    TRY(VlanDefaultWanInterface(access_get, current.text, sizeof current.text, &current.length));
-    if (!current.is(interface))
-        return CORVANTA_OK;
-    InterfaceName none;
-    return VlanDefaultWanInterface(access_set, none.text, sizeof none.text, &none.length);
+    TRY(readDefaultWan(current.text, sizeof current.text, &current.length));
+    return current.is(interface) ? setDefaultWan({}) : CORVANTA_OK;
 }
 
 int wanInterface(access_type access, char* buffer, int bufferSize, int* length, int vlanIndex) {
     if (buffer == nullptr || length == nullptr)
         return CORVANTA_FAILED;
-    if (access == access_set && mgmt_o.cache == nullptr)
+    if (access == access_get)
+        return readVlanParent(buffer, bufferSize, length, vlanIndex);
+    if (access != access_set || mgmt_o.cache == nullptr || !isVlan(vlanIndex))
         return CORVANTA_FAILED;
-    if (access == access_set) {
-        if (!isVlan(vlanIndex))
-            return CORVANTA_FAILED;
-        if (!isSafeValue(buffer, bufferSize, *length))
-            return counted(CORVANTA_UNFIT);
-        TRY(releaseDefault({buffer, static_cast<std::size_t>(*length)}));
-    }
-    TRY(config_string_access_by_id(access, buffer, bufferSize, length, "VLAN", "ParentIf",
-                                   wanRow(vlanIndex)));
-    return access == access_set ? rebuildWanSide(vlanIndex) : CORVANTA_OK;
+    if (!isSafeValue(buffer, bufferSize, *length))
+        return counted(CORVANTA_UNFIT);
+    const std::string_view interface(buffer, static_cast<std::size_t>(*length));
+    TRY(releaseDefault(interface));
+    TRY(writeText(interface, "VLAN", "ParentIf", wanRow(vlanIndex)));
+    return rebuildWanSide(vlanIndex);
 }
 
 } // namespace

@@ -212,10 +212,12 @@ TEST_F(ClientTest, TextWrites) {
     platform.script({"\n"});
     EXPECT_EQ(0, write(x200, 198 - fixed, 200));
     EXPECT_EQ(198U, std::exchange(platform.commands, {}).at(0).size());
+    const unsigned long failures = client_failures();
     EXPECT_EQ(6, write(x200, 199 - fixed, 200)) << "does not fit the runner";
     EXPECT_EQ(1, write(x200, 200 - fixed, 200)) << "does not fit the buffer";
     EXPECT_EQ(6, write("eth0", 5, 4));
     EXPECT_EQ(6, write("eth0", -1, 4));
+    EXPECT_EQ(failures + 4, client_failures());
 
     std::string refused, hostile;
     platform.client = [](const std::string&) { return "\n"; };

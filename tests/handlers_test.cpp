@@ -331,6 +331,11 @@ struct Sequence {
 const std::vector<Sequence> sequences = {
     Sequence("BridgeCreate", bridge, {}, create, access_create),
     Sequence("BridgeLookUp", bridge, {}, lookUp({}), access_none),
+    Sequence("BridgeMemberOfId0", bridge, {}, {lanMember.answers(0, &State::lan).ignored()},
+             access_none),
+    Sequence("BridgeOfId0", bridge, {},
+             {lanMember.orElse({}), bridgeOfMember.answers(0, &State::bridge).ignored()},
+             access_none),
     Sequence("BridgeDelete", bridge, {}, {lookUp(remove(-1)), remove(1)}, access_delete),
 
     Sequence("AtmGet", atm, 77, {atmRead(0).then([](State& s) { s.value = 2; })}, access_get),
@@ -343,14 +348,20 @@ const std::vector<Sequence> sequences = {
 
     Sequence("DiscardGet", discard, 77, {discardRead.answers(1, &State::value)}, access_get),
     Sequence("DiscardNeitherGetNorSet", discard, 77, {endsWith(1)}, access_create),
-    Sequence("DiscardOn", discard, 1,
-             {lookUp({discardWrite(1)}, noFilter), insertFilter, discardWrite(1)}),
+    Sequence(
+        "DiscardOn", discard, 1,
+        {lookUp({discardWrite(1)}, filter.answers(0).ignored()), insertFilter, discardWrite(1)}),
+    Sequence("DiscardOnBridgeOfId0", discard, 1,
+             {lanMember.orElse({discardWrite(1)}), bridgeOfMember.answers(0).ignored(),
+              discardWrite(1)}),
     Sequence("DiscardOnAgain", discard, 1,
              {lookUp({discardWrite(1)}, filter.orElse({insertFilter, discardWrite(1)})),
               discardWrite(1)}),
     Sequence("DiscardOff", discard, 2,
              {lookUp({discardWrite(0)}, filter.orElse({discardWrite(0)})), deleteFilter,
               discardWrite(0)}),
+    Sequence("DiscardOffFilterOfId0", discard, 2,
+             {lookUp({discardWrite(0)}, filter.answers(0).ignored()), discardWrite(0)}),
 
     Sequence("VlanGetOn", vlan, State(77).on({1}), {gives(1)}, access_get),
     Sequence("VlanGetOff", vlan, State(77).on({2}), {gives(2)}, access_get),

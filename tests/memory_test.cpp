@@ -50,6 +50,14 @@ int commandsOfATag() {
                                                         : -1;
 }
 
+/// A VLAN object that cannot be switched off does not stop it.
+int defaultWanTakenFromAVlan() {
+    char text[] = "2";
+    int length = 1;
+    mgmt_o.cache->vlan_intern[1].Enable = 1;
+    return VlanDefaultWanInterface(access_set, text, sizeof text, &length);
+}
+
 /// What leaks on the way is found under AddressSanitizer.
 TEST_F(MemoryTest, AnExportedFunctionFailsWholly) {
     const speedInfo_s rates = {1, 2, 3, 4};
@@ -69,6 +77,7 @@ TEST_F(MemoryTest, AnExportedFunctionFailsWholly) {
         {"agent row", giving(getRowSnmpAgent), {"", "(null)"}},
         {"cache", giving(cacheRefreshed), {}},
         {"tag", giving(commandsOfATag), {"-1"}},
+        {"default", giving(defaultWanTakenFromAVlan), {}},
         {"time", giving([] { return time2string() == "xx.xx.xx" ? 0 : 1; }), {"0"}},
     };
     for (const bool verbose : {false, true}) {
@@ -78,7 +87,7 @@ TEST_F(MemoryTest, AnExportedFunctionFailsWholly) {
             data_cache cache;
             for (data_cache::vlan_row& row : cache.vlan_intern)
                 row.InterfaceName = "a name that needs memory";
-            mgmt_o.cache = std::string(c.name) == "tag" ? &cache : nullptr;
+            mgmt_o.cache = std::string(c.name) == "cache" ? nullptr : &cache;
             const std::string whole = c.call();
             withEachAllocationFailing([&] {
                 const std::string result = c.call();
