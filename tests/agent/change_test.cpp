@@ -1,7 +1,7 @@
 // Changes on trial, and the journal that takes them back after the agent has gone: on the stand-in
 // device, with the agent by itself and as a subagent of a real snmpd.
 
-#include "Site.h"
+#include "tests/agent/Site.h"
 
 #include <cstdlib>
 #include <functional>

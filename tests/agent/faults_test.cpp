@@ -7,7 +7,7 @@
 // and every 8Nth that reads, in all ways. $CORVANTA_FAULTS_SET and $CORVANTA_FAULTS_WAY choose by a
 // part of the name.
 
-#include "Site.h"
+#include "tests/agent/Site.h"
 
 #include <sys/file.h>
 

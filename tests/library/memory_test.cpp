@@ -1,6 +1,6 @@
 // Too little memory.
 
-#include "tests/Platform.h"
+#include "tests/library/Platform.h"
 
 #include "objects/data_cache.h"
 #include "objects/managed_objects.h"

@@ -1,4 +1,4 @@
-#include "tests/Platform.h"
+#include "tests/library/Platform.h"
 
 #include "objects/data_cache.h"
 #include "objects/managed_objects.h"

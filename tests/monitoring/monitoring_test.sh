@@ -2,8 +2,8 @@
 # The files of monitoring/ with the programs that use them.
 #
 #     monitoring_test.sh generator|rules|routes|credentials|notifications SMI_DIR [BUILD_DIR]
-# shellcheck source=lib.sh
-. "$(dirname -- "${BASH_SOURCE[0]}")/lib.sh"
+# shellcheck source=../lib.sh
+. "$(dirname -- "${BASH_SOURCE[0]}")/../lib.sh"
 smi=$(realpath -m -- "$2") build=$(realpath -m -- "${3-.}")
 monitoring=$source/monitoring mib=$source/agent/share/CORVANTA-MIB.txt
 cd "$work"
@@ -32,16 +32,16 @@ generator() {
 
 rules() {
     local name
-    cp -r "$monitoring"/{rules,prometheus.yml} "$source"/tests/monitoring_{rules,troubles,flapping,week}.yml .
+    cp -r "$monitoring"/{rules,prometheus.yml} "$source"/tests/monitoring/{rules,troubles,flapping,week}.yml .
     promtool check config prometheus.yml
-    promtool test rules monitoring_*.yml
+    promtool test rules {rules,troubles,flapping,week}.yml
     for what in alert summary action; do grep -c " $what:" rules/corvanta-alerts.yml; done | uniq | wc -l | grep -qx 1 ||
         fail "an alert does not say what to do"
     # Each of the rules is needed by a test; the quickest comes first.
     while read -r name; do
         cp "$monitoring"/rules/* rules
         sed -i -E "s/(alert|record): $name\$/\1: other/" rules/*.yml
-        for test in monitoring_{rules,troubles,flapping,week}.yml; do
+        for test in {rules,troubles,flapping,week}.yml; do
             promtool test rules "$test" >/dev/null 2>&1 || continue 2
         done
         fail "no test of $name"

@@ -1,6 +1,6 @@
 // Commands, and the accessors of one field or row.
 
-#include "tests/Platform.h"
+#include "tests/library/Platform.h"
 
 #include "readers/Table.h"
 

@@ -1,7 +1,7 @@
 // The stand-in device by itself: its client on a real database, its DSL tool, its circuit list and
 // the script that puts programs on it.
 
-#include "Device.h"
+#include "tests/device/Device.h"
 
 #include <sys/wait.h>
 

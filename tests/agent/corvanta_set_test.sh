@@ -3,8 +3,8 @@
 #
 #     corvanta_set_test.sh BUILD_DIR [CHANGES]    how many changes over a link that loses packets; 3
 # shellcheck disable=SC2030,SC2031,SC2317 # a subshell has its own source; called later
-# shellcheck source=lib.sh
-. "$(dirname -- "${BASH_SOURCE[0]}")/lib.sh"
+# shellcheck source=../lib.sh
+. "$(dirname -- "${BASH_SOURCE[0]}")/../lib.sh"
 build=$(realpath -- "$1") changes=${2-3}
 cd "$work"
 mkfifo keys
@@ -53,7 +53,7 @@ counted() { (($(grep -o '[0-9]* s left' out | sort -u | wc -l) > 1)); }
 says() { tr -d '\r' <out | grep -qE "$1" || wrong "it doesn't say '$1'"; }
 
 port=$(perl -MIO::Socket::INET -e 'print IO::Socket::INET->new(Proto => "udp", LocalAddr => "127.0.0.1")->sockport')
-"$source/tests/relay.pl" stream . >relay.log &
+"$source/tests/agent/relay.pl" stream . >relay.log &
 relay=$!
 soon grep -q ready relay.log
 start
@@ -117,7 +117,7 @@ completed() {
     '8 cvDefaultWanInterface= true --json' ] || wrong "completion: $(completed cvCircuitVp)"
 
 # A link that drops every third packet, in either direction.
-"$source/tests/relay.pl" lossy "$port" >back &
+"$source/tests/agent/relay.pl" lossy "$port" >back &
 started+=($!)
 soon test -s back
 for ((i = 1; i <= changes; ++i)); do

@@ -1,7 +1,7 @@
 // The whole road: the library, the shell, the client and its database, the circuit list and the
 // DSL tool. Each test runs on a device of its own; what a set changed is looked at in the database.
 
-#include "Device.h"
+#include "tests/device/Device.h"
 
 #include <corvanta.h>
 

@@ -1,7 +1,7 @@
 // What an agent meets in the field over the years: kills, replays, slow devices, other agents,
 // masters that go away, strangers. On the stand-in device, with the stock SNMP tools.
 
-#include "Site.h"
+#include "tests/agent/Site.h"
 
 #include "agent/net/Sandbox.h"
 

@@ -3,13 +3,13 @@
 # the sources: in C through pkg-config, in C++ through find_package().
 #
 #     install_test.sh BUILD_DIR VERSION
-# shellcheck source=lib.sh
-. "$(dirname -- "${BASH_SOURCE[0]}")/lib.sh"
+# shellcheck source=../lib.sh
+. "$(dirname -- "${BASH_SOURCE[0]}")/../lib.sh"
 build=$1 version=$2
 
 DESTDIR=$work/stage cmake --install "$build" >/dev/null
 mv -- "$work/stage$(sed -n 's/^CMAKE_INSTALL_PREFIX:PATH=//p' "$build/CMakeCache.txt")" "$work/moved"
-cp -r -- "$source/tests/consumer" "$work"
+cp -r -- "$source/tests/packages/consumer" "$work"
 cd "$work/consumer"
 library=$(dirname -- "$(find "$work/moved" -name libcorvanta.so)")
 

@@ -1,6 +1,6 @@
 // The exported status queries, what they forward to, and the Wrapper.
 
-#include "tests/Platform.h"
+#include "tests/library/Platform.h"
 
 #include "frame/SnmpConfigHandler.h"
 #include "frame/Wrapper.h"

@@ -4,8 +4,8 @@
 #
 #     package_test.sh BUILD_DIR VERSION
 [ "$(id -u)" -eq 0 ] || exec fakeroot -- "$0" "$@"
-# shellcheck source=lib.sh
-. "$(dirname -- "${BASH_SOURCE[0]}")/lib.sh"
+# shellcheck source=../lib.sh
+. "$(dirname -- "${BASH_SOURCE[0]}")/../lib.sh"
 build=$(realpath -- "$1") version=$2
 triplet=$(dpkg-architecture -qDEB_HOST_MULTIARCH)
 root=$work/root conffile=$work/root/etc/snmp/snmpd.conf.d/corvanta.conf state=$work/root/var/lib/corvanta

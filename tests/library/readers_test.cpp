@@ -1,6 +1,6 @@
 // The readers by themselves, on sources that say anything.
 
-#include "tests/Platform.h"
+#include "tests/library/Platform.h"
 
 #include "frame/Wrapper.h"
 #include "readers/AtmFile.h"

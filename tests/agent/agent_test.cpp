@@ -2,7 +2,7 @@
 // subagent of a real snmpd with the configuration that is shipped for it. All is on loopback, in a
 // temporary folder.
 
-#include "Site.h"
+#include "tests/agent/Site.h"
 
 #include <iterator>
 #include <sstream>

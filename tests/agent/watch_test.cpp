@@ -1,7 +1,7 @@
 // What the agent sees without reading everything again: the file of the database, whatever happens
 // to it.
 
-#include "Site.h"
+#include "tests/agent/Site.h"
 
 #include <sys/resource.h>
 

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Every script tells with --help what it takes, and refuses with one line what it doesn't, before it
 # does anything: what they work with stands in for itself here, and tells that it was called.
-# shellcheck source=lib.sh
-. "$(dirname -- "${BASH_SOURCE[0]}")/lib.sh"
+# shellcheck source=../lib.sh
+. "$(dirname -- "${BASH_SOURCE[0]}")/../lib.sh"
 cd "$source"
 mkdir "$work/bin"
 for program in apt-get cmake dpkg-query git mktemp mmdebstrap sudo; do

@@ -3,8 +3,8 @@
 # those of agent/share/modules, which give way to the others.
 #
 #     mib_test.sh DIR    where the standard modules are, or are put
-# shellcheck source=lib.sh
-. "$(dirname -- "${BASH_SOURCE[0]}")/lib.sh"
+# shellcheck source=../lib.sh
+. "$(dirname -- "${BASH_SOURCE[0]}")/../lib.sh"
 "$source/agent/share/smi-modules" "$1"
 standard=$(realpath -- "$1") ours=$source/agent/share/modules mib=$source/agent/share/CORVANTA-MIB.txt
 cd "$work"
