@@ -2,11 +2,15 @@
 // subagent of a real snmpd with the configuration that is shipped for it. All is on loopback, in a
 // temporary folder.
 
-#include "tests/agent/Site.h"
+#include "tests/agent/site/Site.h"
 
+#include <gtest/gtest.h>
+
+#include <csignal>
 #include <iterator>
 #include <sstream>
 #include <thread>
+#include <utility>
 
 namespace {
 

@@ -1,8 +1,11 @@
 // Changes on trial, and the journal that takes them back after the agent has gone: on the stand-in
 // device, with the agent by itself and as a subagent of a real snmpd.
 
-#include "tests/agent/Site.h"
+#include "tests/agent/site/Site.h"
 
+#include <gtest/gtest.h>
+
+#include <csignal>
 #include <cstdlib>
 #include <functional>
 #include <vector>

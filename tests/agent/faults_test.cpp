@@ -7,16 +7,22 @@
 // and every 8Nth that reads, in all ways. $CORVANTA_FAULTS_SET and $CORVANTA_FAULTS_WAY choose by a
 // part of the name.
 
-#include "tests/agent/Site.h"
+#include "tests/agent/site/Site.h"
+
+#include <gtest/gtest.h>
 
 #include <sys/file.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <functional>
 #include <iterator>
+#include <memory>
 #include <mutex>
 #include <sstream>
 #include <thread>

@@ -1,23 +1,37 @@
 // What an agent meets in the field over the years: kills, replays, slow devices, other agents,
 // masters that go away, strangers. On the stand-in device, with the stock SNMP tools.
 
-#include "tests/agent/Site.h"
+#include "tests/agent/site/Port.h"
+#include "tests/agent/site/Sink.h"
+#include "tests/agent/site/Site.h"
 
 #include "agent/net/Sandbox.h"
+
+#include <gtest/gtest.h>
 
 #include <fcntl.h>
 #include <poll.h>
 #include <seccomp.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <climits>
+#include <csignal>
+#include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <map>
 #include <random>
 #include <set>
+#include <sstream>
+#include <thread>
 #include <tuple>
 #include <vector>
 

@@ -1,10 +1,10 @@
 // How the agent takes changes back, on a database in memory: many changes made up at random, each
 // broken off somewhere, beside what others do.
 
-#include "agent/dev/DatabaseReader.h"
 #include "agent/change/JournalText.h"
 #include "agent/change/Restore.h"
 #include "agent/change/Stage.h"
+#include "agent/dev/DatabaseReader.h"
 
 #include <corvanta.h>
 

@@ -1,7 +1,9 @@
 // What the agent sees without reading everything again: the file of the database, whatever happens
 // to it.
 
-#include "tests/agent/Site.h"
+#include "tests/agent/site/Site.h"
+
+#include <gtest/gtest.h>
 
 #include <sys/resource.h>
 
