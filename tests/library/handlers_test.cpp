@@ -1,127 +1,14 @@
 #include "tests/library/Platform.h"
+#include "tests/library/Sequence.h"
 
 #include "objects/data_cache.h"
 #include "objects/managed_objects.h"
 
-#include <algorithm>
-#include <map>
-#include <optional>
-#include <set>
-#include <sstream>
-
-// The handlers, each by the tables of its commands. What comes of any failure follows from the
-// table: the status, the commands after it, and what is left in the outputs and the cache.
+// The handlers, each by the tables of its commands. Sequence.h tells how such a table is read.
 
 namespace {
 
-/** What a call can change: its output, and in the cache the VLAN rows and the bridge slots. */
-struct State {
-    State() : hasIds(true) {}
-    State(int given) : value(given) {}
-    State(const char* given) : text(given) {}
-
-    State& on(std::initializer_list<int> rows, int enable = 1) {
-        for (const int row : rows)
-            vlan[row] = enable;
-        return *this;
-    }
-    State& bridges(std::initializer_list<int> held) {
-        std::copy(held.begin(), held.end(), &slot[1]);
-        return *this;
-    }
-    std::string show() const {
-        using testing::PrintToString;
-        const std::string ids = PrintToString(std::vector{bridge, lan, wan, filter});
-        return PrintToString(value) + PrintToString(text) + (hasIds ? ids : "") +
-               PrintToString(vlan) + PrintToString(slot);
-    }
-
-    bool hasIds = false;
-    int value = 0, bridge = -1, lan = -1, wan = -1, filter = -1;
-    std::string text;
-    int vlan[17] = {}, slot[9] = {0, -1, -1, -1, -1, -1, -1, -1, -1};
-};
-using Effect = std::function<void(State&)>;
-
-const std::string unknownRow = "Unknown row", locked = "Database locked";
-constexpr int noRow = CORVANTA_UNKNOWN_ROW;
-
-/** A step of a sequence: a command, or steps together, or the end. */
-struct Step {
-    enum Failure { ends, goesOn, isElsewhere };
-    struct Kind {
-        bool traced = false, exact = false, once = false;
-    };
-
-    Step(std::vector<Step> steps) : together(std::move(steps)) {}
-    Step(std::string text, Kind its) : command(std::move(text)), kind(its) {}
-
-    template <typename Value>
-    Step with(Value Step::*member, Value value) const {
-        Step other = *this;
-        other.*member = std::move(value);
-        return other;
-    }
-    Step answers(const std::string& text) const { return with(&Step::answer, text + "\n"); }
-    Step answers(int id) const { return answers(std::to_string(id)); }
-    Step answers(int id, int State::*to) const {
-        return answers(id).then([=](State& s) { s.*to = id; });
-    }
-    /** What it changes when it succeeds, or even before. */
-    Step then(Effect effect) const { return with(&Step::onSuccess, std::move(effect)); }
-    Step anyway(Effect effect) const { return with(&Step::always, std::move(effect)); }
-    /** A failure, or that with a status only, does not end the sequence. */
-    Step ignored(int only = 0) const {
-        return with(&Step::failure, goesOn).with(&Step::onlyStatus, only);
-    }
-    /** The same, and the rest of the sequence is another. */
-    Step orElse(std::vector<Step> steps, int only = 0) const {
-        return ignored(only).with(&Step::failure, isElsewhere).with(&Step::elsewhere, steps);
-    }
-    Step failsWith(int status) const { return with(&Step::end, std::optional(status)); }
-
-    int statusOf(const Answer& given) const {
-        const std::string& text = given.text;
-        if (given.fault == Answer::Fault::start)
-            return 1;
-        if (text == unknownRow + "\n")
-            return 3;
-        if (text == locked + "\n")
-            return kind.once ? 1 : 2;
-        if (text.size() > (kind.once ? 98U : 28U))
-            return kind.once ? 1 : 6;
-        return 0;
-    }
-    /** Whether the client gave an answer, but not the one that is needed. */
-    bool isOther(const Answer& given) const { return kind.exact && given.text[0] == '?'; }
-
-    std::string command, answer = "?\n";
-    Kind kind;
-    Effect onSuccess = [](State&) {}, always = onSuccess;
-    Failure failure = ends;
-    int onlyStatus = 0;
-    std::optional<int> end;
-    std::vector<Step> together, elsewhere;
-};
-using Steps = std::vector<Step>;
-
-/** Makes commands from their parts: "act" and "num" are traced, "key" is not repeated while the
- *  database is locked, and "num", "get" and "key" need a certain answer, a number but for one. */
-struct Maker : Step::Kind {
-    template <typename... Parts>
-    Step operator()(const Parts&... parts) const {
-        std::ostringstream command;
-        (command << ... << parts);
-        return Step(quorlet(command.str()), *this);
-    }
-};
-constexpr Maker run = {}, act = {{true}}, num = {{true, true}}, get = {{false, true}},
-                key = {{false, true, true}};
-
-/** Steps of which the first failure ends no more than these. */
-const auto ignoring = [](Steps steps) { return Step(std::move(steps)).ignored(); };
-const auto endsWith = [](int status) { return Step(Steps()).failsWith(status); };
-const auto gives = [](int value) { return endsWith(0).anyway([=](State& s) { s.value = value; }); };
+using namespace sequence;
 
 // The default bridge: Id 1, members 1 and 2, filter 1.
 
@@ -293,8 +180,6 @@ Steps allNamesTaken() {
     return steps;
 }
 
-using Handler = std::function<int(access_type, State&)>;
-
 const Handler bridge = [](access_type access, State& s) {
     s.bridge = s.lan = s.wan = s.filter = 7;
     return default_Bridge(access, &s.bridge, &s.lan, &s.wan, &s.filter);
@@ -316,17 +201,6 @@ Handler text(Call call, Index... index) {
     };
 }
 const Handler vlanWan = text(VlanWanInterface, 1), defaultWan = text(VlanDefaultWanInterface);
-
-struct Sequence {
-    Sequence(const char* title, Handler of, State given, Steps all, access_type how = access_set)
-        : name(title), handler(std::move(of)), access(how), before(given), steps(std::move(all)) {}
-
-    const char* name;
-    Handler handler;
-    access_type access;
-    State before;
-    Steps steps;
-};
 
 const std::vector<Sequence> sequences = {
     Sequence("BridgeCreate", bridge, {}, create, access_create),
@@ -413,137 +287,13 @@ const std::vector<Sequence> sequences = {
     Sequence("DefaultEmptied", defaultWan, "",
              {find({walk()}), lookUp({ignoring(remove(-1))}), ignoring(remove(1))})};
 
-using Refusals = std::map<const Step*, Answer>;
-
-/** What comes of a call. */
-struct Course {
-    State left;
-    int status = 0;
-    std::vector<std::pair<const Step*, Answer>> runs = {};
-    Lines log = {};
-    std::vector<unsigned> pauses = {};
-    unsigned long failures = client_failures();
-};
-
-/** Goes through steps. @return the status when they end the sequence */
-std::optional<int> follow(const Steps& steps, const Refusals& refusals, Course& course) {
-    for (const Step& step : steps) {
-        if (step.command.empty()) {
-            step.always(course.left);
-            const auto status = step.end ? step.end : follow(step.together, refusals, course);
-            if (status && step.failure == Step::ends)
-                return status;
-            continue;
-        }
-        const auto refusal = refusals.find(&step);
-        const Answer answer = refusal == refusals.end() ? Answer(step.answer) : refusal->second;
-        const int said = step.statusOf(answer);
-        const int status = said != 0 ? said : step.isOther(answer);
-        const std::size_t runs = status == 2 ? 20 : 1;
-        std::string shown = answer.text;
-        if (!shown.empty() && shown.back() == '\n' && status != 2 && status != 3)
-            shown.pop_back();
-        course.runs.insert(course.runs.end(), runs, {&step, answer});
-        course.pauses.insert(course.pauses.end(), runs - 1, 1);
-        course.log.insert(course.log.end(), step.kind.traced ? runs : 0,
-                          "trace:corvanta: " + step.command + " ==> " + shown);
-        step.always(course.left);
-        course.failures += said != 0 && said != noRow; // once a command, not once a run
-        if (status == 0)
-            step.onSuccess(course.left);
-        else if (step.failure == Step::ends || (step.onlyStatus != 0 && step.onlyStatus != status))
-            return step.end.value_or(status);
-        else if (step.failure == Step::isElsewhere)
-            return follow(step.elsewhere, refusals, course).value_or(0);
-    }
-    return std::nullopt;
-}
-
-/** Every way in which a command can be refused. */
-std::map<std::string, Answer> refusals(const Step& step) {
-    std::map<std::string, Answer> ways = {
-        {"not started", notStarted},
-        {"unknown row", unknownRow + "\n"},
-        {"locked", locked + "\n"},
-        {"too long", "1" + std::string(step.kind.once ? 98 : 28, 'x')}};
-    if (step.kind.exact)
-        ways["another answer"] = "?";
-    return ways;
-}
-
-/** Makes the cache as it is before a call. */
-void fillCache(const State& before) {
-    delete mgmt_o.cache;
-    mgmt_o.cache = new data_cache;
-    mgmt_o.cache->init();
-    for (int row = 1; row <= 16; ++row)
-        mgmt_o.cache->vlan_intern[row] = {before.vlan[row], (row % 2 ? "eth0.10" : "wan1.10") +
-                                                                std::to_string((row + 1) / 2)};
-    for (int slot = 1; slot <= 8; ++slot)
-        mgmt_o.cache->bridge[slot].intern_Id = before.slot[slot];
-}
-
 using HandlersTest = PlatformTest;
 
-std::ostream& operator<<(std::ostream& out, const Sequence& sequence) {
-    return out << sequence.name;
-}
-
 /** One test for each sequence, which runs alone by its name. */
-class SequenceTest : public HandlersTest, public testing::WithParamInterface<Sequence> {
-protected:
-    /** Calls the handler, with some commands refused, and compares everything. */
-    static Course expect(const Refusals& refused = {}) {
-        Course course = {GetParam().before};
-        course.status = follow(GetParam().steps, refused, course).value_or(0);
-        std::size_t at = 0;
-        const auto due = [&] {
-            return at < course.runs.size() ? course.runs[at].first->command : "the end";
-        };
-        platform.client = [&](const std::string& command) {
-            EXPECT_EQ(due(), command);
-            return due() == command ? course.runs[at++].second : notStarted;
-        };
-        platform.sleeps.clear();
-        State left = GetParam().before;
-        fillCache(left);
-        const int status = GetParam().handler(GetParam().access, left);
-        for (int row = 1; row <= 16; ++row)
-            left.vlan[row] = mgmt_o.cache->vlan_intern[row].Enable;
-        for (int slot = 1; slot <= 8; ++slot)
-            left.slot[slot] = mgmt_o.cache->bridge[slot].intern_Id;
-        EXPECT_EQ("the end", due());
-        EXPECT_EQ(course.status, status);
-        EXPECT_EQ(course.left.show(), left.show());
-        EXPECT_EQ(course.log, platform.takeLog());
-        EXPECT_EQ(course.pauses, platform.sleeps);
-        EXPECT_EQ(course.failures, client_failures());
-        return course;
-    }
-
-    /** Refuses, on top of what is refused, each command that runs then for the first time. */
-    void refuseEach(const Refusals& refused = {}) {
-        std::vector<const Step*> fresh;
-        for (const auto& [step, answer] : expect(refused).runs)
-            if (m_seen.insert(step).second)
-                fresh.push_back(step);
-        for (const Step* step : fresh)
-            for (const auto& [way, answer] : refusals(*step)) {
-                if (HasFailure())
-                    return;
-                SCOPED_TRACE(step->command + way);
-                Refusals more = refused;
-                more[step] = answer;
-                refuseEach(more);
-            }
-    }
-
-private:
-    std::set<const Step*> m_seen;
-};
+class SequenceTest : public HandlersTest, public testing::WithParamInterface<Sequence> {};
 
 TEST_P(SequenceTest, EachCommandRefused) {
-    refuseEach();
+    refuseEach(GetParam());
 }
 
 INSTANTIATE_TEST_SUITE_P(, SequenceTest, testing::ValuesIn(sequences),
