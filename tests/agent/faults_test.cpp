@@ -110,6 +110,11 @@ const int kEvery = [] {
     return value != nullptr ? std::max(1, std::atoi(value)) : 0;
 }();
 
+// Every how many commands are tried: the usual few, or as many as are asked for.
+const int kWriteStep = kEvery > 0 ? kEvery : 4;
+const int kReadStep = kEvery > 0 ? 8 * kEvery : 60;
+constexpr int kAgain = 4; ///< of the points, are followed by the same set and its inverse
+
 constexpr int kNoEnd = 1000000;
 constexpr std::size_t kWaysEach = 8; ///< by default, each set has every eighth way
 constexpr int kPatience = 180000;    ///< in ms: on a busy machine nothing is late, only slow
@@ -215,6 +220,170 @@ void print(const char* name, const char* way, const Tally& tally) {
     std::fflush(stdout);
 }
 
+/// One set and one way of failing, tried at one command after the other.
+class Sweep {
+public:
+    Sweep(const Set& set, const Way& way, const Prepared& prepared)
+        : m_set(set), m_way(way), m_prepared(prepared), m_site(way.options) {}
+
+    /// Tries the commands whose turn it is, until there are no more.
+    void run(int turn) {
+        const bool open = kEvery > 0 || m_way.restoring; // else as many as without a fault
+        every(kWriteStep, {'w', 1 + turn % std::min(kWriteStep, m_prepared.writes)},
+              open ? kNoEnd : m_prepared.writes);
+        every(kReadStep, {'r', 1 + turn * 7 % kReadStep}, open ? kNoEnd : m_prepared.reads);
+    }
+
+    Tally sum{};
+    std::string stories; ///< of the points that failed
+
+private:
+    /// A fault at one command, and what came of it.
+    struct Point {
+        Point(char what, int which) : kind(what), number(which) {}
+
+        char kind; ///< 'w' for commands that write, 'r' for those that read
+        int number;
+        std::string answer = "no answer"; ///< to the set
+        bool hit = false;                 ///< there is such a command
+        bool alive = false;               ///< afterwards the agent serves, with nothing left open
+        Tally tally{};
+        std::string story;
+    };
+
+    void every(int step, Point point, int last) {
+        for (bool more = true; more && point.number <= last;
+             point = {point.kind, point.number + step}) {
+            more = attempt(point);
+            if (!point.hit && failures(point.tally) == 0)
+                continue;
+            point.tally[kPoints] = 1;
+            add(point.tally, sum);
+            if (failures(point.tally) > 0)
+                stories += std::string("  ") + point.kind + std::to_string(point.number) + ": " +
+                           point.story;
+        }
+    }
+
+    /// @return whether to go on to further commands
+    bool attempt(Point& point) {
+        if (m_way.restoring)
+            restore(point);
+        else
+            ask(point);
+        m_usable = false;
+        point.hit = m_site.hit();
+        if (!point.hit)
+            m_site.disarm();
+        recover(point);
+        judge(point);
+        return point.hit || tooSlow(point.answer);
+    }
+
+    /// The fault comes while the agent takes back what one left that was killed.
+    void restore(const Point& point) {
+        m_site.copy(m_prepared.killed->folder);
+        m_site.arm(m_way.letter, point.kind, point.number);
+        m_site.start();
+        m_site.settles();
+    }
+
+    /// The fault comes while the set is made.
+    void ask(Point& point) {
+        if (!m_usable) {
+            m_site.copy(m_prepared.ready->folder);
+            m_site.start();
+            m_site.settles();
+        }
+        m_site.arm(m_way.letter, point.kind, point.number);
+        point.answer = m_site.request(m_set.request, m_way.letter == 'n' ? "12" : kLong);
+        if (point.answer.compare(0, 7, "Timeout") == 0) // its network's side was killed
+            point.answer = "no answer";
+        const auto over = [&] {
+            return point.answer != "no answer" || !m_site.agent->running() ||
+                   !m_site.has("state/change.journal");
+        };
+        soon(over, kPatience);
+    }
+
+    /// Starts an agent that was killed again, and waits until nothing is under way.
+    void recover(Point& point) {
+        const bool killed = !m_site.agent->running();
+        const bool toBeKilled =
+            point.hit && std::string("aAgG").find(m_way.letter) != std::string::npos;
+        if (killed)
+            m_site.start();
+        const bool gone = m_way.letter != 'h' || !point.hit || m_site.hungOnesGone();
+        const bool done = !killed && point.answer.empty(); // at once
+        point.alive = (done || m_site.settles()) && gone && killed <= toBeKilled;
+        m_site.disarm();
+        soon([&] { return !m_site.has("device/locked"); });
+    }
+
+    /// Whether the device is as before or as after the set, as the manager was told.
+    void judge(Point& point) {
+        const std::string rows = m_site.rows();
+        const bool isBefore = rows == m_prepared.before;
+        const bool isAfter = rows == m_prepared.after;
+        point.story = point.answer + (point.alive ? "" : ", dead") +
+                      (isBefore  ? ", before"
+                       : isAfter ? ", after"
+                                 : ", half") +
+                      m_site.run(std::string("echo; grep ^") + point.kind +
+                                 " device/commands | sed -n " + std::to_string(point.number) + "p");
+        if (!point.alive) {
+            point.tally[kDead] = 1;
+        } else if (!isBefore && !isAfter) {
+            point.tally[kHalf] = 1;
+            point.story += m_site.difference(m_prepared.before, rows);
+        } else {
+            point.tally[isBefore ? kBefore : kAfter] = 1;
+            const std::string& answer = point.answer;
+            const bool told = answer.empty() ? isAfter : isBefore || answer == "no answer";
+            const bool failed = !m_way.restoring && !answer.empty() && !tooSlow(answer);
+            point.tally[kWrong] = (m_way.restoring && !isBefore) || !told || (!point.hit && failed);
+            m_usable = isBefore;
+            if (isAfter || point.number / kWriteStep % kAgain == 0)
+                m_usable = again(point, isBefore);
+            m_usable = m_usable && !m_way.restoring;
+        }
+    }
+
+    /// A busy machine lets a set miss a short deadline also where nothing fails.
+    bool tooSlow(const std::string& answer) const {
+        return m_way.letter == 'l' && (answer == "(genError)" || answer == "resourceUnavailable");
+    }
+
+    /// The same set succeeds, and so does its inverse. @return whether it led back to the start
+    bool again(Point& point, bool isBefore) {
+        std::string answer = isBefore ? askAgain(m_set.request) : "";
+        std::string rows = m_site.rows();
+        if (answer.empty() && rows == m_prepared.after) {
+            answer = askAgain(m_set.inverse);
+            rows = m_site.rows();
+            if (answer.empty() && rows == m_prepared.back)
+                return rows == m_prepared.before;
+        }
+        point.tally[kWrong] = 1;
+        point.story +=
+            "    then a set: " + answer + "\n" + m_site.difference(m_prepared.before, rows);
+        return false;
+    }
+
+    std::string askAgain(const char* request) {
+        std::string answer = m_site.request(request);
+        for (int i = 0; i < 5 && tooSlow(answer) && m_site.settles(); ++i)
+            answer = m_site.request(request);
+        return answer;
+    }
+
+    const Set& m_set;
+    const Way& m_way;
+    const Prepared& m_prepared;
+    Bench m_site;
+    bool m_usable = false; ///< the device is as before the set, its agent runs
+};
+
 class Faults : public testing::Test {
 protected:
     void prepare(std::size_t index) {
@@ -266,139 +435,19 @@ protected:
         EXPECT_EQ(rows, set.rows + std::string("\n")) << set.name;
     }
 
-    /// Tries a fault at one command after the other, until there are no more.
-    void sweep(std::size_t index, const Way& way, int nth) {
-        const Prepared& prepared = m_prepared[index];
-        if (!prepared.good)
+    void sweep(std::size_t index, const Way& way, int turn) {
+        if (!m_prepared[index].good)
             return;
-        Bench site(way.options);
-        bool usable = false; // the device is as before the set, its agent runs
-        Tally sum{};
-        std::string stories;
-        const auto all = [&](char kind, int first, int step, int last) {
-            bool more = true;
-            for (int number = first; more && number <= last; number += step) {
-                Tally tally{};
-                std::string story;
-                more = point(site, kSets[index], prepared, way, kind, number, usable, tally, story);
-                if (!site.hit() && failures(tally) == 0)
-                    continue;
-                tally[kPoints] = 1;
-                add(tally, sum);
-                if (failures(tally) > 0)
-                    stories += std::string("  ") + kind + std::to_string(number) + ": " + story;
-            }
-        };
-        const bool open = kEvery > 0 || way.restoring; // else as many as without a fault
-        all('w', 1 + nth % std::min(m_writeStep, prepared.writes), m_writeStep,
-            open ? kNoEnd : prepared.writes);
-        all('r', 1 + nth * 7 % m_step, m_step, open ? kNoEnd : prepared.reads);
+        Sweep sweep(kSets[index], way, m_prepared[index]);
+        sweep.run(turn);
         const std::lock_guard lock(m_mutex);
-        print(kSets[index].name, way.name, sum);
-        std::printf("%s", stories.c_str());
-        add(sum, m_total);
-    }
-
-    /// @return whether to go on to further commands
-    bool point(Bench& site, const Set& set, const Prepared& prepared, const Way& way, char kind,
-               int number, bool& usable, Tally& tally, std::string& story) {
-        std::string answer = "no answer";
-        if (way.restoring) {
-            site.copy(prepared.killed->folder);
-            site.arm(way.letter, kind, number);
-            site.start();
-            site.settles();
-        } else {
-            if (!usable) {
-                site.copy(prepared.ready->folder);
-                site.start();
-                site.settles();
-            }
-            site.arm(way.letter, kind, number);
-            answer = site.request(set.request, way.letter == 'n' ? "12" : "90");
-            if (answer.compare(0, 7, "Timeout") == 0) // its network's side was killed
-                answer = "no answer";
-            soon(
-                [&] {
-                    return answer != "no answer" || !site.agent->running() ||
-                           !site.has("state/change.journal");
-                },
-                kPatience);
-        }
-        usable = false;
-        const bool hit = site.hit();
-        if (!hit)
-            site.disarm();
-        const bool killed = !site.agent->running();
-        const bool toBeKilled = hit && std::string("aAgG").find(way.letter) != std::string::npos;
-        if (killed)
-            site.start();
-        const bool gone = way.letter != 'h' || !hit || site.hungOnesGone();
-        const bool done = !killed && answer.empty(); // at once
-        const bool alive = (done || site.settles()) && gone && killed <= toBeKilled;
-        site.disarm();
-        soon([&] { return !site.has("device/locked"); });
-        const std::string rows = site.rows();
-        const bool isBefore = rows == prepared.before;
-        const bool isAfter = rows == prepared.after;
-        story = answer + (alive ? "" : ", dead") +
-                (isBefore  ? ", before"
-                 : isAfter ? ", after"
-                           : ", half") +
-                site.run(std::string("echo; grep ^") + kind + " device/commands | sed -n " +
-                         std::to_string(number) + "p");
-        if (!alive) {
-            tally[kDead] = 1;
-        } else if (!isBefore && !isAfter) {
-            tally[kHalf] = 1;
-            story += site.difference(prepared.before, rows);
-        } else {
-            tally[isBefore ? kBefore : kAfter] = 1;
-            const bool told = answer.empty() ? isAfter : isBefore || answer == "no answer";
-            tally[kWrong] = (way.restoring && !isBefore) || !told ||
-                            (!hit && !way.restoring && !answer.empty() && !tooSlow(way, answer));
-            usable = isBefore;
-            if (isAfter || number / m_writeStep % m_again == 0)
-                usable = again(site, set, prepared, way, isBefore, tally, story);
-            usable = usable && !way.restoring;
-        }
-        return hit || tooSlow(way, answer);
-    }
-
-    /// A busy machine lets a set miss a short deadline also where nothing fails.
-    static bool tooSlow(const Way& way, const std::string& answer) {
-        return way.letter == 'l' && (answer == "(genError)" || answer == "resourceUnavailable");
-    }
-
-    /// The same set succeeds, and so does its inverse. @return whether it led back to the start
-    bool again(Bench& site, const Set& set, const Prepared& prepared, const Way& way, bool isBefore,
-               Tally& tally, std::string& story) {
-        const auto ask = [&](const char* request) {
-            std::string told = site.request(request);
-            for (int i = 0; i < 5 && tooSlow(way, told) && site.settles(); ++i)
-                told = site.request(request);
-            return told;
-        };
-        std::string answer = isBefore ? ask(set.request) : "";
-        std::string rows = site.rows();
-        if (answer.empty() && rows == prepared.after) {
-            answer = ask(set.inverse);
-            rows = site.rows();
-            if (answer.empty() && rows == prepared.back)
-                return rows == prepared.before;
-        }
-        tally[kWrong] = 1;
-        story += "    then a set: " + answer + "\n" + site.difference(prepared.before, rows);
-        return false;
+        print(kSets[index].name, way.name, sweep.sum);
+        std::printf("%s", sweep.stories.c_str());
+        add(sweep.sum, m_total);
     }
 
     std::vector<Prepared> m_prepared{std::size(kSets)};
     Tally m_total{};
-
-    // The usual size, or the full one.
-    const int m_writeStep = kEvery > 0 ? kEvery : 4;
-    const int m_step = kEvery > 0 ? 8 * kEvery : 60; ///< of the commands that read
-    const int m_again = 4; ///< of the points followed by the same set and its inverse
     std::mutex m_mutex;
 };
 
@@ -444,7 +493,7 @@ TEST_F(Faults, LeaveTheDeviceAsBeforeOrAsAfter) {
     std::printf(
         "Every %dth command that writes and every %dth that reads; the same set and its "
         "inverse after every %dth.\n%-30s %-28s points before  after   half   dead  wrong\n",
-        m_writeStep, m_step, m_again, "set", "way");
+        kWriteStep, kReadStep, kAgain, "set", "way");
     runAll(sweeps);
 
     print("total", (std::to_string(msSince(start) / 1000) + " s").c_str(), m_total);
