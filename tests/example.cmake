@@ -1,5 +1,5 @@
 # The worked example of adding an object, in a copy of the sources.
-if(NOT CORVANTA_HARDENED OR NOT TEST agent_test)
+if(NOT CORVANTA_HARDENED OR NOT TARGET agent_test)
   return()
 endif()
 find_program(SMILINT smilint)

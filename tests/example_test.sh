@@ -20,7 +20,7 @@ find "$source" -mindepth 1 -maxdepth 1 ! -name 'build*' ! -name .git -exec cp -r
 GIT_DIR=$work/none git -C tree apply "$example.patch"
 cmake -S tree -B build -DCORVANTA_WERROR=ON -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG=-O0 >/dev/null
 cmake --build build --target library_test corvantad quorlet pvcshim --parallel 2
-build/tests/library_test --gtest_brief=1
+build/tests/library/library_test --gtest_brief=1
 
 export SMIPATH=$smi MIBDIRS=$smi:$work/tree/agent/share
 smilint -m -s -l 6 -i namelength-32 tree/agent/share/CORVANTA-MIB.txt |& tee smilint

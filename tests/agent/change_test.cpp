@@ -1,0 +1,244 @@
+// Changes on trial, and the journal that takes them back after the agent has gone: on the stand-in
+// device, with the agent by itself and as a subagent of a real snmpd.
+
+#include "tests/agent/site/Site.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <functional>
+#include <vector>
+
+namespace {
+
+/// What is done, and what comes of it.
+struct Step {
+    const char* action; ///< a set's objects with types and values, an object that is read, or:
+                        ///< "until OBJECT", "sql STATEMENT", "wait SECONDS", "SIGNAL" and a start
+    const char* result; ///< an error, a value, rows
+};
+
+struct Scenario {
+    const char* name;
+    std::vector<Step> steps;
+};
+
+#define IDLE "INTEGER: 1"
+#define PENDING "INTEGER: 2"
+
+const std::string kQuiet = "-i 3600 -a 604800 -d 60"; ///< no refresh between two sets
+
+// clang-format off
+const Scenario kScenarios[] = {
+    {"nothing is pending", {
+        {"8.4.0", IDLE},
+        {"8.3.0", "INTEGER: 1"},
+        {"8.3.0 i 2", "inconsistentValue"},
+        {"8.3.0 i 3", "inconsistentValue"},
+        {"8.3.0 i 4", "wrongValue"},
+        {"8.1.0 u 86401", "wrongValue"},
+        {"8.1.0 u 60", "inconsistentValue"},
+        {"8.1.0 u 0", ""},
+        {"8.2.0 u 1", "notWritable"},
+        {"8.4.0", IDLE},
+    }},
+    {"expires", {
+        {"3.1.0 s wan2 6.1.5.1 i 77 8.1.0 u 600", ""},
+        {"8.4.0", PENDING},
+        {"8.1.0", "Gauge32: 600"},
+        {"3.1.0", "STRING: \"wan2\""},
+        {"8.1.0 u 2", ""},
+        {"until 8.4.0", IDLE},
+        {"8.1.0", "Gauge32: 0"},
+        {"8.2.0", "Gauge32: 0"},
+        {"3.1.0", "\"\""},
+    }},
+    {"is given more time", {
+        {"7.1.2.1 i 1 8.1.0 u 8", ""},
+        {"8.1.0 u 600", ""},
+        {"wait 9", ""},
+        {"8.4.0", PENDING},
+        {"8.1.0", "Gauge32: 600"},
+        {"8.3.0 i 3", ""},
+    }},
+    {"is confirmed", {
+        {"3.1.0 s wan2 8.1.0 u 600", ""},
+        {"8.3.0 i 2", ""},
+        {"8.4.0", IDLE},
+        {"8.3.0 i 3", "inconsistentValue"},
+        {"SIGKILL", ""},
+        {"3.1.0", "STRING: \"wan2\""},
+        {"3.1.0 s ''", ""},
+    }},
+    {"is reverted, with another manager's part", {
+        {"7.1.4.1 s wan2 7.1.2.1 i 1 8.1.0 u 600", ""},
+        {"3.1.0 s wan2", "resourceUnavailable"},
+        {"3.1.0 s wan2 8.1.0 u 0", "resourceUnavailable"},
+        {"8.3.0 i 2 6.1.5.1 i 77", "inconsistentValue"},
+        {"3.1.0 s wan2 8.1.0 u 500", ""},
+        {"8.1.0", "Gauge32: 500"},
+        {"7.1.2.1", "INTEGER: 2"}, // switched off by the default bridge
+        {"8.3.0 i 1", ""},
+        {"8.3.0 i 3", ""},
+        {"8.4.0", IDLE},
+    }},
+    {"is reverted at the start after a stop", {
+        {"6.1.2.4 i 1 3.1.0 s wan4 8.1.0 u 600", ""},
+        {"SIGTERM", ""},
+    }},
+    {"is reverted at the start after a kill", {
+        {"7.1.2.8 i 1 8.1.0 u 600", ""},
+        {"7.1.3.8 i 1 8.1.0 u 600", ""},
+        {"SIGKILL", ""},
+    }},
+    {"leaves other rows alone", {
+        {"7.1.2.1 i 1 8.1.0 u 600", ""},
+        {"sql INSERT INTO Bridge VALUES (70, 'other', 1); INSERT INTO BridgeInterface VALUES (80, 70, 'wan7', 0, 0);"
+         " UPDATE Atm SET Vci=50 WHERE Id=2; DELETE FROM StatusNetifConfig WHERE Name='eth0'", ""},
+        {"8.3.0 i 3", ""},
+        {"sql SELECT * FROM Bridge, BridgeInterface", "70|other|1|80|70|wan7|0|0\n"},
+        {"sql SELECT Vci FROM Atm WHERE Id=2; SELECT count(*) FROM StatusNetifConfig", "50\n0\n"},
+        {"1.7.0", "Counter32: 0"},
+        {"sql DELETE FROM Bridge; DELETE FROM BridgeInterface; UPDATE Atm SET Vci=32 WHERE Id=2;"
+         " INSERT INTO StatusNetifConfig VALUES (1, 'eth0')", ""},
+    }},
+    {"leaves its rows alone that others have changed", {
+        {"7.1.2.1 i 1 6.1.5.1 i 77 8.1.0 u 600", ""},
+        {"sql UPDATE Atm SET Vci=99 WHERE Id=1;"
+         " UPDATE NetworkSetupNode SET Enable=0 WHERE InterfaceName='eth0.101'", ""},
+        {"8.3.0 i 3", ""},
+        {"8.4.0", IDLE},
+        {"sql SELECT Vci FROM Atm WHERE Id=1", "99\n"},
+        {"sql SELECT InterfaceName FROM NetworkSetupNode WHERE Id>6", "eth0.101\n"},
+        {"1.7.0", "Counter32: 2"},
+        {"6.1.5.1 i 32", ""},
+        {"sql DELETE FROM NetworkSetupNode WHERE Id>6", ""},
+    }},
+    {"fails in part, when no bridge is free any more", {
+        {"sql INSERT INTO Bridge (Name) VALUES ('br1'), ('br2'), ('br3'), ('br4'), ('br5'), ('br6'), ('br7'), ('br8')", ""},
+        {"6.1.5.1 i 77 6.1.5.1 i 78 7.1.3.1 i 1 7.1.2.1 i 1", "commitFailed"},
+        {"6.1.5.1", "INTEGER: 32"},
+        {"sql SELECT Vci FROM Atm WHERE Id=1; SELECT Enable FROM VLAN WHERE Id<=2", "32\n0\n1\n"},
+        // What changes along comes back too: the default bridge gives its interface away.
+        {"sql DELETE FROM Bridge WHERE Name='br1'", ""},
+        {"3.1.0 s wan2", ""},
+        {"7.1.4.1 s wan2 7.1.2.1 i 1 7.1.2.2 i 1", "commitFailed"},
+        {"3.1.0", "STRING: \"wan2\""},
+        {"7.1.4.1", "STRING: \"wan1\""},
+        {"3.1.0 s ''", ""},
+        {"sql DELETE FROM Bridge", ""},
+    }},
+    {"finds what others have changed since it was read", {
+        {"7.1.2.1 i 1", ""},
+        {"sql UPDATE VLAN SET Enable=0 WHERE Id=1; DELETE FROM BridgeInterface; DELETE FROM Bridge", ""},
+        {"7.1.2.1 i 1", ""},
+        {"sql SELECT Enable FROM VLAN WHERE Id=1; SELECT count(*) FROM BridgeInterface", "1\n2\n"},
+        {"7.1.2.1 i 2", ""},
+    }},
+    {"rows that do not belong together are read all the same", {
+        {"sql INSERT INTO Bridge VALUES (50, 'br4', 0), (51, 'br4', 0); INSERT INTO BridgeFilter VALUES (5, 99, '', 0, 0);"
+         " INSERT INTO BridgeInterface VALUES (60, 77, 'wan5', 0, 0), (70, 51, 'eth0', 0, 0); DELETE FROM VLAN WHERE Id=4", ""},
+        {"6.1.5.1 i 33", ""}, // reads everything again
+        {"wait 4", ""},
+        {"6.1.5.1", "INTEGER: 33"},
+        {"1.2.0", "Counter32: 0"},
+        {"6.1.5.1 i 32", ""},
+        {"sql DELETE FROM Bridge; DELETE FROM BridgeFilter; DELETE FROM BridgeInterface;"
+         " INSERT INTO VLAN VALUES (4, 1, 'wan1.102', 'wan1')", ""},
+    }},
+    {"what others have removed is gone", {
+        {"7.1.2.1 i 1 8.1.0 u 600", ""},
+        {"sql DELETE FROM NetworkSetupNode WHERE InterfaceName='eth0.101'; DELETE FROM BridgeInterface", ""},
+        {"8.3.0 i 3", ""},
+        {"8.4.0", IDLE},
+    }},
+};
+// clang-format on
+
+std::string act(Site& site, const std::string& action, const std::function<void(int)>& restart) {
+    const std::size_t blank = action.find(' ');
+    const std::string word = action.substr(0, blank);
+    const std::string rest = blank == action.npos ? "" : action.substr(blank + 1);
+    if (word == "sql")
+        return site.sql(rest);
+    if (word == "wait")
+        return pause(std::stoi(rest) * 1000), "";
+    if (word == "until")
+        return soon([&] { return site.get(rest) == IDLE; }) ? IDLE : "never";
+    if (word == "SIGTERM" || word == "SIGKILL") {
+        restart(word == "SIGTERM" ? SIGTERM : SIGKILL);
+        return soon([&] { return site.get("8.4.0") == IDLE; }) ? "" : "never";
+    }
+    return rest.empty() ? site.get(word) : site.request(action);
+}
+
+void play(Site& site, const std::function<void(int)>& restart) {
+    const std::string factory = site.sql(".dump");
+    for (const auto& [name, steps] : kScenarios) {
+        for (const auto& [action, result] : steps)
+            EXPECT_EQ(result, act(site, action, restart)) << name << ": " << action;
+        EXPECT_EQ(factory, site.sql(".dump")) << name;
+        EXPECT_FALSE(site.has("state/change.journal")) << name;
+    }
+}
+
+TEST(Trial, IsTakenBackUnlessItIsConfirmed) {
+    Site site(kQuiet);
+    play(site, [&](int signal) {
+        site.agent->end(signal);
+        site.startAlone(kQuiet);
+    });
+}
+
+TEST(Trial, IsTakenBackByASubagent) {
+    Subagent site;
+    play(site, [&](int signal) {
+        site.agent->end(signal);
+        site.startAgent("-x agentx -s state -d 60");
+        site.awaitAgent();
+    });
+}
+
+/// By default, some of the cuts and bits; with $CORVANTA_FAULTS all of them.
+TEST(Journal, IsNotObeyedWhenItIsDamaged) {
+    Site site(kQuiet);
+    const std::string before = site.sql(".dump");
+    EXPECT_EQ("", site.request("3.1.0 s wan2 8.1.0 u 600"));
+    const std::string after = site.sql(".dump");
+    site.agent->end(SIGKILL);
+    const std::string journal = site.run("cat state/change.journal");
+    ASSERT_GT(journal.size(), 100U);
+
+    const std::size_t step = std::getenv("CORVANTA_FAULTS") != nullptr ? 1 : 41;
+    std::vector<std::string> damaged;
+    for (std::size_t at = 0; at < journal.size(); at += at < 3 ? 1 : step) {
+        damaged.push_back(journal.substr(0, at));
+        damaged.push_back(journal);
+        damaged.back()[at] = static_cast<char>(damaged.back()[at] ^ (1 << at % 8));
+    }
+    damaged.push_back(journal.substr(0, journal.size() - 1));
+    damaged.push_back(journal + "\n");
+    // Whole, but of a version that is yet to come.
+    damaged.push_back(
+        site.run("sed '$d; 1s/1$/2/' state/change.journal | tee next; echo end $(gzip -c "
+                 "next | tail -c 8 | head -c 4 | od -An -tx4)"));
+    for (const std::string& text : damaged) {
+        site.run("rm -f state/*.damaged");
+        site.write("state/change.journal", text);
+        site.startAgent("-m " + site.address + " -c agent.conf -s state " + kQuiet);
+        site.patience = "0.3";
+        EXPECT_TRUE(soon([&] { return site.get("1.6.0") == "Counter32: 1"; })) << text;
+        EXPECT_EQ(IDLE, site.get("8.4.0")) << text;
+        EXPECT_EQ(text, site.run("cat state/change.journal.damaged"));
+        EXPECT_FALSE(site.has("state/change.journal")) << text;
+        EXPECT_EQ(0, site.agent->end(SIGTERM)) << text;
+        EXPECT_EQ(after, site.sql(".dump")) << text;
+    }
+    site.write("state/change.journal", journal); // as it was, it is obeyed
+    site.startAlone(kQuiet);
+    EXPECT_TRUE(soon([&] { return site.get("8.4.0") == IDLE; }));
+    EXPECT_EQ(before, site.sql(".dump"));
+}
+
+} // namespace

@@ -1,0 +1,815 @@
+// What an agent meets in the field over the years: kills, replays, slow devices, other agents,
+// masters that go away, strangers. On the stand-in device, with the stock SNMP tools.
+
+#include "tests/agent/site/Port.h"
+#include "tests/agent/site/Sink.h"
+#include "tests/agent/site/Site.h"
+
+#include "agent/net/Sandbox.h"
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <seccomp.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <climits>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <map>
+#include <random>
+#include <set>
+#include <sstream>
+#include <thread>
+#include <tuple>
+#include <vector>
+
+namespace {
+
+using Packets = std::vector<std::string>;
+
+int portOf(const Site& site) {
+    return std::stoi(site.address.substr(site.address.find(':') + 1));
+}
+
+/// What a tool sends, in order: as it tells itself, sixteen bytes a line.
+Packets packetsOf(const Site& site, const std::string& command, const std::string& arguments) {
+    Packets packets;
+    bool sent = false;
+    std::istringstream lines(site.tool(command + " -d", arguments));
+    for (std::string line; std::getline(lines, line);) {
+        if (line.rfind("Sending ", 0) == 0) {
+            sent = true;
+            packets.emplace_back();
+        } else if (line.empty()) {
+            sent = false;
+        } else if (sent) {
+            std::istringstream bytes(line.substr(6, 52));
+            for (unsigned byte; bytes >> std::hex >> byte;)
+                packets.back() += static_cast<char>(byte);
+        }
+    }
+    return packets;
+}
+
+/// The packet that asks for a circuit's VCI, or sets it to what it is.
+std::string makeRequest(const Site& site, bool set = false) {
+    const std::string object = Site::oid("6.1.5.1");
+    return packetsOf(site, set ? "snmpset" : "snmpget", object + (set ? " i 32" : "")).back();
+}
+
+/// The process of the agent's that faces the network, or owns the device.
+int side(const Site& site, const std::string& name) {
+    const int pid = std::atoi(
+        site.run("pgrep -P " + std::to_string(site.agent->pid()) + " corvantad-" + name).c_str());
+    EXPECT_GT(pid, 0) << name;
+    return pid > 0 ? pid : INT_MAX; // that of nobody: 0 would mean this process and all beside it
+}
+
+TEST(Field, AReplayedSetIsRefusedAfterAKill) {
+    Site site;
+    site.write("agent.conf",
+               "createUser corvantaOperator SHA 'auth passphrase' AES 'priv passphrase'\n"
+               "rwuser corvantaOperator\n");
+    site.manager = kUser + "Operator -l authPriv";
+    site.environment += "SNMPCONFPATH=. ";
+    site.startAlone("-i 60");
+    const auto identity = [&] {
+        return site.tool("snmpget", ".1.3.6.1.6.3.10.2.1.1.0") +
+               site.tool("snmpget -Ov", ".1.3.6.1.6.3.10.2.1.2.0");
+    };
+    const std::string before = identity();
+    const std::string set = packetsOf(site, "snmpset", Site::oid("6.1.5.1") + " i 77").back();
+    EXPECT_EQ("INTEGER: 77", site.get("6.1.5.1"));
+    EXPECT_EQ("", site.set("6.1.5.1", "i 32"));
+    site.agent->end(SIGKILL);
+    site.startAlone("-i 60");
+    const std::string after = identity();
+    const std::size_t boots = before.rfind(' ');
+    EXPECT_EQ(before.substr(0, boots), after.substr(0, boots));
+    EXPECT_EQ(std::stoi(before.substr(boots)) + 1, std::stoi(after.substr(boots)));
+    const Port replayer;
+    replayer.send(portOf(site), set);
+    const std::string report("\x2b\x06\x01\x06\x03\x0f\x01\x01\x02\x00", 10); // not in time windows
+    EXPECT_NE(std::string::npos, replayer.receive(120000).find(report));
+    EXPECT_EQ("32\n", site.sql("SELECT Vci FROM Atm WHERE Id=1"));
+}
+
+/// The user is known by what is stored alone, with keys that only this engine ID fits.
+TEST(Field, NoUserIsLostWhateverEndsAStart) {
+    Site site;
+    site.run("mkdir state; echo 'createUser corvantaOperator SHA \"auth passphrase\" AES \"priv "
+             "passphrase\"' >state/corvantad.conf; echo 'rwuser corvantaOperator' >agent.conf");
+    site.manager = kUser + "Operator -l authPriv";
+    site.environment += "SNMPCONFPATH=. ";
+    const std::string options = "-m " + site.address + " -c agent.conf -s state -i 60";
+    std::string engine;
+    int boots = 0;
+    const auto answers = [&](const std::string& after) {
+        site.startAgent(options);
+        site.patience = "0.3";
+        std::string answer;
+        soon([&] {
+            answer = site.tool("snmpget -Oqv", ".1.3.6.1.6.3.10.2.1.1.0 .1.3.6.1.6.3.10.2.1.2.0");
+            return answer[0] == '"';
+        });
+        const std::size_t end = answer.rfind('"') + 1;
+        const std::string before = engine.empty() ? answer.substr(0, end) : engine;
+        engine = answer.substr(0, end);
+        EXPECT_EQ(before, engine) << after;
+        EXPECT_LT(boots, std::atoi(answer.c_str() + end))
+            << after << answer << site.run("cat agent.log");
+        boots = std::atoi(answer.c_str() + end);
+        site.agent->end(SIGKILL);
+        return !::testing::Test::HasFailure();
+    };
+    ASSERT_TRUE(answers("nothing"));
+    // Without power, or killed, while another version wrote: it set the old file aside meanwhile.
+    for (const char* left :
+         {"cp corvantad.conf corvantad.0.conf", "mv corvantad.conf corvantad.0.conf",
+          "mv corvantad.conf corvantad.0.conf; head -n 32 corvantad.0.conf >corvantad.conf"})
+        ASSERT_TRUE(site.run("cd state; " + std::string(left)) == "" && answers(left));
+    // At each call that changes these files: killed, or told that the disk is full from then on.
+    std::string trace = "strace -f -qq -o /dev/null -e trace=write,fsync,rename,unlink,mkdir";
+    for (const char* name :
+         {"corvantad.conf", "corvantad.0.conf", "corvantad.conf.new", "new", "new/corvantad.conf"})
+        trace += std::string(" -P $PWD/state/") + name;
+    for (const std::string fault :
+         {"write:signal=KILL", "fsync:signal=KILL", "rename:signal=KILL", "unlink:signal=KILL",
+          "mkdir:signal=KILL", "write:error=ENOSPC", "fsync:error=ENOSPC", "mkdir:error=ENOSPC"})
+        for (int n = 1;; ++n) {
+            site.tracer = trace + " -e inject=" + fault + ":when=" + std::to_string(n) + "+ ";
+            site.write("agent.log", "");
+            site.startAgent(options);
+            const auto started = [&] { return !site.run("grep started$ agent.log").empty(); };
+            EXPECT_TRUE(soon([&] { return !site.agent->running() || started(); }));
+            site.agent->end(SIGKILL);
+            site.tracer.clear();
+            if (started()) {
+                EXPECT_LT(1, n) << fault;
+                break;
+            }
+            ASSERT_TRUE(answers(fault + std::to_string(n)));
+        }
+}
+
+/// The database is locked for 10 s; $CORVANTA_LOCK says otherwise.
+TEST(Field, NoGetWaitsForASet) {
+    Site site;
+    const std::string datagrams = site.address;
+    site.address = "udp:" + datagrams + ",tcp:" + datagrams;
+    site.startAgent("-m " + site.address + " -c agent.conf -s state -i 60 -d 5");
+    site.address = datagrams;
+    site.awaitAgent();
+    const std::string request = makeRequest(site);
+    const std::string set = makeRequest(site, true);
+    const auto lock = site.lock();
+    const auto start = Clock::now();
+    std::vector<std::thread> managers;
+    std::atomic<int> answered{0};
+    for (const std::string transport : {"udp:", "udp:", "tcp:"})
+        managers.emplace_back([&, transport] {
+            const std::string answer = output(
+                site.folder, site.environment + "snmpset -v2c -c test -r 0 -t 90 " + transport +
+                                 datagrams + " " + Site::oid("6.1.5.1") + " i 77");
+            // Those that wait behind the first aren't begun while it is taken back.
+            EXPECT_TRUE(answer.find("genError") != answer.npos ||
+                        answer.find("resourceUnavailable") != answer.npos)
+                << answer;
+            ++answered;
+        });
+    const Port other;
+    const Port impatient;
+    int gets = 0; // before any set had its answer
+    while (answered < 3) {
+        impatient.send(portOf(site), set); // again and again, without an answer
+        other.send(portOf(site), request);
+        EXPECT_NE("", other.receive(60000));
+        gets += answered == 0;
+        pause(5);
+    }
+    for (std::thread& manager : managers)
+        manager.join();
+    EXPECT_GT(gets, 10);
+    // What waited behind the first has missed its deadline too, and was not begun: by now, one of
+    // them would have had a second deadline to wait for.
+    EXPECT_LT(msSince(start), 2 * 5000);
+    site.release("locked");
+    EXPECT_TRUE(soon([&] { return site.get("8.4.0") == "INTEGER: 1"; }));
+    EXPECT_EQ("32\n", site.sql("SELECT Vci FROM Atm WHERE Id=1"));
+}
+
+TEST(Field, ASlowDeviceIsNotOverstrained) {
+    Site site;
+    site.write("delay", "0.15"); // 43 runs take twice the deadline, three a sixth of it
+    site.startAlone("-i 60 -d 3 -a 600");
+    const std::string before = site.sql(".dump");
+    site.write("runs", "");
+    const std::string answer = site.set("3.1.0", "s wan2"); // genErr where reading takes as long
+    EXPECT_TRUE(answer == "resourceUnavailable" || answer == "(genError)") << answer;
+    EXPECT_EQ(before, site.sql(".dump"));
+    EXPECT_EQ("", site.run("grep -e updatekey -e insertkey runs"));
+    EXPECT_NE("", site.run("grep 'on this device: --set-deadline is shorter' agent.log"));
+    // A small one has the time.
+    EXPECT_TRUE(soon([&] { return site.set("6.1.5.1", "i 77").empty(); }));
+}
+
+TEST(Field, StopsInTimeAndLetsAChangeEnd) {
+    for (const std::string what : {"stall", "locked", "hold"}) {
+        const bool locked = what == "locked";
+        Site site("-i 60 -d 60 -l 60");
+        site.patience = "12";                             // there may be no answer
+        const auto lock = locked ? site.lock() : nullptr; // keeps it from reading
+        site.write("runs", "");
+        site.write(what == "stall" ? "stall" : "hold", "");
+        std::thread manager([&] { site.set("6.1.5.1", "i 77"); });
+        if (what == "hold")
+            site.held();
+        else
+            EXPECT_TRUE(soon([&] { return site.has("stalled") || site.runs() > 0; }));
+        kill(-site.agent->pid(), SIGINT); // as from a terminal, to the clients too
+        kill(site.agent->pid(), SIGTERM);
+        pause(300);
+        site.release("hold");
+        site.release("held");
+        EXPECT_EQ(0, site.agent->end(SIGTERM)); // also while the database stays locked
+        EXPECT_EQ("", site.run("flock -n state/clients.lock true || echo a client is left"));
+        if (what == "hold") {
+            EXPECT_EQ("77\n", site.sql("SELECT Vci FROM Atm WHERE Id=1"));
+        }
+        manager.join();
+    }
+}
+
+TEST(Field, StopsAtOnceWhileItWaitsForAClientOfBefore) {
+    Site site;
+    Process client(site.folder, "sh -c 'mkdir state; exec flock state/clients.lock sleep 1000'");
+    EXPECT_TRUE(soon([&] { return site.has("state/clients.lock"); }));
+    site.startAgent("-m " + site.address + " -c agent.conf -s state -l 1000");
+    EXPECT_TRUE(soon([&] { return !site.run("grep started agent.log").empty(); }));
+    EXPECT_EQ(0, site.agent->end(SIGTERM));
+    EXPECT_EQ("", site.run("grep killed agent.log")); // neither the client nor itself
+    EXPECT_TRUE(client.running());
+}
+
+TEST(Field, ASecondAgentOfOneMasterEnds) {
+    Subagent site;
+    EXPECT_EQ("status 1\n", site.run("timeout 90 " ON_DEVICE " device " CORVANTAD
+                                     " -f -x agentx -s second >second.log 2>&1; echo status $?"));
+    EXPECT_NE("", site.run("grep 'another agent serves them' second.log"));
+    EXPECT_EQ("INTEGER: 2", site.get("3.2.0"));
+}
+
+TEST(Field, AnUndoThatFailsIsTold) {
+    Subagent site;
+    // snmpd itself serves what fails in the same request, once the agent's part is made and
+    // changed.
+    site.write("fails",
+               "#!/bin/sh\ncd " + site.folder.string() +
+                   "\n[ $1 = -s ] || { echo $2; echo integer; echo 1; exit; }\nuntil [ $(sqlite3 "
+                   "device/config.db 'SELECT Vci FROM Atm "
+                   "WHERE Id=1') = 77 ] && [ ! -e state/change.journal ]; do sleep 0.1; done\n"
+                   "[ ! -e meddle ] || sqlite3 -cmd '.timeout 5000' device/config.db 'UPDATE Atm "
+                   "SET Vci=99 WHERE "
+                   "Id=1'\necho not-writable\n");
+    site.run("mkdir -p snmpd; chmod +x fails; echo 'pass .1.3.6.1.4.1.8072.9999.7 ./fails\nview "
+             "corvanta included "
+             ".1.3.6.1.4.1.8072' >>master.conf");
+    site.master->end(SIGTERM);
+    site.startMaster();
+    site.awaitAgent();
+    const std::string both = "i 77 .1.3.6.1.4.1.8072.9999.7.0 i 1";
+    EXPECT_EQ("notWritable", site.set("6.1.5.1", both));
+    EXPECT_EQ("32\n", site.sql("SELECT Vci FROM Atm WHERE Id=1"));
+    site.write("meddle", "");
+    EXPECT_EQ("undoFailed", site.set("6.1.5.1", both));
+    EXPECT_EQ("99\n", site.sql("SELECT Vci FROM Atm WHERE Id=1"));
+}
+
+TEST(Field, EachChangeIsToldOnce) {
+    Site site;
+    const Sink sink(site);
+    const std::string options = "-n -i 600 -a 6000"; // none is found by reading again
+    site.startAlone(options);
+    EXPECT_EQ(1, sink.count(0));
+    // While no agent runs.
+    site.agent->end(SIGTERM);
+    site.setCircuit(false);
+    site.startAlone(options);
+    EXPECT_EQ(1, sink.count(kDown, "VC8"));
+    site.agent->end(SIGKILL);
+    site.startAlone(options);
+    EXPECT_EQ(0, sink.count(kDown, "", false));
+    site.setCircuit(true);
+    EXPECT_EQ(1, sink.count(kUp, "VC8"));
+    // Another VPI takes it down.
+    EXPECT_EQ("", site.set("6.1.4.8", "i 255"));
+    EXPECT_EQ(1, sink.count(kDown, "VC255"));
+    EXPECT_EQ("", site.set("6.1.4.8", "i 8"));
+    EXPECT_EQ(1, sink.count(kUp, "VC8"));
+    // It flaps: once a second at most, the last state in the end.
+    site.agent.reset();
+    site.startAlone(options);
+    sink.count(0);
+    const auto start = Clock::now();
+    for (int i = 0; msSince(start) < 4000; ++i, pause(100))
+        site.setCircuit(i % 2 == 0);
+    site.setCircuit(false);
+    const int seconds = msSince(start) / 1000 + 2;
+    int told = 0;
+    EXPECT_LE(told = sink.count(kDown, "VC8"), seconds);
+    EXPECT_GE(told, 1);
+    EXPECT_NE(std::string::npos, sink.last.find(std::string("\x01\x00\x02\x30", 4)));
+}
+
+TEST(Field, AMasterThatWasAwayIsToldAfterwards) {
+    Subagent site;
+    const Sink sink(site); // what it writes to agent.conf, snmpd reads too
+    site.run("cat agent.conf >>master.conf");
+    site.agent->end(SIGTERM);
+    site.master->end(SIGTERM);
+    site.startMaster();
+    site.startAgent("-x agentx -s state -n -i 1");
+    site.awaitAgent();
+    site.master->end(SIGKILL);
+    site.setCircuit(false);
+    pause(3000);
+    site.startMaster();
+    site.awaitAgent();
+    EXPECT_EQ(1, sink.count(kDown, "VC8"));
+}
+
+TEST(Field, StrangersUseNothingUp) {
+    Site site;
+    const std::string datagrams = site.address;
+    site.startAgent("-m udp:" + datagrams + ",tcp:" + datagrams + " -c agent.conf -s state -i 60");
+    site.awaitAgent();
+    const Port stranger;
+    // The toolkit tells of it: the sender takes one byte.
+    const std::string noMessage("\x30\x0e\x02\x01\x03\x30\x09\x02\x01\x01\x02\x01\x01\x04\x01\x04",
+                                16);
+    for (int i = 0; i < 5000; ++i)
+        stranger.send(portOf(site), noMessage);
+    std::vector<int> silent;
+    const sockaddr_in address = Port::loopback(portOf(site));
+    for (int i = 0; i < 600; ++i) {
+        silent.push_back(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+        connect(silent.back(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
+        pause(3); // the agent takes some at a time
+    }
+    for (const std::string transport : {"udp:", "tcp:"}) {
+        site.address = transport + datagrams;
+        EXPECT_EQ("INTEGER: 32", site.get("6.1.5.1")) << transport;
+        EXPECT_EQ("", site.set("3.1.0", transport == "udp:" ? "s wan2" : "s ''")) << transport;
+    }
+    const std::string open = site.run("for p in $(pgrep -g " + std::to_string(site.agent->pid()) +
+                                      "); do ls /proc/$p/fd; done | wc -l");
+    EXPECT_LT(std::stoi(open), 200);
+    EXPECT_LT(std::atoi(site.run("wc -l <agent.log").c_str()), 60) << site.run("tail -3 agent.log");
+    for (const int descriptor : silent)
+        close(descriptor);
+
+    // Who hangs up leaves nothing to the next one who calls.
+    site.address = datagrams;
+    const std::string set = makeRequest(site, true);
+    const std::string refreshes = site.get("1.1.0"); // a set is followed by one
+    site.write("hold", "");
+    const auto call = [&] {
+        const int caller = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        EXPECT_EQ(0, connect(caller, reinterpret_cast<const sockaddr*>(&address), sizeof address));
+        return caller;
+    };
+    const int first = call();
+    EXPECT_LT(0, send(first, set.data(), set.size(), 0));
+    site.held();
+    close(first);
+    const int second = call();
+    site.release("hold");
+    site.release("held");
+    EXPECT_TRUE(soon([&] { return site.get("1.1.0") != refreshes; }));
+    pollfd waiting{second, POLLIN, 0};
+    EXPECT_EQ(0, poll(&waiting, 1, 500));
+    close(second);
+}
+
+TEST(Field, EitherSideMayDie) {
+    Site site;
+    site.confine = [] { signal(SIGCHLD, SIG_IGN); }; // as some who start it leave it
+    site.startAlone("-i 60 -d 60");
+    for (const std::string name : {"net", "dev"}) {
+        const std::string process = "/proc/" + std::to_string(side(site, name));
+        EXPECT_EQ("Threads:\t1\n", site.run("grep Threads " + process + "/status"));
+    }
+    EXPECT_EQ("NoNewPrivs:\t1\nSeccomp:\t2\n",
+              site.run("grep -e NoNewPrivs -e Seccomp: /proc/" + std::to_string(side(site, "net")) +
+                       "/status"));
+    const std::string before = site.sql(".dump");
+    site.write("hold", "");
+    std::thread manager([&] { EXPECT_EQ("(genError)", site.set("3.1.0", "s wan2")); });
+    const std::string client = "/proc/" + std::to_string(site.held());
+    kill(side(site, "dev"), SIGSEGV);
+    EXPECT_EQ("INTEGER: 32", site.get("6.1.5.1")); // from what the one before has read
+    // The client that is under way makes its change late: only then it's taken back.
+    pause(500);
+    site.release("hold");
+    site.release("held");
+    manager.join();
+    EXPECT_TRUE(soon([&] { return !fs::exists(client); }));
+    EXPECT_TRUE(soon([&] { return site.get("8.4.0") == "INTEGER: 1"; }));
+    EXPECT_EQ(before, site.sql(".dump"));
+    // One that had nothing to do when it died. What it is asked after that nobody makes.
+    kill(side(site, "dev"), SIGKILL);
+    EXPECT_EQ("commitFailed", site.set("6.1.5.1", "i 78"));
+    EXPECT_EQ("", site.set("6.1.5.1", "i 77"));
+    kill(side(site, "net"), SIGSEGV);
+    site.awaitAgent();
+    EXPECT_EQ("", site.set("6.1.5.1", "i 32"));
+    EXPECT_EQ("2\n", site.run("grep -c 'was ended by signal 11 and is started again' agent.log"));
+    EXPECT_EQ(0, site.agent->end(SIGTERM));
+}
+
+TEST(Field, ARepeatedRequestIsAnsweredNotMadeAgain) {
+    Site site("-i 600 -a 6000 -d 60");
+    std::string first = packetsOf(site, "snmpset", Site::oid("6.1.5.1") + " i 77").back();
+    std::string second = first;
+    const Port one;
+    const Port other;
+    for (const bool queued : {false, true}) {
+        SCOPED_TRACE(queued);
+        second.back() = static_cast<char>(++first.back() + 20); // the value
+        site.run("rm -f runs; touch runs");
+        if (queued) {
+            site.write("stall", "");
+            one.send(portOf(site), first);
+            EXPECT_TRUE(soon([&] { return site.has("stalled"); }));
+            for (const Port* manager : {&other, &one, &other})
+                manager->send(portOf(site), manager == &one ? first : second);
+            EXPECT_NE("", site.get("6.1.5.1")); // they have come in before this
+            fs::remove(site.folder / "stall");
+        }
+        std::map<const Port*, std::string> answers;
+        for (const Port* manager : {&one, &other, &one, &other}) {
+            if (!queued)
+                manager->send(portOf(site), manager == &one ? first : second);
+            const std::string answer = manager->receive(60000);
+            EXPECT_NE("", answer);
+            EXPECT_EQ(answers.emplace(manager, answer).first->second, answer);
+        }
+        EXPECT_EQ("2\n", site.run("grep -c updatekey runs"));
+        EXPECT_EQ("INTEGER: " + std::to_string(second.back()), site.get("6.1.5.1"));
+    }
+}
+
+TEST(Field, TheLogTellsWhoChangedWhat) {
+    Site site;
+    site.write("agent.conf",
+               "rwcommunity test\ncreateUser corvantaOperator SHA 'auth passphrase' AES 'priv "
+               "passphrase'\nrwuser corvantaOperator\n");
+    site.environment += "SNMPCONFPATH=. ";
+    site.startAlone("-i 600 -a 6000");
+    const std::string community = site.manager;
+    for (const auto& [manager, object, value, line] :
+         {std::tuple("", "6.1.5.1", "i 77", ": cvCircuitVci.1 32 -> 77: made, "),
+          std::tuple("", "6.1.5.1", "s text",
+                     ": cvCircuitVci.1 77: refused: nothing has changed (wrongType), "),
+          std::tuple("v3", "7.1.2.2", "i 1", "corvantaOperator from UDP: [127.0.0.1]:"),
+          std::tuple(
+              "", "3.1.0", "s '$(x)'",
+              "cvDefaultWanInterface.0 '' -> '$(x)': refused: nothing has changed (wrongValue), "),
+          std::tuple(
+              "", "1.9.0", "i 1",
+              ": .1.3.6.1.4.1.32473.1.1.1.9.0: refused: nothing has changed (notWritable), "),
+          std::tuple("v3", "6.1.4.1", "i 9 TRIAL 60",
+                     "cvCircuitVpi.1 1 -> 9, cvConfirmTimeout.0 -> 60: made, on trial for 60 s, "),
+          std::tuple("", "8.3.0", "i 2",
+                     ": cvChange.0 -> confirm: made, confirms set by corvantaOperator from UDP: "),
+          std::tuple("", "6.1.4.1", "i 1 TRIAL 60",
+                     "cvCircuitVpi.1 9 -> 1, cvConfirmTimeout.0 -> 60: made, on trial for 60 s, "),
+          std::tuple("", "8.3.0", "i 3",
+                     "cvCircuitVpi.1 9 -> 1, cvConfirmTimeout.0 -> 60: taken back, since a manager "
+                     "wanted it")}) {
+        site.write("agent.log", "");
+        site.manager = *manager != 0 ? kUser + "Operator -l authPriv" : community;
+        std::string values = value;
+        if (const auto place = values.find("TRIAL"); place != values.npos)
+            values.replace(place, 5, Site::oid("8.1.0") + " u");
+        site.set(object, values);
+        EXPECT_TRUE(soon([&] { return site.run("cat agent.log").find(line) != std::string::npos; }))
+            << line << site.run("cat agent.log");
+        EXPECT_EQ("", site.run("grep -e trace: -e passphrase -e '[^_]test' agent.log"));
+    }
+}
+
+TEST(Field, TheLogTellsWhyNothingWorks) {
+    const Site site;
+    for (const auto& [prepare, path, line, most] :
+         {std::tuple("true", "", "quorlet: not found in PATH /usr/bin:/bin", 1),
+          std::tuple("chmod -x bin/quorlet",
+                     "$PWD/bin:", "bin/quorlet: may not be run by this user", 1),
+          std::tuple("mv wordy bin/quorlet; chmod +x bin/quorlet",
+                     "$PWD/bin:", "quorlet says: 0000", 20)}) {
+        site.write(
+            "wordy",
+            "#!/bin/sh\nprintf '%02000d\\n' 1 2 3 >&2\nseq 200000 >&2\necho 'Unknown row'\n");
+        site.run(prepare);
+        const Process agent(site.folder, std::string("PATH=") + path +
+                                             "/usr/bin:/bin " CORVANTAD
+                                             " -f -s state -i 1 -a 9 -m udp:" +
+                                             site.address + " >why.log 2>&1");
+        EXPECT_TRUE(soon([&] { return site.run("cat why.log").find(line) != std::string::npos; }));
+        pause(1500); // for more, that should not come
+        EXPECT_GE(most, std::stoi(site.run("grep -c 'quorlet' why.log")));
+        EXPECT_EQ("", site.run("grep -e '.\\{300\\}' -e 'hung and' -e 'sh: 1' why.log"));
+    }
+}
+
+/// With the configuration of 1.0, changed and kept, snmpd lets no user in.
+TEST(Field, AConfigurationOfBeforeIsSaidToShutTheAgentOut) {
+    Subagent site;
+    site.run("chmod -R a+rwX .; sed '/^agentXPerms/d' " SNMPD_CONF
+             " >old.conf; sed -i 's,includeFile.*,includeFile '$PWD/old.conf, master.conf");
+    if (site.run("setpriv --reuid=nobody --clear-groups test -x " QUORLET " 2>&1; echo $?") !=
+        "0\n")
+        GTEST_SKIP() << "needs root, and a client that everybody can run";
+    const auto restart = [&] {
+        site.master->end(SIGTERM);
+        site.startMaster();
+    };
+    site.agent->end(SIGTERM);
+    restart();
+    EXPECT_TRUE(soon([&] { return site.has("agentx"); }));
+    site.write("agent.log", "");
+    site.run("chmod a+w agent.log");
+    site.tracer = "setpriv --reuid=nobody --clear-groups --no-new-privs ";
+    site.startAgent("-x agentx -s upgraded -d 9");
+    EXPECT_TRUE(soon([&] {
+        return !site.run("grep 'cannot reach the master at .*: Permission denied: snmpd lets user "
+                         "nobody in by a line .agentXPerms' agent.log")
+                    .empty();
+    })) << site.run("cat agent.log");
+    site.run("echo agentXPerms 0660 0751 nobody nogroup >>old.conf");
+    restart();
+    site.awaitAgent();
+    EXPECT_EQ("1\n", site.run("grep -c agentXPerms agent.log"));
+    site.master->end(SIGTERM);
+    EXPECT_TRUE(soon([&] {
+        return !site.run("grep 'cannot reach the master at .*: does snmpd run' agent.log").empty();
+    }));
+}
+
+TEST(Field, TheDoubtAboutASetIsNotAnothers) {
+    Site site;
+    const std::string datagrams = site.address;
+    site.address = "udp:" + datagrams + ",tcp:" + datagrams;
+    site.startAgent("-m " + site.address + " -c agent.conf -s state -i 600 -a 6000 -d 90");
+    site.address = datagrams;
+    site.awaitAgent();
+    const auto lock = site.lock();
+    site.write("runs", "");
+    {
+        Process first(site.folder, site.environment + "snmpset -v2c -c test -r 0 -t 60 tcp:" +
+                                       datagrams + " " + Site::oid("6.1.5.1") + " i 77");
+        EXPECT_TRUE(soon([&] { return fs::file_size(site.folder / "runs") > 0; }));
+        kill(side(site, "dev"), SIGKILL); // while it reads for the set, whose manager then goes
+        site.run("until grep -q 'is started again' agent.log; do sleep 0.05; done; >runs");
+        EXPECT_TRUE(soon([&] { return fs::file_size(site.folder / "runs") > 0; }, 60000));
+    }
+    EXPECT_EQ("INTEGER: 32", site.get("6.1.5.1")); // the new one has greeted before this
+    std::thread second([&] { EXPECT_EQ("", site.set("6.1.5.1", "i 78")); });
+    pause(500); // longer only makes it surer that the set has come in
+    fs::remove(site.folder / "locked");
+    second.join();
+    EXPECT_EQ("78\n", site.sql("SELECT Vci FROM Atm WHERE Id=1"));
+}
+
+TEST(Field, TheSandboxStartsNothing) {
+    const bool hasDomains = syscall(SYS_landlock_create_ruleset, nullptr, 0, 1) > 0; // its version
+    const pid_t child = fork();
+    if (child == 0) {
+        bool good = agent::net::enterSandbox();
+        good = good && fork() < 0 && errno == EPERM;
+        good = good && execl("/bin/true", "true", nullptr) < 0 && errno == EPERM;
+        good = good && system("true") != 0 && kill(getppid(), 0) < 0 && errno == EPERM;
+        good = good && syscall(SYS_tgkill, getppid(), getppid(), 0) < 0 && errno == EPERM;
+        const std::string memory = "/proc/" + std::to_string(getppid()) + "/mem";
+        good = good && (!hasDomains || open(memory.c_str(), O_RDWR) < 0);
+        good = good && socket(AF_INET, SOCK_DGRAM, 0) >= 0;
+        _exit(good ? 0 : 1);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(0, status);
+}
+
+TEST(Field, TheWatchdogIsServedByWhatWorks) {
+    Site site;
+    const std::string path = site.folder.string() + "/notices";
+    const int notices = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, path.size());
+    ASSERT_EQ(0, bind(notices, reinterpret_cast<sockaddr*>(&address), sizeof address));
+    site.environment += "WATCHDOG_USEC=2000000 NOTIFY_SOCKET=" + path + " ";
+    site.startAlone("-i 60");
+    const auto hears = [&](const std::string& notice, int ms) {
+        pollfd waiting{notices, POLLIN, 0};
+        char text[100];
+        for (const auto start = Clock::now(); msSince(start) < ms;)
+            if (poll(&waiting, 1, ms) == 1 &&
+                std::string(text, recv(notices, text, sizeof text, 0)) == notice)
+                return true;
+        return false;
+    };
+    const std::string sign = "WATCHDOG=1";
+    EXPECT_TRUE(hears("READY=1", 120000));
+    EXPECT_TRUE(hears(sign, 120000) && hears(sign, 120000));
+    site.write("runs", "");
+    const auto lock = site.lock(); // waiting for something that has an end is work
+    std::thread manager([&] { site.set("6.1.5.1", "i 77"); });
+    EXPECT_TRUE(soon([&] { return site.runs() > 0; }));
+    for (int i = 0; i < 3; ++i)
+        EXPECT_TRUE(hears(sign, 120000)) << i;
+    site.release("locked");
+    manager.join();
+    kill(side(site, "dev"), SIGSTOP);
+    EXPECT_TRUE(soon([&] { return !hears(sign, 2500); })); // more than the time that it has
+    kill(side(site, "dev"), SIGCONT);
+    EXPECT_TRUE(hears(sign, 120000));
+    for (const std::string noTime : {"0", "soon"}) { // nobody watches
+        EXPECT_EQ(0, site.agent->end(SIGTERM));
+        site.environment += "WATCHDOG_USEC=" + noTime + " ";
+        site.startAgent("-m " + site.address + " -c agent.conf -s state");
+        EXPECT_TRUE(hears("READY=1", 120000));
+        EXPECT_FALSE(hears(sign, 500)) << noTime;
+    }
+    close(notices);
+}
+
+TEST(Field, AUserOwnsItsState) {
+    Site site;
+    site.run("chmod -R a+rwX .");
+    // In a folder that is root's alone, nobody could not run the client.
+    if (site.run("setpriv --reuid=nobody --clear-groups test -x " QUORLET " 2>&1; echo $?") !=
+        "0\n")
+        GTEST_SKIP() << "needs root, and a client that everybody can run";
+    site.startAlone("-i 60 -u nobody");
+    EXPECT_EQ("nobody\nnobody\n",
+              site.run("stat -c %U state /proc/" + std::to_string(side(site, "dev"))));
+    EXPECT_EQ("", site.set("6.1.5.1", "i 77")); // with its journal
+    // Where no state can be, nothing starts.
+    EXPECT_EQ("status 1\n", site.run("timeout 90 " ON_DEVICE " device " CORVANTAD
+                                     " -f -x agentx -s /proc/none >none.log 2>&1; echo status $?"));
+    EXPECT_NE("", site.run("grep 'cannot make the state folder /proc/none' none.log"));
+}
+
+/// Adds the calls of a group as the service manager knows them, those of its groups included.
+void addCalls(const std::string& group, std::set<std::string>& calls) {
+    std::istringstream names(
+        output(".", "systemd-analyze syscall-filter " + group + " | sed '1d; s/#.*//'"));
+    for (std::string name; names >> name;)
+        if (name[0] == '@')
+            addCalls(name, calls);
+        else
+            calls.insert(name);
+}
+
+/// Puts the process under what the unit says, as far as a process can do that to itself.
+void confineAs(const std::map<std::string, Packets>& unit) {
+    std::set<std::string> calls;
+    for (const std::string& line : unit.at("SystemCallFilter")) {
+        const bool out = line[0] == '~';
+        std::set<std::string> named;
+        std::istringstream words(line.substr(out));
+        for (std::string word; words >> word;)
+            if (word[0] == '@')
+                addCalls(word, named);
+            else
+                named.insert(word);
+        for (const std::string& call : named)
+            if (out)
+                calls.erase(call);
+            else
+                calls.insert(call);
+    }
+    const scmp_filter_ctx filter = seccomp_init(SCMP_ACT_ERRNO(EPERM));
+    const auto allow = [&](const char* call, auto... conditions) {
+        seccomp_rule_add(filter, SCMP_ACT_ALLOW, seccomp_syscall_resolve_name(call),
+                         sizeof...(conditions), conditions...);
+    };
+    for (const char* special : {"mmap", "mprotect", "pkey_mprotect", "socket"})
+        calls.erase(special);
+    for (const std::string& call : calls)
+        if (seccomp_syscall_resolve_name(call.c_str()) >= 0)
+            allow(call.c_str());
+    // RestrictAddressFamilies and MemoryDenyWriteExecute
+    for (const int family : {AF_UNIX, AF_INET, AF_INET6})
+        allow("socket", SCMP_A0(SCMP_CMP_EQ, static_cast<scmp_datum_t>(family)));
+    for (const int access : {0, PROT_WRITE, PROT_EXEC})
+        allow("mmap", SCMP_A2(SCMP_CMP_MASKED_EQ, PROT_WRITE | PROT_EXEC,
+                              static_cast<scmp_datum_t>(access)));
+    allow("mprotect", SCMP_A2(SCMP_CMP_MASKED_EQ, PROT_EXEC, 0));
+    umask(static_cast<mode_t>(std::stoi(unit.at("UMask").at(0), nullptr, 8)));
+    for (int capability = 0; prctl(PR_CAPBSET_DROP, capability) == 0; ++capability) {
+    }
+    if (seccomp_load(filter) != 0) // rules out new privileges too
+        _exit(126);
+}
+
+TEST(Field, WorksAsConfinedAsTheUnitSays) {
+    Site site;
+    EXPECT_EQ("0\n", site.run("systemd-analyze security --offline=true --threshold=20 " UNIT
+                              " >scores; echo $?"))
+        << site.run("tail -n 1 scores");
+    std::map<std::string, Packets> unit;
+    std::ifstream file(UNIT);
+    for (std::string line; std::getline(file, line);)
+        if (const auto equals = line.find('='); equals != line.npos && line[0] != '#')
+            unit[line.substr(0, equals)].push_back(line.substr(equals + 1));
+    ASSERT_EQ(Packets{""}, unit["CapabilityBoundingSet"]);
+    site.confine = [&] { confineAs(unit); };
+    site.startAlone("-i 60");
+    for (const std::string name : {"net", "dev"})
+        EXPECT_EQ("CapBnd:\t0000000000000000\n",
+                  site.run("grep CapBnd: /proc/" + std::to_string(side(site, name)) + "/status"));
+    EXPECT_EQ("", site.set("3.1.0", "s wan2"));
+    EXPECT_EQ("\"wan2\"", site.get("3.1.0").substr(8));
+    EXPECT_NE("", site.get("2.1.0")) << "the DSL tool";
+    EXPECT_EQ("", site.run("find state ! -perm -077 -a -perm /077"));
+    EXPECT_EQ("", site.run("grep -e error: -e warning: agent.log | grep -v 'is shorter'"));
+    EXPECT_EQ(0, site.agent->end(SIGTERM));
+}
+
+/// By default some thousand; $CORVANTA_PACKETS says how many.
+TEST(Field, MutatedPacketsHurtNobody) {
+    const char* const wanted = std::getenv("CORVANTA_PACKETS");
+    const int count = wanted != nullptr ? std::atoi(wanted) : 6000;
+    Site site;
+    site.write("agent.conf", "rwcommunity test\ncreateUser corvantaOperator SHA 'auth passphrase' "
+                             "AES 'priv passphrase'\n"
+                             "rwuser corvantaOperator\n");
+    site.environment += "SNMPCONFPATH=. ";
+    site.startAlone("-i 60");
+    const std::string whole = makeRequest(site);
+    const std::string id = whole.substr(whole.find('\xa0') + 2, 6); // of the request, with its tag
+    Packets seeds;
+    for (const std::string& manager : {std::string("-v1 -c test"), std::string("-v2c -c test"),
+                                       kUser + "Operator -l authPriv"}) {
+        site.manager = manager;
+        for (const auto& [command, arguments] :
+             {std::pair("snmpget", "6.1.5.1"), std::pair("snmpgetnext", "3"),
+              std::pair("snmpbulkget", "7"),
+              std::pair("snmpset", "6.1.5.9 i 5")}) // a row that is not there
+            for (const std::string& packet : packetsOf(site, command, Site::oid(arguments)))
+                seeds.push_back(packet);
+    }
+    site.manager = "-v2c -c test";
+    const int network = side(site, "net");
+    std::mt19937 random(1);
+    const auto below = [&](std::size_t n) { return static_cast<std::size_t>(random() % n); };
+    const Port stranger;
+    int lost = 0;
+    for (int i = 0; i < count; ++i) {
+        std::string packet = seeds[below(seeds.size())];
+        for (std::size_t left = 1 + below(4); left > 0; --left)
+            switch (const std::size_t at = below(packet.size()); below(4)) {
+            case 0:
+                packet[at] = static_cast<char>(packet[at] ^ (1 << below(8)));
+                break;
+            case 1:
+                packet[at] = static_cast<char>(random());
+                break;
+            case 2:
+                packet.resize(at + 1);
+                break;
+            default:
+                packet.insert(at, 1 + below(40), static_cast<char>(random()));
+                break;
+            }
+        stranger.send(portOf(site), packet);
+        while (!stranger.receive(0).empty()) {
+        }
+        if (i % 50 != 49)
+            continue;
+        stranger.send(portOf(site), whole); // nothing of those before is left
+        bool answered = false;
+        for (std::string answer; !answered && !(answer = stranger.receive(60000)).empty();)
+            answered = answer.find(id) != answer.npos;
+        lost += !answered;
+    }
+    std::cout << count << " packets, " << lost << " without an answer to the next whole one\n";
+    EXPECT_EQ(0, lost);
+    EXPECT_EQ(network, side(site, "net"));
+}
+
+} // namespace

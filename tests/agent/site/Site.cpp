@@ -1,0 +1,74 @@
+#include "tests/agent/site/Site.h"
+
+#include "tests/agent/site/Port.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+Site::Site(const std::string& options) : Managers(folder) {
+    address = "127.0.0.1:" + std::to_string(Port().number);
+    write("agent.conf", "rwcommunity test 127.0.0.1\n");
+    if (!options.empty())
+        startAlone(options);
+}
+
+void Site::startAgent(const std::string& options) {
+    const std::string parts = fs::path(QUORLET).parent_path().string();
+    agent = std::make_unique<Process>(folder,
+                                      environment + ON_DEVICE " device env PATH=$PWD/bin:" + parts +
+                                          ":$PATH " + tracer + CORVANTAD " -f " + options +
+                                          " >>agent.log 2>&1",
+                                      confine);
+}
+
+void Site::startAlone(const std::string& options) {
+    startAgent("-m " + address + " -c agent.conf -s state -d 60 " + options); // a later -d counts
+    awaitAgent();
+}
+
+void Site::awaitAgent() {
+    patience = "0.3";
+    EXPECT_TRUE(soon([this] { return get("3.2.0") == "INTEGER: 2"; })) << run("cat agent.log");
+    patience = kLong;
+}
+
+std::string Site::request(const std::string& text, const std::string& seconds) const {
+    std::istringstream words(text);
+    std::string bindings;
+    for (std::string object, type, value; words >> object >> type >> value;)
+        bindings += " " + oid(object) + " " + type + " " + value;
+    release("answer");
+    Process asking(folder, environment + "snmpset " + manager + " -r 0 -t " + seconds + " -On " +
+                               address + bindings + " >answer 2>&1");
+    while (asking.running() && agent->running())
+        pause(5);
+    soon([&] { return !asking.running(); }, 100);
+    const std::string answer = run("cat answer");
+    return answer.empty() ? "no answer" : errorIn(answer);
+}
+
+int Site::logged() const {
+    return std::stoi(run("grep :corvantad: agent.log | grep -vc ' set by '"));
+}
+
+Subagent::Subagent() {
+    manager = kUser + "Operator -l authPriv";
+    environment += "SNMPCONFPATH=. ";
+    std::string configuration =
+        "agentaddress udp:" + address + "\nagentXSocket " + folder.string() +
+        "/agentx\nincludeFile " SNMPD_CONF "\nagentXTimeout 100\n"; // for busy machines
+    for (const char* user : {"Reader", "Operator", "Stranger"})
+        configuration += std::string("createUser corvanta") + user +
+                         " SHA \"auth passphrase\" AES \"priv passphrase\"\n";
+    write("master.conf", configuration);
+    startMaster();
+    startAgent("-x agentx -s state -d 60"); // the master waits longer
+    awaitAgent();
+}
+
+void Subagent::startMaster() {
+    master = std::make_unique<Process>(
+        folder, environment + "SNMP_PERSISTENT_DIR=snmpd " SNMPD
+                              " -f -Lo -C -I -smux -c master.conf >>master.log 2>&1");
+}

@@ -1,0 +1,67 @@
+#!/usr/bin/env bash
+# Every script tells with --help what it takes, and refuses with one line what it doesn't, before it
+# does anything: what they work with stands in for itself here, and tells that it was called.
+# shellcheck source=../lib.sh
+. "$(dirname -- "${BASH_SOURCE[0]}")/../lib.sh"
+cd "$source"
+mkdir "$work/bin"
+for program in apt-get cmake dpkg-query git mktemp mmdebstrap sudo; do
+    printf '#!/bin/sh\necho %s >>%s\nexit 1\n' $program "$work/called" >"$work/bin/$program"
+done
+chmod +x "$work"/bin/*
+
+failed=0
+check() { # STATUS STANDARD-ERROR-LINES SCRIPT [ARGUMENT...]
+    local status=0
+    PATH=$work/bin:$PATH "${@:3}" >"$work/out" 2>"$work/err" </dev/null || status=$?
+    [ "$status $(wc -l <"$work/err")" = "$1 $2" ] && [ ! -e "$work/called" ] && return
+    echo "status $status instead of $1, or $(wc -l <"$work/err") lines instead of $2, or it works: ${*:3}"
+    cat "$work"/{err,called} 2>/dev/null || true
+    rm -f "$work/called"
+    failed=1
+}
+
+for script in scripts/* .ci/run; do
+    if [ ! -f "$script" ] || [ ! -x "$script" ]; then continue; fi
+    check 0 0 "$script" --help
+    grep -q "^    $script" "$work/out" || { echo "$script --help does not show its use" && failed=1; }
+    ! grep -q '^#' "$work/out" || failed=1
+    check 2 1 "$script" --nowhere
+    [ "$script" = scripts/on-device ] || check 2 1 "$script" 1 2 3 4 5 # takes a command with its own
+done
+while read -ra words; do
+    check 2 1 "${words[@]}"
+done <<'END'
+scripts/abi
+scripts/abi check more
+scripts/abi names
+scripts/abi prune
+scripts/bench
+scripts/bench nothing
+scripts/bench library none
+scripts/bench agent 1 2
+scripts/bench agent 10 3 4
+scripts/bench watch 300 0
+scripts/bench watch 300 1 1
+scripts/check-build
+scripts/demo --stay more
+scripts/fleet
+scripts/fleet 3 4
+scripts/fleet 0
+scripts/fleet 501
+scripts/fleet --seed
+scripts/fleet --seed x 3
+scripts/fresh demo elsewhere
+scripts/fuzz
+scripts/fuzz 1s
+scripts/on-device
+scripts/on-device /tmp/nowhere
+END
+
+# Bold is for terminals, and for who wants it.
+bold() { # NO_COLOR [PIPE]
+    SHELL=/bin/bash script -qec "NO_COLOR=$1 bash -c '. scripts/lib/script.sh; title x' scripts/demo ${2-}" /dev/null |
+        grep -c $'\033' || true
+}
+[ "$(bold '') $(bold 1) $(bold '' '| cat')" = "1 0 0" ] || { echo "not bold where it should be, or the other way round" && failed=1; }
+exit $failed
