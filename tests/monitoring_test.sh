@@ -21,7 +21,7 @@ generated() {
     done < <(awk '/^cv.* OBJECT-TYPE/ { name = $1 } /MAX-ACCESS *read-/ { print name }' "$1")
 }
 generator() {
-    generated "$mib" || fail "run prometheus-snmp-generator again, as docs/fleet.md tells"
+    generated "$mib" || fail "run scripts/derive"
     # A new scalar, and a new column of a table.
     for place in 'corvantaDsl 9' 'cvVlanEntry 9'; do
         { sed '/^END/d' "$mib" && printf '%s\n' 'cvPlanted OBJECT-TYPE SYNTAX Integer32' \
