@@ -20,7 +20,7 @@ generator() {
         { sed '/^END/d' "$mib" && printf '%s\n' 'cvPlanted OBJECT-TYPE' '    SYNTAX Integer32' '    MAX-ACCESS read-only' \
             '    STATUS current' '    DESCRIPTION ""' "    ::= { $place }" END; } >planted
         ! CORVANTA_MIB=$work/planted "$source/scripts/derive" --check snmp >said || fail "a new object in $place goes unseen"
-        grep -q 'cvPlanted' said && grep -q 'run scripts/derive' said || fail "a new object in $place: $(cat said)"
+        [[ $(<said) == *cvPlanted*'run scripts/derive'* ]] || fail "a new object in $place: $(cat said)"
     done
 }
 

@@ -10,6 +10,7 @@ add_test(NAME check_build COMMAND ${here}/scripts/check-build ${PROJECT_BINARY_D
 if(CMAKE_CROSSCOMPILING)
   return()
 endif()
+add_test(NAME places_test COMMAND ${here}/tests/places_test.sh)
 add_test(NAME scripts_test COMMAND ${here}/tests/scripts_test.sh)
 add_test(NAME install_test COMMAND ${here}/tests/install_test.sh ${PROJECT_BINARY_DIR} ${PROJECT_VERSION})
 if(ABIDW)
