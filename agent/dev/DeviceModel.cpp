@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <memory>
+#include <optional>
 #include <string_view>
 
 namespace agent::dev {
@@ -26,37 +27,66 @@ int toInt(const std::string& text) {
     return static_cast<int>(std::strtol(text.c_str(), nullptr, 10));
 }
 
+/// Stores what an object has in a row; nothing when it has no value there.
+void set(Model& model, const char* object, int row, const std::optional<Value>& value) {
+    if (value)
+        model.values[object][row] = *value;
+    else
+        model.values[object].erase(row);
+}
+
+/// A TruthValue; the library gives 0 for what is neither true nor false.
+std::optional<Value> truth(int value) {
+    return value != 0 ? std::optional<Value>({value, ""}) : std::nullopt;
+}
+
+/// Reads a TruthValue through a library call.
+template <class Call>
+std::optional<Value> readTruth(Call call) {
+    int value = 0;
+    call(&value);
+    return truth(value);
+}
+
 void readCircuits(Model& model) {
     for (int n = 1; n <= kUnits; ++n) {
         atm_entry entry{};
-        const bool cached = atm_access_c(access_get, &entry, n, 0) == CORVANTA_OK &&
-                            (entry.Enabled != 0 || entry.DeviceName[0] != '\0');
-        const int fcsPreserve = TruthValue_internal_to_snmp(entry.FcsPreserve);
-        model.circuits[static_cast<std::size_t>(n)] = {cached,    {entry.Enabled}, entry.DeviceName,
-                                                       entry.Vpi, entry.Vci,       {fcsPreserve}};
+        const bool present = atm_access_c(access_get, &entry, n, 0) == CORVANTA_OK &&
+                             (entry.Enabled != 0 || entry.DeviceName[0] != '\0');
+        const auto setIfPresent = [&](const char* object, const std::optional<Value>& value) {
+            set(model, object, n, present ? value : std::nullopt);
+        };
+        setIfPresent("cvCircuitEnabled", truth(entry.Enabled));
+        setIfPresent("cvCircuitDeviceName", Value{0, entry.DeviceName});
+        setIfPresent("cvCircuitVpi", Value{entry.Vpi, ""});
+        setIfPresent("cvCircuitVci", Value{entry.Vci, ""});
+        setIfPresent("cvCircuitFcsPreserve", truth(TruthValue_internal_to_snmp(entry.FcsPreserve)));
     }
 }
 
 /// @return the text; empty when the device has no such row, nothing when it can't be given
 template <class Call>
-std::optional<std::string> readText(bool& present, Call call) {
-    std::string text;
-    const int status = accessText(access_get, text, call);
+std::optional<Value> readText(bool& present, Call call) {
+    Value value;
+    const int status = accessText(access_get, value.text, call);
     present = status != CORVANTA_UNKNOWN_ROW;
     if (status != CORVANTA_OK && present)
         return std::nullopt;
-    return text;
+    return value;
 }
 
 void readVlans(Model& model) {
     for (int n = 1; n <= kUnits; ++n) {
-        Vlan vlan;
-        vlan.wanInterface = readText(vlan.present, [n](char* text, int size, int* length) {
+        bool present = false;
+        const auto wan = readText(present, [n](char* text, int size, int* length) {
             return VlanWanInterface(access_get, text, size, length, n);
         });
-        VlanEnabled_snmp(access_get, &vlan.enabled.value, n);
-        VlanDiscardTag_snmp(access_get, &vlan.discardTag.value, n);
-        model.vlans[static_cast<std::size_t>(n)] = vlan;
+        const auto enabled = readTruth([n](int* value) { VlanEnabled_snmp(access_get, value, n); });
+        const auto discardTag =
+            readTruth([n](int* value) { VlanDiscardTag_snmp(access_get, value, n); });
+        set(model, "cvVlanEnabled", n, present ? enabled : std::nullopt);
+        set(model, "cvVlanDiscardTag", n, present ? discardTag : std::nullopt);
+        set(model, "cvVlanWanInterface", n, present ? wan : std::nullopt);
     }
 }
 
@@ -79,11 +109,12 @@ void readConfiguration(Model& model) {
     readCircuits(model);
     readVlans(model);
     bool present = false;
-    model.defaultWan = readText(present, [](char* text, int size, int* length) {
+    const auto defaultWan = readText(present, [](char* text, int size, int* length) {
         return VlanDefaultWanInterface(access_get, text, size, length);
     });
-    model.discardUntagged = {};
-    VlanDiscardUntaggedFrames_snmp(access_get, &model.discardUntagged.value);
+    set(model, "cvDefaultWanInterface", 0, defaultWan);
+    set(model, "cvDiscardUntaggedFrames", 0,
+        readTruth([](int* value) { VlanDiscardUntaggedFrames_snmp(access_get, value); }));
     readLayer2(model);
 }
 

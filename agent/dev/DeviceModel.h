@@ -4,6 +4,8 @@
 
 #include <corvanta.h>
 
+#include <array>
+
 /// The library calls that tell the device's state. They block while a program runs.
 namespace agent::dev {
 

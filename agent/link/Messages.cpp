@@ -1,7 +1,6 @@
 #include "agent/link/Messages.h"
 
 #include <algorithm>
-#include <array>
 #include <cstring>
 #include <type_traits>
 #include <utility>
@@ -39,17 +38,15 @@ private:
         for (T& item : list)
             put(item);
     }
-    template <class T>
-    void put(std::optional<T>& value) {
-        bool there = value.has_value();
-        put(there);
-        if (value)
-            put(*value);
-    }
-    template <class T, std::size_t n>
-    void put(std::array<T, n>& list) {
-        for (T& item : list)
-            put(item);
+    template <class Key, class T>
+    void put(std::map<Key, T>& map) {
+        std::size_t size = map.size();
+        put(size);
+        for (auto& [key, value] : map) {
+            Key copy = key;
+            put(copy);
+            put(value);
+        }
     }
 };
 
@@ -86,17 +83,14 @@ private:
         for (std::size_t left = count(); left > 0 && m_good; --left)
             get(list.emplace_back());
     }
-    template <class T>
-    void get(std::optional<T>& value) {
-        bool there = false;
-        get(there);
-        if (there)
-            get(value.emplace());
-    }
-    template <class T, std::size_t n>
-    void get(std::array<T, n>& list) {
-        for (T& item : list)
-            get(item);
+    template <class Key, class T>
+    void get(std::map<Key, T>& map) {
+        map.clear();
+        for (std::size_t left = count(); left > 0 && m_good; --left) {
+            Key key{};
+            get(key);
+            get(map[key]);
+        }
     }
 
     std::size_t count() {
@@ -128,9 +122,7 @@ MEMBERS(Change, object, row, value, place)
 MEMBERS(SetRequest, id, incarnation, deadline, changes, trial, verdict)
 MEMBERS(Layer2If, name, state)
 MEMBERS(IfMapping, index, physical, logical)
-MEMBERS(Circuit, present, enabled, deviceName, vpi, vci, fcsPreserve)
-MEMBERS(Vlan, present, enabled, discardTag, wanInterface)
-MEMBERS(Model, rates, layer2, mapping, circuits, vlans, defaultWan, discardUntagged)
+MEMBERS(Model, rates, layer2, mapping, values)
 
 #undef MEMBERS
 

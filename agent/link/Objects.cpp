@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <numeric>
-#include <optional>
 #include <string_view>
 
 namespace agent {
@@ -21,15 +20,6 @@ bool put(Value& value, long number) {
 bool put(Value& value, const std::string& text) {
     value.text = text;
     return true;
-}
-
-bool put(Value& value, const std::optional<std::string>& text) {
-    value.text = text.value_or("");
-    return text.has_value();
-}
-
-bool put(Value& value, Truth truth) {
-    return put(value, truth.value) && truth.value != 0;
 }
 
 template <auto Record, auto Field>
@@ -70,10 +60,6 @@ const Counters* health(const View& view, int) {
     return &view.snapshot.counters;
 }
 
-const Model* device(const View& view, int) {
-    return &view.snapshot.model;
-}
-
 const Rates* rates(const View& view, int) {
     return &view.snapshot.model.rates;
 }
@@ -87,16 +73,6 @@ const IfMapping* mapping(const View& view, int index) {
     const auto found = std::find_if(rows.begin(), rows.end(),
                                     [index](const IfMapping& row) { return row.index == index; });
     return found == rows.end() ? nullptr : &*found;
-}
-
-const Circuit* circuit(const View& view, int row) {
-    const Circuit& found = view.snapshot.model.circuits[static_cast<std::size_t>(row)];
-    return found.present ? &found : nullptr;
-}
-
-const Vlan* vlan(const View& view, int row) {
-    const Vlan& found = view.snapshot.model.vlans[static_cast<std::size_t>(row)];
-    return found.present ? &found : nullptr;
 }
 
 /// Names have no blanks, and the client prints a "|" between two columns.
@@ -134,6 +110,20 @@ Counters& Counters::operator+=(const Counters& other) {
 Object::Object(std::initializer_list<unsigned long> arcs, const char* label, Type type,
                Source source, Read reader)
     : m_name(below(arcs)), m_label(label), m_type(type), m_source(source), m_read(reader) {}
+
+bool Object::read(const View& view, int row, Value& value) const {
+    if (m_read != nullptr)
+        return m_read(view, row, value);
+    const auto& values = view.snapshot.model.values;
+    const auto rows = values.find(m_label);
+    if (rows == values.end())
+        return false;
+    const auto found = rows->second.find(row);
+    if (found == rows->second.end())
+        return false;
+    value = found->second;
+    return true;
+}
 
 Object& Object::written(Tables tables) {
     m_tables = tables;
@@ -188,9 +178,9 @@ const std::vector<Object>& objects() {
         Object({2, 3}, "cvDslAttainableRateDown", Type::gauge, Source::scalar, read<rates, &R::attainableDown>),
         Object({2, 4}, "cvDslAttainableRateUp", Type::gauge, Source::scalar, read<rates, &R::attainableUp>),
         // corvantaBridging
-        Object({3, 1}, "cvDefaultWanInterface", kText,       Source::scalar, read<device, &Model::defaultWan>)
+        Object({3, 1}, "cvDefaultWanInterface", kText,       Source::scalar)
             .written(kBridging).range(0, kLongestName),
-        Object({3, 2}, "cvDiscardUntaggedFrames", Type::integer, Source::scalar, read<device, &Model::discardUntagged>)
+        Object({3, 2}, "cvDiscardUntaggedFrames", Type::integer, Source::scalar)
             .written(kDiscard).range(1, 2),
         // cvLayer2IfTable
         Object({4, 1, 2}, "cvLayer2IfName", kText,       Source::layer2, read<layer2, &Layer2If::name>),
@@ -199,20 +189,20 @@ const std::vector<Object>& objects() {
         Object({5, 1, 2}, "cvIfMapPhysicalName", kText, Source::mapping, read<mapping, &IfMapping::physical>),
         Object({5, 1, 3}, "cvIfMapLogicalName", kText, Source::mapping, read<mapping, &IfMapping::logical>),
         // cvCircuitTable
-        Object({6, 1, 2}, "cvCircuitEnabled", Type::integer, Source::circuits, read<circuit, &Circuit::enabled>)
+        Object({6, 1, 2}, "cvCircuitEnabled", Type::integer, Source::circuits)
             .written(kCircuit).range(1, 2),
-        Object({6, 1, 3}, "cvCircuitDeviceName", kText,       Source::circuits, read<circuit, &Circuit::deviceName>),
-        Object({6, 1, 4}, "cvCircuitVpi", Type::integer, Source::circuits, read<circuit, &Circuit::vpi>)
+        Object({6, 1, 3}, "cvCircuitDeviceName", kText,       Source::circuits),
+        Object({6, 1, 4}, "cvCircuitVpi", Type::integer, Source::circuits)
             .writtenInOwnRow(Table::atm).range(0, 255),
-        Object({6, 1, 5}, "cvCircuitVci", Type::integer, Source::circuits, read<circuit, &Circuit::vci>)
+        Object({6, 1, 5}, "cvCircuitVci", Type::integer, Source::circuits)
             .writtenInOwnRow(Table::atm).range(0, 65535),
-        Object({6, 1, 6}, "cvCircuitFcsPreserve", Type::integer, Source::circuits, read<circuit, &Circuit::fcsPreserve>),
+        Object({6, 1, 6}, "cvCircuitFcsPreserve", Type::integer, Source::circuits),
         // cvVlanTable
-        Object({7, 1, 2}, "cvVlanEnabled", Type::integer, Source::vlans, read<vlan, &Vlan::enabled>)
+        Object({7, 1, 2}, "cvVlanEnabled", Type::integer, Source::vlans)
             .written(kBridging).range(1, 2),
-        Object({7, 1, 3}, "cvVlanDiscardTag", Type::integer, Source::vlans, read<vlan, &Vlan::discardTag>)
+        Object({7, 1, 3}, "cvVlanDiscardTag", Type::integer, Source::vlans)
             .written(kBridging).range(1, 2),
-        Object({7, 1, 4}, "cvVlanWanInterface", kText,       Source::vlans, read<vlan, &Vlan::wanInterface>)
+        Object({7, 1, 4}, "cvVlanWanInterface", kText,       Source::vlans)
             .written(kBridging).range(0, kLongestName),
         // corvantaChange
         Object({8, 1}, "cvConfirmTimeout", Type::unsigned32, Source::agent, readTrialTimeout)

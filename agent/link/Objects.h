@@ -12,16 +12,6 @@
 /// The objects of CORVANTA-MIB as one table of data.
 namespace agent {
 
-/// A value on its way to or from a manager: a number, or a text where the object's type is one.
-struct Value {
-    long number = 0;
-    std::string text;
-
-    bool operator==(const Value& other) const {
-        return number == other.number && text == other.text;
-    }
-};
-
 /// What values are read from.
 struct View {
     const Snapshot& snapshot;
@@ -48,9 +38,10 @@ public:
     using Read = bool (*)(const View& view, int row, Value& value);
 
     /// @param arcs   below corvantaObjects, without the row
-    /// @param label  its name in the MIB, for the log
+    /// @param label  its name in the MIB
+    /// @param reader null for what stands in the model's values, under the label
     Object(std::initializer_list<unsigned long> arcs, const char* label, Type type, Source source,
-           Read reader);
+           Read reader = nullptr);
 
     /// It can be set: the tables that the change can touch, and those that decide how.
     Object& written(Tables tables);
@@ -64,7 +55,7 @@ public:
     const char* label() const { return m_label; }
     Type type() const { return m_type; }
     Source source() const { return m_source; }
-    bool read(const View& view, int row, Value& value) const { return m_read(view, row, value); }
+    bool read(const View& view, int row, Value& value) const;
     bool writable() const { return !m_tables.empty() || m_control != Control::none; }
     Control control() const { return m_control; }
     Tables tables() const { return m_tables; }

@@ -1,9 +1,8 @@
 #pragma once
 
-#include <array>
 #include <chrono>
 #include <cstdint>
-#include <optional>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -14,9 +13,14 @@ using Clock = std::chrono::steady_clock;
 
 constexpr int kUnits = 8; ///< ATM circuits, and VLAN objects; both are numbered from 1
 
-/// An SNMP TruthValue, or 0: the database held neither 0 nor 1, or nothing was read yet.
-struct Truth {
-    int value = 0;
+/// A value of an object: a number, or a text where the object's type is one.
+struct Value {
+    long number = 0;
+    std::string text;
+
+    bool operator==(const Value& other) const {
+        return number == other.number && text == other.text;
+    }
 };
 
 /// Of the DSL line, as the tool prints them; 0 for those that it does not.
@@ -38,30 +42,13 @@ struct IfMapping {
     std::string logical;
 };
 
-struct Circuit {
-    bool present = false;
-    Truth enabled;
-    std::string deviceName;
-    int vpi = 0;
-    int vci = 0;
-    Truth fcsPreserve;
-};
-
-struct Vlan {
-    bool present = false;
-    Truth enabled;
-    Truth discardTag;
-    std::optional<std::string> wanInterface; ///< nothing when the library can't give it whole
-};
-
 struct Model {
     Rates rates;
     std::vector<Layer2If> layer2;
     std::vector<IfMapping> mapping;
-    std::array<Circuit, kUnits + 1> circuits; ///< by number; the first is unused
-    std::array<Vlan, kUnits + 1> vlans;       ///< likewise
-    std::optional<std::string> defaultWan;    ///< likewise; empty without a default bridge
-    Truth discardUntagged;
+    /// All others, by the object's name in the MIB and the row, which is 0 for a scalar. What is
+    /// not in it, the device doesn't have or the library can't give.
+    std::map<std::string, std::map<int, Value>> values;
 };
 
 class Object; // link/Objects.h

@@ -8,25 +8,19 @@ smi=$(realpath -m -- "$2") build=$(realpath -m -- "${3-.}")
 monitoring=$source/monitoring mib=$source/agent/share/CORVANTA-MIB.txt
 cd "$work"
 
-# Whether the generator makes snmp.yml of generator.yml and a MIB, and one of them names every object
-# that can be read.
-generated() {
-    local name
-    mkdir -p mib && cp "$1" mib/CORVANTA-MIB.txt && cp "$monitoring/generator.yml" .
-    MIBDIRS=$smi:mib prometheus-snmp-generator --fail-on-parse-errors generate 2>generator.log ||
-        fail "$(cat generator.log)"
-    diff "$monitoring/snmp.yml" snmp.yml >&2 || return 1
-    while read -r name; do
-        grep -qw "$name" "$monitoring"/{generator,snmp}.yml || { echo "not known: $name" >&2 && return 1; }
-    done < <(awk '/^cv.* OBJECT-TYPE/ { name = $1 } /MAX-ACCESS *read-/ { print name }' "$1")
-}
 generator() {
-    generated "$mib" || fail "run prometheus-snmp-generator again, as docs/fleet.md tells"
+    local name
+    "$source/scripts/derive" --check snmp
+    # Every object that can be read is named, be it as one that is ignored.
+    while read -r name; do
+        grep -qw "$name" "$monitoring"/{generator,snmp}.yml || fail "not known: $name"
+    done < <(awk '/^cv.* OBJECT-TYPE/ { name = $1 } /MAX-ACCESS *read-/ { print name }' "$mib")
     # A new scalar, and a new column of a table.
     for place in 'corvantaDsl 9' 'cvVlanEntry 9'; do
-        { sed '/^END/d' "$mib" && printf '%s\n' 'cvPlanted OBJECT-TYPE SYNTAX Integer32' \
-            "MAX-ACCESS read-only STATUS current DESCRIPTION \"\" ::= { $place }" END; } >planted
-        ! generated planted 2>/dev/null || fail "a new object in $place goes unseen"
+        { sed '/^END/d' "$mib" && printf '%s\n' 'cvPlanted OBJECT-TYPE' '    SYNTAX Integer32' '    MAX-ACCESS read-only' \
+            '    STATUS current' '    DESCRIPTION ""' "    ::= { $place }" END; } >planted
+        ! CORVANTA_MIB=$work/planted "$source/scripts/derive" --check snmp >said || fail "a new object in $place goes unseen"
+        [[ $(<said) == *cvPlanted*'run scripts/derive'* ]] || fail "a new object in $place: $(cat said)"
     done
 }
 

@@ -45,6 +45,7 @@ scripts/bench watch 300 0
 scripts/bench watch 300 1 1
 scripts/check-build
 scripts/demo --stay more
+scripts/derive --check more
 scripts/fleet
 scripts/fleet 3 4
 scripts/fleet 0

@@ -27,8 +27,7 @@ protected:
     /// The device's process has read everything. @param value  of cvVlanEnabled.1
     void show(int value, bool complete = true) {
         Snapshot snapshot;
-        snapshot.model.vlans[1].present = true;
-        snapshot.model.vlans[1].enabled.value = value;
+        snapshot.model.values["cvVlanEnabled"][1] = {value, ""};
         snapshot.complete = complete;
         snapshot.refreshed = world.now();
         snapshot.instances = listInstances(snapshot);
