@@ -48,7 +48,7 @@ Clock::time_point Refresh::due() const {
 }
 
 bool Refresh::stepIsDue(Clock::time_point now) const {
-    return m_reading || now >= m_due || (!m_stale.empty() && now >= m_staleDue);
+    return m_reading.underWay || now >= m_due || (!m_stale.empty() && now >= m_staleDue);
 }
 
 bool Refresh::listens() const {
@@ -80,10 +80,10 @@ void Refresh::lookAtDatabase() {
             m_watch->file() + (blind ? " cannot be watched: everything is read at each interval"
                                      : " is watched again"));
     m_blind = blind;
-    if (state != FileWatch::State::changed || m_reading)
+    if (state != FileWatch::State::changed || m_reading.underWay)
         return;
     if (m_stale.empty())
-        m_staleDue = std::max(m_system.now() + kBurst, m_begun + m_options.refreshPause);
+        m_staleDue = std::max(m_system.now() + kBurst, m_reading.begun + m_options.refreshPause);
     m_stale.add(Tables(kAllTables));
 }
 
@@ -100,36 +100,36 @@ bool Refresh::databaseIsKnown() {
 
 void Refresh::begin() {
     const auto now = m_system.now();
-    m_readsLine = now >= m_due;
+    m_reading.line = now >= m_due;
     const bool everything = !m_watch || m_failing || now >= m_fullDue ||
-                            (m_readsLine && m_watch->look() == FileWatch::State::unreadable);
+                            (m_reading.line && m_watch->look() == FileWatch::State::unreadable);
     // The mark taken below covers what others have changed up to now, in any table.
     if (m_watch && !everything && m_watch->look() == FileWatch::State::changed)
         m_stale = Tables(kAllTables);
-    m_readsTables = everything && m_readsLine ? Tables(kAllTables) : m_stale;
-    if (everything && m_readsLine)
+    m_reading.tables = everything && m_reading.line ? Tables(kAllTables) : m_stale;
+    if (everything && m_reading.line)
         m_fullDue = now + m_options.fullInterval;
-    m_reading = true;
-    if (m_readsTables.empty())
+    m_reading.underWay = true;
+    if (m_reading.tables.empty())
         return;
-    m_begun = now;
+    m_reading.begun = now;
     if (m_watch)
-        m_mark = m_watch->mark();
+        m_reading.mark = m_watch->mark();
 }
 
 void Refresh::step(const bool& stopping) {
     const Programs::CutShort cut(m_programs, stopping);
-    if (!m_reading)
+    if (!m_reading.underWay)
         begin();
     const unsigned long failures = client_failures();
     int status = CORVANTA_OK;
     const auto* const table = std::find_if(kAllTables.begin(), kAllTables.end(),
-                                           [this](Table t) { return m_readsTables.has(t); });
+                                           [this](Table t) { return m_reading.tables.has(t); });
     if (table != kAllTables.end()) {
         status = readTable(m_image, *table);
-        m_readsTables.remove({*table});
+        m_reading.tables.remove({*table});
         m_stale.remove({*table});
-    } else if (m_readsLine && !readLine(m_board.next.model)) {
+    } else if (m_reading.line && !readLine(m_board.next.model)) {
         status = CORVANTA_FAILED;
     }
     if (stopping)
@@ -141,7 +141,7 @@ void Refresh::step(const bool& stopping) {
 
 void Refresh::end(bool failed, int status) {
     const auto now = m_system.now();
-    m_reading = false;
+    m_reading.underWay = false;
     if (failed != m_failing)
         log(failed ? LOG_WARNING : LOG_INFO,
             failed ? "the device cannot be read, status " + std::to_string(status)
@@ -154,9 +154,9 @@ void Refresh::end(bool failed, int status) {
         m_board.publish();
         return;
     }
-    if (m_begun > m_accepted) // no set has come between
-        accept(m_mark);
-    if (m_readsLine) {
+    if (m_reading.begun > m_accepted) // no set has come between
+        accept(m_reading.mark);
+    if (m_reading.line) {
         ++m_board.next.counters.refreshesDone;
         if (!m_board.next.complete && kLongestSet * m_programs.clientTime() > m_options.setDeadline)
             log(LOG_WARNING, "a set can take " + inSeconds(kLongestSet * m_programs.clientTime()) +

@@ -48,19 +48,22 @@ private:
     Image& m_image;
     Board& m_board;
     std::optional<FileWatch> m_watch;
-    FileWatch::Mark m_mark;                ///< taken when the refresh under way began
     std::optional<std::string> m_circuits; ///< the kernel's list, as it was last shown
     Tables m_stale = Tables(kAllTables);   ///< that can have changed since they were read
-    bool m_reading = false;                ///< whether a refresh is under way
-    bool m_readsLine = false;              ///< and what it reads
-    Tables m_readsTables;
+    /// A refresh, which takes several steps.
+    struct {
+        bool underWay = false;
+        bool line = false;       ///< what it reads
+        Tables tables;           ///< likewise, those that are left
+        FileWatch::Mark mark;    ///< taken when it began
+        Clock::time_point begun; ///< the last one of the database
+    } m_reading;
     bool m_failing = false;       ///< whether the last refresh failed
     bool m_blind = false;         ///< whether the watched file could not be looked at
     Clock::time_point m_due;      ///< the next refresh of the line, at least
     Clock::time_point m_fullDue;  ///< of everything
     Clock::time_point m_lookDue;  ///< when to look at the circuits and the watched file
     Clock::time_point m_staleDue; ///< when to read what is stale, while something is
-    Clock::time_point m_begun;    ///< the last refresh of the database
     Clock::time_point m_accepted; ///< the last mark that was accepted
 };
 
