@@ -9,6 +9,7 @@
 #include <exception>
 #include <iterator>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include <poll.h>
@@ -35,6 +36,7 @@ constexpr seconds kWalkLimit{5};
 constexpr seconds kRepeated{60}; ///< for how long a request that comes again is known
 constexpr std::size_t kMostAnswers = 256;
 constexpr std::size_t kLongestNote = 600; ///< of who sets what, in the log
+constexpr std::string_view kAndMore = "; and more";
 constexpr seconds kGrace{10}; ///< for the device's side to tell that a set has missed its deadline
 
 /// What a manager is told of a set that has ended.
@@ -544,7 +546,11 @@ void RequestHandler::finish(const SetResult& result, netsnmp_request_info* reque
         outcome += ", confirms " + std::exchange(m_onTrial, "");
     } else if (result.outcome == Outcome::done && m_set->trial != seconds(0)) {
         outcome += ", on trial for " + std::to_string(m_set->trial.count()) + " s";
-        m_onTrial += (m_onTrial.empty() ? "" : "; ") + printable(m_asked, kLongestNote);
+        if (m_onTrial.size() < kLongestNote) // each renewal of the trial adds to it
+            m_onTrial += (m_onTrial.empty() ? "" : "; ") + printable(m_asked, kLongestNote);
+        else if (m_onTrial.compare(m_onTrial.size() - kAndMore.size(), kAndMore.npos, kAndMore) !=
+                 0)
+            m_onTrial += kAndMore;
     }
     logSet(outcome, error);
     m_snapshot = m_newest;
