@@ -9,6 +9,7 @@
 #include <exception>
 #include <iterator>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include <poll.h>
@@ -35,6 +36,7 @@ constexpr seconds kWalkLimit{5};
 constexpr seconds kRepeated{60}; ///< for how long a request that comes again is known
 constexpr std::size_t kMostAnswers = 256;
 constexpr std::size_t kLongestNote = 600; ///< of who sets what, in the log
+constexpr std::string_view kAndMore = "; and more";
 constexpr seconds kGrace{10}; ///< for the device's side to tell that a set has missed its deadline
 
 /// What a manager is told of a set that has ended.
@@ -165,21 +167,24 @@ void setError(netsnmp_request_info* requests, std::size_t place, int error) {
 
 /// Who sent which request: the same when it comes again. A subagent can't tell, but its master
 /// doesn't let it see such a request either.
-std::string identify(const netsnmp_agent_request_info& info, const netsnmp_request_info* requests) {
+RequestHandler::Identity identify(const netsnmp_agent_request_info& info,
+                                  const netsnmp_request_info* requests) {
     const netsnmp_pdu* pdu = info.asp != nullptr ? info.asp->pdu : nullptr;
     if (pdu == nullptr || pdu->transport_data == nullptr || pdu->transport_data_length <= 0)
-        return "";
-    std::string text(static_cast<const char*>(pdu->transport_data),
-                     static_cast<std::size_t>(pdu->transport_data_length));
-    text.append(pdu->securityName != nullptr ? pdu->securityName : "", pdu->securityNameLen);
-    text += std::to_string(pdu->reqid);
+        return {};
+    RequestHandler::Identity identity;
+    identity.sender.assign(static_cast<const char*>(pdu->transport_data),
+                           static_cast<std::size_t>(pdu->transport_data_length));
+    identity.sender.append(pdu->securityName != nullptr ? pdu->securityName : "",
+                           pdu->securityNameLen);
+    identity.sender += std::to_string(pdu->reqid);
     for (const auto* request = requests; request != nullptr; request = request->next) {
         const netsnmp_variable_list& binding = *request->requestvb;
-        text.append(reinterpret_cast<const char*>(binding.name),
-                    binding.name_length * sizeof *binding.name);
-        text.append(reinterpret_cast<const char*>(binding.val.string), binding.val_len);
+        identity.values.append(reinterpret_cast<const char*>(binding.name),
+                               binding.name_length * sizeof *binding.name);
+        identity.values.append(reinterpret_cast<const char*>(binding.val.string), binding.val_len);
     }
-    return text;
+    return identity;
 }
 
 /// Whether the connection that a request came over is closed. The toolkit forgets one when the next
@@ -329,6 +334,7 @@ void RequestHandler::dispatch(netsnmp_mib_handler& handler,
             setError(requests, answered->place, answered->error);
         } else {
             m_again = false;
+            forgetAnswers();
             m_came = arrivalOf(info.asp);
             m_snapshot = m_newest;
             note(info, requests);
@@ -437,13 +443,24 @@ Clock::time_point RequestHandler::arrivalOf(const netsnmp_agent_session* asked) 
 const RequestHandler::Answered* RequestHandler::findAnswer(Clock::time_point came) const {
     const auto found =
         std::find_if(m_answered.begin(), m_answered.end(), [&](const Answered& answered) {
-            return answered.request == m_request && came - answered.when < kRepeated;
+            return answered.request.sender == m_request.sender &&
+                   answered.request.values == m_request.values && came - answered.when < kRepeated;
         });
     return found == m_answered.end() ? nullptr : &*found;
 }
 
+/// Forgets what was answered to a sender that uses the Id of that request for another one: when it
+/// goes back to the values of the first, it wants them made.
+void RequestHandler::forgetAnswers() {
+    m_answered.erase(std::remove_if(m_answered.begin(), m_answered.end(),
+                                    [this](const Answered& answered) {
+                                        return answered.request.sender == m_request.sender;
+                                    }),
+                     m_answered.end());
+}
+
 void RequestHandler::remember(int error, std::size_t place) {
-    if (m_request.empty())
+    if (m_request.sender.empty())
         return;
     auto oldest = Clock::now(); // of the requests that can still be one that was answered
     for (const auto& [asked, came] : m_kept)
@@ -529,7 +546,11 @@ void RequestHandler::finish(const SetResult& result, netsnmp_request_info* reque
         outcome += ", confirms " + std::exchange(m_onTrial, "");
     } else if (result.outcome == Outcome::done && m_set->trial != seconds(0)) {
         outcome += ", on trial for " + std::to_string(m_set->trial.count()) + " s";
-        m_onTrial += (m_onTrial.empty() ? "" : "; ") + printable(m_asked, kLongestNote);
+        if (m_onTrial.size() < kLongestNote) // each renewal of the trial adds to it
+            m_onTrial += (m_onTrial.empty() ? "" : "; ") + printable(m_asked, kLongestNote);
+        else if (m_onTrial.compare(m_onTrial.size() - kAndMore.size(), kAndMore.npos, kAndMore) !=
+                 0)
+            m_onTrial += kAndMore;
     }
     logSet(outcome, error);
     m_snapshot = m_newest;

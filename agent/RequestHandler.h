@@ -22,6 +22,12 @@ namespace agent {
 /// snapshot, sets when the device's side tells what became of them.
 class RequestHandler {
 public:
+    /// Tells a request that comes again from another one.
+    struct Identity {
+        std::string sender; ///< with the request's Id; empty when that can't be known
+        std::string values;
+    };
+
     struct Settings {
         std::chrono::seconds maxAge;
         std::chrono::seconds setDeadline;
@@ -61,6 +67,7 @@ private:
     int checkTrial() const;
     Clock::time_point arrivalOf(const netsnmp_agent_session* asked) const;
     const Answered* findAnswer(Clock::time_point came) const;
+    void forgetAnswers();
     void remember(int error, std::size_t place);
     void note(const netsnmp_agent_request_info& info, const netsnmp_request_info* requests);
     void logSet(const std::string& outcome, int error);
@@ -103,7 +110,7 @@ private:
     /// What was answered to a set: a manager that has not heard of it sends the same again, when
     /// sets of others may have come between.
     struct Answered {
-        std::string request; ///< who sent what
+        Identity request;
         int error;
         std::size_t place; ///< of the variable with the error
         Clock::time_point when;
@@ -112,7 +119,7 @@ private:
     std::string m_asked;             ///< who set what, for the log
     Clock::time_point m_came;        ///< and when
     std::string m_onTrial;           ///< likewise, of the change that is pending
-    std::string m_request;           ///< of the set under way; empty when that can't be known
+    Identity m_request;              ///< of the set under way
     bool m_again = false;            ///< whether that has been answered
 };
 
