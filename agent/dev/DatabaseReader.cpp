@@ -9,6 +9,7 @@
 #include <charconv>
 #include <set>
 #include <string>
+#include <utility>
 
 namespace agent::dev {
 
@@ -39,14 +40,18 @@ int readSize(Table table, std::size_t& size) {
     return error == std::errc() && stop == end && size <= kMostRows ? CORVANTA_OK : CORVANTA_FAILED;
 }
 
-/// Reads the rows below a position, the last one first.
-int readBelow(Table table, std::size_t position, Rows& rows) {
-    rows.assign(position, {});
+/// Reads rows, the last one first, down to one that was there when it was read before: those below
+/// it are taken from there.
+int readDown(Table table, const Rows& known, Rows& rows) {
+    std::size_t position = rows.size();
     while (position > 0) {
         --position;
         if (const int status = readAt(table, position, rows[position]); status != CORVANTA_OK)
             return status;
+        if (position < known.size() && rows[position] == known[position])
+            break;
     }
+    std::copy_n(known.begin(), position, rows.begin());
     return CORVANTA_OK;
 }
 
@@ -60,21 +65,23 @@ bool noneComesTwice(const Rows& rows) {
 
 int readTable(Image& image, Table table) {
     std::size_t size = image[table].size(); // most likely still
-    Rows before;
+    bool whole = false;
+    Rows rows;
     for (int tries = 0; tries < kTries; ++tries) {
         const std::size_t expected = size;
-        Rows rows;
-        const int status = readBelow(table, expected, rows);
+        const Rows last = std::exchange(rows, Rows(expected));
+        // In a whole one, only the rows behind what others have added or removed are others.
+        const int status = readDown(table, whole ? last : Rows(), rows);
         if (status != CORVANTA_OK && status != CORVANTA_UNKNOWN_ROW)
             return status;
         if (const int counted = readSize(table, size); counted != CORVANTA_OK)
             return counted;
         // Rows that do have one Id are the same each time.
-        if (status == CORVANTA_OK && size == expected && (noneComesTwice(rows) || rows == before)) {
+        whole = status == CORVANTA_OK && (noneComesTwice(rows) || rows == last);
+        if (whole && size == expected) {
             image[table] = std::move(rows);
             return CORVANTA_OK;
         }
-        before = std::move(rows);
     }
     return CORVANTA_FAILED;
 }

@@ -7,15 +7,19 @@ FileWatch::State FileWatch::look() {
     const Mark now = m_system.watchedFile();
     if (!now)
         return State::unreadable;
-    const bool same =
-        m_accepted && *now == *m_accepted && !m_touched && (hasEvents() || !m_accepted->young);
-    return same ? State::same : State::changed;
+    return isSame(*now) ? State::same : State::changed;
 }
 
-FileWatch::Mark FileWatch::mark() {
-    m_system.watchedFileTouched(); // up to now
+FileWatch::Mark FileWatch::mark(bool& changed) {
+    m_touched = m_system.watchedFileTouched() || m_touched; // up to now
+    Mark now = m_system.watchedFile();
+    changed = now && !isSame(*now);
     m_touched = false;
-    return m_system.watchedFile();
+    return now;
+}
+
+bool FileWatch::isSame(const FileState& now) const {
+    return m_accepted && now == *m_accepted && !m_touched && (hasEvents() || !m_accepted->young);
 }
 
 } // namespace agent::dev

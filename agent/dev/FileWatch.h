@@ -24,13 +24,16 @@ public:
     using Mark = std::optional<FileState>; ///< nothing where the file could not be looked at
 
     /// What is read from now on includes all that has happened to the file.
-    Mark mark();
+    /// @param changed whether anything has, since the mark that was accepted, as far as can be seen
+    Mark mark(bool& changed);
     void accept(const Mark& mark) { m_accepted = mark; }
 
     bool hasEvents() const { return m_system.watchedFileHasEvents(); }
     const std::string& file() const { return m_file; }
 
 private:
+    bool isSame(const FileState& now) const;
+
     System& m_system;
     const std::string m_file;
     bool m_touched = false; ///< since the last mark, by an event

@@ -57,7 +57,8 @@ bool Refresh::listens() const {
 }
 
 FileWatch::Mark Refresh::mark() {
-    return m_watch ? m_watch->mark() : FileWatch::Mark();
+    bool changed = false; // by this agent itself, if by nobody else
+    return m_watch ? m_watch->mark(changed) : FileWatch::Mark();
 }
 
 void Refresh::look() {
@@ -101,11 +102,12 @@ bool Refresh::databaseIsKnown() {
 void Refresh::begin() {
     const auto now = m_system.now();
     m_reading.line = now >= m_due;
-    const bool everything = !m_watch || m_failing || now >= m_fullDue ||
-                            (m_reading.line && m_watch->look() == FileWatch::State::unreadable);
-    // The mark taken below covers what others have changed up to now, in any table.
-    if (m_watch && !everything && m_watch->look() == FileWatch::State::changed)
+    // What others have changed up to the mark, in any table, is read after it.
+    bool changed = false;
+    const FileWatch::Mark mark = m_watch ? m_watch->mark(changed) : FileWatch::Mark();
+    if (changed)
         m_stale = Tables(kAllTables);
+    const bool everything = !m_watch || m_failing || now >= m_fullDue || (m_reading.line && !mark);
     m_reading.tables = everything && m_reading.line ? Tables(kAllTables) : m_stale;
     if (everything && m_reading.line)
         m_fullDue = now + m_options.fullInterval;
@@ -113,8 +115,7 @@ void Refresh::begin() {
     if (m_reading.tables.empty())
         return;
     m_reading.begun = now;
-    if (m_watch)
-        m_reading.mark = m_watch->mark();
+    m_reading.mark = mark;
 }
 
 void Refresh::step(const bool& stopping) {

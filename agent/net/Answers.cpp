@@ -11,12 +11,12 @@ constexpr std::size_t kMost = 256;
 
 } // namespace
 
-void Answers::remember(const std::string& identity, const Answer& answer, Clock::time_point now) {
-    if (identity.empty())
+void Answers::remember(const ManagerRequest& request, const Answer& answer, Clock::time_point now) {
+    if (request.sender.empty())
         return;
     while (m_entries.size() >= kMost)
         m_entries.pop_front();
-    m_entries.push_back({identity, answer, now});
+    m_entries.push_back({request.sender, request.identity, answer, now});
 }
 
 std::optional<Answer> Answers::find(const ManagerRequest& request) const {
@@ -28,10 +28,11 @@ std::optional<Answer> Answers::find(const ManagerRequest& request) const {
     return found->answer;
 }
 
-void Answers::forget(const std::string& identity) {
-    m_entries.erase(std::remove_if(m_entries.begin(), m_entries.end(),
-                                   [&](const Entry& entry) { return entry.identity == identity; }),
-                    m_entries.end());
+void Answers::forget(const ManagerRequest& request) {
+    m_entries.erase(
+        std::remove_if(m_entries.begin(), m_entries.end(),
+                       [&](const Entry& entry) { return entry.sender == request.sender; }),
+        m_entries.end());
 }
 
 void Answers::forgetBefore(Clock::time_point came) {

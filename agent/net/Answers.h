@@ -13,18 +13,21 @@ namespace agent::net {
 /// not be made twice.
 class Answers {
 public:
-    void remember(const std::string& identity, const Answer& answer, Clock::time_point now);
+    void remember(const ManagerRequest& request, const Answer& answer, Clock::time_point now);
 
     /// The answer of a minute at most before the request came; nothing when there is none.
     std::optional<Answer> find(const ManagerRequest& request) const;
 
-    void forget(const std::string& identity);
+    /// Forgets the answers to the sender of a request that uses their Id for another one now: when
+    /// it goes back to the values of the first, it wants them made.
+    void forget(const ManagerRequest& request);
 
     /// Forgets what no request can be answered with that came after a time.
     void forgetBefore(Clock::time_point came);
 
 private:
     struct Entry {
+        std::string sender;
         std::string identity;
         Answer answer;
         Clock::time_point when;

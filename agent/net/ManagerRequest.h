@@ -42,7 +42,8 @@ struct Assignment {
 
 struct ManagerRequest {
     std::string manager;    ///< for the log
-    std::string identity;   ///< the same when it comes again; empty when that can't be known
+    std::string sender;     ///< with the request's Id; empty when that can't be known
+    std::string identity;   ///< the sender and the values: the same when the request comes again
     Clock::time_point came; ///< which may be a while ago
     std::vector<Assignment> assignments;
 };

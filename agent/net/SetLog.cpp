@@ -6,13 +6,15 @@
 #include <array>
 #include <cstdio>
 #include <iterator>
+#include <string_view>
 #include <utility>
 
 namespace agent::net {
 
 namespace {
 
-constexpr std::size_t kLongest = 600;    ///< who sets what
+constexpr std::size_t kLongest = 600; ///< who sets what
+constexpr std::string_view kAndMore = "; and more";
 constexpr std::size_t kLongestText = 40; ///< a value
 
 const char* describe(Outcome outcome) {
@@ -103,7 +105,11 @@ void SetLog::end(const SetRequest& set, const SetResult& result) {
         outcome += ", confirms " + std::exchange(m_onTrial, "");
     } else if (result.outcome == Outcome::done && set.trial != std::chrono::seconds(0)) {
         outcome += ", on trial for " + std::to_string(set.trial.count()) + " s";
-        m_onTrial += (m_onTrial.empty() ? "" : "; ") + m_request;
+        if (m_onTrial.size() < kLongest) // each renewal of the trial adds to it
+            m_onTrial += (m_onTrial.empty() ? "" : "; ") + m_request;
+        else if (m_onTrial.compare(m_onTrial.size() - kAndMore.size(), kAndMore.npos, kAndMore) !=
+                 0)
+            m_onTrial += kAndMore;
     }
     end(outcome, errorOf(result));
 }

@@ -84,6 +84,7 @@ void Sets::begin(ManagerRequest request) {
         enter(State::repeated);
         return;
     }
+    m_answers.forget(m_request); // and its earlier ones of the same Id
     m_snapshots.showNewest();
     m_log.begin(m_request, m_snapshots.view(m_refused));
     m_set.emplace();
@@ -94,7 +95,7 @@ void Sets::begin(ManagerRequest request) {
         enter(State::checked);
         return;
     }
-    m_answers.remember(m_request.identity, m_answer, m_system.now());
+    m_answers.remember(m_request, m_answer, m_system.now());
     m_log.end("refused: nothing has changed", m_answer.error);
     enter(State::failed);
 }
@@ -169,7 +170,7 @@ void Sets::commit() {
 void Sets::takeBack() {
     if (m_state != State::made)
         return;
-    m_answers.forget(m_request.identity); // which was noError
+    m_answers.forget(m_request); // which was noError
     if (!m_sent) {
         m_answer = {ErrorStatus::genErr, 0};
         enter(State::failed);
@@ -245,7 +246,7 @@ void Sets::end(const SetResult& result) {
         return;
     }
     m_answer = {errorOf(result), result.place};
-    m_answers.remember(m_request.identity, m_answer, m_system.now());
+    m_answers.remember(m_request, m_answer, m_system.now());
     m_log.end(*m_set, result);
     enter(m_answer.error == ErrorStatus::noError ? State::made : State::failed);
 }

@@ -68,13 +68,17 @@ Assignment toAssignment(const netsnmp_variable_list& binding) {
 
 /// Who sent which request: the same when it comes again. A subagent can't tell, but its master
 /// doesn't let it see such a request either.
-std::string identify(const netsnmp_pdu* pdu, const netsnmp_request_info* requests) {
+std::string senderOf(const netsnmp_pdu* pdu) {
     if (pdu == nullptr || pdu->transport_data == nullptr || pdu->transport_data_length <= 0)
         return "";
     std::string text(static_cast<const char*>(pdu->transport_data),
                      static_cast<std::size_t>(pdu->transport_data_length));
     text.append(pdu->securityName != nullptr ? pdu->securityName : "", pdu->securityNameLen);
-    text += std::to_string(pdu->reqid);
+    return text + std::to_string(pdu->reqid);
+}
+
+std::string valuesOf(const netsnmp_request_info* requests) {
+    std::string text;
     for (const auto* request = requests; request != nullptr; request = request->next) {
         const netsnmp_variable_list& binding = *request->requestvb;
         text.append(reinterpret_cast<const char*>(binding.name),
@@ -128,7 +132,8 @@ ManagerRequest toManagerRequest(const netsnmp_agent_request_info& info,
                                 const netsnmp_request_info* requests, Clock::time_point came,
                                 bool subagent) {
     const netsnmp_pdu* const pdu = info.asp != nullptr ? info.asp->pdu : nullptr;
-    ManagerRequest request{"somebody", identify(pdu, requests), came, {}};
+    const std::string sender = senderOf(pdu);
+    ManagerRequest request{"somebody", sender, sender + valuesOf(requests), came, {}};
     if (subagent)
         request.manager = "a manager of snmpd's";
     else if (pdu != nullptr)

@@ -469,6 +469,13 @@ TEST(Field, ARepeatedRequestIsAnsweredNotMadeAgain) {
         EXPECT_EQ("2\n", site.run("grep -c updatekey runs"));
         EXPECT_EQ("INTEGER: " + std::to_string(second.back()), site.get("6.1.5.1"));
     }
+    // Some managers give all their requests one Id.
+    for (const int value : {40, 41, 40}) {
+        first.back() = static_cast<char>(value);
+        one.send(portOf(site), first);
+        EXPECT_NE("", one.receive(60000));
+        EXPECT_EQ("INTEGER: " + std::to_string(value), site.get("6.1.5.1"));
+    }
 }
 
 TEST(Field, TheLogTellsWhoChangedWhat) {
@@ -509,6 +516,14 @@ TEST(Field, TheLogTellsWhoChangedWhat) {
             << line << site.run("cat agent.log");
         EXPECT_EQ("", site.run("grep -e trace: -e passphrase -e '[^_]test' agent.log"));
     }
+    // However many sets a trial is of.
+    for (int value = 40; value < 60; ++value)
+        EXPECT_EQ("", site.set("6.1.5.1",
+                               "i " + std::to_string(value) + " " + Site::oid("8.1.0") + " u 60"));
+    EXPECT_EQ("", site.set("8.3.0", "i 3"));
+    EXPECT_TRUE(
+        soon([&] { return site.run("grep -c 'and more: taken back' agent.log") == "1\n"; }));
+    EXPECT_EQ("", site.run("grep '.\\{1500\\}' agent.log"));
 }
 
 TEST(Field, TheLogTellsWhyNothingWorks) {

@@ -384,6 +384,29 @@ TEST(ReadingTest, MissesNoRowWhileOthersChangeTheTable) {
     EXPECT_EQ(2U, image[Table::bridge].size());
 }
 
+TEST(ReadingTest, ComesToAnEndWhileOthersAddAndRemoveRows) {
+    constexpr int kRows = 40;
+    constexpr int kEvery = 6; ///< commands, far fewer than a table takes
+    for (int when = 0; when < 2 * kEvery; ++when) {
+        device = {};
+        for (int id = 1; id <= kRows + 1; ++id) // others can remove the last one
+            run(device.database, "insertkey Bridge Name text:br" + std::to_string(id));
+        device.others = [&](int command) {
+            if (command % (2 * kEvery) == when)
+                run(device.database, "insertkey Bridge Name text:new");
+            else if (command % kEvery == when % kEvery)
+                run(device.database,
+                    "deletekey Bridge Id " + device.database[Table::bridge].back().columns[0]);
+            else if (command % kEvery == (when + 1) % kEvery)
+                run(device.database, "insertkey Bridge Name text:more");
+        };
+        Image image;
+        EXPECT_EQ(CORVANTA_OK, readTable(image, Table::bridge)) << when;
+        for (int id = 1; id <= kRows; ++id)
+            EXPECT_NE(image[Table::bridge].end(), image.find(Table::bridge, id)) << when;
+    }
+}
+
 } // namespace
 
 /// Takes the place of the system library's for the library.

@@ -49,6 +49,7 @@ protected:
                           });
         sets.begin({"a manager",
                     identity,
+                    identity,
                     world.now(),
                     {{instance.name, instance.object, Value{1, ""}, ErrorStatus::noError}}});
     }
