@@ -175,7 +175,7 @@ bool Undo::restore() {
         m_retry = now + kRetry;
         if (now >= m_tell) {
             m_tell = now + kTell;
-            log(LOG_WARNING, "a change cannot be taken back yet, which is tried again each second");
+            log(LOG_WARNING, "a change cannot be taken back yet; it is tried again until it can");
         }
         return false;
     }

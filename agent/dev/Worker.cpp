@@ -160,17 +160,22 @@ bool Worker::workIsDue() {
             return false;
         if (!m_undo.step() && m_stopping)
             m_stopNow = true;
-    } else if (m_stopping) {
-        return false;
-    } else if (!restores && now >= m_undo.due()) {
-        m_undo.step();
-    } else if (m_refresh.lookIsDue(now)) {
-        m_refresh.look();
-    } else if (m_refresh.stepIsDue(now)) {
-        m_refresh.step(m_stopping);
     } else {
-        return false;
+        return !m_stopping && keepUp(now);
     }
+    return true;
+}
+
+/// Does what time asks for. @return whether there was anything
+bool Worker::keepUp(Clock::time_point now) {
+    if (now >= m_undo.due())
+        m_undo.step();
+    else if (m_refresh.lookIsDue(now))
+        m_refresh.look();
+    else if (m_refresh.stepIsDue(now))
+        m_refresh.step(m_stopping);
+    else
+        return false;
     return true;
 }
 

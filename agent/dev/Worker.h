@@ -33,6 +33,7 @@ private:
     void expire();
     void stopNow();
     bool workIsDue();
+    bool keepUp(Clock::time_point now);
     void doJob(Job job);
 
     const Options& m_options;

@@ -7,7 +7,7 @@ cd "$(dirname -- "${BASH_SOURCE[0]}")/../.." || exit
 script=${script#"$PWD/"}
 
 # The comment at the head of the script is its help.
-help() { sed -n '2,${ /^#/!q; s/^# \{0,1\}//; p; }' "$script"; }
+help() { sed -n '2,${ /^#/!q; /^# shellcheck/d; s/^# \{0,1\}//; p; }' "$script"; }
 
 # A mistake in the arguments.
 refuse() {
