@@ -257,7 +257,7 @@ TEST(Field, StopsAtOnceWhileItWaitsForAClientOfBefore) {
     Process client(site.folder, "sh -c 'mkdir state; exec flock state/clients.lock sleep 1000'");
     EXPECT_TRUE(soon([&] { return site.has("state/clients.lock"); }));
     site.startAgent("-m " + site.address + " -c agent.conf -s state -l 1000");
-    EXPECT_TRUE(soon([&] { return !site.run("grep started agent.log").empty(); }));
+    EXPECT_TRUE(soon([&] { return !site.run("grep -s started agent.log").empty(); }));
     EXPECT_EQ(0, site.agent->end(SIGTERM));
     EXPECT_EQ("", site.run("grep killed agent.log")); // neither the client nor itself
     EXPECT_TRUE(client.running());
