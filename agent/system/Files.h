@@ -12,7 +12,9 @@ std::optional<std::string> textOf(const std::string& file);
 /// is
 bool replaceFile(const std::string& file, const std::string& text);
 
-/// Has names that were made, changed or removed in a folder outlive a power cut.
-bool syncFolder(const std::string& folder);
+/// Removes a file, or gives it another name in its folder, and has that outlive a power cut. One that
+/// isn't there has been removed.
+bool removeFile(const std::string& file);
+bool renameFile(const std::string& file, const std::string& newName);
 
 } // namespace agent

@@ -123,12 +123,11 @@ bool RealSystem::store(const std::string& name, const std::string& content) {
 }
 
 bool RealSystem::remove(const std::string& name) {
-    return (unlink((m_folder + name).c_str()) == 0 || errno == ENOENT) && syncFolder(m_folder);
+    return removeFile(m_folder + name);
 }
 
 bool RealSystem::rename(const std::string& name, const std::string& newName) {
-    return std::rename((m_folder + name).c_str(), (m_folder + newName).c_str()) == 0 &&
-           syncFolder(m_folder);
+    return renameFile(m_folder + name, m_folder + newName);
 }
 
 std::optional<std::string> RealSystem::circuits() {
