@@ -13,6 +13,13 @@ Site::Site(const std::string& options) : Managers(folder) {
         startAlone(options);
 }
 
+namespace {
+
+/// Neither a set nor a value is ever too old on a busy machine; what comes later on a line counts.
+const char* const kPatient = " -s state -d 60 --max-age 3600 ";
+
+} // namespace
+
 void Site::startAgent(const std::string& options) {
     const std::string parts = fs::path(QUORLET).parent_path().string();
     agent = std::make_unique<Process>(folder,
@@ -23,7 +30,7 @@ void Site::startAgent(const std::string& options) {
 }
 
 void Site::startAlone(const std::string& options) {
-    startAgent("-m " + address + " -c agent.conf -s state -d 60 " + options); // a later -d counts
+    startAgent("-m " + address + " -c agent.conf" + kPatient + options);
     awaitAgent();
 }
 
@@ -63,7 +70,7 @@ Subagent::Subagent() {
                          " SHA \"auth passphrase\" AES \"priv passphrase\"\n";
     write("master.conf", configuration);
     startMaster();
-    startAgent("-x agentx -s state -d 60"); // the master waits longer
+    startAgent(std::string("-x agentx") + kPatient); // the master waits longer
     awaitAgent();
 }
 
