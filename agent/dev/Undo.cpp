@@ -41,16 +41,37 @@ Undo::Undo(System& system, Programs& programs, Image& image, Board& board, Refre
       m_refresh(refresh),
       m_stopNow(stopNow),
       m_journal(system) {
-    if (auto entry = m_journal.load()) {
+    m_unread = true;
+    readJournal();
+    m_found = m_journal.isThere();
+    if (!m_found)
+        return;
+    m_reason = RevertReason::restarted;
+    m_board.next.trial.state = ChangeState::restoring;
+    enter(State::restoring);
+}
+
+/// Takes in what the process before has left.
+/// @return whether that could be looked at; else a change may be half done
+bool Undo::readJournal() {
+    std::optional<Entry> entry;
+    if (!m_journal.load(entry))
+        return false; // a set has to wait: it may have left something half done
+    m_unread = false;
+    if (entry) {
         log(LOG_WARNING, entry->pending ? "a change was pending at the end: it is taken back"
                                         : "a change was half done at the end: it is taken back");
-        m_found = true;
         m_record = std::move(entry->record);
-        m_reason = RevertReason::restarted;
-        m_board.next.trial.state = ChangeState::restoring;
-        enter(State::restoring);
     }
     m_board.next.counters.journalsDamaged = m_journal.foundDamaged() ? 1 : 0;
+    return true;
+}
+
+/// There was no change to take back.
+void Undo::beginIdle() {
+    enter(State::idle);
+    m_board.next.trial = {};
+    m_board.publish();
 }
 
 void Undo::enter(State next) {
@@ -63,7 +84,7 @@ void Undo::enter(State next) {
     };
     require(kAllowed[static_cast<int>(m_state)][static_cast<int>(next)],
             "a change goes from a state to one that cannot follow");
-    require(m_journal.isThere() == (next != State::idle),
+    require((m_journal.isThere() || m_unsaved) == (next != State::idle),
             "the journal is there without a change, or a change without its journal");
     m_state = next;
 }
@@ -140,8 +161,7 @@ Outcome Undo::takeBack(std::uint64_t set) {
     if (state() == ChangeState::pending) {
         outcome = revert(RevertReason::failed);
     } else if (state() == ChangeState::idle && !m_lastRecord.empty()) {
-        if (!m_journal.save({false, m_lastRecord}))
-            return Outcome::notUndone;
+        m_unsaved = !m_journal.save({false, m_lastRecord}); // it may be later
         outcome = revert(std::move(m_lastRecord), RevertReason::none);
     }
     return outcome == Outcome::refused && state() == ChangeState::idle ? Outcome::refused
@@ -168,8 +188,18 @@ bool Undo::step() {
 }
 
 bool Undo::restore() {
+    if (m_unread) {
+        m_retry = m_system.now() + kRetry;
+        if (!readJournal())
+            return false;
+        if (!m_journal.isThere()) {
+            beginIdle();
+            return true;
+        }
+    }
     const Programs::CutShort cut(m_programs, m_stopNow);
-    const auto leftAlone = restoreRows();
+    m_unsaved = m_unsaved && !m_journal.save({false, m_record});
+    const auto leftAlone = m_unsaved ? std::nullopt : restoreRows();
     if (!leftAlone || !m_journal.clear()) {
         const auto now = m_system.now();
         m_retry = now + kRetry;

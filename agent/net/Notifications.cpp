@@ -16,7 +16,8 @@ constexpr std::chrono::seconds kPause{1}; ///< between two notifications of one 
 
 Notifications::Notifications(const Options& options, System& system)
     : m_options(options), m_system(system) {
-    const auto text = m_system.load(kFile);
+    std::optional<std::string> text;
+    m_system.load(kFile, text);
     m_known = text.has_value();
     std::istringstream file(text.value_or(""));
     std::string name;

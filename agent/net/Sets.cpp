@@ -220,8 +220,11 @@ void Sets::take(const Snapshot& snapshot, const Snapshot* before) {
         end(judge());
 }
 
-/// Whether the set that is in doubt has come about.
+/// Whether the set that is in doubt has come about. One on trial has not: nothing is pending when a
+/// process begins.
 SetResult Sets::judge() const {
+    if (m_set->trial != seconds(0))
+        return {m_set->id, Outcome::refused, Reason::failed, 0};
     if (const Change* missing = firstMissing(m_set->changes, m_snapshots.newest()))
         return {m_set->id, Outcome::refused, Reason::failed, missing->place};
     return {m_set->id, Outcome::done, Reason::none, 0};

@@ -5,8 +5,12 @@
 
 namespace agent {
 
-/// The text of a file; nothing, with errno, when it can't be opened.
+/// The text of a file; nothing, with errno, when it can't be read.
 std::optional<std::string> textOf(const std::string& file);
+
+/// Reads a file; nothing when its folder is there without it.
+/// @return whether it could be looked at, else errno tells why not
+bool loadFile(const std::string& file, std::optional<std::string>& text);
 
 /// Gives a file a new content, that of before until all of it is safely there. @return whether it
 /// is

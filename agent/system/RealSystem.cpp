@@ -111,11 +111,8 @@ std::string RealSystem::whyNotRun(const std::string& name) {
     return why;
 }
 
-std::optional<std::string> RealSystem::load(const std::string& name) {
-    auto text = textOf(m_folder + name);
-    if (!text && errno != ENOENT)
-        text.emplace();
-    return text;
+bool RealSystem::load(const std::string& name, std::optional<std::string>& content) {
+    return loadFile(m_folder + name, content);
 }
 
 bool RealSystem::store(const std::string& name, const std::string& content) {

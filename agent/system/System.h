@@ -78,8 +78,9 @@ public:
     /// Why a program of this name can't be run; empty when it can.
     virtual std::string whyNotRun(const std::string& name) = 0;
 
-    /// @return a file of the state folder; empty when it can't be read, nothing when there is none
-    virtual std::optional<std::string> load(const std::string& name) = 0;
+    /// Reads a file of the state folder; nothing when there is none.
+    /// @return whether it could be looked at; else, with errno, it may be there or not
+    virtual bool load(const std::string& name, std::optional<std::string>& content) = 0;
 
     /// Gives a file of the state folder a new content, which is safely there when this returns
     /// true; on a failure, with errno, the old one may still be.

@@ -170,6 +170,7 @@ long __real_read(int descriptor, void* buffer, std::size_t size);
 long __real_write(int descriptor, const void* text, std::size_t size);
 int __real_fsync(int descriptor);
 int __real_close(int descriptor);
+int __real_openat(int folder, const char* name, int flags, mode_t mode);
 int __real_unlink(const char* name);
 int __real_rename(const char* from, const char* to);
 
@@ -189,6 +190,10 @@ int __wrap_fsync(int descriptor) {
 }
 int __wrap_close(int descriptor) {
     return descriptor >= kFirst ? disk->close(descriptor) : __real_close(descriptor);
+}
+int __wrap_openat(int folder, const char* name, int flags, mode_t mode) {
+    return folder >= kFirst ? disk->open(std::string(Disk::kFolder) + name, flags)
+                            : __real_openat(folder, name, flags, mode);
 }
 int __wrap_unlink(const char* name) {
     return isSimulated(name) ? disk->unlink(name) : __real_unlink(name);

@@ -26,6 +26,7 @@ public:
     bool full = false;
     bool broken = false;     ///< every call fails
     bool folderGone = false; ///< for a while
+    bool wasUnwell = false;  ///< at any time
 
     bool has(const std::string& name) const { return m_names.count(name) != 0; }
     bool isEmpty() const { return m_names.empty(); }

@@ -161,6 +161,7 @@ bool Machine::Door::startProgram(const std::string& commandLine) {
     }
     if (m.nextClient == ClientFault::notStarted) {
         m.nextClient = ClientFault::none;
+        m.writer(); // the set has begun
         m.m_program.reset();
         return false;
     }
@@ -179,13 +180,14 @@ void Machine::runClient(const std::string& command) {
     agent::ProgramEnd& end = m_program->end;
     m_program->command = command;
     std::optional<std::string> said;
+    const Writer by = writer();
     const bool does = fault != ClientFault::killedBefore && fault != ClientFault::hangsBefore &&
                       fault != ClientFault::empty;
     if (m_now < lockedUntil)
         said = "Database locked\n";
     else if (does)
-        said = database.run(command, writer());
-    if (trace && (fault != ClientFault::none || (command.find("select") == command.npos && command.find("size") == command.npos)))
+        said = database.run(command, by);
+    if (trace && (getenv("READS") || fault != ClientFault::none || (command.find("select") == command.npos && command.find("size") == command.npos)))
         trace(stamp() + "client " + command + " -> " + (said ? said->substr(0, said->size() - 1) : "nothing") +
               (fault != ClientFault::none ? " (fault)" : ""));
     if (database.writes() != m_fileWrites) {
@@ -230,11 +232,9 @@ void Machine::Door::killProgram() {
 
 // -------------------------------------------------------------------------------------- files
 
-std::optional<std::string> Machine::Door::load(const std::string& name) {
-    auto text = agent::textOf(Disk::kFolder + name);
-    if (!text && errno != ENOENT)
-        text.emplace();
-    return text;
+bool Machine::Door::load(const std::string& name, std::optional<std::string>& content) {
+    ++m.m_operations;
+    return agent::loadFile(Disk::kFolder + name, content);
 }
 
 bool Machine::Door::store(const std::string& name, const std::string& content) {

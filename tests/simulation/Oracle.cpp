@@ -30,7 +30,7 @@ void Oracle::received(const agent::Message& message) {
     if (std::exchange(set.received, true))
         fail("a set is asked for twice");
     set.request = *request;
-    if (request->verdict != agent::Verdict::notGiven)
+    if (request->verdict != agent::Verdict::notGiven && m_state == ChangeState::pending)
         set.change = m_pending;
     if (request->incarnation == m_incarnation) // else it drops it
         m_waiting.push_back(request->id);
@@ -44,6 +44,8 @@ void Oracle::sent(const agent::Message& message) {
             ++seen["a set was late"];
         Set& set = m_sets[result->id];
         set.done = result->outcome == agent::Outcome::done;
+        if (set.done)
+            checkValues(set);
         if (set.done && set.before && !set.disturbed)
             set.after = m_machine.database.meaning();
     } else if (const auto* hello = std::get_if<agent::Hello>(&message)) {
@@ -53,36 +55,56 @@ void Oracle::sent(const agent::Message& message) {
             m_refreshes.push_back(snapshot->refreshed);
         if (m_state == ChangeState::restoring && snapshot->trial.state == ChangeState::idle)
             restored(*snapshot);
-        if (m_state != ChangeState::restoring && snapshot->trial.state == ChangeState::restoring)
-            m_counted = snapshot->counters.rowsNotRestored;
-        m_state = snapshot->trial.state;
-        if (m_state == ChangeState::idle)
-            m_pending = -1;
-        else if (m_state == ChangeState::pending && m_pending < 0 && !m_changes.empty())
-            m_pending = static_cast<int>(m_changes.size()) - 1;
+        enter(snapshot->trial.state, *snapshot);
     }
 }
 
 /// What it has not answered, it will not any more.
 void Oracle::processEnded() {
     m_waiting.clear();
+    m_leftBehind = m_state == ChangeState::pending     ? m_pending
+                   : m_state == ChangeState::restoring ? m_restored
+                                                       : lastChange();
+    m_fresh = true;
     m_state = ChangeState::idle; // until the next one tells otherwise
-    m_pending = -1;
     m_counted = 0;
+}
+
+int Oracle::lastChange() const {
+    return static_cast<int>(m_changes.size()) - 1;
+}
+
+/// What the process says that its change is at.
+void Oracle::enter(ChangeState next, const agent::Snapshot& snapshot) {
+    if (next == ChangeState::restoring && m_state != ChangeState::restoring) {
+        m_counted = snapshot.counters.rowsNotRestored;
+        m_restored = m_state == ChangeState::pending ? m_pending
+                     : m_fresh                       ? m_leftBehind
+                                                     : lastChange();
+    }
+    if (next == ChangeState::pending && m_state != ChangeState::pending && !m_waiting.empty())
+        m_pending = m_sets[m_waiting.front()].change; // none when there was nothing to do
+    m_fresh = false;
+    m_state = next;
 }
 
 Writer Oracle::writer() {
     if (m_state == ChangeState::restoring)
-        return {Kind::restore, static_cast<int>(m_changes.size()) - 1};
+        return {Kind::restore, m_restored};
     if (m_waiting.empty())
         return {Kind::restore, -1}; // a read, else wrong
     Set& set = m_sets[m_waiting.front()];
     if (set.change < 0) {
-        if (m_pending < 0) {
+        const bool joins = m_state == ChangeState::pending;
+        if (!joins || m_pending < 0) {
             m_changes.emplace_back();
             m_othersWrote = false;
         }
-        set.change = static_cast<int>(m_changes.size()) - 1;
+        set.change = joins && m_pending >= 0 ? m_pending : lastChange();
+        if (joins)
+            m_pending = set.change;
+        if (set.unanswered && set.request.trial == seconds(0))
+            m_changes.back().fate = Fate::either;
         set.before.emplace(m_machine.database);
     }
     return {Kind::set, set.change};
@@ -96,20 +118,23 @@ void Oracle::answered(std::uint64_t id, agent::net::ErrorStatus error) {
     ++seen[good ? "a set was made" : "a set was refused"];
     if (good && !set.done && set.request.trial != seconds(0))
         fail("noError for a trial that has not begun");
+    if (good && !set.done)
+        checkValues(set);
     if (set.change < 0)
-        return checkValues(set, good);
+        return;
     Change& change = m_changes[static_cast<std::size_t>(set.change)];
     const bool confirms = set.request.verdict == agent::Verdict::confirm;
     if (good && (confirms || (set.request.trial == seconds(0) && !set.request.changes.empty())))
         change.fate = Fate::stays;
-    else if (!good && set.wrote)
-        change.fate = Fate::goes;
-    checkValues(set, good);
+    else if (!good && (set.wrote || confirms))
+        change.fate = m_machine.disk.wasUnwell || error == agent::net::ErrorStatus::undoFailed
+                          ? Fate::either // what is left then, nobody can know
+                          : Fate::goes;
 }
 
-/// Of a set that was answered noError, the rows hold the values now, unless others were in the way.
-void Oracle::checkValues(const Set& set, bool good) {
-    if (!good || set.disturbed)
+/// Of a set that has been made, the rows hold the values now, unless others were in the way.
+void Oracle::checkValues(const Set& set) {
+    if (set.disturbed)
         return;
     const Values now = valuesOf(m_machine.database);
     std::map<Place, agent::Value> wanted; // of several for one object the last counts
@@ -123,6 +148,7 @@ void Oracle::checkValues(const Set& set, bool good) {
 void Oracle::unanswered(std::uint64_t id) {
     ++seen["a set got no answer"];
     Set& set = m_sets[id];
+    set.unanswered = true;
     if (set.change < 0)
         return;
     Change& change = m_changes[static_cast<std::size_t>(set.change)];
@@ -198,6 +224,7 @@ void Oracle::updated(Table table, const Record& row, std::size_t column, const C
             cell->second.last = now.text;
         return;
     }
+    change.restored = true;
     if (before.writer.kind == Kind::others && before.when <= row.read)
         fail("what others have written is overwritten while a change is taken back: " +
              std::string(shapeOf(table).name) + " " + row.text());
@@ -221,6 +248,7 @@ void Oracle::inserted(Table table, const Record& row) {
         change.added[row.serial] = table;
         return;
     }
+    change.restored = true;
     change.returned.push_back({table, row.serial, contentOf(table, row, nullptr)});
     const auto isLike = [&](const auto& other) {
         return other.table == table && other.content == change.returned.back().content;
@@ -257,6 +285,7 @@ void Oracle::removed(Table table, const Record& row, const Writer& writer) {
         }
         return;
     }
+    change.restored = true;
     for (const Cell& cell : row.cells)
         if (cell.writer == kOthers && cell.when <= row.read)
             fail("a row that others have written is removed while a change is taken back: " +

@@ -81,6 +81,7 @@ private:
     };
     struct Change {
         Fate fate = Fate::goes;
+        bool restored = false; ///< or some of it
         std::map<std::pair<int, std::size_t>, Written> cells; ///< by row's serial and column
         std::map<int, agent::Table> added;                    ///< rows, by serial
         std::vector<Removed> removed;
@@ -90,6 +91,7 @@ private:
         agent::SetRequest request;
         int change = -1;
         bool received = false;
+        bool unanswered = false;
         bool wrote = false;
         bool done = false; ///< as the device's process says
         bool disturbed = false;
@@ -100,7 +102,9 @@ private:
         Writer writer;
     };
 
-    void checkValues(const Set& set, bool good);
+    int lastChange() const;
+    void enter(agent::ChangeState next, const agent::Snapshot& snapshot);
+    void checkValues(const Set& set);
     void valuesMayHaveChanged();
     void disturb();
     std::string contentOf(agent::Table table, const Record& row, const Change* change) const;
@@ -119,7 +123,10 @@ private:
     std::vector<std::uint64_t> m_waiting; ///< taken in by the process, without a result so far
     std::vector<Change> m_changes;
     std::uint64_t m_incarnation = 0; ///< of the process
-    int m_pending = -1;
+    int m_pending = -1;    ///< the change on trial; below 0 for one that had nothing to do
+    int m_restored = -1;   ///< the one that is taken back; likewise
+    int m_leftBehind = -1; ///< by the process before, if it has left any
+    bool m_fresh = true;   ///< the process has told nothing so far
     agent::ChangeState m_state = agent::ChangeState::idle;
     std::uint32_t m_counted = 0; ///< rows that were left alone, as the process tells
     bool m_othersWrote = false;  ///< since the change began that is being taken back

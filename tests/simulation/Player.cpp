@@ -18,6 +18,7 @@ namespace {
 constexpr const char* kJournal = "/simulated/change.journal";
 constexpr seconds kSettled{150}; ///< by then everything has come to its end, once faults end
 constexpr seconds kServed{30};   ///< likewise, and then a set is made
+constexpr std::uint64_t kMostSteps = 1000000;
 constexpr seconds kRestart{1};   ///< that the parent waits before it starts a process again
 
 const char* const kWans[] = {"wan1", "wan2", "wan3", "wan8", ""};
@@ -128,6 +129,8 @@ void Player::killNetwork() {
 }
 
 void Player::onStep() {
+    if (m_machine.steps() > kMostSteps)
+        m_oracle.fail("the agent comes to no end");
     if (!m_oracle.problem().empty())
         return end();
     if (m_phase == Phase::settling)
@@ -286,13 +289,13 @@ void Player::fireFault(const Event& event) {
         m_machine.pass(minutes(1 + number % 90));
         break;
     case What::diskFull:
-        disk.full = true;
+        disk.full = disk.wasUnwell = true;
         break;
     case What::diskBroken:
-        disk.broken = true;
+        disk.broken = disk.wasUnwell = true;
         break;
     case What::folderGone:
-        disk.folderGone = true;
+        disk.folderGone = disk.wasUnwell = true;
         break;
     case What::diskWell:
         disk.full = disk.broken = disk.folderGone = false;
