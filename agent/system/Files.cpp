@@ -40,10 +40,13 @@ std::optional<std::string> textOf(const std::string& file) {
         return std::nullopt;
     std::string text;
     std::array<char, 4096> piece{};
-    for (ssize_t size; (size = read(descriptor, piece.data(), piece.size())) > 0;)
+    ssize_t size = 0;
+    while ((size = read(descriptor, piece.data(), piece.size())) > 0)
         text.append(piece.data(), static_cast<std::size_t>(size));
+    const int error = errno;
     close(descriptor);
-    return text;
+    errno = error;
+    return size == 0 ? std::optional(text) : std::nullopt;
 }
 
 bool replaceFile(const std::string& file, const std::string& text) {

@@ -5,7 +5,7 @@
 
 namespace agent {
 
-/// The text of a file; nothing, with errno, when it can't be opened.
+/// The text of a file; nothing, with errno, when it can't be read.
 std::optional<std::string> textOf(const std::string& file);
 
 /// Gives a file a new content, that of before until all of it is safely there. @return whether it

@@ -113,7 +113,9 @@ std::string RealSystem::whyNotRun(const std::string& name) {
 
 std::optional<std::string> RealSystem::load(const std::string& name) {
     auto text = textOf(m_folder + name);
-    if (!text && errno != ENOENT)
+    if (text)
+        errno = 0; // an empty one, too, could be read
+    else if (errno != ENOENT)
         text.emplace();
     return text;
 }
@@ -123,7 +125,7 @@ bool RealSystem::store(const std::string& name, const std::string& content) {
 }
 
 bool RealSystem::remove(const std::string& name) {
-    return (unlink((m_folder + name).c_str()) == 0 || errno == ENOENT) && syncFolder(m_folder);
+    return (std::remove((m_folder + name).c_str()) == 0 || errno == ENOENT) && syncFolder(m_folder);
 }
 
 bool RealSystem::rename(const std::string& name, const std::string& newName) {

@@ -78,15 +78,16 @@ public:
     /// Why a program of this name can't be run; empty when it can.
     virtual std::string whyNotRun(const std::string& name) = 0;
 
-    /// @return a file of the state folder; empty when it can't be read, nothing when there is none
+    /// @return a file of the state folder; empty, with errno, when it can't be read, nothing when
+    /// there is none
     virtual std::optional<std::string> load(const std::string& name) = 0;
 
     /// Gives a file of the state folder a new content, which is safely there when this returns
     /// true; on a failure, with errno, the old one may still be.
     virtual bool store(const std::string& name, const std::string& content) = 0;
 
-    /// Removes a file of the state folder, or gives it another name, likewise. One that isn't there
-    /// has been removed.
+    /// Removes a file of the state folder, or an empty folder in it, or gives it another name,
+    /// likewise. One that isn't there has been removed.
     virtual bool remove(const std::string& name) = 0;
     virtual bool rename(const std::string& name, const std::string& newName) = 0;
 
