@@ -142,32 +142,30 @@ protected:
 
 using Files = std::map<std::string, std::string>;
 
-const std::string kOwn = Engine("oldEngineID 0xe1\nengineBoots 6\nusmUser operator key\n").lines();
+const std::string kOwn = "usmUser operator key\nengineBoots 7\noldEngineID 0xe1\n";
 const std::string kOld = "#\n# persistent data file\n" + kOwn;
+const std::string kCut = "usmUser operator key\nengineBoots 8\ncreateUser other secret\n";
 
-/// What a start may find, and what managers know of the engine then.
+/// What a start may find, and what managers know of the engine then, as the toolkit would read it:
+/// 1.0 served with the next number before it stored it.
 const struct {
     const char* name;
     Files files;
-    bool known;
+    std::string known;
 } kHistories[] = {
-    {"the first start", {{"corvantad.conf", "createUser operator secret"}}, false},
-    {"1.1.1",
-     {{"corvantad.conf", kOld}, {"new/corvantad.conf", "#\n# persist"}, {"new", ""}},
-     true},
-    {"1.0 while it wrote", {{"corvantad.conf", "#\n"}, {"corvantad.0.conf", kOld}}, true},
-    {"1.0 before it wrote", {{"corvantad.0.conf", kOld}}, true},
+    {"the first start", {{"corvantad.conf", "createUser operator secret"}}, ""},
+    {"1.1.1", {{"corvantad.conf", kOld}, {"new/corvantad.conf", "#\n# pers"}, {"new", ""}}, kOwn},
+    {"1.0 while it wrote", {{"corvantad.conf", "#\n"}, {"corvantad.0.conf", kOld}}, kOwn},
+    {"1.0 before it wrote", {{"corvantad.0.conf", kOld}}, kOwn},
     {"1.0 at the end of writing",
      {{"corvantad.conf", kOld.substr(0, kOld.size() - 2)}, {"corvantad.0.conf", kOld}},
-     true},
+     kOwn},
     {"1.0, twice, and a line from the operator",
-     {{"corvantad.conf", "usmUser operator key\nengineBoots 8\ncreateUser other secret\n"},
-      {"corvantad.0.conf", "#\n"},
-      {"corvantad.1.conf", kOld}},
-     true},
+     {{"corvantad.conf", kCut}, {"corvantad.0.conf", "#\n"}, {"corvantad.1.conf", kOld}},
+     kCut + "oldEngineID 0xe1\n"},
     {"1.0 once it had written",
      {{"corvantad.conf", kOld}, {"corvantad.0.conf", "usmUser operator old\n" + kOwn}},
-     true},
+     kOwn},
 };
 
 TEST_F(IdentityTest, OutlivesAFaultAtEachCall) {
@@ -182,8 +180,8 @@ TEST_F(IdentityTest, OutlivesAFaultAtEachCall) {
                     disk.files = history.files;
                     known.reset();
                     served = 0;
-                    if (history.known)
-                        known.emplace(kOwn); // 1.0 served the next number before it stored it
+                    if (!history.known.empty())
+                        known.emplace(history.known);
                     for (int i = 0; i < starts; ++i)
                         start();
                     disk.faultAt = call;
