@@ -42,15 +42,14 @@ bool refused = false;
 
 /// The toolkit's lines go where the agent's go. It logs a line for every malformed
 /// packet.
-int forwardLog(int, int, void* message, void* state) {
+int forwardLog(int, int, void* message, void*) {
     static LineLimit limit;
     const auto& line = *static_cast<const snmp_log_message*>(message);
     std::string text(line.msg);
     while (!text.empty() && text.back() == '\n')
         text.pop_back();
-    const std::string& file = static_cast<const ToolkitState*>(state)->path();
-    if (!file.empty() && text.compare(0, file.size(), file) == 0)
-        text.replace(0, file.size(), "corvantad.conf of the state folder");
+    if (text.compare(0, kMemoryFiles.size(), kMemoryFiles) == 0)
+        text.replace(0, text.find(':'), "corvantad.conf of the state folder");
     refused = refused || text.compare(0, kRefused.size(), kRefused) == 0;
     const int keptBack = limit.pass(std::chrono::steady_clock::now());
     if (keptBack > 0)
@@ -74,7 +73,7 @@ void setText(int store, int which, const std::string& text) {
 Toolkit::Toolkit(const Options& options, System& system)
     : m_options(options), m_system(system), m_identity(system) {
     snmp_enable_calllog();
-    snmp_register_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_LOGGING, forwardLog, &m_state);
+    snmp_register_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_LOGGING, forwardLog, nullptr);
     setenv("MIBS", "", 1); // names are the manager's matter: no module needs parsing here
     setText(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_PERSISTENT_DIR, kNowhere);
     setText(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_OPTIONALCONFIG, options.config);

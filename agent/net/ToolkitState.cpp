@@ -40,7 +40,7 @@ ToolkitState::~ToolkitState() {
 
 bool ToolkitState::open(const std::string& lines) {
     m_file = memfd_create("corvantad.conf", MFD_CLOEXEC);
-    m_path = "/proc/self/fd/" + std::to_string(m_file);
+    m_path = std::string(kMemoryFiles) + std::to_string(m_file);
     if (m_file < 0 || write(m_file, lines.data(), lines.size()) != ssize_t(lines.size())) {
         log(LOG_ERR, std::string("no file in memory: ") + std::strerror(errno));
         return false;

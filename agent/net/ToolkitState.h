@@ -2,8 +2,12 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace agent::net {
+
+/// How the paths of files in memory begin.
+constexpr std::string_view kMemoryFiles = "/proc/self/fd/";
 
 /// What the SNMP toolkit keeps over restarts: lines that it reads at its start and can be asked
 /// for. It wants a file for that, which it writes line by line and never looks whether it could; so

@@ -39,6 +39,9 @@ namespace {
 
 using Packets = std::vector<std::string>;
 
+/// The counter that a report of a packet from another boot names.
+const std::string kNotInTimeWindows("\x2b\x06\x01\x06\x03\x0f\x01\x01\x02\x00", 10);
+
 int portOf(const Site& site) {
     return std::stoi(site.address.substr(site.address.find(':') + 1));
 }
@@ -101,67 +104,90 @@ TEST(Field, AReplayedSetIsRefusedAfterAKill) {
     EXPECT_EQ(std::stoi(before.substr(boots)) + 1, std::stoi(after.substr(boots)));
     const Port replayer;
     replayer.send(portOf(site), set);
-    const std::string report("\x2b\x06\x01\x06\x03\x0f\x01\x01\x02\x00", 10); // not in time windows
-    EXPECT_NE(std::string::npos, replayer.receive(120000).find(report));
+    EXPECT_NE(std::string::npos, replayer.receive(120000).find(kNotInTimeWindows));
     EXPECT_EQ("32\n", site.sql("SELECT Vci FROM Atm WHERE Id=1"));
 }
 
 /// The user is known by what is stored alone, with keys that only this engine ID fits.
-TEST(Field, NoUserIsLostWhateverEndsAStart) {
+TEST(Field, TheIdentityOutlivesWhateverEndsAStart) {
     Site site;
-    site.run("mkdir state; echo 'createUser corvantaOperator SHA \"auth passphrase\" AES \"priv "
-             "passphrase\"' >state/corvantad.conf; echo 'rwuser corvantaOperator' >agent.conf");
+    site.run("mkdir first; echo 'createUser corvantaOperator SHA \"auth passphrase\" AES \"priv "
+             "passphrase\"' >first/corvantad.conf; echo 'rwuser corvantaOperator' >agent.conf");
     site.manager = kUser + "Operator -l authPriv";
     site.environment += "SNMPCONFPATH=. ";
+    site.patience = "0.3";
     const std::string options = "-m " + site.address + " -c agent.conf -s state -i 60";
-    std::string engine;
-    int boots = 0;
-    const auto answers = [&](const std::string& after) {
+    std::string engine; // of the first start that answered
+    std::string captured;
+    const auto begin = [&](const char* history) {
+        site.run(std::string("rm -rf state; cp -a ") + history + " state; >agent.log");
         site.startAgent(options);
-        site.patience = "0.3";
+    };
+    const auto answers = [&] { // with more boots than the first
+        site.startAgent(options);
         std::string answer;
-        soon([&] {
+        EXPECT_TRUE(soon([&] {
             answer = site.tool("snmpget -Oqv", ".1.3.6.1.6.3.10.2.1.1.0 .1.3.6.1.6.3.10.2.1.2.0");
             return answer[0] == '"';
-        });
+        })) << site.run("cat agent.log");
         const std::size_t end = answer.rfind('"') + 1;
-        const std::string before = engine.empty() ? answer.substr(0, end) : engine;
-        engine = answer.substr(0, end);
-        EXPECT_EQ(before, engine) << after;
-        EXPECT_LT(boots, std::atoi(answer.c_str() + end))
-            << after << answer << site.run("cat agent.log");
-        boots = std::atoi(answer.c_str() + end);
+        if (engine.empty()) {
+            engine = answer.substr(0, end);
+            captured = makeRequest(site);
+        } else {
+            EXPECT_EQ(engine, answer.substr(0, end));
+            EXPECT_LT(1, std::atoi(answer.c_str() + end));
+            const Port replayer;
+            replayer.send(portOf(site), captured);
+            EXPECT_NE(std::string::npos, replayer.receive(120000).find(kNotInTimeWindows));
+        }
         site.agent->end(SIGKILL);
         return !::testing::Test::HasFailure();
     };
-    ASSERT_TRUE(answers("nothing"));
-    // Without power, or killed, while another version wrote: it set the old file aside meanwhile.
-    for (const char* left :
-         {"cp corvantad.conf corvantad.0.conf", "mv corvantad.conf corvantad.0.conf",
-          "mv corvantad.conf corvantad.0.conf; head -n 32 corvantad.0.conf >corvantad.conf"})
-        ASSERT_TRUE(site.run("cd state; " + std::string(left)) == "" && answers(left));
-    // At each call that changes these files: killed, or told that the disk is full from then on.
-    std::string trace = "strace -f -qq -o /dev/null -e trace=write,fsync,rename,unlink,mkdir";
-    for (const char* name :
-         {"corvantad.conf", "corvantad.0.conf", "corvantad.conf.new", "new", "new/corvantad.conf"})
-        trace += std::string(" -P $PWD/state/") + name;
-    for (const std::string fault :
-         {"write:signal=KILL", "fsync:signal=KILL", "rename:signal=KILL", "unlink:signal=KILL",
-          "mkdir:signal=KILL", "write:error=ENOSPC", "fsync:error=ENOSPC", "mkdir:error=ENOSPC"})
-        for (int n = 1;; ++n) {
-            site.tracer = trace + " -e inject=" + fault + ":when=" + std::to_string(n) + "+ ";
-            site.write("agent.log", "");
-            site.startAgent(options);
-            const auto started = [&] { return !site.run("grep started$ agent.log").empty(); };
-            EXPECT_TRUE(soon([&] { return !site.agent->running() || started(); }));
-            site.agent->end(SIGKILL);
-            site.tracer.clear();
-            if (started()) {
-                EXPECT_LT(1, n) << fault;
-                break;
+    // As 1.1.0 leaves it when it is killed while it writes, with what 1.1.1 leaves beside.
+    const std::string older = "mkdir -p older/new older/cert_indexes; cd older; "
+                              "sed '/^#/d' ../later/corvantad.conf >corvantad.0.conf; "
+                              "head -n 1 corvantad.0.conf | tee corvantad.conf >new/corvantad.conf";
+    std::string trace = "strace -f -qq -o trace.log";
+    for (const char* name : {"", "/", "/corvantad.conf", "/corvantad.0.conf", "/corvantad.conf.new",
+                             "/new", "/new/corvantad.conf", "/cert_indexes"})
+        trace += std::string(" -P $PWD/state") + name;
+    const auto traced = [&](const char* history, const std::string& injection) {
+        site.tracer = trace + injection + " ";
+        begin(history);
+        EXPECT_TRUE(soon([&] {
+            return !site.agent->running() || !site.run("grep started$ agent.log").empty();
+        }));
+        site.tracer.clear();
+        const int status = site.agent->running() ? 0 : site.agent->end(0);
+        site.agent.reset();
+        return status;
+    };
+    for (const char* history : {"first", "later", "older"}) {
+        EXPECT_EQ(0, traced(history, ""));
+        std::istringstream calls(
+            site.run("grep -oE '^[0-9]+ +[a-z0-9]+\\(' trace.log | tr -d '(' | "
+                     "sort | uniq -c"));
+        std::string process, call;
+        for (int count = 0; calls >> count >> process >> call;) {
+            std::cout << history << ": " << call << ' ' << count << '\n';
+            for (int n = 1; n <= count; ++n) {
+                const std::string point = call + ":signal=KILL:when=" + std::to_string(n);
+                SCOPED_TRACE(history + (": " + point));
+                EXPECT_NE(0, traced(history, " -e inject=" + point)) << site.run("cat agent.log");
+                if (history == std::string("first"))
+                    engine.clear(); // there was none to keep
+                ASSERT_TRUE(answers());
             }
-            ASSERT_TRUE(answers(fault + std::to_string(n)));
         }
+        if (history == std::string("first"))
+            site.run("mv state later; " + older);
+    }
+    for (const char* fault : {"write:error=ENOSPC", "fsync:error=EIO", "rename:error=ENOSPC"}) {
+        EXPECT_EQ(1, traced("later", std::string(" -e inject=") + fault)) << fault;
+        EXPECT_NE("", site.run("grep 'cannot write corvantad.conf: ' agent.log"));
+        ASSERT_TRUE(answers()) << fault;
+    }
 }
 
 /// The database is locked for 10 s; $CORVANTA_LOCK says otherwise.
