@@ -134,7 +134,10 @@ bool Toolkit::beginIdentity() {
     const std::string more = m_options.config.empty() ? "" : "," + m_options.config;
     setText(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_OPTIONALCONFIG, m_state.path() + more);
     init_snmp(kName);
-    return m_identity.store(m_state.lines());
+    if (m_identity.store(m_state.lines()))
+        return true;
+    log(LOG_ERR, "nobody is answered with a boot count that is not stored");
+    return false;
 }
 
 void Toolkit::storeChanges() {
