@@ -33,7 +33,8 @@ struct Content {
         for (std::string line; std::getline(lines, line);) {
             const bool ends = !lines.eof();
             if (begins(line, kBoots))
-                boots = std::max(boots, std::atol(line.c_str() + std::strlen(kBoots)));
+                boots =
+                    std::max(boots, std::strtol(line.c_str() + std::strlen(kBoots), nullptr, 10));
             else if (begins(line, kEngine))
                 engine = ends ? line : ""; // an open end is no end
             else

@@ -29,25 +29,18 @@ public:
     Fault fault = Fault::none;
 
     std::optional<std::string> load(const std::string& name) override {
-        bool done = true;
-        at([] {}, done);
-        errno = done ? 0 : EIO;
-        return done ? World::load(name) : "";
+        return isDone([] {}) ? World::load(name) : "";
     }
     bool store(const std::string& name, const std::string& content) override {
-        bool done = true;
-        at([&] { World::store(name, content); }, done);
-        return done;
+        return isDone([&] { World::store(name, content); });
     }
     bool remove(const std::string& name) override {
-        bool done = true;
-        at([&] { World::remove(name); }, done);
-        return done;
+        return isDone([&] { World::remove(name); });
     }
 
 private:
     template <class Do>
-    void at(Do action, bool& done) {
+    bool isDone(Do action) {
         const Fault now = ++calls == faultAt ? fault : Fault::none;
         if (now == Fault::killedBefore)
             throw Killed();
@@ -55,8 +48,8 @@ private:
             action();
         if (now == Fault::killedAfter)
             throw Killed();
-        done = now == Fault::none;
-        errno = done ? 0 : ENOSPC;
+        errno = now == Fault::none ? 0 : EIO;
+        return now == Fault::none;
     }
 };
 
@@ -84,13 +77,13 @@ struct Engine {
             boots = 1;
         }
         for (const auto& [name, passphrase] : passphrases)
-            users[name] = passphrase + "@" + id;
+            users[name] = passphrase + id;
     }
 
     std::string lines() const {
         std::string text;
         for (const auto& [name, key] : users)
-            text += "usmUser " + name + ' ' + key + '\n';
+            text.append("usmUser ").append(name).append(" ").append(key).append("\n");
         return text + "engineBoots " + std::to_string(boots) + "\noldEngineID " + id + '\n';
     }
 
@@ -142,8 +135,8 @@ protected:
 
 using Files = std::map<std::string, std::string>;
 
-const std::string kOwn = "usmUser operator key\nengineBoots 7\noldEngineID 0xe1\n";
-const std::string kOld = "#\n# persistent data file\n" + kOwn;
+const std::string kStored = "usmUser operator key\nengineBoots 7\noldEngineID 0xe1\n";
+const std::string kOld = "#\n# persistent data file\n" + kStored;
 const std::string kCut = "usmUser operator key\nengineBoots 8\ncreateUser other secret\n";
 
 /// What a start may find, and what managers know of the engine then, as the toolkit would read it:
@@ -154,18 +147,20 @@ const struct {
     std::string known;
 } kHistories[] = {
     {"the first start", {{"corvantad.conf", "createUser operator secret"}}, ""},
-    {"1.1.1", {{"corvantad.conf", kOld}, {"new/corvantad.conf", "#\n# pers"}, {"new", ""}}, kOwn},
-    {"1.0 while it wrote", {{"corvantad.conf", "#\n"}, {"corvantad.0.conf", kOld}}, kOwn},
-    {"1.0 before it wrote", {{"corvantad.0.conf", kOld}}, kOwn},
+    {"1.1.1",
+     {{"corvantad.conf", kOld}, {"new/corvantad.conf", "#\n# pers"}, {"new", ""}},
+     kStored},
+    {"1.0 while it wrote", {{"corvantad.conf", "#\n"}, {"corvantad.0.conf", kOld}}, kStored},
+    {"1.0 before it wrote", {{"corvantad.0.conf", kOld}}, kStored},
     {"1.0 at the end of writing",
      {{"corvantad.conf", kOld.substr(0, kOld.size() - 2)}, {"corvantad.0.conf", kOld}},
-     kOwn},
+     kStored},
     {"1.0, twice, and a line from the operator",
      {{"corvantad.conf", kCut}, {"corvantad.0.conf", "#\n"}, {"corvantad.1.conf", kOld}},
      kCut + "oldEngineID 0xe1\n"},
     {"1.0 once it had written",
-     {{"corvantad.conf", kOld}, {"corvantad.0.conf", "usmUser operator old\n" + kOwn}},
-     kOwn},
+     {{"corvantad.conf", kOld}, {"corvantad.0.conf", "usmUser operator old\n" + kStored}},
+     kStored},
 };
 
 TEST_F(IdentityTest, OutlivesAFaultAtEachCall) {
@@ -203,10 +198,10 @@ TEST_F(IdentityTest, OutlivesAFaultAtEachCall) {
 }
 
 TEST_F(IdentityTest, IsNotReplacedByHalfOfIt) {
-    disk.files["corvantad.conf"] = kOwn;
+    disk.files["corvantad.conf"] = kStored;
     for (const char* half : {"", "engineBoots 8\n", "oldEngineID 0xe1\n"})
         EXPECT_FALSE(Identity(disk).store(half)) << half;
-    EXPECT_EQ(kOwn, disk.files["corvantad.conf"]);
+    EXPECT_EQ(kStored, disk.files["corvantad.conf"]);
 }
 
 } // namespace
