@@ -39,9 +39,6 @@ namespace {
 
 using Packets = std::vector<std::string>;
 
-/// The counter that a report of a packet from another boot names.
-const std::string kNotInTimeWindows("\x2b\x06\x01\x06\x03\x0f\x01\x01\x02\x00", 10);
-
 int portOf(const Site& site) {
     return std::stoi(site.address.substr(site.address.find(':') + 1));
 }
@@ -80,85 +77,95 @@ int side(const Site& site, const std::string& name) {
     return pid > 0 ? pid : INT_MAX; // that of nobody: 0 would mean this process and all beside it
 }
 
-/// The user is known by what is stored alone, with keys that only this engine ID fits.
-TEST(Field, TheIdentityOutlivesWhateverEndsAStart) {
-    Site site;
-    site.run("mkdir first; echo 'createUser corvantaOperator SHA \"auth passphrase\" AES \"priv "
-             "passphrase\"' >first/corvantad.conf; echo 'rwuser corvantaOperator' >agent.conf");
-    site.manager = kUser + "Operator -l authPriv";
-    site.environment += "SNMPCONFPATH=. ";
-    site.patience = "0.3";
-    const std::string options = "-m " + site.address + " -c agent.conf -s state -i 60";
-    std::string engine; // of the first start that answered
-    std::string captured;
-    const auto begin = [&](const char* history) {
-        site.run(std::string("rm -rf state; cp -a ") + history + " state; >agent.log");
-        site.startAgent(options);
-    };
-    const auto answers = [&] { // with more boots than the first
-        site.startAgent(options);
+/// An agent whose user is known by what is stored alone, with keys that only one engine ID fits.
+struct Survivor : Site {
+    Survivor() {
+        run("mkdir first; echo 'createUser corvantaOperator SHA \"auth passphrase\" AES \"priv "
+            "passphrase\"' >first/corvantad.conf; echo 'rwuser corvantaOperator' >agent.conf");
+        manager = kUser + "Operator -l authPriv";
+        environment += "SNMPCONFPATH=. ";
+        patience = "0.3";
+    }
+
+    /// A start with a state, under a tracer that may inject a fault. @return 0 when it comes to
+    /// serve
+    int start(const std::string& state, const std::string& injection) {
+        run("rm -rf state; cp -a " + state + " state; >agent.log");
+        tracer = "strace -f -qq -o trace.log ";
+        for (const char* name :
+             {"", "/", "/corvantad.conf", "/corvantad.0.conf", "/corvantad.conf.new", "/new",
+              "/new/corvantad.conf", "/cert_indexes"})
+            tracer += std::string("-P $PWD/state") + name + ' ';
+        tracer += injection + ' ';
+        startAgent(options);
+        EXPECT_TRUE(
+            soon([&] { return !agent->running() || !run("grep started$ agent.log").empty(); }));
+        const int status = agent->running() ? 0 : agent->end(0);
+        agent.reset();
+        tracer.clear();
+        return status;
+    }
+
+    /// Whether the next start answers the user, as the same engine with more boots.
+    bool answers() {
+        startAgent(options);
         std::string answer;
         EXPECT_TRUE(soon([&] {
-            answer = site.tool("snmpget -Oqv", ".1.3.6.1.6.3.10.2.1.1.0 .1.3.6.1.6.3.10.2.1.2.0");
+            answer = tool("snmpget -Oqv", ".1.3.6.1.6.3.10.2.1.1.0 .1.3.6.1.6.3.10.2.1.2.0");
             return answer[0] == '"';
-        })) << site.run("cat agent.log");
+        })) << run("cat agent.log");
         const std::size_t end = answer.rfind('"') + 1;
         if (engine.empty()) {
             engine = answer.substr(0, end);
-            captured = makeRequest(site);
+            captured = makeRequest(*this);
         } else {
             EXPECT_EQ(engine, answer.substr(0, end));
             EXPECT_LT(1, std::atoi(answer.c_str() + end));
+            const std::string notInTimeWindows("\x2b\x06\x01\x06\x03\x0f\x01\x01\x02\x00", 10);
             const Port replayer;
-            replayer.send(portOf(site), captured);
-            EXPECT_NE(std::string::npos, replayer.receive(120000).find(kNotInTimeWindows));
+            replayer.send(portOf(*this), captured);
+            EXPECT_NE(std::string::npos, replayer.receive(120000).find(notInTimeWindows));
         }
-        site.agent->end(SIGKILL);
+        agent->end(SIGKILL);
         return !::testing::Test::HasFailure();
-    };
-    // As 1.1.0 leaves it when it is killed while it writes, with what 1.1.1 leaves beside.
-    const std::string older = "mkdir -p older/new older/cert_indexes; cd older; "
-                              "sed '/^#/d' ../later/corvantad.conf >corvantad.0.conf; "
-                              "head -n 1 corvantad.0.conf | tee corvantad.conf >new/corvantad.conf";
-    std::string trace = "strace -f -qq -o trace.log";
-    for (const char* name : {"", "/", "/corvantad.conf", "/corvantad.0.conf", "/corvantad.conf.new",
-                             "/new", "/new/corvantad.conf", "/cert_indexes"})
-        trace += std::string(" -P $PWD/state") + name;
-    const auto traced = [&](const char* history, const std::string& injection) {
-        site.tracer = trace + injection + " ";
-        begin(history);
-        EXPECT_TRUE(soon([&] {
-            return !site.agent->running() || !site.run("grep started$ agent.log").empty();
-        }));
-        site.tracer.clear();
-        const int status = site.agent->running() ? 0 : site.agent->end(0);
-        site.agent.reset();
-        return status;
-    };
-    for (const char* history : {"first", "later", "older"}) {
-        EXPECT_EQ(0, traced(history, ""));
+    }
+
+    const std::string options = "-m " + address + " -c agent.conf -s state -i 60";
+    std::string engine;   ///< of the first start that has answered
+    std::string captured; ///< a packet to it
+};
+
+TEST(Field, TheIdentityOutlivesWhateverEndsAStart) {
+    Survivor site;
+    int points = 0;
+    for (const std::string state : {"first", "later", "older"}) {
+        EXPECT_EQ(0, site.start(state, ""));
         std::istringstream calls(
             site.run("sed -n 's/^\\([0-9]* *[a-z0-9]*\\)(.*/\\1/p' trace.log | "
                      "sort | uniq -c"));
         std::string process, call;
         for (int count = 0; calls >> count >> process >> call;) {
-            std::cout << history << ": " << call << ' ' << count << '\n';
-            for (int n = 1; n <= count; ++n) {
+            std::cout << state << ": " << call << ' ' << count << '\n';
+            for (int n = 1; n <= count; ++n, ++points) {
                 const std::string point = call + ":signal=KILL:when=" + std::to_string(n);
-                SCOPED_TRACE(history + (": " + point));
-                EXPECT_NE(0, traced(history, " -e inject=" + point)) << site.run("cat agent.log");
-                if (history == std::string("first"))
-                    engine.clear(); // there was none to keep
-                ASSERT_TRUE(answers());
+                SCOPED_TRACE(state + ": " + point);
+                EXPECT_NE(0, site.start(state, "-e inject=" + point)) << site.run("cat agent.log");
+                if (state == "first")
+                    site.engine.clear(); // there was none to keep
+                ASSERT_TRUE(site.answers());
             }
         }
-        if (history == std::string("first"))
-            site.run("mv state later; " + older);
+        if (state == "first") // 1.1.0 has left the last when it was killed, and 1.1.1 a part of it
+            site.run("mv state later; mkdir -p older/new older/cert_indexes; cd older; "
+                     "sed '/^#/d' ../later/corvantad.conf >corvantad.0.conf; "
+                     "head -n 1 corvantad.0.conf | tee corvantad.conf >new/corvantad.conf");
     }
-    for (const char* fault : {"write:error=ENOSPC", "fsync:error=EIO", "rename:error=ENOSPC"}) {
-        EXPECT_EQ(1, traced("later", std::string(" -e inject=") + fault)) << fault;
+    EXPECT_LT(40, points) << "the trace has missed calls";
+    for (const std::string fault :
+         {"write:error=ENOSPC", "fsync:error=EIO", "rename:error=ENOSPC"}) {
+        EXPECT_EQ(1, site.start("later", "-e inject=" + fault)) << fault;
         EXPECT_NE("", site.run("grep 'cannot write corvantad.conf: ' agent.log"));
-        ASSERT_TRUE(answers()) << fault;
+        ASSERT_TRUE(site.answers()) << fault;
     }
 }
 
