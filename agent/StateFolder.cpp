@@ -1,6 +1,7 @@
 #include "agent/StateFolder.h"
 
 #include "agent/Log.h"
+#include "agent/system/Files.h"
 
 #include <cerrno>
 #include <csignal>
@@ -74,7 +75,9 @@ std::string problem(const std::string& path) {
 
 std::string prepareState(std::string& path) {
     path = fs::absolute(path).lexically_normal().string();
-    if (mkdir(path.c_str(), 0700) != 0 && errno != EEXIST)
+    if (mkdir(path.c_str(), 0700) == 0)
+        syncFolder(path + "/.."); // as far as this user may
+    else if (errno != EEXIST)
         return "cannot make the state folder " + problem(path);
     const std::string name = path + "/agent.lock";
     const int descriptor = open(name.c_str(), kOpenLock | O_CLOEXEC, 0600);

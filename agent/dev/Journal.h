@@ -35,7 +35,7 @@ private:
     System& m_system;
     bool m_damaged = false;
     bool m_there = false;
-    std::string m_told; ///< the last line about a failure
+    std::string m_told;       ///< the last line about a failure
     Clock::time_point m_tell; ///< and when to log it again
 };
 

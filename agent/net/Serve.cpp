@@ -55,7 +55,7 @@ int serve(const Options& options, const Start& start) {
     RealSystem system(start.link, start.stop, options.state, "");
     RequestHandler handler(options, system, bothWork);
     Connections connections(system);
-    Toolkit toolkit(options);
+    Toolkit toolkit(options, system);
     std::optional<Master> master;
     if (options.master.empty())
         master.emplace(options, system, [&](bool there) { handler.setReachable(there); });

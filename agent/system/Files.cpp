@@ -51,16 +51,6 @@ std::string folderOf(const std::string& file) {
     return std::filesystem::path(file).parent_path();
 }
 
-/// Has names that were made, changed or removed in a folder outlive a power cut.
-bool syncFolder(const std::string& folder) {
-    const int descriptor = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (descriptor < 0)
-        return false;
-    const bool synced = fsync(descriptor) == 0;
-    close(descriptor);
-    return synced;
-}
-
 } // namespace
 
 std::optional<std::string> textOf(const std::string& file) {
@@ -86,11 +76,20 @@ bool replaceFile(const std::string& file, const std::string& text) {
 }
 
 bool removeFile(const std::string& file) {
-    return (unlink(file.c_str()) == 0 || errno == ENOENT) && syncFolder(folderOf(file));
+    return (std::remove(file.c_str()) == 0 || errno == ENOENT) && syncFolder(folderOf(file));
 }
 
 bool renameFile(const std::string& file, const std::string& newName) {
     return std::rename(file.c_str(), newName.c_str()) == 0 && syncFolder(folderOf(newName));
+}
+
+bool syncFolder(const std::string& folder) {
+    const int descriptor = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (descriptor < 0)
+        return false;
+    const bool synced = fsync(descriptor) == 0;
+    close(descriptor);
+    return synced;
 }
 
 } // namespace agent

@@ -16,9 +16,12 @@ bool loadFile(const std::string& file, std::optional<std::string>& text);
 /// is
 bool replaceFile(const std::string& file, const std::string& text);
 
-/// Removes a file, or gives it another name in its folder, and has that outlive a power cut. One that
+/// Removes a file or an empty folder, or gives it another name in its folder, and has that outlive a power cut. One that
 /// isn't there has been removed.
 bool removeFile(const std::string& file);
 bool renameFile(const std::string& file, const std::string& newName);
+
+/// Has names that were made, changed or removed in a folder outlive a power cut.
+bool syncFolder(const std::string& folder);
 
 } // namespace agent

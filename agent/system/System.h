@@ -86,8 +86,8 @@ public:
     /// true; on a failure, with errno, the old one may still be.
     virtual bool store(const std::string& name, const std::string& content) = 0;
 
-    /// Removes a file of the state folder, or gives it another name, likewise. One that isn't there
-    /// has been removed.
+    /// Removes a file of the state folder, or an empty folder in it, or gives it another name,
+    /// likewise. One that isn't there has been removed.
     virtual bool remove(const std::string& name) = 0;
     virtual bool rename(const std::string& name, const std::string& newName) = 0;
 

@@ -91,8 +91,8 @@ std::optional<std::string> Database::run(const std::string& text, const Writer& 
     const std::size_t key = byKey ? columnOf(table, command.keyColumn) : 0;
     const std::vector<std::string> values = valuesOf(table, command);
     bool any = false;
-    for (std::size_t i = byKey ? 0 : static_cast<std::size_t>(command.row);
-         i < rows(table).size(); ++i) {
+    for (std::size_t i = byKey ? 0 : static_cast<std::size_t>(command.row); i < rows(table).size();
+         ++i) {
         Record& row = rows(table)[i];
         if (byKey && row.cells[key].text != command.keyValue)
             continue;
@@ -122,7 +122,9 @@ std::optional<std::string> Database::run(const std::string& text, const Writer& 
                 m_watcher->updated(table, row, column, before);
         }
     }
-    return any && !values.empty() ? kDone : any && command.verb == Verb::deletekey ? kDone : kUnknownRow;
+    return any && !values.empty()                   ? kDone
+           : any && command.verb == Verb::deletekey ? kDone
+                                                    : kUnknownRow;
 } catch (const std::invalid_argument&) {
     return std::nullopt;
 }
@@ -149,8 +151,8 @@ std::string Database::insert(Table table, const std::vector<std::string>& column
         row.cells[columnOf(table, columns[i])].text = values[i];
     ++m_writes;
     Records& all = rows(table);
-    const auto place = std::find_if(all.begin(), all.end(),
-                                    [&row](const Record& r) { return r.id() > row.id(); });
+    const auto place =
+        std::find_if(all.begin(), all.end(), [&row](const Record& r) { return r.id() > row.id(); });
     const Record& stored = *all.insert(place, row);
     if (m_watcher != nullptr)
         m_watcher->inserted(table, stored);

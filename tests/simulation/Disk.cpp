@@ -19,7 +19,6 @@ bool isSimulated(const char* name) {
 
 constexpr int kFirst = 1000000; ///< no descriptor of the real system gets there
 
-
 } // namespace
 
 Disk::Disk(std::function<bool()> before) : m_before(std::move(before)) {
@@ -114,7 +113,7 @@ int Disk::close(int descriptor) {
     return 0;
 }
 
-int Disk::unlink(const std::string& name) {
+int Disk::remove(const std::string& name) {
     if (fails())
         return -1;
     if (folderGone || !has(name)) {
@@ -162,7 +161,6 @@ void Disk::cutPower(std::mt19937& random) {
 // NOLINTBEGIN(readability-identifier-naming,bugprone-reserved-identifier)
 using namespace simulation;
 
-
 extern "C" {
 
 int __real_open(const char* name, int flags, mode_t mode);
@@ -171,7 +169,7 @@ long __real_write(int descriptor, const void* text, std::size_t size);
 int __real_fsync(int descriptor);
 int __real_close(int descriptor);
 int __real_openat(int folder, const char* name, int flags, mode_t mode);
-int __real_unlink(const char* name);
+int __real_remove(const char* name);
 int __real_rename(const char* from, const char* to);
 
 int __wrap_open(const char* name, int flags, mode_t mode) {
@@ -195,8 +193,8 @@ int __wrap_openat(int folder, const char* name, int flags, mode_t mode) {
     return folder >= kFirst ? disk->open(std::string(Disk::kFolder) + name, flags)
                             : __real_openat(folder, name, flags, mode);
 }
-int __wrap_unlink(const char* name) {
-    return isSimulated(name) ? disk->unlink(name) : __real_unlink(name);
+int __wrap_remove(const char* name) {
+    return isSimulated(name) ? disk->remove(name) : __real_remove(name);
 }
 int __wrap_rename(const char* from, const char* to) {
     return isSimulated(from) ? disk->rename(from, to) : __real_rename(from, to);

@@ -40,7 +40,7 @@ public:
     long write(int descriptor, const char* text, std::size_t size);
     int flush(int descriptor);
     int close(int descriptor);
-    int unlink(const std::string& name);
+    int remove(const std::string& name);
     int rename(const std::string& from, const std::string& to);
 
 private:

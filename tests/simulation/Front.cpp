@@ -96,12 +96,12 @@ void Front::receive() {
 
 agent::net::ManagerRequest Front::toManagerRequest(const Waiting& waiting) const {
     const Request& request = waiting.request;
-    agent::net::ManagerRequest made{
-        "manager " + std::to_string(request.manager),
-        std::to_string(request.manager) + ':' + std::to_string(request.number),
-        waiting.identity,
-        waiting.came,
-        {}};
+    agent::net::ManagerRequest made{"manager " + std::to_string(request.manager),
+                                    std::to_string(request.manager) + ':' +
+                                        std::to_string(request.number),
+                                    waiting.identity,
+                                    waiting.came,
+                                    {}};
     const auto assign = [&made](const agent::Object& object, int row, const agent::Value& value) {
         agent::Oid name = object.name();
         name.push_back(static_cast<unsigned long>(row));
@@ -149,7 +149,8 @@ void Front::answer(ErrorStatus error) {
         m_answers[m_current->identity] = {error, m_machine.now()};
     }
     if (m_machine.trace)
-        m_machine.trace(m_machine.stamp() + "answer to " + m_current->identity + ": " + nameOf(error));
+        m_machine.trace(m_machine.stamp() + "answer to " + m_current->identity + ": " +
+                        nameOf(error));
     if (m_current->set)
         m_oracle.answered(*m_current->set, error);
     m_last = error;

@@ -58,9 +58,7 @@ const char* nameOf(What what) {
 
 History historyOf(std::uint64_t seed) {
     std::mt19937_64 random(seed);
-    const auto below = [&random](unsigned limit) {
-        return static_cast<int>(random() % limit);
-    };
+    const auto below = [&random](unsigned limit) { return static_cast<int>(random() % limit); };
     History history;
     history.seed = seed;
     history.watches = below(2) == 0;

@@ -22,7 +22,16 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 
 /// How a client of the database fails. A killed one may have done its work.
-enum class ClientFault { none, killedBefore, killedAfter, hangsBefore, hangsAfter, empty, cut, notStarted };
+enum class ClientFault {
+    none,
+    killedBefore,
+    killedAfter,
+    hangsBefore,
+    hangsAfter,
+    empty,
+    cut,
+    notStarted
+};
 
 /// A machine on which both processes of the agent run, one step at a time: a call of the process
 /// that owns the device is where everything else happens, whatever the history says is due.
@@ -59,8 +68,9 @@ public:
     milliseconds clientTime{3};
     ClientFault nextClient = ClientFault::none;
     bool lineFails = false;
-    agent::Clock::duration timeOfWait{-1}; ///< that the wait of this step takes; below 0: as it likes
-    void kill();                           ///< the device's process
+    agent::Clock::duration timeOfWait{
+        -1};     ///< that the wait of this step takes; below 0: as it likes
+    void kill(); ///< the device's process
     void askToStop() { m_stops = true; }
     void restart(); ///< it begins anew, or the machine does
     void forgetPackets();

@@ -81,7 +81,7 @@ private:
     };
     struct Change {
         Fate fate = Fate::goes;
-        bool restored = false; ///< or some of it
+        bool restored = false;                                ///< or some of it
         std::map<std::pair<int, std::size_t>, Written> cells; ///< by row's serial and column
         std::map<int, agent::Table> added;                    ///< rows, by serial
         std::vector<Removed> removed;

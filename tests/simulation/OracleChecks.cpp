@@ -59,9 +59,8 @@ private:
 
 const Record* Oracle::live(Table table, int serial) const {
     const Records& rows = m_machine.database[table];
-    const auto found = std::find_if(rows.begin(), rows.end(), [serial](const Record& row) {
-        return row.serial == serial;
-    });
+    const auto found = std::find_if(rows.begin(), rows.end(),
+                                    [serial](const Record& row) { return row.serial == serial; });
     return found == rows.end() ? nullptr : &*found;
 }
 
@@ -201,9 +200,8 @@ void Oracle::checkBridges() {
     for (const Table table : {Table::bridgeInterface, Table::bridgeFilter}) {
         const Record* lan = nullptr;
         for (const Record& row : database[table]) {
-            const bool ours = std::none_of(row.cells.begin(), row.cells.end(), [](const Cell& cell) {
-                return cell.writer == kOthers;
-            });
+            const bool ours = std::none_of(row.cells.begin(), row.cells.end(),
+                                           [](const Cell& cell) { return cell.writer == kOthers; });
             if (m_othersWrites == 0 && !isThere(row.cells[1].text))
                 fail("what a bridge had is left, and the bridge is gone: " + named(table, row));
             if (table == Table::bridgeInterface && ours) {

@@ -19,7 +19,7 @@ constexpr const char* kJournal = "/simulated/change.journal";
 constexpr seconds kSettled{150}; ///< by then everything has come to its end, once faults end
 constexpr seconds kServed{30};   ///< likewise, and then a set is made
 constexpr std::uint64_t kMostSteps = 1000000;
-constexpr seconds kRestart{1};   ///< that the parent waits before it starts a process again
+constexpr seconds kRestart{1}; ///< that the parent waits before it starts a process again
 
 const char* const kWans[] = {"wan1", "wan2", "wan3", "wan8", ""};
 
@@ -218,7 +218,8 @@ void Player::fireManager(const Event& event) {
 void Player::others(const std::string& command) {
     const auto said = m_machine.database.run(command + ";", kOthers);
     if (m_machine.trace)
-        m_machine.trace(m_machine.stamp() + "others: " + command + " -> " + said.value_or("refused\n"));
+        m_machine.trace(m_machine.stamp() + "others: " + command + " -> " +
+                        said.value_or("refused\n"));
     m_machine.touchDatabaseFile();
 }
 

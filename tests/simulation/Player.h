@@ -49,13 +49,13 @@ private:
     Oracle m_oracle;
     std::unique_ptr<Front> m_front;
     Phase m_phase = Phase::playing;
-    std::size_t m_next = 0;         ///< event
-    std::uint64_t m_lastSteps = 0;  ///< when the one before was fired
+    std::size_t m_next = 0;        ///< event
+    std::uint64_t m_lastSteps = 0; ///< when the one before was fired
     std::optional<Time> m_fireAt;
     std::optional<Request> m_lastRequest;
     int m_number = 0;
-    Time m_networkWaits{}; ///< until then the network's process is frozen, or not there
-    Time m_by{};              ///< when this phase must be over
+    Time m_networkWaits{};      ///< until then the network's process is frozen, or not there
+    Time m_by{};                ///< when this phase must be over
     bool m_machineEnds = false; ///< both processes and the link begin anew
     bool m_powerFails = false;
     bool m_probed = false;

@@ -85,9 +85,13 @@ Plan planOf(int argc, char** argv) {
 /// Plays a history. @param trace  gets each step; null for none
 Result play(const History& history, std::string* trace = nullptr) {
     story = trace;
-    const auto tell = [trace](const std::string& line) { *trace += line + "\n"; if (getenv("LIVE")) fprintf(stderr, "%s\n", line.c_str()); };
-    Player player(history, trace != nullptr ? std::function<void(const std::string&)>(tell)
-                                            : nullptr);
+    const auto tell = [trace](const std::string& line) {
+        *trace += line + "\n";
+        if (getenv("LIVE"))
+            fprintf(stderr, "%s\n", line.c_str());
+    };
+    Player player(history,
+                  trace != nullptr ? std::function<void(const std::string&)>(tell) : nullptr);
     Result result = player.play();
     story = nullptr;
     return result;
@@ -118,7 +122,8 @@ History shrink(History history) {
 void printTotals(const Totals& totals, double seconds) {
     std::cout << totals.histories << " histories, " << totals.operations << " operations in "
               << static_cast<long>(seconds) << " s, "
-              << static_cast<long>(static_cast<double>(totals.operations) / std::max(seconds, 0.001))
+              << static_cast<long>(static_cast<double>(totals.operations) /
+                                   std::max(seconds, 0.001))
               << " a second\n";
     for (const auto& [what, count] : totals.seen)
         std::printf("  %12llu  %s\n", static_cast<unsigned long long>(count), what.c_str());
@@ -159,7 +164,8 @@ int playMany(const Plan& plan) {
             return tellFailure(history, result.problem);
         }
         if (!result.problem.empty())
-            problems[result.problem.substr(0, result.problem.find(": ", 25))].push_back(history.seed);
+            problems[result.problem.substr(0, result.problem.find(": ", 25))].push_back(
+                history.seed);
     }
     printTotals(totals, time());
     int status = problems.empty() ? 0 : 1;
@@ -194,7 +200,9 @@ extern "C" void vsyslog(int, const char* format, va_list values) {
         return;
     std::array<char, 1024> line{};
     std::vsnprintf(line.data(), line.size(), format, values);
-    *story += std::string("    ") + line.data(); if (getenv("LIVE")) fprintf(stderr, "    %s", line.data());
+    *story += std::string("    ") + line.data();
+    if (getenv("LIVE"))
+        fprintf(stderr, "    %s", line.data());
 }
 
 extern "C" void openlog(const char*, int, int) {}
