@@ -187,7 +187,7 @@ void Machine::runClient(const std::string& command) {
         said = "Database locked\n";
     else if (does)
         said = database.run(command, by);
-    if (trace && (getenv("READS") || fault != ClientFault::none ||
+    if (trace && (fault != ClientFault::none ||
                   (command.find("select") == command.npos && command.find("size") == command.npos)))
         trace(stamp() + "client " + command + " -> " +
               (said ? said->substr(0, said->size() - 1) : "nothing") +

@@ -18,6 +18,7 @@ namespace {
 constexpr const char* kJournal = "/simulated/change.journal";
 constexpr seconds kSettled{150}; ///< by then everything has come to its end, once faults end
 constexpr seconds kServed{30};   ///< likewise, and then a set is made
+constexpr seconds kStopped{11}; ///< by then it has, once it was asked to
 constexpr std::uint64_t kMostSteps = 1000000;
 constexpr seconds kRestart{1}; ///< that the parent waits before it starts a process again
 
@@ -99,8 +100,11 @@ void Player::runDevice() {
     try {
         agent::dev::Worker worker(m_machine.options, m_machine.device());
         worker.run();
-        if (!m_machine.killed()) // it was asked to stop
+        if (!m_machine.killed()) { // it was asked to stop
             m_machineEnds = true;
+            if (m_machine.now() > m_stopAsked + kStopped)
+                m_oracle.fail("the agent does not stop in time");
+        }
     } catch (const agent::BrokenInvariant& broken) {
         if (!m_machine.killed())
             m_oracle.fail(std::string("the agent breaks off: ") + broken.what());
@@ -120,7 +124,11 @@ void Player::runNetwork() {
         m_front = std::make_unique<Front>(m_machine, m_oracle);
         m_machine.network().send(agent::pack(agent::Hello{}));
     }
-    m_front->work();
+    try {
+        m_front->work();
+    } catch (const std::exception& error) {
+        m_oracle.fail(std::string("the network's process breaks off: ") + error.what());
+    }
 }
 
 void Player::killNetwork() {
@@ -278,16 +286,19 @@ void Player::fireFault(const Event& event) {
         killNetwork();
         break;
     case What::stop:
+        m_stopAsked = m_machine.now();
         m_machine.askToStop();
         break;
     case What::freezeDevice:
         m_machine.pass(some(20000));
+        m_stopAsked = m_machine.now(); // it can't hear before
         break;
     case What::freezeNetwork:
         m_networkWaits = m_machine.now() + some(20000);
         break;
     case What::jump:
         m_machine.pass(minutes(1 + number % 90));
+        m_stopAsked = m_machine.now();
         break;
     case What::diskFull:
         disk.full = disk.wasUnwell = true;

@@ -85,11 +85,7 @@ Plan planOf(int argc, char** argv) {
 /// Plays a history. @param trace  gets each step; null for none
 Result play(const History& history, std::string* trace = nullptr) {
     story = trace;
-    const auto tell = [trace](const std::string& line) {
-        *trace += line + "\n";
-        if (getenv("LIVE"))
-            fprintf(stderr, "%s\n", line.c_str());
-    };
+    const auto tell = [trace](const std::string& line) { *trace += line + "\n"; };
     Player player(history,
                   trace != nullptr ? std::function<void(const std::string&)>(tell) : nullptr);
     Result result = player.play();
@@ -201,8 +197,6 @@ extern "C" void vsyslog(int, const char* format, va_list values) {
     std::array<char, 1024> line{};
     std::vsnprintf(line.data(), line.size(), format, values);
     *story += std::string("    ") + line.data();
-    if (getenv("LIVE"))
-        fprintf(stderr, "    %s", line.data());
 }
 
 extern "C" void openlog(const char*, int, int) {}
