@@ -180,6 +180,7 @@ bool Worker::keepUp(Clock::time_point now) {
 }
 
 void Worker::doJob(Job job) {
+    const LimitedLog limited(m_jobLines, m_system.now());
     if (const auto* back = std::get_if<TakeBack>(&job)) {
         m_link.send(SetResult{back->id, m_undo.takeBack(back->id), Reason::none, 0});
         return;

@@ -49,6 +49,7 @@ private:
     Changer m_changer;
 
     std::deque<Job> m_jobs;
+    LineLimit m_jobLines;             ///< about jobs, which could be asked for without end
     Transaction* m_running = nullptr; ///< the set under way
     Clock::time_point m_beatDue;      ///< the next sign of life, at the latest
     bool m_stopping = false;

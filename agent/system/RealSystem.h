@@ -1,5 +1,6 @@
 #pragma once
 
+#include "agent/Log.h"
 #include "agent/system/FolderWatch.h"
 #include "agent/system/Program.h"
 #include "agent/system/System.h"
@@ -38,6 +39,7 @@ private:
     const std::string m_folder;
     std::optional<FolderWatch> m_watch;
     std::optional<Program> m_program; ///< that runs
+    LineLimit m_lines;                ///< about messages that are lost
 };
 
 } // namespace agent

@@ -4,12 +4,15 @@
 
 #include "World.h"
 
+#include "agent/Log.h"
 #include "agent/net/Sets.h"
 #include "agent/system/Invariant.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -139,6 +142,24 @@ TEST_F(SetsTest, GivesUpOnAProcessThatHangs) {
     expectAnswer(ErrorStatus::genErr);
     sets.take(SetResult{id, Outcome::done, Reason::none, 0}); // too late
     expectAnswer(ErrorStatus::genErr);
+}
+
+/// Where the other process is not what it was any more.
+TEST(Lines, OfWhatIsNotUnderstoodAreLimited) {
+    struct Noise : World {
+        std::optional<std::string> receive() override { return "noise"; }
+    } noise;
+    Link link(noise);
+    openLog(true);
+    testing::internal::CaptureStderr();
+    for (const int minute : {1, 2}) {
+        for (int i = 0; i < 1000; ++i)
+            EXPECT_FALSE(link.receive());
+        noise.wait({}, noise.now() + std::chrono::minutes(minute));
+    }
+    const std::string text = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(20 + 1 + 20, std::count(text.begin(), text.end(), '\n'));
+    EXPECT_NE(text.npos, text.find(" 980 more lines")) << text;
 }
 
 TEST_F(SetsTest, BreaksOffWhereItsStateDoesNotHold) {
