@@ -132,14 +132,18 @@ TEST_F(SetsTest, GetsTheSameAnswerWhenItComesAgain) {
 }
 
 TEST_F(SetsTest, GivesUpOnAProcessThatHangs) {
+    const auto deadline = world.now() + options.setDeadline;
     ask();
+    EXPECT_GT(deadline, sent().deadline); // so that it can tell before that it was late
+    EXPECT_EQ(deadline, sets.giveUp());
     const std::uint64_t id = sent().id;
-    world.wait({}, sets.giveUp() - seconds(1));
+    world.wait({}, deadline - seconds(1));
     sets.checkTime();
     EXPECT_TRUE(sets.waits());
-    world.wait({}, sets.giveUp());
+    world.wait({}, deadline);
     sets.checkTime();
     expectAnswer(ErrorStatus::genErr);
+    EXPECT_EQ(id, std::get<TakeBack>(world.sent.back()).id);  // should it make it all the same
     sets.take(SetResult{id, Outcome::done, Reason::none, 0}); // too late
     expectAnswer(ErrorStatus::genErr);
 }
