@@ -12,10 +12,9 @@
 
 namespace agent::net {
 
-RequestHandler::RequestHandler(const Options& options, System& system, std::function<void()> works)
+RequestHandler::RequestHandler(const Options& options, System& system)
     : m_options(options),
       m_system(system),
-      m_works(std::move(works)),
       m_link(system),
       m_snapshots(options, system),
       m_sets(options, system, m_link, m_snapshots),
@@ -152,7 +151,6 @@ void RequestHandler::releaseRequests() {
 void RequestHandler::receive() {
     try {
         while (const auto message = m_link.receive()) {
-            m_works();
             take(*message);
             notify(); // of each snapshot: the next can say the same again
         }

@@ -8,16 +8,13 @@
 #include "agent/net/Sets.h"
 #include "agent/net/Snapshots.h"
 
-#include <functional>
-
 namespace agent::net {
 
 /// Answers the requests for the MIB's objects: gets at once, from a snapshot, sets when the
 /// device's process tells what became of them.
 class RequestHandler {
 public:
-    /// @param works  called whenever the device's process has shown that it works
-    RequestHandler(const Options& options, System& system, std::function<void()> works);
+    RequestHandler(const Options& options, System& system);
 
     /// Registers corvantaObjects with the toolkit. @return whether it took that
     bool registerObjects();
@@ -46,7 +43,6 @@ private:
 
     const Options& m_options;
     System& m_system;
-    const std::function<void()> m_works;
     Link m_link;
     Snapshots m_snapshots;
     Sets m_sets;
