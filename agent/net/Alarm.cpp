@@ -12,6 +12,12 @@ namespace agent::net {
 using std::chrono::microseconds;
 using std::chrono::seconds;
 
+namespace {
+
+constexpr std::chrono::milliseconds kShortest{1};
+
+} // namespace
+
 void callAfter(microseconds time, bool repeat, void (*call)(unsigned, void*), void* with) {
     const auto whole = std::chrono::floor<seconds>(time);
     timeval after{};
@@ -25,11 +31,14 @@ Alarm::Alarm(const System& system, std::function<void()> call)
 
 void Alarm::setFor(Clock::time_point time) {
     const auto now = m_system.now();
-    const auto left = std::max<Clock::duration>(time - now, seconds(1));
+    const auto left = std::max<Clock::duration>(time - now, kShortest);
     if (m_due > now && m_due <= now + left)
         return;
     m_due = now + left;
-    const auto call = [](unsigned, void* self) { static_cast<Alarm*>(self)->m_call(); };
+    const auto call = [](unsigned, void* self) {
+        static_cast<Alarm*>(self)->m_due = {};
+        static_cast<Alarm*>(self)->m_call();
+    };
     callAfter(std::chrono::ceil<microseconds>(left), false, call, this);
 }
 

@@ -18,7 +18,7 @@ public:
     Alarm(const Alarm&) = delete;
     Alarm& operator=(const Alarm&) = delete;
 
-    /// Sees to a call at that time, or in a second if that is later. Earlier calls are possible.
+    /// Sees to a call at that time. Earlier calls are possible.
     void setFor(Clock::time_point time);
 
 private:

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "agent/Log.h"
 #include "agent/Options.h"
 #include "agent/link/Link.h"
 #include "agent/net/Alarm.h"
@@ -49,6 +50,7 @@ private:
     HeldRequests m_held;
     Notifications m_notifications;
     Alarm m_alarm;
+    LineLimit m_failures; ///< lines about requests that failed for want of memory
 };
 
 } // namespace agent::net
