@@ -25,7 +25,8 @@ void notifyServiceManager(const char* state) {
     if (descriptor < 0)
         return;
     const std::string text = state;
-    sendto(descriptor, text.data(), text.size(), MSG_NOSIGNAL,
+    // One that does not listen must not keep the agent waiting.
+    sendto(descriptor, text.data(), text.size(), MSG_NOSIGNAL | MSG_DONTWAIT,
            reinterpret_cast<const sockaddr*>(&address), size);
     close(descriptor);
 }
