@@ -9,9 +9,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <thread>
 
 #include <fcntl.h>
-#include <poll.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -21,7 +21,6 @@ namespace agent {
 namespace {
 
 namespace fs = std::filesystem;
-using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::seconds kEnd{2}; ///< for another agent, or a killed client, to end
 constexpr int kOpenLock = O_RDWR | O_CREAT | O_NOFOLLOW;
@@ -54,14 +53,15 @@ void forEachHolder(const struct stat& file, Do action) {
 
 enum class Lock { taken, busy, stopped };
 
-/// @param stop  a descriptor that ends the wait when it is readable; -1 for none
-Lock lockWithin(int descriptor, std::chrono::seconds time, int stop = -1) {
-    constexpr int kPause = 20; // ms
-    pollfd stopping{stop, POLLIN, 0};
+constexpr std::chrono::milliseconds kPause{20};
+
+/// @param pause  waits for a moment; @return whether to wait no longer
+template <class Pause>
+Lock lockWithin(int descriptor, std::chrono::seconds time, Pause pause) {
     for (const auto end = Clock::now() + time; flock(descriptor, LOCK_EX | LOCK_NB) != 0;) {
         if (Clock::now() >= end)
             return Lock::busy;
-        if (poll(&stopping, 1, kPause) > 0)
+        if (pause())
             return Lock::stopped;
     }
     return Lock::taken;
@@ -83,12 +83,13 @@ std::string prepareState(std::string& path) {
     const int descriptor = open(name.c_str(), kOpenLock | O_CLOEXEC, 0600);
     if (descriptor < 0)
         return "cannot write to the state folder " + problem(name);
-    if (lockWithin(descriptor, kEnd) != Lock::taken)
+    const auto sleep = [] { return std::this_thread::sleep_for(kPause), false; };
+    if (lockWithin(descriptor, kEnd, sleep) != Lock::taken)
         return "another corvantad uses the state folder " + path;
     return "";
 }
 
-std::optional<int> awaitClients(const Options& options, int stop) {
+std::optional<int> awaitClients(const Options& options, System& system) {
     const std::string name = options.state + "/clients.lock";
     // Without close-on-exec: clients hold it too.
     const int descriptor = open(name.c_str(), kOpenLock, 0600);
@@ -97,11 +98,14 @@ std::optional<int> awaitClients(const Options& options, int stop) {
         log(LOG_ERR, "cannot write to the state folder " + problem(name));
         return 1;
     }
-    Lock lock = lockWithin(descriptor, options.clientLimit, stop);
+    const auto sleep = [&] { // which shows life
+        return system.wait({false, true, false, false}, system.now() + kPause).stop;
+    };
+    Lock lock = lockWithin(descriptor, options.clientLimit, sleep);
     if (lock == Lock::busy) {
         log(LOG_WARNING, "a client of an earlier agent hangs and is killed");
         forEachHolder(file, [](pid_t pid) { kill(pid, SIGKILL); });
-        lock = lockWithin(descriptor, kEnd, stop);
+        lock = lockWithin(descriptor, kEnd, sleep);
     }
     if (lock == Lock::busy)
         log(LOG_ERR, "a client of an earlier agent does not end");

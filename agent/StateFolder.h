@@ -1,6 +1,7 @@
 #pragma once
 
 #include "agent/Options.h"
+#include "agent/system/System.h"
 
 #include <optional>
 #include <string>
@@ -15,8 +16,8 @@ std::string prepareState(std::string& path);
 /// Waits until the clients of an earlier device process have ended, so that none of them changes a
 /// row behind the back of this one. Each client inherits the lock that this waits for. Those that
 /// take longer than the limit are killed.
-/// @param stop  readable when this process has to stop, which ends the wait at once
+/// @param system  tells when this process has to stop, which ends the wait at once
 /// @return nothing when this process has the device to itself; else its exit status
-std::optional<int> awaitClients(const Options& options, int stop);
+std::optional<int> awaitClients(const Options& options, System& system);
 
 } // namespace agent

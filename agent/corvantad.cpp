@@ -9,6 +9,8 @@
 #include "agent/system/Invariant.h"
 #include "agent/system/RealSystem.h"
 
+#include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
@@ -21,24 +23,27 @@ namespace {
 using agent::log;
 using agent::Options;
 
+constexpr int kBeats = 12; ///< in the time that a service manager waits for a sign of life
+constexpr std::chrono::microseconds kShortestBeat{1000};
+
 int fail(const std::string& text) {
     log(LOG_ERR, text);
     return 1;
 }
 
-int serve(const Options& options, int link, int alive, int stop) {
+int serve(const Options& options, const agent::Ends& ends) {
     return agent::net::serve(
-        options,
-        {link, alive, stop, [&] { return agent::dropPrivileges(options); }, agent::leaveTerminal});
+        options, {ends, [&] { return agent::dropPrivileges(options); }, agent::leaveTerminal});
 }
 
-int work(const Options& options, int link, int stop) {
+int work(const Options& options, const agent::Ends& ends) {
     prctl(PR_SET_DUMPABLE, 0); // keeps other processes of the same user out of this one
     if (!options.foreground)
         agent::leaveTerminal();
-    if (const auto status = agent::awaitClients(options, stop))
+    agent::RealSystem system(ends, options.beat, options.state, options.watchDatabase);
+    system.showLife();
+    if (const auto status = agent::awaitClients(options, system))
         return *status;
-    agent::RealSystem system(link, stop, options.state, options.watchDatabase);
     try {
         agent::dev::Worker(options, system).run();
     } catch (const agent::BrokenInvariant& broken) {
@@ -56,7 +61,8 @@ int main(int argc, char** argv) {
     agent::openLog(true); // what goes wrong now can still be seen
     if (const std::string problem = agent::prepareState(options.state); !problem.empty())
         return fail(problem);
-    options.watchdogBeat = agent::watchdogBeat();
+    if (const auto limit = agent::watchdogLimit())
+        options.beat = std::clamp(*limit / kBeats, kShortestBeat, options.beat);
     if (!options.watchDatabase.empty())
         options.watchDatabase = std::filesystem::absolute(options.watchDatabase).string();
     return agent::Supervisor(options, serve, work).run();

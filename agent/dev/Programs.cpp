@@ -97,13 +97,8 @@ void Programs::report(const std::string& commandLine, const ProgramEnd& end) {
     if (!why.empty())
         return;
     std::istringstream said(end.errors);
-    for (std::string line; std::getline(said, line);) {
-        const int keptBack = m_lines.pass(m_system.now());
-        if (keptBack > 0)
-            log(LOG_WARNING, std::to_string(keptBack) + " more lines of programs were left out");
-        if (keptBack >= 0)
-            log(LOG_WARNING, name + " says: " + printable(line, kLongestLine));
-    }
+    for (std::string line; std::getline(said, line);)
+        m_lines.log(m_system.now(), LOG_WARNING, name + " says: " + printable(line, kLongestLine));
 }
 
 Programs::CutShort::CutShort(Programs& programs, const bool& flag)

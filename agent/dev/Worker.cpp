@@ -40,8 +40,7 @@ Worker::Worker(const Options& options, System& system)
       m_refresh(options, system, m_programs, m_image, m_board),
       m_undo(system, m_programs, m_image, m_board, m_refresh, m_stopNow),
       m_changer(options, system, m_programs, m_image, m_board, m_refresh, m_undo,
-                [this] { expire(); }),
-      m_beatDue(system.now()) {
+                [this] { expire(); }) {
     answerLibraryFrom(&m_programs);
 }
 
@@ -51,9 +50,6 @@ Worker::~Worker() {
 
 /// Waits for events, and sees to what else happens meanwhile.
 System::Events Worker::wait(System::Events wanted, Clock::time_point until) {
-    if (m_system.now() >= m_beatDue)
-        beat();
-    until = std::min(until, m_beatDue);
     if (m_stopping && !m_stopNow)
         until = std::min(until, m_stopBy);
     if (m_running != nullptr && !m_running->late)
@@ -78,12 +74,6 @@ System::Events Worker::wait(System::Events wanted, Clock::time_point until) {
 void Worker::greet() {
     m_link.send(Hello{m_incarnation, m_undo.foundHalfDone()});
     m_board.publish();
-}
-
-void Worker::beat() {
-    m_link.send(Alive{});
-    m_beatDue = m_options.watchdogBeat ? m_system.now() + *m_options.watchdogBeat
-                                       : Clock::time_point::max();
 }
 
 void Worker::take(const Message& message) {
@@ -180,6 +170,7 @@ bool Worker::keepUp(Clock::time_point now) {
 }
 
 void Worker::doJob(Job job) {
+    const LimitedLog limited(m_jobLines, m_system.now());
     if (const auto* back = std::get_if<TakeBack>(&job)) {
         m_link.send(SetResult{back->id, m_undo.takeBack(back->id), Reason::none, 0});
         return;

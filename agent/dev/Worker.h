@@ -28,7 +28,6 @@ private:
 
     System::Events wait(System::Events wanted, Clock::time_point until);
     void greet();
-    void beat();
     void take(const Message& message);
     void expire();
     void stopNow();
@@ -49,8 +48,8 @@ private:
     Changer m_changer;
 
     std::deque<Job> m_jobs;
+    LineLimit m_jobLines;             ///< about jobs, which could be asked for without end
     Transaction* m_running = nullptr; ///< the set under way
-    Clock::time_point m_beatDue;      ///< the next sign of life, at the latest
     bool m_stopping = false;
     Clock::time_point m_stopBy;
 };

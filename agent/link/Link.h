@@ -1,5 +1,6 @@
 #pragma once
 
+#include "agent/Log.h"
 #include "agent/link/Messages.h"
 #include "agent/system/System.h"
 
@@ -19,6 +20,7 @@ public:
 
 private:
     System& m_system;
+    LineLimit m_lines; ///< the other process could be somebody else by now
 };
 
 } // namespace agent

@@ -79,11 +79,7 @@ struct Hello {
     bool takesBack = false;        ///< whether it has found a change that was half done
 };
 
-/// From the device's side, where a watchdog wants to know: it works, or waits for something that
-/// has an end.
-struct Alive {};
-
-using Message = std::variant<Hello, Alive, SetRequest, TakeBack, SetResult, Snapshot>;
+using Message = std::variant<Hello, SetRequest, TakeBack, SetResult, Snapshot>;
 
 /// As a packet. Both sides are the same program: a value looks the same on both.
 std::string pack(const Message& message);

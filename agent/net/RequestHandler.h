@@ -1,5 +1,6 @@
 #pragma once
 
+#include "agent/Log.h"
 #include "agent/Options.h"
 #include "agent/link/Link.h"
 #include "agent/net/Alarm.h"
@@ -8,16 +9,13 @@
 #include "agent/net/Sets.h"
 #include "agent/net/Snapshots.h"
 
-#include <functional>
-
 namespace agent::net {
 
 /// Answers the requests for the MIB's objects: gets at once, from a snapshot, sets when the
 /// device's process tells what became of them.
 class RequestHandler {
 public:
-    /// @param works  called whenever the device's process has shown that it works
-    RequestHandler(const Options& options, System& system, std::function<void()> works);
+    RequestHandler(const Options& options, System& system);
 
     /// Registers corvantaObjects with the toolkit. @return whether it took that
     bool registerObjects();
@@ -46,13 +44,13 @@ private:
 
     const Options& m_options;
     System& m_system;
-    const std::function<void()> m_works;
     Link m_link;
     Snapshots m_snapshots;
     Sets m_sets;
     HeldRequests m_held;
     Notifications m_notifications;
     Alarm m_alarm;
+    LineLimit m_failures; ///< lines about requests that failed for want of memory
 };
 
 } // namespace agent::net

@@ -1,12 +1,12 @@
 #include "agent/net/Serve.h"
 
 #include "agent/Log.h"
+#include "agent/net/Alarm.h"
 #include "agent/net/Connections.h"
 #include "agent/net/Master.h"
 #include "agent/net/RequestHandler.h"
 #include "agent/net/Sandbox.h"
 #include "agent/net/Toolkit.h"
-#include "agent/system/RealSystem.h"
 
 #include <csignal>
 #include <optional>
@@ -32,6 +32,10 @@ void onStop(int, void* stopping) {
     *static_cast<bool*>(stopping) = true;
 }
 
+void onBeat(unsigned, void* system) {
+    static_cast<RealSystem*>(system)->showLife();
+}
+
 /// Gives up all that is not needed any more once the ports are open. @return what is wrong
 std::optional<std::string> giveUpRights(const Start& start) {
     const pid_t parent = getppid();
@@ -51,9 +55,8 @@ int serve(const Options& options, const Start& start) {
     // One that is started again may have lost the right to.
     if (!options.config.empty() && access(options.config.c_str(), R_OK) != 0)
         return fail("cannot read " + options.config);
-    const auto bothWork = [&] { [[maybe_unused]] const auto size = write(start.alive, "", 1); };
-    RealSystem system(start.link, start.stop, options.state, "");
-    RequestHandler handler(options, system, bothWork);
+    RealSystem system(start.ends, options.beat, options.state, "");
+    RequestHandler handler(options, system);
     Connections connections(system);
     Toolkit toolkit(options, system);
     std::optional<Master> master;
@@ -68,9 +71,10 @@ int serve(const Options& options, const Start& start) {
     if (!options.foreground)
         start.leaveTerminal();
     bool stopping = false;
-    register_readfd(start.stop, onStop, &stopping);
-    register_readfd(start.link, onMessage, &handler);
-    bothWork();
+    register_readfd(start.ends.stop, onStop, &stopping);
+    register_readfd(start.ends.link, onMessage, &handler);
+    system.showLife(); // it is ready
+    callAfter(options.beat, true, onBeat, &system);
     while (!stopping && !Toolkit::isRefused()) {
         agent_check_and_process(1);
         handler.releaseRequests();

@@ -10,7 +10,7 @@ namespace {
 
 using std::chrono::seconds;
 
-constexpr seconds kGrace{10}; ///< for the device's process to tell that a set was late
+constexpr std::chrono::milliseconds kTell{250}; ///< of the deadline, to be told that it was missed
 
 } // namespace
 
@@ -89,7 +89,7 @@ void Sets::begin(ManagerRequest request) {
     m_log.begin(m_request, m_snapshots.view(m_refused));
     m_set.emplace();
     m_set->id = m_nextId++;
-    m_set->deadline = m_request.came + m_options.setDeadline;
+    m_set->deadline = m_request.came + m_options.setDeadline - kTell;
     m_answer = check();
     if (m_answer.error == ErrorStatus::noError) {
         enter(State::checked);
@@ -161,7 +161,7 @@ void Sets::commit() {
         return;
     }
     m_set->incarnation = m_incarnation;
-    m_giveUp = m_set->deadline + kGrace;
+    m_giveUp = m_set->deadline + kTell;
     m_sent = true;
     enter(State::performing);
     m_link.send(*m_set);
@@ -231,8 +231,13 @@ SetResult Sets::judge() const {
 }
 
 void Sets::checkTime() {
-    if (waits() && m_system.now() >= m_giveUp)
-        end({m_set->id, Outcome::late, Reason::failed, 0});
+    if (!waits() || m_system.now() < m_giveUp)
+        return;
+    // The device's process does not move. Should it have made the set, or yet make it, it is told
+    // what the manager is.
+    if (m_state == State::performing)
+        m_link.send(TakeBack{m_set->id, m_set->incarnation});
+    end({m_set->id, Outcome::late, Reason::failed, 0});
 }
 
 void Sets::end(const SetResult& result) {

@@ -30,8 +30,9 @@ namespace agent::net {
 ///     idle        there is no set
 ///     checked     its values fit the snapshot that is shown, and it goes with what is pending;
 ///                 nothing has been sent
-///     performing  it was sent to the device's process of its incarnation, which answers before its
-///                 deadline, or a while later; after that it counts as late
+///     performing  it was sent to the device's process of its incarnation, which answers before the
+///                 deadline or tells that it was missed; when it does neither, because it does not
+///                 move, the set counts as late, and TakeBack is sent after it
 ///     made        the answer is noError: the values are there, and stay unless it is taken back
 ///     takingBack  something else in the request has failed; TakeBack was sent
 ///     failed      the answer is an error

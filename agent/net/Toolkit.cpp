@@ -51,11 +51,7 @@ int forwardLog(int, int, void* message, void*) {
     if (text.compare(0, kMemoryFiles.size(), kMemoryFiles) == 0)
         text.replace(0, text.find(':'), "corvantad.conf of the state folder");
     refused = refused || text.compare(0, kRefused.size(), kRefused) == 0;
-    const int keptBack = limit.pass(std::chrono::steady_clock::now());
-    if (keptBack > 0)
-        log(LOG_WARNING, std::to_string(keptBack) + " more lines like those before");
-    if (keptBack >= 0)
-        log(line.priority, text);
+    limit.log(std::chrono::steady_clock::now(), line.priority, text);
     return SNMPERR_SUCCESS;
 }
 

@@ -1,6 +1,5 @@
 #include "agent/system/RealSystem.h"
 
-#include "agent/Log.h"
 #include "agent/system/Files.h"
 
 #include <algorithm>
@@ -36,23 +35,31 @@ bool isYoung(const struct stat& state) {
 
 } // namespace
 
-RealSystem::RealSystem(int link, int stop, const std::string& stateFolder,
-                       const std::string& watchedFile)
-    : m_link(link), m_stop(stop), m_folder(stateFolder + "/") {
+RealSystem::RealSystem(const Ends& ends, std::chrono::microseconds beat,
+                       const std::string& stateFolder, const std::string& watchedFile)
+    : m_ends(ends), m_beat(beat), m_folder(stateFolder + "/") {
     if (!watchedFile.empty())
         m_watch.emplace(watchedFile);
 }
 
+void RealSystem::showLife() {
+    [[maybe_unused]] const auto size = write(m_ends.alive, "", 1);
+    m_beatDue = now() + m_beat;
+}
+
 System::Events RealSystem::wait(const Events& wanted, Clock::time_point until) {
     using std::chrono::seconds;
+    if (now() >= m_beatDue)
+        showLife();
+    until = std::min(until, m_beatDue);
     const int program = m_program ? m_program->descriptor() : -1;
     if (wanted.program && m_program && program < 0)
         until = std::min(until, now() + m_program->pause());
     const auto left = std::max(until - now(), Clock::duration(0));
     const timespec time{left / seconds(1), (left % seconds(1)).count()};
     std::array<pollfd, 4> events{
-        {{wanted.message ? m_link : -1, POLLIN, 0},
-         {wanted.stop ? m_stop : -1, POLLIN, 0},
+        {{wanted.message ? m_ends.link : -1, POLLIN, 0},
+         {wanted.stop ? m_ends.stop : -1, POLLIN, 0},
          {wanted.program ? program : -1, POLLIN, 0},
          {wanted.file && m_watch ? m_watch->descriptor() : -1, POLLIN, 0}}};
     ppoll(events.data(), events.size(), &time, nullptr);
@@ -61,18 +68,18 @@ System::Events RealSystem::wait(const Events& wanted, Clock::time_point until) {
 }
 
 void RealSystem::send(const std::string& packet) {
-    if (::send(m_link, packet.data(), packet.size(), MSG_DONTWAIT | MSG_NOSIGNAL) < 0 &&
+    if (::send(m_ends.link, packet.data(), packet.size(), MSG_DONTWAIT | MSG_NOSIGNAL) < 0 &&
         errno != EAGAIN)
-        log(LOG_ERR, std::string("a message is lost: ") + std::strerror(errno));
+        m_lines.log(now(), LOG_ERR, std::string("a message is lost: ") + std::strerror(errno));
 }
 
 std::optional<std::string> RealSystem::receive() {
     const ssize_t size =
-        recv(m_link, nullptr, 0, MSG_PEEK | MSG_TRUNC | MSG_DONTWAIT); // its whole length
+        recv(m_ends.link, nullptr, 0, MSG_PEEK | MSG_TRUNC | MSG_DONTWAIT); // its whole length
     if (size < 0)
         return std::nullopt;
     std::string packet(static_cast<std::size_t>(size), '\0');
-    if (recv(m_link, packet.data(), packet.size(), MSG_DONTWAIT) != size)
+    if (recv(m_ends.link, packet.data(), packet.size(), MSG_DONTWAIT) != size)
         return std::nullopt;
     return packet; // an empty one is taken out too
 }

@@ -635,7 +635,7 @@ TEST(Field, TheSandboxStartsNothing) {
     EXPECT_EQ(0, status);
 }
 
-TEST(Field, TheWatchdogIsServedByWhatWorks) {
+TEST(Field, ASideThatDoesNotMoveIsReplaced) {
     Site site;
     const std::string path = site.folder.string() + "/notices";
     const int notices = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
@@ -643,8 +643,9 @@ TEST(Field, TheWatchdogIsServedByWhatWorks) {
     address.sun_family = AF_UNIX;
     path.copy(address.sun_path, path.size());
     ASSERT_EQ(0, bind(notices, reinterpret_cast<sockaddr*>(&address), sizeof address));
-    site.environment += "WATCHDOG_USEC=2000000 NOTIFY_SOCKET=" + path + " ";
-    site.startAlone("-i 60");
+    // A beat of 2 s, six of them without a sign are too long.
+    site.environment += "WATCHDOG_USEC=24000000 NOTIFY_SOCKET=" + path + " ";
+    site.startAlone("-i 60 -l 600 -d 600");
     const auto hears = [&](const std::string& notice, int ms) {
         pollfd waiting{notices, POLLIN, 0};
         char text[100];
@@ -656,18 +657,24 @@ TEST(Field, TheWatchdogIsServedByWhatWorks) {
     };
     const std::string sign = "WATCHDOG=1";
     EXPECT_TRUE(hears("READY=1", 120000));
-    EXPECT_TRUE(hears(sign, 120000) && hears(sign, 120000));
-    site.write("runs", "");
-    const auto lock = site.lock(); // waiting for something that has an end is work
-    std::thread manager([&] { site.set("6.1.5.1", "i 77"); });
-    EXPECT_TRUE(soon([&] { return site.runs() > 0; }));
-    for (int i = 0; i < 3; ++i)
+    site.write("stall", ""); // waiting for something that has an end is a sign of life
+    std::thread manager([&] { EXPECT_EQ("", site.set("6.1.5.1", "i 77")); });
+    EXPECT_TRUE(soon([&] { return site.has("stalled"); }));
+    for (int i = 0; i < 8; ++i)
         EXPECT_TRUE(hears(sign, 120000)) << i;
-    site.release("locked");
+    site.release("stall");
     manager.join();
-    kill(side(site, "dev"), SIGSTOP);
-    EXPECT_TRUE(soon([&] { return !hears(sign, 2500); })); // more than the time that it has
-    kill(side(site, "dev"), SIGCONT);
+    for (const std::string name : {"dev", "net"})
+        kill(side(site, name), SIGSTOP);
+    for (const std::string name : {"dev", "net"}) {
+        const std::string killed = "grep 'corvantad-" + name + " gives no sign of life' agent.log";
+        EXPECT_TRUE(soon([&] { return !site.run(killed).empty(); })) << name;
+    }
+    site.awaitAgent();
+    EXPECT_TRUE(soon([&] { return site.set("6.1.5.1", "i 32").empty(); }));
+    kill(site.agent->pid(), SIGSTOP);
+    EXPECT_TRUE(soon([&] { return !hears(sign, 6000); }));
+    kill(site.agent->pid(), SIGCONT);
     EXPECT_TRUE(hears(sign, 120000));
     for (const std::string noTime : {"0", "soon"}) { // nobody watches
         EXPECT_EQ(0, site.agent->end(SIGTERM));
@@ -677,6 +684,37 @@ TEST(Field, TheWatchdogIsServedByWhatWorks) {
         EXPECT_FALSE(hears(sign, 500)) << noTime;
     }
     close(notices);
+}
+
+/// snmpd would drop an agent that doesn't answer, and with it the objects.
+TEST(Field, AMasterIsAnsweredThoughTheDeviceSideIsFrozen) {
+    Subagent site;
+    site.run("echo agentXTimeout 20 >>master.conf");
+    site.agent->end(SIGTERM);
+    site.master->end(SIGTERM);
+    site.startMaster();
+    site.startAgent("-x agentx -s state -d 15");
+    for (const bool thaws : {true, false}) {
+        SCOPED_TRACE(thaws);
+        site.awaitAgent();
+        site.write("hold", "");
+        std::thread manager([&] { EXPECT_EQ("(genError)", site.set("6.1.5.1", "i 77")); });
+        site.held();
+        const int frozen = side(site, "dev");
+        kill(frozen, SIGSTOP);
+        manager.join();
+        if (thaws) {
+            kill(frozen, SIGCONT);
+        } else {
+            EXPECT_NE("notWritable", site.set("6.1.5.2", "i 33"));
+            EXPECT_TRUE(
+                soon([&] { return !site.run("grep 'no sign of life' agent.log").empty(); }));
+        }
+        site.release("hold");
+        site.release("held");
+        EXPECT_TRUE(soon([&] { return site.set("6.1.5.2", "i 32").empty(); }));
+        EXPECT_EQ("32\n", site.sql("SELECT Vci FROM Atm WHERE Id=1"));
+    }
 }
 
 TEST(Field, AUserOwnsItsState) {
