@@ -16,7 +16,7 @@ Site::Site(const std::string& options) : Managers(folder) {
 namespace {
 
 /// Neither a set nor a value is ever too old on a busy machine; what comes later on a line counts.
-const char* const kPatient = " -s state -d 60 --max-age 3600 ";
+const char* const kPatient = " -s state -d 900 --max-age 3600 ";
 
 } // namespace
 
