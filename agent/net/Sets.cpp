@@ -11,6 +11,7 @@ namespace {
 using std::chrono::seconds;
 
 constexpr std::chrono::milliseconds kTell{250}; ///< of the deadline, to be told that it was missed
+constexpr seconds kDoubt{10}; ///< longer than that, for the next process to tell what is there
 
 } // namespace
 
@@ -204,6 +205,8 @@ void Sets::take(const Hello& hello) {
     // What the process before was at is taken back by its journal, if there is one. Else it was
     // not begun, or is done, which the device will tell.
     m_inDoubt = waits() && !hello.takesBack;
+    if (m_inDoubt && !m_options.master.empty()) // a master would not wait
+        m_giveUp = m_set->deadline + kDoubt;
     if (waits() && hello.takesBack)
         end({m_set->id, Outcome::undoing, Reason::failed, 0});
 }

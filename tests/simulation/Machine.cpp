@@ -35,6 +35,7 @@ Machine::Machine(bool reusesIds)
           return !m_killed;
       }) {
     options.state = Disk::kFolder;
+    options.master = "simulated";
     database.makeFactory();
 }
 

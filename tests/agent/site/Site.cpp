@@ -64,7 +64,7 @@ Subagent::Subagent() {
     environment += "SNMPCONFPATH=. ";
     std::string configuration =
         "agentaddress udp:" + address + "\nagentXSocket " + folder.string() +
-        "/agentx\nincludeFile " SNMPD_CONF "\nagentXTimeout 100\n"; // for busy machines
+        "/agentx\nincludeFile " SNMPD_CONF "\nagentXTimeout 1000\n"; // for busy machines
     for (const char* user : {"Reader", "Operator", "Stranger"})
         configuration += std::string("createUser corvanta") + user +
                          " SHA \"auth passphrase\" AES \"priv passphrase\"\n";
