@@ -68,6 +68,7 @@ void Oracle::processEnded() {
     m_fresh = true;
     m_state = ChangeState::idle; // until the next one tells otherwise
     m_counted = 0;
+    m_restoreWrote = false;
 }
 
 int Oracle::lastChange() const {
@@ -224,7 +225,7 @@ void Oracle::updated(Table table, const Record& row, std::size_t column, const C
             cell->second.last = now.text;
         return;
     }
-    change.restored = true;
+    change.restored = m_restoreWrote = true;
     if (before.writer.kind == Kind::others && before.when <= row.read)
         fail("what others have written is overwritten while a change is taken back: " +
              std::string(shapeOf(table).name) + " " + row.text());
@@ -248,7 +249,7 @@ void Oracle::inserted(Table table, const Record& row) {
         change.added[row.serial] = table;
         return;
     }
-    change.restored = true;
+    change.restored = m_restoreWrote = true;
     change.returned.push_back({table, row.serial, contentOf(table, row, nullptr)});
     const auto isLike = [&](const auto& other) {
         return other.table == table && other.content == change.returned.back().content;
@@ -285,7 +286,7 @@ void Oracle::removed(Table table, const Record& row, const Writer& writer) {
         }
         return;
     }
-    change.restored = true;
+    change.restored = m_restoreWrote = true;
     for (const Cell& cell : row.cells)
         if (cell.writer == kOthers && cell.when <= row.read)
             fail("a row that others have written is removed while a change is taken back: " +

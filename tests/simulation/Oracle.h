@@ -113,6 +113,7 @@ private:
     std::string isNotGone(int number, const Removed& removed, std::set<int>& claimed) const;
     std::string doesNotStay(int number) const;
     bool othersHave(agent::Table table, const Record& row) const;
+    bool othersUse(const Record& bridge) const;
     int leftAlone(int number) const;
     void restored(const agent::Snapshot& snapshot);
     void checkBridges();
@@ -129,6 +130,7 @@ private:
     bool m_fresh = true;   ///< the process has told nothing so far
     agent::ChangeState m_state = agent::ChangeState::idle;
     std::uint32_t m_counted = 0; ///< rows that were left alone, as the process tells
+    bool m_restoreWrote = false; ///< the process, to take something back
     bool m_othersWrote = false;  ///< since the change began that is being taken back
     std::map<int, Death> m_dead; ///< rows, by serial
     std::map<Place, std::vector<std::pair<Time, agent::Value>>> m_history;

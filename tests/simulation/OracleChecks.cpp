@@ -23,6 +23,12 @@ std::string named(Table table, const Record& row) {
     return std::string(shapeOf(table).name) + " " + row.text();
 }
 
+/// Whether others have written any of a row.
+bool hasOthers(const Record& row) {
+    return std::any_of(row.cells.begin(), row.cells.end(),
+                       [](const Cell& cell) { return cell.writer == kOthers; });
+}
+
 /// What runs the library's commands on a database, without an agent.
 class Reference : public agent::System {
 public:
@@ -70,9 +76,17 @@ bool Oracle::othersHave(Table table, const Record& row) const {
     const Records& rows = m_machine.database[table];
     return std::any_of(rows.begin(), rows.end(), [&](const Record& each) {
         return (subject == 0 || each.cells[subject].text == row.cells[subject].text) &&
-               std::any_of(each.cells.begin(), each.cells.end(),
-                           [](const Cell& cell) { return cell.writer == kOthers; });
+               hasOthers(each);
     });
+}
+
+/// Whether others have something in a bridge, which then has to stay.
+bool Oracle::othersUse(const Record& bridge) const {
+    for (const Table table : {Table::bridgeInterface, Table::bridgeFilter})
+        for (const Record& row : m_machine.database[table])
+            if (row.cells[1].text == bridge.cells[0].text && hasOthers(row))
+                return true;
+    return false;
 }
 
 std::string Oracle::isNotGone(int number, const Removed& removed, std::set<int>& claimed) const {
@@ -125,7 +139,7 @@ std::string Oracle::isNotGone(int number) const {
         const bool only = std::all_of(row->cells.begin(), row->cells.end(), [&](const Cell& cell) {
             return cell.writer.change == number && cell.writer.kind != Kind::others;
         });
-        if (only)
+        if (only && !(table == Table::bridge && othersUse(*row)))
             return "a row of a change is left: " + named(table, *row);
     }
     return "";
@@ -172,14 +186,13 @@ int Oracle::leftAlone(int number) const {
 /// A change has been taken back, as the process says.
 void Oracle::restored(const agent::Snapshot& snapshot) {
     ++seen["a change was taken back"];
+    if (m_machine.disk.wasUnwell && !m_restoreWrote)
+        return; // the process could not see for a while whether there was anything
     const int counted = static_cast<int>(snapshot.counters.rowsNotRestored - m_counted);
     const int number = m_restored;
     if (number < 0)
         return; // one on trial that had nothing to do
-    Change& change = m_changes[static_cast<std::size_t>(number)];
-    if (m_machine.disk.wasUnwell && !change.restored)
-        return; // the process could not see for a while whether there was anything
-    change.restored = true;
+    m_changes[static_cast<std::size_t>(number)].restored = true;
     if (const std::string left = isNotGone(number); !left.empty())
         fail("of a change that was taken back: " + left);
     if (counted > 0)
@@ -200,8 +213,7 @@ void Oracle::checkBridges() {
     for (const Table table : {Table::bridgeInterface, Table::bridgeFilter}) {
         const Record* lan = nullptr;
         for (const Record& row : database[table]) {
-            const bool ours = std::none_of(row.cells.begin(), row.cells.end(),
-                                           [](const Cell& cell) { return cell.writer == kOthers; });
+            const bool ours = !hasOthers(row);
             if (m_othersWrites == 0 && !isThere(row.cells[1].text))
                 fail("what a bridge had is left, and the bridge is gone: " + named(table, row));
             if (table == Table::bridgeInterface && ours) {

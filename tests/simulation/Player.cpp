@@ -17,8 +17,8 @@ namespace {
 
 constexpr const char* kJournal = "/simulated/change.journal";
 constexpr seconds kSettled{150}; ///< by then everything has come to its end, once faults end
-constexpr seconds kServed{30};   ///< likewise, and then a set is made
-constexpr seconds kStopped{11}; ///< by then it has, once it was asked to
+constexpr seconds kServed{60};   ///< likewise, and then a set is made
+constexpr seconds kStopped{11};  ///< by then it has, once it was asked to
 constexpr std::uint64_t kMostSteps = 1000000;
 constexpr seconds kRestart{1}; ///< that the parent waits before it starts a process again
 

@@ -54,7 +54,7 @@ private:
     std::optional<Time> m_fireAt;
     std::optional<Request> m_lastRequest;
     int m_number = 0;
-    Time m_networkWaits{};      ///< until then the network's process is frozen, or not there
+    Time m_networkWaits{}; ///< until then the network's process is frozen, or not there
     Time m_stopAsked{};
     Time m_by{};                ///< when this phase must be over
     bool m_machineEnds = false; ///< both processes and the link begin anew
