@@ -21,12 +21,12 @@ public:
     /// @return whether there is such a process
     bool start();
 
-    /// It has ended, or could not be started: it is due again after a pause.
+    /// To be called when it has ended or could not be started: it is due again after a pause.
     void ended();
     bool due() const { return !running() && Clock::now() >= m_due; }
 
-    /// Asks it to stop, and kills it when it has not in time. To be called until it has ended; the
-    /// time counts from the first call.
+    /// Asks it to stop, and kills it when that takes too long. To be called again and again until
+    /// it has ended; the time limit counts from the first call.
     void stop(std::chrono::seconds time);
 
 private:

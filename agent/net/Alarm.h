@@ -6,14 +6,14 @@
 
 namespace agent::net {
 
-/// Calls a function at a time, by the toolkit's clock, which has whole seconds.
+/// Calls a function at a given time. The toolkit's clock, which it uses, counts whole seconds.
 class Alarm {
 public:
     Alarm(const System& system, std::function<void()> call);
     Alarm(const Alarm&) = delete;
     Alarm& operator=(const Alarm&) = delete;
 
-    /// Sees to a call at that time, or a second later at most. Earlier calls are possible.
+    /// Schedules a call at that time or up to a second later. Calls before it are possible.
     void setFor(Clock::time_point time);
 
 private:
