@@ -129,7 +129,7 @@ void Worker::stopNow() {
 
 void Worker::run() {
     if (initialize(m_options.verbose) != 1)
-        log(LOG_ERR, "the library could not be made ready");
+        log(LOG_ERR, "the library could not be initialized");
     openLog(m_options.foreground); // the library has opened it without standard error
     readMapping(m_board.next.model);
     greet();

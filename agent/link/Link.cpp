@@ -10,7 +10,7 @@ std::optional<Message> Link::receive() {
         return std::nullopt;
     auto message = unpack(*packet);
     if (!message)
-        log(LOG_ERR, "a message is not understood");
+        log(LOG_ERR, "a malformed message from the other process is dropped");
     return message;
 }
 

@@ -245,7 +245,7 @@ TEST(Agent, ServesNoOldValues) {
 }
 
 TEST(Agent, NamesMistakesInItsOptions) {
-    const std::string seconds = " is no number of seconds from 1 to 604800";
+    const std::string seconds = " is not a number of seconds from 1 to 604800";
     const std::pair<std::string, std::string> cases[] = {
         {"--nowhere", "'--nowhere'"},
         {"-y", "'-y'"},
