@@ -262,7 +262,7 @@ End Trial::settle() {
     if (m_state == State::restoring)
         return {kReverted, "the router is taking the change back"};
     if (m_state != State::idle && m_isConfirming)
-        return {kUnknown, "it is not known whether the router got to know that the change stays"};
+        return {kUnknown, "it is not known whether the confirmation reached the router"};
     if (m_state != State::idle)
         return {kUnreachable, "the router could not be told: " + itself};
     if (!m_wasSeen)
