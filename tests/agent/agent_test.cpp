@@ -160,6 +160,7 @@ TEST(Agent, RefusesWhatDoesNotFitAndChangesNothing) {
         {"7.1.4.1", "i 1", "wrongType"},
         {"3.1.0", "x 00", "wrongValue"},
         {"7.1.2.1", "i 3", "wrongValue"},
+        {"6.1.2.1", "i 0", "wrongValue"},
         {"6.1.4.1", "i -1", "wrongValue"},
         {"6.1.4.1", "i 256", "wrongValue"},
         {"6.1.5.1", "i 65536", "wrongValue"},
@@ -184,9 +185,9 @@ TEST(Agent, RefusesWhatDoesNotFitAndChangesNothing) {
     EXPECT_EQ(before, site.sql(".dump"));
     EXPECT_FALSE(site.has("hit"));
     EXPECT_EQ("Counter32: " + std::to_string(refused), site.get("1.4.0"));
-    // What a shell would take for more than a word, but a text may hold.
-    EXPECT_EQ("", site.set("7.1.4.1", "s \"*'&<>()!\""));
-    EXPECT_EQ("*'&<>()!\n", site.sql("SELECT ParentIf FROM VLAN WHERE Id=2"));
+    // What a shell would take for more than a word, but a text may hold; as long as one may be.
+    EXPECT_EQ("", site.set("7.1.4.1", "s \"*'&<>()!12345\""));
+    EXPECT_EQ("*'&<>()!12345\n", site.sql("SELECT ParentIf FROM VLAN WHERE Id=2"));
 }
 
 TEST(Agent, ShowsAWalkOneSnapshot) {
