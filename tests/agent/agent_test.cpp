@@ -245,6 +245,12 @@ TEST(Agent, ServesNoOldValues) {
     EXPECT_LT(site.logged(), 8) << site.run("cat agent.log");
 }
 
+TEST(Agent, KillsAndCountsClientsThatHang) {
+    Site site("-i 1 -l 2");
+    site.write("stall", "");
+    EXPECT_TRUE(soon([&] { return site.get("1.5.0") != "Counter32: 0"; }));
+}
+
 TEST(Agent, NamesMistakesInItsOptions) {
     const std::string seconds = " is not a number of seconds from 1 to 604800";
     const std::pair<std::string, std::string> cases[] = {
