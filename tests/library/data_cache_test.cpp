@@ -92,7 +92,7 @@ TEST_F(DataCacheTest, LoadsEverythingInOrder) {
 TEST_F(DataCacheTest, WhatCannotBeReadStaysEmpty) {
     database[atmRead(4)] = "0|" + std::string(20, 'd') + "|1|2|3";
     database[atmRead(5)] = "2||x| 7y|-1\n"; // no empty fields: four tokens
-    database[atmRead(6)] = "2|d|x| 7y|-1|9\n";
+    database[atmRead(6)] = "x|d|x| 7y|-1|9\n";
     database[atmRead(7)] = notStarted;
     database[slotRead(2)] = "x\n";
     database[memberBridge(7)] = "-1\n"; // the Id of no slot
