@@ -188,6 +188,7 @@ TEST(Agent, RefusesWhatDoesNotFitAndChangesNothing) {
     // What a shell would take for more than a word, but a text may hold; as long as one may be.
     EXPECT_EQ("", site.set("7.1.4.1", "s \"*'&<>()!12345\""));
     EXPECT_EQ("*'&<>()!12345\n", site.sql("SELECT ParentIf FROM VLAN WHERE Id=2"));
+    EXPECT_EQ("", site.set("7.1.4.1", "s ''"));
 }
 
 TEST(Agent, ShowsAWalkOneSnapshot) {
