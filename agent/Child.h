@@ -23,7 +23,7 @@ public:
     /// @return whether there is such a process
     bool start();
 
-    /// It has ended, or could not be started: it is due again after a pause.
+    /// To be called when it has ended or could not be started: it is due again after a pause.
     void ended();
     bool due() const { return !running() && Clock::now() >= m_due; }
 

@@ -25,7 +25,8 @@ namespace fs = std::filesystem;
 constexpr std::chrono::seconds kEnd{2}; ///< for another agent, or a killed client, to end
 constexpr int kOpenLock = O_RDWR | O_CREAT | O_NOFOLLOW;
 
-/// Visits the entries of a folder, as far as they can be read: those of /proc go at any time.
+/// Visits the entries of a folder, as far as they can be read: those of /proc can vanish at any
+/// time.
 template <class Do>
 void forEachIn(const fs::path& folder, Do action) {
     std::error_code gone;

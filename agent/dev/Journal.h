@@ -7,9 +7,9 @@
 
 namespace agent::dev {
 
-/// The file that tells how to take the change back that is under way, or pending.
-/// It outlives whatever ends this program: it is there, whole, before the first
-/// row changes, and gone before anybody is told that the change stays.
+/// The file that says how to take back the change that is under way or pending. It survives
+/// whatever ends this program: it is completely there before the first row changes, and gone before
+/// anybody is told that the change stays.
 class Journal {
 public:
     explicit Journal(System& system) : m_system(system) {}

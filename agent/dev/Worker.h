@@ -9,9 +9,9 @@
 
 namespace agent::dev {
 
-/// The process that owns the library: it takes in what the other side asks, does what is due, and
-/// listens while a program runs. Refresh keeps up with the device, Changer makes changes, which go
-/// before what is left of a refresh, and Undo takes them back.
+/// The process that owns the library. It takes requests from the network process, does what is due,
+/// and listens while a program runs. Refresh keeps up with the device. Changer makes changes, which
+/// come before the rest of a refresh, and Undo takes them back.
 class Worker {
 public:
     Worker(const Options& options, System& system);

@@ -91,7 +91,7 @@ bool Notifications::forgetOthers(const std::vector<State>& states) {
     return m_states.size() != before;
 }
 
-/// Whether a change was taken back since it was last told; those before the start are no news.
+/// Whether a change was taken back since the last one that was told, or since the start.
 bool Notifications::isNews(std::uint32_t reverts) {
     if (!m_reverts)
         m_reverts = reverts;

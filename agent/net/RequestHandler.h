@@ -17,13 +17,13 @@ class RequestHandler {
 public:
     RequestHandler(const Options& options, System& system);
 
-    /// Registers corvantaObjects with the toolkit. @return whether it took that
+    /// Registers corvantaObjects with the toolkit. @return whether that succeeded
     bool registerObjects();
 
     /// Takes in what the device's process has sent.
     void receive();
 
-    /// Sees to it that no get waits for a set. To be called between two rounds of the toolkit's.
+    /// Keeps gets from waiting for a set. To be called between two rounds of the toolkit.
     void releaseRequests();
 
     /// Whether notifications reach a master.

@@ -40,7 +40,7 @@ void onBeat(unsigned, void* system) {
 std::optional<std::string> giveUpRights(const Start& start) {
     const pid_t parent = getppid();
     if (!start.dropPrivileges())
-        return "";                    // which has said why
+        return "";                    // it has logged why
     prctl(PR_SET_PDEATHSIG, SIGKILL); // a change of user has undone it
     if (getppid() != parent)
         return "the parent has ended";
@@ -52,7 +52,7 @@ std::optional<std::string> giveUpRights(const Start& start) {
 } // namespace
 
 int serve(const Options& options, const Start& start) {
-    // One that is started again may have lost the right to.
+    // A process that is started again may no longer have the right to read it.
     if (!options.config.empty() && access(options.config.c_str(), R_OK) != 0)
         return fail("cannot read " + options.config);
     RealSystem system(start.ends, options.beat, options.state, "");

@@ -202,8 +202,8 @@ void Sets::take(const Hello& hello) {
     if (hello.incarnation == m_incarnation)
         return;
     m_incarnation = hello.incarnation;
-    // What the process before was at is taken back by its journal, if there is one. Else it was
-    // not begun, or is done, which the device will tell.
+    // A journal takes back what the process before had under way. Without one, the set was either
+    // not begun or is done, which the device will show.
     m_inDoubt = waits() && !hello.takesBack;
     if (m_inDoubt && !m_options.master.empty()) // a master would not wait
         m_giveUp = m_set->deadline + kDoubt;
@@ -247,7 +247,7 @@ void Sets::end(const SetResult& result) {
     m_inDoubt = false;
     m_snapshots.showNewest();
     if (m_state == State::takingBack) {
-        // The manager is told what has failed, unless this has.
+        // The manager is told of the part that failed first, unless taking back fails too.
         const bool back = result.outcome == Outcome::refused;
         m_answer = {back ? ErrorStatus::genErr : ErrorStatus::undoFailed, 0};
         m_log.end(back ? "taken back, since another part of the request failed"

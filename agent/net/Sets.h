@@ -38,9 +38,9 @@ namespace agent::net {
 ///     failed      the answer is an error
 ///     repeated    there is no set, but the answer that was given to it before
 ///
-/// When the device's process dies without a journal, nobody tells what has become of the set: it is
-/// in doubt, in `performing` and `takingBack` alone, until the next process has read the device.
-/// With a journal the set is taken back.
+/// When the device process dies without a journal, nothing says what has become of the set. It is
+/// then in doubt, in `performing` or `takingBack`, until the next process has read the device. With
+/// a journal the set is taken back.
 ///
 /// A master that ends takes the request with it: begin() is legal in every state but those that
 /// wait for the device's process, and ends what was there before.
@@ -62,7 +62,7 @@ public:
     /// The request is over. @param refused  counts among those that managers see as refused
     void release(bool refused);
 
-    /// The manager who waits has hung up. The set goes on to its end.
+    /// The manager that waits has disconnected. The set goes on to its end.
     void hangUp();
 
     bool waits() const; ///< for the device's process
@@ -78,7 +78,8 @@ public:
     /// Ends the wait when its time is over.
     void checkTime();
 
-    /// Forgets answers that no request can ask for again. @param oldest  arrival of those at hand
+    /// Forgets answers that are too old to be asked for again.
+    /// @param oldest  when the oldest request that is still to be handled arrived
     void forgetAnswers(Clock::time_point oldest) { m_answers.forgetBefore(oldest); }
 
     std::uint32_t refused() const { return m_refused; }

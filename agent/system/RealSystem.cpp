@@ -70,7 +70,8 @@ System::Events RealSystem::wait(const Events& wanted, Clock::time_point until) {
 void RealSystem::send(const std::string& packet) {
     if (::send(m_ends.link, packet.data(), packet.size(), MSG_DONTWAIT | MSG_NOSIGNAL) < 0 &&
         errno != EAGAIN)
-        m_lines.log(now(), LOG_ERR, std::string("a message is lost: ") + std::strerror(errno));
+        m_lines.log(now(), LOG_ERR,
+                    std::string("a message to the other process is lost: ") + std::strerror(errno));
 }
 
 std::optional<std::string> RealSystem::receive() {

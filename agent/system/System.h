@@ -11,7 +11,7 @@ namespace agent {
 
 using Clock = std::chrono::steady_clock;
 
-/// What a file looks like from outside: two that differ mean that the file has changed.
+/// What a file looks like from outside. When two of these differ, the file has changed.
 struct FileState {
     dev_t device = 0;
     ino_t inode = 0;
@@ -40,7 +40,7 @@ struct ProgramEnd {
 /// messages to the other process. What decides in the agent knows nothing else of the outside, so
 /// that a test can play any history of faults with it, in a world of its own.
 ///
-/// One thread uses it. Nothing here throws but for want of memory.
+/// One thread uses it. Nothing here throws, unless memory runs out.
 class System {
 public:
     virtual ~System() = default;

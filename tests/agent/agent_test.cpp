@@ -160,6 +160,7 @@ TEST(Agent, RefusesWhatDoesNotFitAndChangesNothing) {
         {"7.1.4.1", "i 1", "wrongType"},
         {"3.1.0", "x 00", "wrongValue"},
         {"7.1.2.1", "i 3", "wrongValue"},
+        {"6.1.2.1", "i 0", "wrongValue"},
         {"6.1.4.1", "i -1", "wrongValue"},
         {"6.1.4.1", "i 256", "wrongValue"},
         {"6.1.5.1", "i 65536", "wrongValue"},
@@ -184,9 +185,10 @@ TEST(Agent, RefusesWhatDoesNotFitAndChangesNothing) {
     EXPECT_EQ(before, site.sql(".dump"));
     EXPECT_FALSE(site.has("hit"));
     EXPECT_EQ("Counter32: " + std::to_string(refused), site.get("1.4.0"));
-    // What a shell would take for more than a word, but a text may hold.
-    EXPECT_EQ("", site.set("7.1.4.1", "s \"*'&<>()!\""));
-    EXPECT_EQ("*'&<>()!\n", site.sql("SELECT ParentIf FROM VLAN WHERE Id=2"));
+    // What a shell would take for more than a word, but a text may hold; as long as one may be.
+    EXPECT_EQ("", site.set("7.1.4.1", "s \"*'&<>()!12345\""));
+    EXPECT_EQ("*'&<>()!12345\n", site.sql("SELECT ParentIf FROM VLAN WHERE Id=2"));
+    EXPECT_EQ("", site.set("7.1.4.1", "s ''"));
 }
 
 TEST(Agent, ShowsAWalkOneSnapshot) {
@@ -244,8 +246,14 @@ TEST(Agent, ServesNoOldValues) {
     EXPECT_LT(site.logged(), 8) << site.run("cat agent.log");
 }
 
+TEST(Agent, KillsAndCountsClientsThatHang) {
+    Site site("-i 1 -l 2");
+    site.write("stall", "");
+    EXPECT_TRUE(soon([&] { return site.get("1.5.0") != "Counter32: 0"; }));
+}
+
 TEST(Agent, NamesMistakesInItsOptions) {
-    const std::string seconds = " is no number of seconds from 1 to 604800";
+    const std::string seconds = " is not a number of seconds from 1 to 604800";
     const std::pair<std::string, std::string> cases[] = {
         {"--nowhere", "'--nowhere'"},
         {"-y", "'-y'"},

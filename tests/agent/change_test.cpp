@@ -142,6 +142,7 @@ const Scenario kScenarios[] = {
         {"6.1.5.1 i 33", ""}, // reads everything again
         {"wait 4", ""},
         {"6.1.5.1", "INTEGER: 33"},
+        {"7.1.4.2", "No Such Instance currently exists at this OID"},
         {"1.2.0", "Counter32: 0"},
         {"6.1.5.1 i 32", ""},
         {"sql DELETE FROM Bridge; DELETE FROM BridgeFilter; DELETE FROM BridgeInterface;"
