@@ -1,9 +1,8 @@
 // How the agent takes changes back, on a database in memory: many changes made up at random, each
 // broken off somewhere, beside what others do.
 
-#include "agent/change/JournalText.h"
-#include "agent/change/Restore.h"
-#include "agent/change/Stage.h"
+#include "RowsDatabase.h"
+
 #include "agent/dev/DatabaseReader.h"
 
 #include <corvanta.h>
@@ -12,6 +11,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <fstream>
 #include <functional>
 #include <map>
 #include <random>
@@ -104,23 +104,54 @@ protected:
         return filled(kChanges[pick(3 + m_tables)], database, name());
     }
 
-    /// @param others what they do before each command
+    /// Rehearses commands, and performs them until a process ends or one has failed.
+    /// @return what is known of it afterwards, by the process or by the next one
+    Record perform(RowsDatabase& database, const std::vector<std::string>& commands) {
+        Record planned;
+        Image image = database.rows;
+        Stage rehearsal(image, &planned);
+        for (const std::string& command : commands)
+            rehearsal.answer(" quorlet \" " + command + " ;\" ");
+        database.journal = toText({false, planned});
+        Record done;
+        image = database.rows;
+        Stage stage(image, &done);
+        const std::size_t end = random() % (commands.size() + 1);
+        const int fault = pick(4);
+        std::size_t run = 0;
+        const auto client = [&](const std::string& line) -> std::optional<std::string> {
+            const bool last = run++ == end;
+            if (run > end + 1 || (last && fault < 2))
+                return std::nullopt;
+            const std::string said = database.client(RowsDatabase::Who::change, line);
+            return last ? std::nullopt : std::optional(said);
+        };
+        stage.perform(rehearsal.written(), client, [&](const Rehearsed& row, int id) {
+            planned.renumber(row.command.table, row.trail, id);
+            database.journal = toText({false, planned});
+            return true;
+        });
+        for (const std::string& command : commands)
+            stage.answer(" quorlet \" " + command + " ;\" ");
+        return fault % 2 == 0 ? done : toEntry(database.journal)->record;
+    }
+
+    /// Takes a change back, broken off anywhere and gone on with by the same process or the next.
     /// @return how many rows were left alone; -1 when it came to no end
-    int takeBack(
-        const Record& record, Image& database, const std::function<void()>& others = [] {}) {
-        constexpr int kMostRounds = 50;
-        constexpr int kBrokenOff = 20; ///< anywhere, and begun again
-        for (int round = 0; round < kMostRounds; ++round) {
-            const Restoring next = restoring(record, database, std::max(0, round - kBrokenOff));
-            if (next.commands.empty())
-                return next.leftAlone;
-            auto until = next.commands.end();
-            if (round < kBrokenOff)
-                until = next.commands.begin() + 1 + pick(static_cast<int>(next.commands.size()));
-            for (auto command = next.commands.begin(); command != until; ++command) {
-                others();
-                Stage(database).answer(*command);
-            }
+    int restore(RowsDatabase& database, Record record) {
+        constexpr int kMostTries = 40;
+        constexpr int kBrokenOff = 20;
+        Image image;
+        for (int i = 0; i < kMostTries; ++i) {
+            database.until = i < kBrokenOff ? 1 + pick(40) : -1;
+            database.endsAfter = pick(2) == 0;
+            const auto leftAlone = takeBack(record, image, database);
+            if (leftAlone)
+                return *leftAlone;
+            if (pick(2) == 0)
+                continue;
+            record = toEntry(database.journal)->record;
+            image = {};
         }
         return -1;
     }
@@ -135,65 +166,211 @@ TEST_F(RowsTest, ComeBackFromWhereverAChangeWasBrokenOff) {
     for (int i = 0; i < kTries && !HasFailure(); ++i) {
         m_names = 1 + pick(4);
         m_tables = 1 + pick(1 + pick(5));
-        Image database;
+        RowsDatabase site;
+        Image& database = site.rows;
+        site.lowestFree = pick(2) == 0;
         for (int id = 1; id < 4; ++id)
             database[Table::vlan].push_back({{std::to_string(id), "0", "eth0.1", "wan1"}});
         for (int n = pick(12); n > 0; --n)
             run(database, insert(database, name()));
-
-        Record record;
-        Image rehearsal = database;
         std::vector<std::string> commands;
+        Image rehearsal = database;
         for (int n = 1 + pick(10); n > 0; --n) {
             commands.push_back(change(rehearsal));
-            run(rehearsal, commands.back(), &record);
+            run(rehearsal, commands.back());
         }
         Image expected = database;
-        const std::size_t done = random() % (commands.size() + 1);
-        for (std::size_t n = 0; n < done; ++n)
-            run(database, commands[n]);
+        const Record record = perform(site, commands);
         for (int n = pick(3); n > 0; --n) { // others add rows of their own
             const std::string other = insert(expected, "other" + std::to_string(n));
             const bool refers = other.find("BridgeId") != other.npos;
             if (!refers && run(database, other) != "")
                 run(expected, other);
         }
-        const auto entry = toEntry(toText({pick(2) == 0, record}));
-        ASSERT_TRUE(entry);
-        std::string story = "try " + std::to_string(i) + ", " + std::to_string(done) + " of:\n";
+        std::string story = "try " + std::to_string(i) + "\n";
         for (const std::string& command : commands)
             story += command + "\n";
         SCOPED_TRACE(story + toLines(record));
-        EXPECT_EQ(0, takeBack(entry->record, database));
+        const int leftAlone = restore(site, record);
+        EXPECT_EQ(0, site.lowestFree ? std::min(leftAlone, 0) : leftAlone);
         EXPECT_EQ(contents(expected), contents(database));
     }
 }
 
-TEST_F(RowsTest, AreLeftAloneOnceOthersHaveChangedThem) {
-    // A change, what others do, a command that tells, its answer, and how many rows are left alone.
-    const char* const cases[][5] = {
-        {"updatekey VLAN Id 1 Enable integer:1", "updatekey VLAN Id 1 ParentIf text:wan9",
-         "selectkey VLAN Id 1 Enable ParentIf", "1|wan9\n", "1"},
-        {"insertkey StatusNetifConfig Name text:new", "deletekey StatusNetifConfig Name new",
-         "selectkey StatusNetifConfig Name new Id", "Unknown row\n", "0"},
-        {"insertkey NetworkSetupNode InterfaceName text:new Enable integer:1",
-         "updatekey NetworkSetupNode InterfaceName new Enable integer:0",
-         "selectkey NetworkSetupNode InterfaceName new Enable", "0\n", "1"},
-        // Another row with the Id of one that the change removed.
-        {"deletekey Bridge Name br1", "insertkey Bridge Name text:other",
-         "selectrow Bridge 1 Name Stp", "br1|0\n", "0"},
-        {"deletekey Bridge Name br1", "insertkey Bridge Name text:br1 Stp integer:1",
-         "selectrow Bridge 0 Name Stp", "br1|1\n", "1"},
+TEST_F(RowsTest, GoBackColumnByColumnAmongWhatOthersWrite) {
+    // Commands of the change, of others (>) and of both in turn, a command that tells, its answer,
+    // and how many rows are left alone.
+    const struct {
+        std::vector<const char*> commands;
+        const char* left;
+        const char* answer;
+        int leftAlone;
+    } cases[] = {
+        {{"updatekey VLAN Id 1 Enable integer:1", ">updatekey VLAN Id 1 ParentIf text:wan9"},
+         "selectkey VLAN Id 1 Enable ParentIf",
+         "0|wan9\n",
+         0},
+        {{"updatekey VLAN Id 1 Enable integer:1", ">updatekey VLAN Id 1 Enable integer:7"},
+         "selectkey VLAN Id 1 Enable",
+         "7\n",
+         1},
+        {{"updatekey VLAN Id 1 ParentIf text:a", ">updatekey VLAN Id 1 ParentIf text:b",
+          "updatekey VLAN Id 1 Enable integer:1"},
+         "selectkey VLAN Id 1 Enable ParentIf",
+         "0|b\n",
+         1},
+        {{"updatekey VLAN Id 1 ParentIf text:a", ">updatekey VLAN Id 1 ParentIf text:b",
+          "updatekey VLAN Id 1 ParentIf text:c"},
+         "selectkey VLAN Id 1 ParentIf",
+         "b\n",
+         0},
+        {{"updatekey VLAN Id 1 ParentIf text:a", "updatekey VLAN Id 1 ParentIf text:wan1",
+          ">updatekey VLAN Id 1 Enable integer:7"},
+         "selectkey VLAN Id 1 Enable ParentIf",
+         "7|wan1\n",
+         0},
+        {{"updatekey VLAN Id 1 Enable integer:1", ">deletekey VLAN Id 1"}, "size VLAN", "0\n", 1},
+        {{"updatekey Bridge Id 1 Stp integer:1", ">updatekey Bridge Id 1 Name text:theirs"},
+         "selectkey Bridge Id 1 Name Stp",
+         "theirs|1\n",
+         1}, // or another row with its Id
+        {{"insertkey StatusNetifConfig Name text:new", ">deletekey StatusNetifConfig Name new"},
+         "size StatusNetifConfig",
+         "0\n",
+         0},
+        {{"insertkey StatusNetifConfig Name text:new",
+          ">updatekey StatusNetifConfig Name new Name text:theirs"},
+         "size StatusNetifConfig",
+         "1\n",
+         1},
+        {{"insertkey NetworkSetupNode InterfaceName text:new Enable integer:1",
+          ">updatekey NetworkSetupNode InterfaceName new Enable integer:0",
+          "updatekey NetworkSetupNode InterfaceName new Enable integer:2"},
+         "selectkey NetworkSetupNode InterfaceName new Enable",
+         "0\n",
+         1},
+        // Others' row with the Id of one that the change removed.
+        {{"deletekey Bridge Name br1", ">insertkey Bridge Name text:other"},
+         "selectrow Bridge 1 Name Stp",
+         "br1|0\n",
+         0},
+        {{"deletekey Bridge Name br1", ">insertkey Bridge Name text:br1 Stp integer:1"},
+         "selectrow Bridge 0 Name Stp",
+         "br1|1\n",
+         1},
+        {{"deletekey Bridge Name br1", ">insertkey Bridge Name text:br1 Stp integer:1",
+          "deletekey Bridge Name br1"},
+         "selectrow Bridge 0 Name Stp",
+         "br1|0\n",
+         0},
+        {{">updatekey Bridge Id 1 Stp integer:5", "updatekey Bridge Id 1 Name text:a",
+          ">updatekey Bridge Id 1 Stp integer:6", "deletekey Bridge Id 1"},
+         "selectrow Bridge 0 Name Stp",
+         "br1|6\n",
+         0},
+        // Members of a bridge that is gone, and a bridge that others use.
+        {{"deletekey BridgeInterface BridgeId 1", ">deletekey Bridge Id 1"},
+         "size BridgeInterface",
+         "0\n",
+         1},
+        {{"insertkey Bridge Name text:new",
+          "insertkey BridgeInterface BridgeId integer:2 Interface text:a",
+          ">updatekey BridgeInterface Interface a Interface text:b"},
+         "selectkey Bridge Name new Id",
+         "2\n",
+         2},
+        {{"insertkey Bridge Name text:new",
+          ">insertkey BridgeFilter BridgeId integer:2 FilterRule text:a"},
+         "selectkey Bridge Name new Id",
+         "2\n",
+         1},
+        {{"insertkey Bridge Name text:new", "updatekey BridgeInterface Id 1 BridgeId integer:2",
+          ">deletekey Bridge Id 1"},
+         "selectkey BridgeInterface Id 1 BridgeId",
+         "2\n",
+         2},
+        {{"deletekey Bridge Id 1"}, "selectkey BridgeInterface Id 1 BridgeId", "1\n", 0},
+        {{"deletekey Bridge Id 1", ">insertkey Bridge Name text:br9"},
+         "selectkey BridgeInterface Id 1 BridgeId",
+         "2\n",
+         0},
     };
-    for (const auto& [change, other, left, answer, leftAlone] : cases) {
-        Image database;
-        database[Table::vlan].push_back({{"1", "0", "eth0.1", "wan1"}});
-        run(database, "insertkey Bridge Name text:br1 Stp integer:0");
+    for (const auto& [commands, left, answer, leftAlone] : cases) {
+        RowsDatabase database;
+        database.rows[Table::vlan].push_back({{"1", "0", "eth0.1", "wan1"}});
+        run(database.rows, "insertkey Bridge Name text:br1 Stp integer:0");
+        run(database.rows, "insertkey BridgeInterface BridgeId integer:1 Interface text:eth0");
         Record record;
-        run(database, change, &record);
-        run(database, other);
-        EXPECT_EQ(leftAlone, std::to_string(takeBack(record, database))) << change;
-        EXPECT_EQ(answer, run(database, left)) << change;
+        for (const std::string command : commands) {
+            const bool others = command.front() == '>';
+            run(database.rows, command.substr(others ? 1 : 0), others ? nullptr : &record);
+        }
+        record.settle();
+        database.journal = toText({true, record});
+        EXPECT_EQ(leftAlone, restore(database, record)) << commands.back();
+        EXPECT_EQ(answer, run(database.rows, left)) << commands.back();
+    }
+}
+
+TEST_F(RowsTest, AreNotPutBackTwice) {
+    // Others delete what has just come back, or change it.
+    for (const std::string other :
+         {"deletekey StatusNetifConfig Name a", "updatekey StatusNetifConfig Name a Name text:b"}) {
+        RowsDatabase database;
+        run(database.rows, "insertkey StatusNetifConfig Name text:a");
+        Record record;
+        run(database.rows, "deletekey StatusNetifConfig Name a", &record);
+        record.settle();
+        bool back = false;
+        bool done = false;
+        database.see = [&](RowsDatabase::Who) { back = true; };
+        database.others = [&] {
+            if (std::exchange(done, back) || !back)
+                return;
+            run(database.rows, other);
+            database.until = 0; // and the next process goes on
+        };
+        Image image;
+        EXPECT_EQ(std::nullopt, takeBack(record, image, database));
+        const Rows left = database.rows[Table::netif];
+        database.until = -1;
+        record = toEntry(database.journal)->record;
+        EXPECT_EQ(1, takeBack(record, image, database));
+        EXPECT_EQ(left, database.rows[Table::netif]) << other;
+    }
+}
+
+TEST_F(RowsTest, ComeBackByAJournalOfVersion1) {
+    std::ifstream file(JOURNAL);
+    const std::string text((std::istreambuf_iterator<char>(file)), {});
+    const auto entry = toEntry(text);
+    ASSERT_TRUE(entry);
+    EXPECT_TRUE(entry->pending);
+    RowsDatabase database;
+    for (const char* const command : {
+             "insertkey Bridge Name text:brA",
+             "insertkey Bridge Name text:brB Stp integer:1",
+             "insertkey Bridge Name text:br1",
+             "insertkey BridgeInterface BridgeId integer:3 Interface text:eth0.101",
+             "insertkey BridgeInterface BridgeId integer:3 Interface text:wan1",
+             "deletekey Bridge Name brA",
+             "insertkey StatusNetifConfig Name text:eth0.101",
+         })
+        run(database.rows, command);
+    database.rows[Table::vlan].push_back({{"1", "1", "eth0.101", "eth0"}});
+    database.journal = text;
+    EXPECT_EQ(0, restore(database, entry->record));
+    EXPECT_EQ("brB|1\n", run(database.rows, "selectrow Bridge 0 Name Stp"));
+    EXPECT_EQ("brA with blanks|0\n", run(database.rows, "selectrow Bridge 1 Name Stp"));
+    EXPECT_EQ("eth0\n", run(database.rows, "selectkey BridgeInterface BridgeId 4 Interface"));
+    EXPECT_EQ("1\n", run(database.rows, "size BridgeInterface"));
+    EXPECT_EQ("0\n", run(database.rows, "size StatusNetifConfig"));
+    EXPECT_EQ("0\n", run(database.rows, "selectkey VLAN Id 1 Enable"));
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        std::string torn = text;
+        torn[i] = static_cast<char>(torn[i] ^ 1);
+        EXPECT_FALSE(toEntry(torn)) << i;
+        EXPECT_FALSE(toEntry(text.substr(0, i))) << i;
     }
 }
 
@@ -243,25 +420,23 @@ protected:
 TEST_F(NeighboursTest, ComeBackBehindOneAnother) {
     constexpr int kTries = 5000;
     for (int i = 0; i < kTries && !HasFailure(); ++i) {
-        Image database;
+        RowsDatabase site;
+        Image& database = site.rows;
         for (int n = pick(6); n > 0; --n)
             for (const std::string& command : toggle(database, 1 + pick(4)))
                 run(database, command);
         Image expected = database;
-        Record record;
         Image rehearsal = database;
         std::vector<std::string> commands;
         for (int n = 1 + pick(5); n > 0; --n)
             for (const std::string& command : toggle(rehearsal, 1 + pick(4))) {
-                run(rehearsal, command, &record);
+                run(rehearsal, command);
                 commands.push_back(command);
             }
-        const std::size_t done = random() % (commands.size() + 1);
-        for (std::size_t n = 0; n < done; ++n)
-            run(database, commands[n]);
+        const Record record = perform(site, commands);
         int others = pick(4);
-        const auto comeBetween = [&] {
-            if (others == 0 || pick(3) != 0)
+        site.others = [&] {
+            if (others == 0 || pick(9) != 0)
                 return;
             const std::string row =
                 "insertkey BridgeInterface BridgeId integer:99 Interface text:o" +
@@ -270,83 +445,135 @@ TEST_F(NeighboursTest, ComeBackBehindOneAnother) {
             run(expected, row);
         };
         SCOPED_TRACE("try " + std::to_string(i) + "\n" + toLines(record));
-        EXPECT_EQ(0, takeBack(record, database, comeBetween));
+        EXPECT_EQ(0, restore(site, record));
         EXPECT_EQ(contents(expected), contents(database));
         EXPECT_EQ(apart(expected), apart(database));
     }
 }
 
 TEST_F(NeighboursTest, AreToldOfWhenOthersAlwaysComeBetween) {
-    Image database;
-    for (const std::string& command : toggle(database, 1))
-        run(database, command);
+    RowsDatabase database;
+    for (const std::string& command : toggle(database.rows, 1))
+        run(database.rows, command);
     Record record;
-    for (const std::string& command : toggle(database, 1))
-        run(database, command, &record);
+    for (const std::string& command : toggle(database.rows, 1))
+        run(database.rows, command, &record);
+    record.settle();
     int n = 0;
-    const auto comeBetween = [&] {
-        run(database,
+    database.others = [&] {
+        run(database.rows,
             "insertkey BridgeInterface BridgeId integer:99 Interface text:o" + std::to_string(++n));
     };
-    EXPECT_EQ(2, takeBack(record, database, comeBetween));
-    EXPECT_EQ(1, apart(database));
+    Image image;
+    EXPECT_EQ(2, takeBack(record, image, database));
+    EXPECT_EQ(1, apart(database.rows));
 }
 
 TEST(PerformanceTest, EndsWhereTheClientAnswersOtherwise) {
-    // Answers of the client in turn, and how many commands of four it is given; the third inserts
-    // the neighbour of what the second inserts.
-    const char* const commands[] = {
-        "updatekey VLAN Id 1 Enable integer:1",
-        "insertkey BridgeInterface BridgeId integer:1 Interface text:eth0.101",
-        "insertkey BridgeInterface BridgeId integer:1 Interface text:",
-        "deletekey VLAN Id 2",
-    };
+    // Answers of the client in turn, and how many commands it is given; the third inserts the
+    // neighbour of what the second inserts, and the fourth names the row that the third inserts.
     const std::string ok(kSucceeded);
     const std::string locked(kLocked);
     const std::string unknown(kUnknownRow);
     const struct {
         std::vector<std::string> answers;
         std::size_t runs;
+        bool whole;
     } cases[] = {
-        {{ok, "7\n", "8\n", ok}, 4},        {{ok, "7\n", "9\n", ok}, 3},
-        {{ok, "7\n", "7\n", ok}, 3},        {{"", "7\n", "8\n", ok}, 1},
-        {{unknown, "7\n", "8\n", ok}, 1},   {{"Operation succ", "7\n", "8\n", ok}, 1},
-        {{ok, "", "8\n", ok}, 2},           {{ok, "7", "8\n", ok}, 2},
-        {{ok, "3\n", "4\n", ok}, 2},        {{ok, locked, "7\n", ok}, 2},
-        {{ok, "Operation succeeded\n"}, 2}, {{ok, "-1\n"}, 2},
-        {{ok, "7\n", "8\n", unknown}, 4},
+        {{ok, "4\n", "5\n", ok, ok}, 5, true},
+        {{ok, "7\n", "8\n", ok, ok}, 5, true},
+        {{locked, ok, "7\n", "8\n", ok, ok}, 6, true},
+        {{ok, "7\n", "9\n", ok, ok}, 3, false},
+        {{ok, "7\n", "7\n", ok, ok}, 3, false},
+        {{"", "7\n", "8\n", ok, ok}, 1, false},
+        {{unknown, "7\n", "8\n", ok, ok}, 1, false},
+        {{"Operation succ", "7\n", "8\n", ok, ok}, 1, false},
+        {{ok, "", "8\n", ok, ok}, 2, false},
+        {{ok, "7", "8\n", ok, ok}, 2, false},
+        {{ok, "3\n", "4\n", ok, ok}, 2, false},
+        {{ok, locked, "7\n", "8\n", ok, ok}, 6, true},
+        {{ok, "Operation succeeded\n"}, 2, false},
+        {{ok, "-1\n"}, 2, false},
+        {{ok, "7\n", "8\n", ok, unknown}, 5, false},
+        {{ok, "7\n", "8\n", ok, locked}, 5, false},
     };
-    for (const auto& [answers, runs] : cases) {
+    for (const auto& [answers, runs, whole] : cases) {
+        SCOPED_TRACE(testing::PrintToString(answers));
         Image database;
         for (int id = 1; id < 3; ++id)
             database[Table::vlan].push_back({{std::to_string(id), "0", "eth0.1", "wan1"}});
         database[Table::bridgeInterface].push_back({{"3", "9", "eth0", "0", "0"}});
+        Image rehearsed = database;
+        Stage rehearsal(rehearsed);
         std::vector<std::string> given;
-        Stage stage(database, nullptr, [&, &said = answers](const std::string& line) {
-            given.push_back(line);
-            return given.size() <= said.size() ? said[given.size() - 1] : ok;
-        });
-        for (const char* const command : commands)
-            stage.answer(" quorlet \" " + std::string(command) + " ;\" ");
-        SCOPED_TRACE(testing::PrintToString(answers));
+        Stage stage(database);
+        int renumbered = 0;
+        stage.perform(
+            rehearsal.written(),
+            [&, &said = answers](const std::string& line) {
+                given.push_back(line);
+                return given.size() <= said.size() ? said[given.size() - 1] : ok;
+            },
+            [&](const Rehearsed&, int) { return ++renumbered > 0; });
+        for (Stage* const on : {&rehearsal, &stage}) {
+            std::string row;
+            for (const char* const command : {
+                     "updatekey VLAN Id 1 Enable integer:1",
+                     "insertkey BridgeInterface BridgeId integer:1 Interface text:eth0.101",
+                     "insertkey BridgeInterface BridgeId integer:1 Interface text:",
+                     "updatekey BridgeInterface Id % Interface text:wan1",
+                     "deletekey VLAN Id 2",
+                 }) {
+                std::string line = " quorlet \" " + std::string(command) + " ;\" ";
+                if (const auto place = line.find('%'); place != line.npos)
+                    line.replace(place, 1, row);
+                std::string said;
+                do
+                    said = on->answer(line).value_or("");
+                while (said == kLocked && given.size() < answers.size());
+                row = std::to_string(idIn(said));
+            }
+        }
         EXPECT_EQ(runs, given.size());
-        EXPECT_EQ(answers != cases[0].answers, stage.brokenOff());
+        EXPECT_EQ(whole, stage.isWhole());
+        EXPECT_EQ(whole && answers[1] != "4\n" ? 2 : renumbered, renumbered);
     }
 }
 
-TEST(PerformanceTest, TriesAgainWhatWasLockedAndRunsNothingForARowThatThereIsNot) {
-    Image database;
-    database[Table::vlan].push_back({{"1", "0", "eth0.1", "wan1"}});
-    int runs = 0;
-    Stage stage(database, nullptr, [&](const std::string&) {
-        return std::string(++runs == 1 ? kLocked : kSucceeded);
-    });
-    const std::string update = " quorlet \" updatekey VLAN Id 1 Enable integer:1 ;\" ";
-    EXPECT_EQ(kLocked, stage.answer(update));
-    EXPECT_EQ(kSucceeded, stage.answer(update));
-    EXPECT_EQ(kUnknownRow, stage.answer(" quorlet \" deletekey Bridge Id 1 ;\" "));
-    EXPECT_EQ(2, runs);
-    EXPECT_FALSE(stage.brokenOff());
+TEST(PerformanceTest, RunsNothingThatWasNotRehearsed) {
+    const char* const rehearsed = "updatekey Bridge Id 1 Stp integer:1";
+    const std::pair<const char*, int> cases[] = {
+        {rehearsed, 1},
+        {"updatekey Bridge Id 2 Stp integer:1", 0},
+        {"updatekey Bridge Name br1 Stp integer:1", 0},
+        {"updatekey Bridge Id 1 Stp integer:0", 0},
+        {"updatekey Bridge Id 1 Name text:1", 0},
+        {"deletekey Bridge Id 1", 0},
+        {"insertkey Bridge Stp integer:1", 0},
+        {"updatekey StatusNetifConfig Id 1 Name text:1", 0},
+        {"deletekey Bridge Id 3", 0}, // there is none
+    };
+    for (const auto& [command, runs] : cases) {
+        Image database;
+        run(database, "insertkey Bridge Name text:br1");
+        run(database, "insertkey Bridge Name text:br2");
+        run(database, "insertkey StatusNetifConfig Name text:eth0");
+        Image image = database;
+        Stage rehearsal(image);
+        rehearsal.answer(" quorlet \" " + std::string(rehearsed) + " ;\" ");
+        int ran = 0;
+        Stage stage(database);
+        stage.perform(
+            rehearsal.written(),
+            [&](const std::string&) {
+                ++ran;
+                return std::string(kSucceeded);
+            },
+            nullptr);
+        for (int i = 0; i < 2; ++i) // the second time, nothing is left of the rehearsal
+            stage.answer(" quorlet \" " + std::string(command) + " ;\" ");
+        EXPECT_EQ(runs, ran) << command;
+    }
 }
 
 TEST(ReadingTest, MissesNoRowWhileOthersChangeTheTable) {
