@@ -41,12 +41,19 @@ Comparison::Comparison(Record& record, const Image& now, bool unite)
         removeBridges();
 }
 
+/// The present Id of a bridge that others had there.
+std::string Comparison::present(const Chain& chain) const {
+    const auto& bridges = chain.names == Names::later ? m_added : m_bridges;
+    const std::string from = chain.from.value_or("");
+    const auto found = bridges.find(from);
+    return found != bridges.end() ? found->second : from;
+}
+
 /// The row as it was before, in its bridge as that is now.
 Row Comparison::wanted(Table table, const Trail& trail) const {
     Row row = trail.before();
     if (const std::size_t column = shapeOf(table).bridgeId; column != 0)
-        if (const auto found = m_bridges.find(row.columns[column]); found != m_bridges.end())
-            row.columns[column] = found->second;
+        row.columns[column] = present(trail.columns[column]);
     return row;
 }
 
@@ -76,20 +83,19 @@ bool Comparison::isWhole(Table table, const Trail& trail, const Row& row) const 
 }
 
 /// Whether a bridge was there and is no longer.
-bool Comparison::isGone(const std::string& bridge) const {
-    const TableRecord& record = m_record[Table::bridge];
-    const int id = Row{{bridge}}.id();
-    const auto isThere = [&](int wanted) {
-        return m_now.find(Table::bridge, wanted) != m_now[Table::bridge].end();
-    };
-    for (const Trail& trail : record.trails)
-        if (trail.returns() && trail.id == id)
-            return m_bridges.count(bridge) == 0;
-    const bool touched = std::any_of(record.trails.begin(), record.trails.end(),
-                                     [id](const Trail& trail) { return trail.id == id; });
+bool Comparison::isGone(const Chain& chain) const {
+    const auto& trails = m_record[Table::bridge].trails;
+    const int id = Row{{present(chain)}}.id();
+    const int before = Row{{chain.from.value_or("")}}.id();
+    if (chain.names == Names::none)
+        return false;
     const bool goes = std::any_of(m_bridgesToGo.begin(), m_bridgesToGo.end(),
                                   [id](const auto& each) { return each.second->id() == id; });
-    return goes || ((touched || record.hadBefore(id)) && !isThere(id));
+    const bool missing = std::any_of(trails.begin(), trails.end(), [&](const Trail& trail) {
+        return chain.names == Names::bridge && trail.returns() && trail.id == before &&
+               m_bridges.count(*chain.from) == 0;
+    });
+    return goes || missing || m_now.find(Table::bridge, id) == m_now[Table::bridge].end();
 }
 
 /// Whether a row has come since the record was made.
@@ -100,6 +106,14 @@ bool Comparison::isNew(Table table, const Row& row) const {
                return (trail.alters() && trail.id == row.id()) ||
                       (trail.state == Return::back && trail.backId == row.id());
            });
+}
+
+/// Whether the change has got the row's Id again for another one: others have deleted the first.
+bool Comparison::isReplaced(Table table, const Trail& trail) const {
+    const auto& trails = m_record[table].trails;
+    return !trail.removed && std::any_of(trails.begin(), trails.end(), [&](const Trail& other) {
+        return &other > &trail && other.id == trail.id && other.added;
+    });
 }
 
 /// Gives a trail the first row that is the one, and that no other trail has.
@@ -119,28 +133,35 @@ bool Comparison::lead(Table table, const Trail* trail, Standing& standing, const
 /// Finds the rows that have been put back, and those that were being put back when the client, or
 /// this program, was ended.
 void Comparison::claimBack(Table table, Standing& standing) const {
-    const std::size_t subject = shapeOf(table).subject;
-    for (const Trail* trail : standing.trails)
-        if (trail->returns() && trail->state == Return::back)
+    // One that others have deleted again can have left its Id to another.
+    const auto claimKnown = [&](bool changed) {
+        for (const Trail* trail : standing.trails) {
+            if (!trail->returns() || trail->state != Return::back ||
+                standing.rows.count(trail) != 0)
+                continue;
+            const Row want = wanted(table, *trail);
             lead(table, trail, standing, [&](const Row& row) {
                 return row.id() == trail->backId && row.fits(table) &&
-                       (subject == 0 ||
-                        row.columns[subject] == wanted(table, *trail).columns[subject]);
+                       (changed || sameButId(row, want));
             });
-    const std::vector<int>& known = m_record[table].tried;
+        }
+    };
+    claimKnown(false);
+    const std::vector<int>& alike = m_record[table].alike;
     for (Trail* trail : standing.trails) {
         if (!trail->returns() || trail->state != Return::tried)
             continue;
         const Row want = wanted(table, *trail);
         const bool found = lead(table, trail, standing, [&](const Row& row) {
             return sameButId(row, want) &&
-                   std::find(known.begin(), known.end(), row.id()) == known.end();
+                   std::find(alike.begin(), alike.end(), row.id()) == alike.end();
         });
         if (!found)
             continue;
         trail->state = Return::back;
         trail->backId = standing.rows[trail]->id();
     }
+    claimKnown(true);
 }
 
 /// Finds rows under the Ids that they are known to have.
@@ -150,7 +171,7 @@ void Comparison::claimById(Table table, Standing& standing) const {
              [&](const Row& row) { return row.id() == trail->id && isWhole(table, *trail, row); });
     };
     for (const Trail* trail : standing.trails)
-        if (trail->alters())
+        if (trail->alters() && !isReplaced(table, *trail))
             lead(table, trail, standing,
                  [&](const Row& row) { return trail->isAbout(table, row); });
     // A removal that can have been left out.
@@ -158,7 +179,7 @@ void Comparison::claimById(Table table, Standing& standing) const {
         if (trail->returns() && !trail->sure && trail->state != Return::back)
             whole(trail);
     for (const Trail* trail : standing.trails)
-        if (trail->added && !(trail->removed && trail->sure))
+        if (trail->added && !(trail->removed && trail->sure) && !isReplaced(table, *trail))
             whole(trail);
 }
 
@@ -174,6 +195,24 @@ void Comparison::claimLost(Table table, Standing& standing) {
     }
 }
 
+/// Finds bridges that were being put back then, and that others have changed since: what was in them
+/// could not come back without.
+void Comparison::claimChangedBridges(Standing& standing) const {
+    const std::size_t subject = shapeOf(Table::bridge).subject;
+    for (Trail* trail : standing.trails) {
+        if (!trail->returns() || trail->state != Return::tried || standing.rows.count(trail) != 0)
+            continue;
+        const bool found = lead(Table::bridge, trail, standing, [&](const Row& row) {
+            return row.fits(Table::bridge) && isNew(Table::bridge, row) &&
+                   row.columns[subject] == trail->columns[subject].from;
+        });
+        if (!found)
+            continue;
+        trail->state = Return::back;
+        trail->backId = standing.rows[trail]->id();
+    }
+}
+
 /// Gives each row to one trail at most. What is being put back comes first: such a row can look
 /// like one that the change has added, and can have its Id.
 Comparison::Standing Comparison::claim(Table table) {
@@ -185,14 +224,18 @@ Comparison::Standing Comparison::claim(Table table) {
     claimBack(table, standing);
     claimById(table, standing);
     claimLost(table, standing);
+    if (table == Table::bridge)
+        claimChangedBridges(standing);
     return standing;
 }
 
 /// The present Ids of bridges that were there before, and of those that the change has added.
 void Comparison::learnBridges(const Standing& standing) {
-    for (const auto& [trail, row] : standing.rows)
-        (trail->added ? m_added : m_bridges)[std::to_string(trail->id)] = row->columns[0];
     for (const Trail* trail : standing.trails) {
+        const auto found = standing.rows.find(trail);
+        if (found != standing.rows.end())
+            (trail->added ? m_added : m_bridges)
+                .insert({std::to_string(trail->id), found->second->columns[0]});
         // Others have changed one whose removal can have been left out: it is still the bridge.
         const auto row = m_now.find(Table::bridge, trail->id);
         if (trail->returns() && !trail->sure && row != m_now[Table::bridge].end() &&
@@ -207,8 +250,19 @@ void Comparison::compare(Table table) {
         unite(table, standing);
     if (table == Table::bridge)
         learnBridges(standing);
-    for (Trail* trail : standing.trails)
-        m_leftAlone += isLeft(table, *trail, standing) ? 1 : 0;
+    std::set<int> left; // two trails can be about one row, before and after others renamed it
+    for (Trail* trail : standing.trails) {
+        if (!isLeft(table, *trail, standing))
+            continue;
+        const auto row = standing.rows.find(trail);
+        const int id = row != standing.rows.end() ? row->second->id() : trail->id;
+        if (trail->returns() || isReplaced(table, *trail) ||
+            m_now.find(table, id) == m_now[table].end())
+            ++m_leftAlone;
+        else
+            left.insert(id);
+    }
+    m_leftAlone += static_cast<int>(left.size());
     for (Trail* trail : standing.trails)
         if (trail->returns() && standing.rows.count(trail) == 0 && trail->mayReturn())
             insert(table, *trail);
@@ -235,7 +289,13 @@ bool Comparison::isLeft(Table table, Trail& trail, const Standing& standing) {
 /// only the first for a row of which nobody knows whether it was added at all.
 bool Comparison::isTheirs(Table table, const Trail& trail, const Standing& standing) const {
     const auto row = m_now.find(table, trail.id);
-    if (row == m_now[table].end() || standing.taken.count(&*row) != 0 || !row->fits(table))
+    if (row == m_now[table].end() || !row->fits(table) || isReplaced(table, trail))
+        return false;
+    const bool taken =
+        std::any_of(standing.rows.begin(), standing.rows.end(), [row](const auto& each) {
+            return each.second == &*row && !each.first->alters();
+        });
+    if (taken)
         return false;
     const std::size_t subject = shapeOf(table).subject;
     return trail.sure ? !trail.removed : isOwn(table, trail, subject, row->columns[subject]);
@@ -254,7 +314,7 @@ bool Comparison::bring(Table table, const Trail& trail, const Row& now) {
         if (!chain.from || now.columns[i] == want.columns[i] || (chain.own.empty() && !refers))
             continue;
         const bool ours = *chain.from == now.columns[i] || isOwn(table, trail, i, now.columns[i]);
-        if (!ours || (refers && isGone(*chain.from))) {
+        if (!ours || (refers && isGone(chain))) {
             left = left || !chain.own.empty();
             continue;
         }
@@ -297,7 +357,7 @@ void Comparison::insert(Table table, Trail& trail) {
 bool Comparison::canReturn(Table table, const Trail& trail, const Standing& standing) const {
     const TableShape& shape = shapeOf(table);
     const Row row = wanted(table, trail);
-    if (shape.bridgeId != 0 && isGone(trail.before().columns[shape.bridgeId]))
+    if (shape.bridgeId != 0 && isGone(trail.columns[shape.bridgeId]))
         return false;
     return std::none_of(m_now[table].begin(), m_now[table].end(), [&](const Row& other) {
         if (standing.taken.count(&other) != 0 || !other.fits(table))
@@ -305,9 +365,9 @@ bool Comparison::canReturn(Table table, const Trail& trail, const Standing& stan
         const auto same = [&](std::size_t column) {
             return other.columns[column] == row.columns[column];
         };
-        const bool itself = other.id() == trail.id && !trail.sure;
-        return same(shape.subject) &&
-               (itself || (isNew(table, other) && (shape.bridgeId == 0 || same(shape.bridgeId))));
+        const bool itself = !trail.sure && trail.isAbout(table, other);
+        return itself || (isNew(table, other) && same(shape.subject) &&
+                          (shape.bridgeId == 0 || same(shape.bridgeId)));
     });
 }
 

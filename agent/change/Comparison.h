@@ -56,6 +56,7 @@ private:
     void claimBack(Table table, Standing& standing) const;
     void claimById(Table table, Standing& standing) const;
     void claimLost(Table table, Standing& standing);
+    void claimChangedBridges(Standing& standing) const;
     void learnBridges(const Standing& standing);
 
     bool isLeft(Table table, Trail& trail, const Standing& standing);
@@ -72,7 +73,9 @@ private:
     Row wanted(Table table, const Trail& trail) const;
     bool isOwn(Table table, const Trail& trail, std::size_t column, const std::string& value) const;
     bool isWhole(Table table, const Trail& trail, const Row& row) const;
-    bool isGone(const std::string& bridge) const;
+    bool isGone(const Chain& bridge) const;
+    std::string present(const Chain& bridge) const;
+    bool isReplaced(Table table, const Trail& trail) const;
     bool isNew(Table table, const Row& row) const;
 
     Record& m_record;

@@ -17,7 +17,7 @@ constexpr std::string_view kSet = "set\n";
 constexpr std::string_view kPending = "pending\n";
 constexpr std::string_view kEnd = "end ";
 constexpr std::size_t kEndSize = kEnd.size() + 8 + 1;
-constexpr char kBefore = '=';
+constexpr std::string_view kKinds = "=~-"; ///< of what others had, in the order of Names
 constexpr char kNotThere = '+';
 
 std::string checksumOf(std::string_view text) {
@@ -62,7 +62,7 @@ std::string toLine(const Trail& trail) {
 std::string toLine(const Chain& chain) {
     std::string line;
     if (chain.from)
-        line.append(1, kBefore).append(*chain.from);
+        line.append(1, kKinds[static_cast<std::size_t>(chain.names)]).append(*chain.from);
     else
         line.append(1, kNotThere);
     bool first = !chain.from;
@@ -108,12 +108,13 @@ std::optional<Trail> toTrail(std::string_view text) {
 
 std::optional<Chain> toChain(std::string_view line) {
     Chain chain;
-    if (line.empty() || (line.front() != kBefore && line.front() != kNotThere))
+    const std::size_t kind = line.empty() ? kKinds.npos : kKinds.find(line.front());
+    if (line.empty() || (kind == kKinds.npos && line.front() != kNotThere))
         return std::nullopt;
-    const bool before = line.front() == kBefore;
     const Row values = parseRow(line.substr(1));
     chain.own = values.columns;
-    if (before) {
+    if (kind != kKinds.npos) {
+        chain.names = static_cast<Names>(kind);
         chain.from = chain.own.front();
         chain.own.erase(chain.own.begin());
     }
@@ -169,7 +170,7 @@ std::string toLines(const Record& from) {
             continue;
         text.append("table ").append(shapeOf(table).name).append("\n");
         text.append(toLine("others", record.others));
-        text.append(toLine("tried", record.tried));
+        text.append(toLine("alike", record.alike));
         for (const Trail& trail : record.trails) {
             text.append(toLine(trail));
             for (std::size_t i = 1; i < trail.columns.size(); ++i)
@@ -194,11 +195,11 @@ std::optional<Record> toRecord(std::string_view text) {
             table->known = true;
         } else if (table == nullptr) {
             return std::nullopt;
-        } else if (word == "others" || word == "tried") {
+        } else if (word == "others" || word == "alike") {
             auto ids = toNumbers(line);
             if (!ids)
                 return std::nullopt;
-            (word == "others" ? table->others : table->tried) = std::move(*ids);
+            (word == "others" ? table->others : table->alike) = std::move(*ids);
         } else if (word == "row") {
             auto trail = toTrail(line);
             if (!trail)

@@ -12,14 +12,16 @@
 //     set                              or "pending"
 //     table Bridge                     for each table that the change concerns, in their order:
 //     others 1 2                       Ids of the rows that it had before, those below left out
-//     tried 1 2                        Ids that it had when rows were put back into it last
+//     alike                            Ids of rows that look like those that were put back last
 //     row 3 removed sure back 4        a row: its Id, what the change does with it (added, removed,
 //                                      both or neither), whether all of that has been made, and
 //                                      what became of it when it was put back (tried, givenUp, or
 //                                      back with its new Id)
 //     =br1|wanX                        its columns behind the Id, a line for each: "=" and what
-//     =0                               others had there, or "+" where the row was not there; then
-//     row 5 added                      what the change writes there; separated by "|"
+//     =0                               others had there ("~" for the Id of a bridge that came
+//     later, row 5 added                      "-" for that of none), or "+" where the row was not
+//     there;
+//                                      then what the change writes; separated by "|"
 //     +br2
 //     +0
 //     end 1c291ca3                     CRC-32 of all that comes before this line

@@ -8,6 +8,7 @@
 #include "agent/change/JournalText.h"
 #include "agent/change/Lines.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace agent {
@@ -48,7 +49,8 @@ private:
         trail.added = added;
         trail.sure = m_sure;
         for (const std::string& value : row.columns)
-            trail.columns.push_back(added ? Chain{std::nullopt, {value}} : Chain{value, {}});
+            trail.columns.push_back(added ? Chain{std::nullopt, {value}, Names::bridge}
+                                          : Chain{value, {}, Names::bridge});
         trail.columns.front() = {};
         m_table.trails.push_back(std::move(trail));
     }
@@ -76,6 +78,24 @@ private:
     bool m_there = false;
 };
 
+/// It does not tell whether a row was in a bridge.
+void findBridges(Record& record) {
+    const TableRecord& bridges = record[Table::bridge];
+    for (const Table table : kAllTables) {
+        const std::size_t column = shapeOf(table).bridgeId;
+        if (column == 0)
+            continue;
+        for (Trail& trail : record[table].trails) {
+            Chain& chain = trail.columns[column];
+            const int id = Row{{chain.from.value_or("")}}.id();
+            if (!bridges.hadBefore(id) &&
+                std::none_of(bridges.trails.begin(), bridges.trails.end(),
+                             [id](const Trail& bridge) { return bridge.id == id; }))
+                chain.names = Names::none;
+        }
+    }
+}
+
 } // namespace
 
 std::optional<Record> toRecordOfVersion1(std::string_view text, bool sure) {
@@ -98,7 +118,7 @@ std::optional<Record> toRecordOfVersion1(std::string_view text, bool sure) {
             auto ids = toNumbers(line);
             if (!ids)
                 return std::nullopt;
-            record[*table].tried = *ids;
+            record[*table].alike = *ids;
             record[*table].others = std::move(*ids);
         } else if (word == "trail") {
             const std::optional<int> id = toNumber(line);
@@ -109,6 +129,7 @@ std::optional<Record> toRecordOfVersion1(std::string_view text, bool sure) {
             return std::nullopt;
         }
     }
+    findBridges(record);
     return record;
 }
 

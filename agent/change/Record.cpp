@@ -47,6 +47,16 @@ bool TableRecord::hadBefore(int id) const {
     return contains(others, id);
 }
 
+void TableRecord::forget(const Rows& now) {
+    others.erase(std::remove_if(others.begin(), others.end(),
+                                [&now](int id) {
+                                    return std::none_of(
+                                        now.begin(), now.end(),
+                                        [id](const Row& row) { return row.id() == id; });
+                                }),
+                 others.end());
+}
+
 bool Record::empty() const {
     return std::all_of(m_tables.begin(), m_tables.end(),
                        [](const TableRecord& table) { return table.trails.empty(); });
@@ -64,7 +74,7 @@ void Record::know(const Image& image, Table table) {
 }
 
 /// The trail of a row that is there; a new one where none is about it.
-Trail& Record::trailOf(Table table, const Row& now) {
+Trail& Record::trailOf(const Image& image, Table table, const Row& now) {
     TableRecord& record = (*this)[table];
     const auto found =
         std::find_if(record.trails.rbegin(), record.trails.rend(), [&](const Trail& trail) {
@@ -78,11 +88,28 @@ Trail& Record::trailOf(Table table, const Row& now) {
     Trail trail;
     trail.id = id;
     trail.sure = true;
-    for (const std::string& value : now.columns)
-        trail.columns.push_back({value, {}});
-    trail.columns.front() = {};
+    trail.columns.emplace_back();
+    for (std::size_t i = 1; i < now.columns.size(); ++i)
+        trail.columns.push_back(beginChain(image, table, now, i));
     record.trails.push_back(std::move(trail));
     return record.trails.back();
+}
+
+/// The chain of a column with what others have there.
+Chain Record::beginChain(const Image& image, Table table, const Row& now,
+                         std::size_t column) const {
+    Chain chain{now.columns[column], {}, Names::bridge};
+    if (column != shapeOf(table).bridgeId)
+        return chain;
+    const auto bridge = image.find(Table::bridge, Row{{*chain.from}}.id());
+    const auto& trails = (*this)[Table::bridge].trails;
+    if (bridge == image[Table::bridge].end())
+        chain.names = Names::none;
+    else if (std::any_of(trails.begin(), trails.end(), [&](const Trail& trail) {
+                 return trail.id == bridge->id() && (trail.added ? !trail.removed : trail.removed);
+             }))
+        chain.names = Names::later;
+    return chain;
 }
 
 std::size_t Record::add(const Image& image, Table table, const Row& row) {
@@ -91,8 +118,9 @@ std::size_t Record::add(const Image& image, Table table, const Row& row) {
     trail.id = row.id();
     trail.added = true;
     for (const std::string& value : row.columns)
-        trail.columns.push_back({std::nullopt, {value}});
+        trail.columns.push_back({std::nullopt, {value}, Names::bridge});
     trail.columns.front() = {};
+    (*this)[table].forget(image[table]);
     auto& trails = (*this)[table].trails;
     trails.push_back(std::move(trail));
     return trails.size() - 1;
@@ -100,12 +128,12 @@ std::size_t Record::add(const Image& image, Table table, const Row& row) {
 
 void Record::alter(const Image& image, Table table, const Row& now, const Row& wanted) {
     know(image, table);
-    Trail& trail = trailOf(table, now);
+    Trail& trail = trailOf(image, table, now);
     for (std::size_t i = 1; i < now.columns.size(); ++i) {
         Chain& chain = trail.columns[i];
         const bool written = wanted.columns[i] != now.columns[i];
         if (!chain.has(now.columns[i]) && (chain.own.empty() || written))
-            chain = {now.columns[i], {}};
+            chain = beginChain(image, table, now, i);
         if (!written)
             continue;
         trail.sure = false;
@@ -116,20 +144,20 @@ void Record::alter(const Image& image, Table table, const Row& now, const Row& w
 
 void Record::remove(const Image& image, Table table, const Row& now) {
     know(image, table);
-    Trail& trail = trailOf(table, now);
+    Trail& trail = trailOf(image, table, now);
     for (std::size_t i = 1; i < now.columns.size(); ++i)
         if (Chain& chain = trail.columns[i]; !chain.has(now.columns[i]))
-            chain = {now.columns[i], {}};
+            chain = beginChain(image, table, now, i);
+    if (table == Table::bridge) {
+        // What still refers to it has to follow when it comes back under another Id.
+        for (const Table each : kAllTables)
+            for (const Row& row : image[each])
+                if (const std::size_t column = shapeOf(each).bridgeId;
+                    column != 0 && row.fits(each) && row.columns[column] == now.columns[0])
+                    alter(image, each, row, row);
+    }
     trail.removed = true;
     trail.sure = false;
-    if (table != Table::bridge)
-        return;
-    // What still refers to the bridge has to follow when it comes back under another Id.
-    for (const Table each : kAllTables)
-        for (const Row& row : image[each])
-            if (const std::size_t column = shapeOf(each).bridgeId;
-                column != 0 && row.fits(each) && row.columns[column] == now.columns[0])
-                alter(image, each, row, row);
 }
 
 void Record::settle() {

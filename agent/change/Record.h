@@ -21,10 +21,18 @@
 // or one that others have renamed. It is never written.
 namespace agent {
 
+/// Which bridge an Id has named: bridges can have one Id in turn.
+enum class Names {
+    bridge, ///< one that was there before
+    later,  ///< one that the change has added, or others after it had removed that one
+    none,   ///< there was none
+};
+
 /// What a change makes of one column.
 struct Chain {
     std::optional<std::string> from; ///< what others had there; nothing in a row that it adds
     std::vector<std::string> own;    ///< what it writes there, each value once
+    Names names = Names::bridge;     ///< where `from` is the Id of a bridge
 
     bool isOwn(const std::string& value) const;
     bool has(const std::string& value) const { return from == value || isOwn(value); }
@@ -33,7 +41,7 @@ struct Chain {
 /// What has become of a row that the change removes, once it is taken back.
 enum class Return {
     none,    ///< nothing yet
-    tried,   ///< it is being inserted: it may be there, with an Id that was not there before
+    tried,   ///< it is being inserted: it may be there, under an Id that nobody knows
     back,    ///< it has come back
     givenUp, ///< others have put a row for the same subject there, or removed its bridge
 };
@@ -65,10 +73,13 @@ struct Trail {
 struct TableRecord {
     bool known = false;      ///< whether the Ids that the table had are
     std::vector<int> others; ///< those of the trails left out
-    std::vector<int> tried;  ///< Ids that it had when rows were put back into it last
+    std::vector<int> alike;  ///< Ids of rows that look like those that were put back last
     std::vector<Trail> trails;
 
     bool hadBefore(int id) const;
+
+    /// Forgets the Ids that others have freed: new rows can get them.
+    void forget(const Rows& now);
 };
 
 class Record {
@@ -95,7 +106,8 @@ public:
 
 private:
     void know(const Image& image, Table table);
-    Trail& trailOf(Table table, const Row& now);
+    Trail& trailOf(const Image& image, Table table, const Row& now);
+    Chain beginChain(const Image& image, Table table, const Row& now, std::size_t column) const;
 
     std::array<TableRecord, kTables> m_tables;
 };

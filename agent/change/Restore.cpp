@@ -45,6 +45,7 @@ private:
     bool look();
     bool lookAgain();
     bool announce(const std::vector<Step>& steps);
+    static bool isAlike(Table table, const Row& row, const std::vector<Step>& steps);
     bool perform(const std::vector<Step>& steps);
     bool stands(const Step& step);
     void apply(const Step& step, const std::string& said);
@@ -125,24 +126,40 @@ bool Restore::lookAgain() {
 
 /// Says which rows are put back, before they are, and which Ids can be somebody else's afterwards.
 bool Restore::announce(const std::vector<Step>& steps) {
-    bool any = false;
+    Tables tables;
     for (const Step& step : steps) {
+        const Table table = step.command.table;
         if (step.removes() && !step.putsBack())
             step.trail->sure = false;
-        if (!step.putsBack())
+        if (step.putsBack())
+            step.trail->state = Return::tried;
+        if (!step.inserts() || tables.has(table))
             continue;
-        any = true;
-        step.trail->state = Return::tried;
-        std::vector<int>& tried = m_record[step.command.table].tried;
-        tried.clear();
-        for (const Row& row : m_image[step.command.table])
-            if (std::none_of(steps.begin(), steps.end(), [&](const Step& each) {
-                    return each.removes() && each.command.table == step.command.table &&
-                           each.seen.id() == row.id();
-                }))
-                tried.push_back(row.id());
+        tables.add(table);
+        TableRecord& record = m_record[table];
+        record.forget(m_image[table]);
+        record.alike.clear();
+        for (const Row& row : m_image[table])
+            if (isAlike(table, row, steps))
+                record.alike.push_back(row.id());
     }
-    return !any || m_device.store(m_record);
+    return tables.empty() || m_device.store(m_record);
+}
+
+/// Whether a row looks like one that the steps put back, or can by then.
+bool Restore::isAlike(Table table, const Row& row, const std::vector<Step>& steps) {
+    bool alike = false;
+    for (const Step& step : steps) {
+        const Command& command = step.command;
+        if (command.table != table)
+            continue;
+        const bool same = !step.inserts() && step.seen.id() == row.id();
+        if (same)
+            return !step.removes();
+        alike = alike || (step.inserts() && std::equal(command.values.begin(), command.values.end(),
+                                                       row.columns.begin() + 1, row.columns.end()));
+    }
+    return alike;
 }
 
 bool Restore::perform(const std::vector<Step>& steps) {

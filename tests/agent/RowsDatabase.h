@@ -21,9 +21,10 @@ public:
     std::string journal;
     int until = -1;         ///< so many things are done before the process ends; -1 for no end
     bool endsAfter = false; ///< whether the last command is run, unanswered
-    int runs = 0, stores = 0;
+    int runs = 0;
     std::function<void()> others = [] {}; ///< what they do before each command
-    std::function<void(Who)> see = [](Who) {};
+    std::function<void()> stored = [] {};
+    std::function<void(Who, const std::string&)> see = [](Who, const std::string&) {};
 
     /// Runs a command as the client does.
     std::string client(Who who, const std::string& line) {
@@ -31,7 +32,7 @@ public:
         const std::string said = agent::Stage(rows).answer(line).value_or("");
         const auto command = agent::Command::parse(line);
         if (!command || command->verb != agent::Command::Verb::insert)
-            return seen(who, said);
+            return seen(who, line, said);
         agent::Rows& table = rows[command->table];
         agent::Row row = table.back();
         table.pop_back();
@@ -44,7 +45,7 @@ public:
         table.insert(std::find_if(table.begin(), table.end(),
                                   [id](const agent::Row& each) { return each.id() > id; }),
                      std::move(row));
-        return seen(who, std::to_string(id) + "\n");
+        return seen(who, line, std::to_string(id) + "\n");
     }
 
     bool read(agent::Image& image, agent::Table table) override {
@@ -84,8 +85,8 @@ public:
     bool store(const agent::Record& record) override {
         if (!goesOn(false))
             return false;
-        ++stores;
         journal = agent::toText({false, record});
+        stored();
         return true;
     }
 
@@ -97,8 +98,8 @@ private:
             --until;
         return until != 0;
     }
-    std::string seen(Who who, std::string said) {
-        see(who);
+    std::string seen(Who who, const std::string& line, std::string said) {
+        see(who, line);
         return said;
     }
 

@@ -323,7 +323,7 @@ TEST_F(RowsTest, AreNotPutBackTwice) {
         record.settle();
         bool back = false;
         bool done = false;
-        database.see = [&](RowsDatabase::Who) { back = true; };
+        database.see = [&](RowsDatabase::Who, const std::string&) { back = true; };
         database.others = [&] {
             if (std::exchange(done, back) || !back)
                 return;
