@@ -10,6 +10,12 @@
 #include <string>
 #include <utility>
 
+/// Runs a client's command, without what stands around it, on a database in memory.
+inline std::string run(agent::Image& database, const std::string& command,
+                       agent::Record* record = nullptr) {
+    return *agent::Stage(database, record).answer(" quorlet \" " + command + " ;\" ");
+}
+
 /// A configuration database in memory and the journal of a change in it, for tests of how changes
 /// are taken back.
 class RowsDatabase : public agent::RestoreDevice {

@@ -396,7 +396,7 @@ void History::others() {
     const int what = pick(8);
     if (what < 4 && row) {
         const std::size_t column = 1 + m_random() % (row->second.columns.size() - 1);
-        if (m_whole || column != shapeOf(row->first).subject)
+        if (m_whole || (column != shapeOf(row->first).subject && column != keyOf(row->first)))
             run(Who::others, "updatekey " + table + " Id " + row->second.columns[0] +
                                  value(row->first, column, Who::others));
     } else if (what < 6 && row && row->first != Table::vlan &&
