@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -12,35 +13,58 @@ using namespace agent;
 
 namespace {
 
+/// Has a stage answer five commands, as the library gives them.
+/// @param again  whether one is given again that finds the database locked
+void play(Stage& stage, const std::function<bool()>& again) {
+    std::string row;
+    for (const char* const command : {
+             "updatekey VLAN Id 1 Enable integer:1",
+             "insertkey BridgeInterface BridgeId integer:1 Interface text:eth0.101",
+             "insertkey BridgeInterface BridgeId integer:1 Interface text:",
+             "updatekey BridgeInterface Id % Interface text:wan1",
+             "deletekey VLAN Id 2",
+         }) {
+        std::string line = " quorlet \" " + std::string(command) + " ;\" ";
+        if (const auto place = line.find('%'); place != line.npos)
+            line.replace(place, 1, row);
+        std::string said;
+        do
+            said = stage.answer(line).value_or("");
+        while (said == kLocked && again());
+        row = std::to_string(idIn(said));
+    }
+}
+
+/// Answers of the client in turn, how many commands it is given, and whether the set is whole; the
+/// third inserts the neighbour of what the second inserts, and the fourth names that row.
+const std::string kOk(kSucceeded);
+const std::string kLockedAnswer(kLocked);
+const std::string kUnknown(kUnknownRow);
+const struct {
+    std::vector<std::string> answers;
+    std::size_t runs;
+    bool whole;
+} kCases[] = {
+    {{kOk, "4\n", "5\n", kOk, kOk}, 5, true},
+    {{kOk, "7\n", "8\n", kOk, kOk}, 5, true},
+    {{kLockedAnswer, kOk, "7\n", "8\n", kOk, kOk}, 6, true},
+    {{kOk, "7\n", "9\n", kOk, kOk}, 3, false},
+    {{kOk, "7\n", "7\n", kOk, kOk}, 3, false},
+    {{"", "7\n", "8\n", kOk, kOk}, 1, false},
+    {{kUnknown, "7\n", "8\n", kOk, kOk}, 1, false},
+    {{"Operation succ", "7\n", "8\n", kOk, kOk}, 1, false},
+    {{kOk, "", "8\n", kOk, kOk}, 2, false},
+    {{kOk, "7", "8\n", kOk, kOk}, 2, false},
+    {{kOk, "3\n", "4\n", kOk, kOk}, 2, false},
+    {{kOk, kLockedAnswer, "7\n", "8\n", kOk, kOk}, 6, true},
+    {{kOk, "Operation succeeded\n"}, 2, false},
+    {{kOk, "-1\n"}, 2, false},
+    {{kOk, "7\n", "8\n", kOk, kUnknown}, 5, false},
+    {{kOk, "7\n", "8\n", kOk, kLockedAnswer}, 5, false},
+};
+
 TEST(PerformanceTest, EndsWhereTheClientAnswersOtherwise) {
-    // Answers of the client in turn, and how many commands it is given; the third inserts the
-    // neighbour of what the second inserts, and the fourth names the row that the third inserts.
-    const std::string ok(kSucceeded);
-    const std::string locked(kLocked);
-    const std::string unknown(kUnknownRow);
-    const struct {
-        std::vector<std::string> answers;
-        std::size_t runs;
-        bool whole;
-    } cases[] = {
-        {{ok, "4\n", "5\n", ok, ok}, 5, true},
-        {{ok, "7\n", "8\n", ok, ok}, 5, true},
-        {{locked, ok, "7\n", "8\n", ok, ok}, 6, true},
-        {{ok, "7\n", "9\n", ok, ok}, 3, false},
-        {{ok, "7\n", "7\n", ok, ok}, 3, false},
-        {{"", "7\n", "8\n", ok, ok}, 1, false},
-        {{unknown, "7\n", "8\n", ok, ok}, 1, false},
-        {{"Operation succ", "7\n", "8\n", ok, ok}, 1, false},
-        {{ok, "", "8\n", ok, ok}, 2, false},
-        {{ok, "7", "8\n", ok, ok}, 2, false},
-        {{ok, "3\n", "4\n", ok, ok}, 2, false},
-        {{ok, locked, "7\n", "8\n", ok, ok}, 6, true},
-        {{ok, "Operation succeeded\n"}, 2, false},
-        {{ok, "-1\n"}, 2, false},
-        {{ok, "7\n", "8\n", ok, unknown}, 5, false},
-        {{ok, "7\n", "8\n", ok, locked}, 5, false},
-    };
-    for (const auto& [answers, runs, whole] : cases) {
+    for (const auto& [answers, runs, whole] : kCases) {
         SCOPED_TRACE(testing::PrintToString(answers));
         Image database;
         for (int id = 1; id < 3; ++id)
@@ -55,28 +79,11 @@ TEST(PerformanceTest, EndsWhereTheClientAnswersOtherwise) {
             rehearsal.written(),
             [&, &said = answers](const std::string& line) {
                 given.push_back(line);
-                return given.size() <= said.size() ? said[given.size() - 1] : ok;
+                return given.size() <= said.size() ? said[given.size() - 1] : kOk;
             },
             [&](const Rehearsed&, int) { return ++renumbered > 0; });
-        for (Stage* const on : {&rehearsal, &stage}) {
-            std::string row;
-            for (const char* const command : {
-                     "updatekey VLAN Id 1 Enable integer:1",
-                     "insertkey BridgeInterface BridgeId integer:1 Interface text:eth0.101",
-                     "insertkey BridgeInterface BridgeId integer:1 Interface text:",
-                     "updatekey BridgeInterface Id % Interface text:wan1",
-                     "deletekey VLAN Id 2",
-                 }) {
-                std::string line = " quorlet \" " + std::string(command) + " ;\" ";
-                if (const auto place = line.find('%'); place != line.npos)
-                    line.replace(place, 1, row);
-                std::string said;
-                do
-                    said = on->answer(line).value_or("");
-                while (said == kLocked && given.size() < answers.size());
-                row = std::to_string(idIn(said));
-            }
-        }
+        play(rehearsal, [] { return false; });
+        play(stage, [&, most = answers.size()] { return given.size() < most; });
         EXPECT_EQ(runs, given.size());
         EXPECT_EQ(whole, stage.isWhole());
         EXPECT_EQ(whole && answers[1] != "4\n" ? 2 : renumbered, renumbered);
