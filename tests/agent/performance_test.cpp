@@ -90,6 +90,47 @@ TEST(PerformanceTest, EndsWhereTheClientAnswersOtherwise) {
     }
 }
 
+TEST(PerformanceTest, TranslatesTheIdsOfNewRows) {
+    // "%" is the Id that the first one answers, "^" that of the second.
+    const char* const commands[] = {
+        "insertkey Bridge Name text:br1",
+        "insertkey BridgeInterface BridgeId integer:% Interface text:eth0",
+        "updatekey BridgeInterface Id ^ Interface text:eth1",
+        "updatekey BridgeInterface BridgeId % AllowDHCP integer:1",
+    };
+    const std::string answers[] = {"9\n", "7\n", kOk, kOk};
+    Image database;
+    Image image;
+    Record planned;
+    Record done;
+    Stage rehearsal(image, &planned);
+    Stage stage(database, &done);
+    std::size_t runs = 0;
+    stage.perform(
+        rehearsal.written(), [&](const std::string&) { return answers[runs++]; },
+        [&](const Rehearsed& row, int id) {
+            planned.renumber(row.command.table, row.trail, id);
+            return true;
+        });
+    for (Stage* const on : {&rehearsal, &stage}) {
+        std::vector<std::string> ids;
+        for (std::string command : commands) {
+            if (const auto at = command.find_first_of("%^"); at != command.npos)
+                command.replace(at, 1, ids[command[at] == '%' ? 0 : 1]);
+            ids.push_back(
+                std::to_string(idIn(on->answer(" quorlet \" " + command + " ;\" ").value_or(""))));
+        }
+    }
+    EXPECT_TRUE(stage.isWhole());
+    EXPECT_EQ("7|9|eth1|0|1", database[Table::bridgeInterface].front().text());
+    for (const Record* const record : {&planned, &done}) {
+        EXPECT_EQ(9, (*record)[Table::bridge].trails.front().id);
+        const Trail& member = (*record)[Table::bridgeInterface].trails.front();
+        EXPECT_EQ(7, member.id);
+        EXPECT_TRUE(member.columns[1].isOwn("9"));
+    }
+}
+
 TEST(PerformanceTest, RunsNothingThatWasNotRehearsed) {
     const char* const rehearsed = "updatekey Bridge Id 1 Stp integer:1";
     const std::pair<const char*, int> cases[] = {
