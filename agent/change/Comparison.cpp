@@ -158,7 +158,7 @@ bool Comparison::takeAway(Table table, Trail& trail, const Row& now) {
         return false;
     }
     if (table == Table::bridge) {
-        m_bridgesToGo.push_back({&trail, &now});
+        m_bridgesToGo.emplace_back(&trail, &now);
     } else {
         m_steps.push_back({Command::remove(table, now.id()), &trail, now, trail.sure});
         m_leaving.insert(&now);

@@ -109,18 +109,15 @@ std::optional<Record> toRecordOfVersion1(std::string_view text, bool sure) {
         if (word == "table") {
             table = toTable(line);
             reader.reset();
-            if (!table)
-                return std::nullopt;
-            record[*table].known = true;
-        } else if (!table) {
-            return std::nullopt;
-        } else if (word == "others") {
+            if (table)
+                record[*table].known = true;
+        } else if (table && word == "others") {
             auto ids = toNumbers(line);
             if (!ids)
                 return std::nullopt;
             record[*table].alike = *ids;
             record[*table].others = std::move(*ids);
-        } else if (word == "trail") {
+        } else if (table && word == "trail") {
             const std::optional<int> id = toNumber(line);
             if (!id)
                 return std::nullopt;

@@ -201,11 +201,10 @@ bool Restore::stands(const Step& step) {
 /// Does to the image what a step has done.
 void Restore::apply(const Step& step, const std::string& said) {
     const Command& command = step.command;
-    Rows& rows = m_image[command.table];
     const int id = step.inserts() ? idIn(said) : step.seen.id();
     auto row = m_image.find(command.table, id);
     if (step.removes()) {
-        rows.erase(row);
+        m_image[command.table].erase(row);
         if (!step.putsBack())
             step.trail->removed = step.trail->sure = true; // its Id can be somebody else's now
         return;
@@ -216,6 +215,7 @@ void Restore::apply(const Step& step, const std::string& said) {
         step.trail->state = Return::back;
         step.trail->backId = id;
     }
+    Rows& rows = m_image[command.table];
     if (row == rows.end()) { // in its place, by which it is read
         row = rows.insert(std::find_if(rows.begin(), rows.end(),
                                        [id](const Row& each) { return each.id() > id; }),

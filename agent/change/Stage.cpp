@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <charconv>
-#include <cstdlib>
 #include <string>
 #include <utility>
 #include <vector>
@@ -118,7 +117,7 @@ int Stage::present(Table table, int rehearsed) const {
 }
 
 std::string Stage::present(Table table, const std::string& rehearsed) const {
-    return std::to_string(present(table, std::atoi(rehearsed.c_str())));
+    return std::to_string(present(table, Row{{rehearsed}}.id()));
 }
 
 /// Whether the library wants what it wanted in the rehearsal.

@@ -173,10 +173,13 @@ void History::takeBackAll() {
     m_actions = pick(4);
     m_database.stored = [this] {
         const auto entry = toEntry(m_database.journal);
-        for (const auto& fact : m_facts)
-            for (const Trail& trail : entry->record[fact->table].trails)
-                if (trail.state == Return::back && trail.backId == fact->id)
-                    fact->noted = !fact->cameBackAs.columns.empty();
+        for (const auto& fact : m_facts) {
+            const auto& trails = entry->record[fact->table].trails;
+            fact->noted = !fact->cameBackAs.columns.empty() &&
+                          std::any_of(trails.begin(), trails.end(), [&fact](const Trail& trail) {
+                              return trail.state == Return::back && trail.backId == fact->id;
+                          });
+        }
     };
     m_database.others = [this] {
         if (m_actions > 0 && pick(8) == 0) {

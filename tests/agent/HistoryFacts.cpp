@@ -60,8 +60,10 @@ void History::seeGone(Fact& fact, const Row& row, Who who) {
     fact.live = false;
     if (who == Who::change) {
         fact.removed = fact.touched = true;
-        if (fact.renamed && !std::exchange(fact.twice, true))
-            fact.theirs = row;                     // it was another one to the change
+        if (fact.renamed) {
+            fact.twice = true;
+            fact.theirs = row;
+        }
         fact.left.assign(fact.left.size(), false); // it comes back with what others wrote
         fact.vague = fact.vague || (fact.added && fact.has(fact.byOthers));
     } else if (who == Who::others) {
@@ -135,7 +137,8 @@ void History::seeChanged(Fact& fact, const Row& before, const Row& now, Who who)
     const TableShape& shape = shapeOf(fact.table);
     if (who == Who::change && fact.renamed) {
         fact.vague = fact.twice = true;
-        fact.theirs = before;
+        fact.theirs = before; // it is another one to the change
+        fact.renamed = false;
     }
     for (std::size_t i = 1; i < now.columns.size(); ++i) {
         if (before.columns[i] == now.columns[i])

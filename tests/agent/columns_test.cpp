@@ -164,6 +164,26 @@ TEST(ColumnsTest, AreNotPutBackTwice) {
     }
 }
 
+TEST(ColumnsTest, ComeBackToABridgeThatOthersChangeMeanwhile) {
+    RowsDatabase database;
+    run(database.rows, "insertkey Bridge Name text:br1");
+    run(database.rows, "insertkey BridgeInterface BridgeId integer:1 Interface text:eth0");
+    Record record;
+    run(database.rows, "deletekey BridgeInterface BridgeId 1", &record);
+    run(database.rows, "deletekey Bridge Id 1", &record);
+    run(database.rows, "insertkey Bridge Name text:theirs");
+    record.settle();
+    database.endsAfter = true; // nobody knows the bridge's Id
+    database.until = 4; // two tables are read, the journal is written, and the bridge put back
+    Image image;
+    EXPECT_EQ(std::nullopt, takeBack(record, image, database));
+    ASSERT_EQ(2U, database.rows[Table::bridge].size());
+    run(database.rows, "updatekey Bridge Name br1 Stp integer:1");
+    database.until = -1;
+    EXPECT_EQ(1, restore(database, toEntry(database.journal)->record));
+    EXPECT_EQ("2\n", run(database.rows, "selectkey BridgeInterface Interface eth0 BridgeId"));
+}
+
 TEST(ColumnsTest, ComeBackByAJournalOfVersion1) {
     std::ifstream file(JOURNAL);
     const std::string text((std::istreambuf_iterator<char>(file)), {});

@@ -59,6 +59,7 @@ const struct {
     {{kOk, kLockedAnswer, "7\n", "8\n", kOk, kOk}, 6, true},
     {{kOk, "Operation succeeded\n"}, 2, false},
     {{kOk, "-1\n"}, 2, false},
+    {{kOk, "7 rows\n"}, 2, false},
     {{kOk, "7\n", "8\n", kOk, kUnknown}, 5, false},
     {{kOk, "7\n", "8\n", kOk, kLockedAnswer}, 5, false},
 };
@@ -128,6 +129,7 @@ TEST(PerformanceTest, TranslatesTheIdsOfNewRows) {
         const Trail& member = (*record)[Table::bridgeInterface].trails.front();
         EXPECT_EQ(7, member.id);
         EXPECT_TRUE(member.columns[1].isOwn("9"));
+        EXPECT_FALSE(member.columns[1].isOwn("7"));
     }
 }
 
