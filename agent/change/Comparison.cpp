@@ -79,8 +79,7 @@ void Comparison::compare(Table table) {
             continue;
         const auto row = standing.rows.find(trail);
         const int id = row != standing.rows.end() ? row->second->id() : trail->id;
-        if (trail->returns() || isReplaced(table, *trail) ||
-            m_now.find(table, id) == m_now[table].end())
+        if (trail->returns() || isReplaced(table, *trail))
             ++m_leftAlone;
         else
             left.insert(id);

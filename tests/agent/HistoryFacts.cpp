@@ -110,7 +110,7 @@ void History::seeNew(Table table, const Row& row, Who who) {
         }
         // Nobody could know that others had renamed one which had just been put back.
         if (std::none_of(m_facts.begin(), m_facts.end(), [&](const auto& fact) {
-                return fact->table == table && fact->live && !fact->noted && fact->renamed &&
+                return fact->table == table && fact->live && !fact->noted && fact->vague &&
                        !fact->cameBackAs.columns.empty() &&
                        fact->cameBackAs.columns[keyOf(table)] == row.columns[keyOf(table)];
             }))
@@ -180,7 +180,8 @@ std::pair<int, int> History::leftAlone(const Fact& fact) {
     const int most = fact.twice ? 2 : fact.touched || !m_whole ? 1 : 0;
     const bool inAdded = fact.bridge != nullptr && fact.bridge->added; // which goes, or is in use
     if (fact.vague || fact.twice || !m_whole || apart || inAdded)
-        return {0, fact.vague && fact.table == Table::bridge ? 1 : most + (apart ? 1 : 0)};
+        return {0, std::max(most, fact.vague && fact.table == Table::bridge ? 1 : 0) +
+                       (apart ? 1 : 0)};
     if (fact.added)
         return {fact.live ? 1 : 0, fact.live ? 1 : 0};
     const bool bridgeGone = fact.bridge != nullptr && !fact.bridge->live &&
