@@ -86,6 +86,12 @@ int readTable(Image& image, Table table) {
     return CORVANTA_FAILED;
 }
 
+int readIfResized(Image& image, Table table) {
+    std::size_t size = 0;
+    const int status = readSize(table, size);
+    return status != CORVANTA_OK || size == image[table].size() ? status : readTable(image, table);
+}
+
 int readRow(Image& image, Table table, int id) {
     const auto known = image.find(table, id);
     if (known != image[table].end()) {

@@ -12,6 +12,9 @@ namespace agent::dev {
 /// @return a corvanta_status; on a failure the image stays as it was
 int readTable(Image& image, Table table);
 
+/// Reads a table again if it has no longer as many rows as the image.
+int readIfResized(Image& image, Table table);
+
 /// Reads one row in a single run where its position is still the same, else the whole table.
 int readRow(Image& image, Table table, int id);
 

@@ -20,15 +20,35 @@ using std::chrono::seconds;
 
 constexpr seconds kRetry{1};
 constexpr seconds kTell{60}; ///< between two lines that say that it can't be taken back yet
-constexpr int kRounds = 10;  ///< more than any change needs
 
-/// What writes a row can be longer than call_cmd() takes as a std::string.
-int runCommand(const std::string& command) {
-    std::array<char, 64> answer{};
-    std::string line = command;
-    return call_cmd(line.data(), static_cast<int>(line.size() + 1), static_cast<int>(line.size()),
-                    answer.data(), static_cast<int>(answer.size()), kTracedLevel);
-}
+/// The device and the journal, as taking back needs them.
+class Device : public RestoreDevice {
+public:
+    explicit Device(Journal& journal) : m_journal(journal) {}
+
+    bool read(Image& image, Table table) override { return readTable(image, table) == CORVANTA_OK; }
+    bool readRow(Image& image, Table table, int id) override {
+        return agent::dev::readRow(image, table, id) == CORVANTA_OK;
+    }
+    bool readIfResized(Image& image, Table table) override {
+        return agent::dev::readIfResized(image, table) == CORVANTA_OK;
+    }
+    std::optional<std::string> run(const std::string& commandLine) override {
+        // What writes a row can be longer than call_cmd() takes as a std::string.
+        std::array<char, 64> answer{};
+        std::string line = commandLine;
+        const int status =
+            call_cmd(line.data(), static_cast<int>(line.size() + 1), static_cast<int>(line.size()),
+                     answer.data(), static_cast<int>(answer.size()), kTracedLevel);
+        if (status != CORVANTA_OK && status != CORVANTA_UNKNOWN_ROW)
+            return std::nullopt;
+        return answer.data() + std::string("\n");
+    }
+    bool store(const Record& record) override { return m_journal.save({false, record}); }
+
+private:
+    Journal& m_journal;
+};
 
 } // namespace
 
@@ -97,6 +117,10 @@ bool Undo::plan(const Record& planned) {
     if (state() != ChangeState::pending)
         m_journal.clear();
     return false;
+}
+
+bool Undo::replan(const Record& planned) {
+    return m_journal.save({false, planned});
 }
 
 bool Undo::keep(const Record& planned, Record done, seconds trial) {
@@ -199,7 +223,8 @@ bool Undo::restore() {
     }
     const Programs::CutShort cut(m_programs, m_stopNow);
     m_unsaved = m_unsaved && !m_journal.save({false, m_record});
-    const auto leftAlone = m_unsaved ? std::nullopt : restoreRows();
+    Device device(m_journal);
+    const auto leftAlone = m_unsaved ? std::nullopt : agent::takeBack(m_record, m_image, device);
     if (!leftAlone || !m_journal.clear()) {
         const auto now = m_system.now();
         m_retry = now + kRetry;
@@ -224,25 +249,6 @@ bool Undo::restore() {
     m_board.show(m_image);
     m_refresh.settle({});
     return true;
-}
-
-/// @return how many rows had to be left alone; nothing when it didn't come to an end
-std::optional<int> Undo::restoreRows() {
-    const Tables tables = tablesToRestore(m_record);
-    for (int round = 0; round < kRounds; ++round) {
-        for (const Table table : kAllTables)
-            if (tables.has(table) && readTable(m_image, table) != CORVANTA_OK)
-                return std::nullopt;
-        const Restoring next = restoring(m_record, m_image, round);
-        if (next.commands.empty())
-            return next.leftAlone;
-        for (const std::string& command : next.commands) {
-            const int status = runCommand(command);
-            if (status != CORVANTA_OK && status != CORVANTA_UNKNOWN_ROW)
-                return std::nullopt;
-        }
-    }
-    return std::nullopt;
 }
 
 } // namespace agent::dev

@@ -46,6 +46,9 @@ public:
     /// Before the first row changes. @return whether the journal is safely there
     bool plan(const Record& planned);
 
+    /// The same while it is performed: a row has got another Id than was planned.
+    bool replan(const Record& planned);
+
     /// The point of no return of a change that is whole: it is pending, or stays.
     /// @return whether it is; else it has to be taken back
     bool keep(const Record& planned, Record done, std::chrono::seconds trial);
@@ -71,7 +74,6 @@ private:
     bool readJournal();
     void beginIdle();
     bool restore();
-    std::optional<int> restoreRows();
 
     System& m_system;
     Programs& m_programs;

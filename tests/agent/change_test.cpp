@@ -222,7 +222,7 @@ TEST(Journal, IsNotObeyedWhenItIsDamaged) {
     damaged.push_back(journal + "\n");
     // Whole, but of a version that is yet to come.
     damaged.push_back(
-        site.run("sed '$d; 1s/1$/2/' state/change.journal | tee next; echo end $(gzip -c "
+        site.run("sed '$d; 1s/2$/3/' state/change.journal | tee next; echo end $(gzip -c "
                  "next | tail -c 8 | head -c 4 | od -An -tx4)"));
     for (const std::string& text : damaged) {
         site.run("rm -f state/*.damaged");
