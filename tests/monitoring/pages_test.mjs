@@ -14,19 +14,19 @@ import { World } from "./world.mjs";
 const [work, axe, ...only] = process.argv.slice(2), MINUTE = 60, HOUR = 3600;
 const STATES = [
   ["all-well", {}, "All 12 routers are well", "All is well."],
-  ["circuit-down", { trouble: { circuitDown: 3 * HOUR }, second: { circuitDown: 2 * MINUTE } }, "1 of 12 routers needs you", "It needs you: circuit 2 (2/33) is enabled but down."],
-  ["line-down", { trouble: { lineDown: 50 * MINUTE } }, "1 of 12 routers needs you", "It needs you: ", { "#alerts": /line is down for 50 min/, "#lanes": /Line/ }],
-  ["silent", { trouble: { silent: 34 * MINUTE } }, "1 of 12 routers needs you", "It needs you: ",
-    { "#state": /Circuits up\s+4 of 4\s+last known[^]*of 5 \d+|last known/, "#age": /last known, 3[3-5] min old/, "#events": /no answer, still/ }],
-  ["values-old", { trouble: { valuesOld: 23 * MINUTE } }, "1 of 12 routers needs you", "It needs you: ", { "#age": /last known, 2\d min old/ }],
+  ["circuit-down", { trouble: { circuitDown: 3 * HOUR }, second: { circuitDown: 2 * MINUTE } }, "1 of 12 routers needs you", "Needs you: circuit 2 (2/33) is enabled but down."],
+  ["line-down", { trouble: { lineDown: 50 * MINUTE } }, "1 of 12 routers needs you", "Needs you: ", { "#alerts": /line is down for 50 min/, "#lanes": /Line/ }],
+  ["silent", { trouble: { silent: 34 * MINUTE } }, "1 of 12 routers needs you", "Needs you: ",
+    { "#state": /Circuits up\s+4 of 4\s+last known[^]*of 5 \d+|last known/, "#age": /last known, 3[3-5] min old/, "#events": /no answer, until now/ }],
+  ["values-old", { trouble: { valuesOld: 23 * MINUTE } }, "1 of 12 routers needs you", "Needs you: ", { "#age": /last known, 2\d min old/ }],
   ["exporter-down", { exporterDown: true }, "Nothing is known of 12 routers", "Nothing is known of it: its exporter does not answer.", { "#notes": /SNMP exporter does not answer/ }],
   ["agent-old", { trouble: { old: true } }, "All 12 routers are well", "All is well.", { "#identity": /older than 1\.1\.0/, "#health": /Programs killed\s+not told/ }],
-  ["pending", { trouble: { pending: [163, Infinity] } }, "1 of 12 routers needs you", "It needs you: ", { "#state": /pending\s+6 min left of 10 min/, "#events": /a change on trial began[^]*VPI\/VCI|VPI\/VCI 7\/38 became 7\/77/ }],
+  ["pending", { trouble: { pending: [163, Infinity] } }, "1 of 12 routers needs you", "Needs you: ", { "#state": /pending\s+\d+ of 600 s left/, "#events": /a change on trial began[^]*VPI\/VCI|VPI\/VCI 7\/38 became 7\/77/ }],
   ["taken-back", { trouble: { pending: [75 * MINUTE, 15 * MINUTE], restored: HOUR, refused: 80 * MINUTE, restarted: 2 * HOUR, circuitDown: 3 * HOUR, circuitLasted: 10 * MINUTE } },
     "All 12 routers are well", "All is well.", { "#events": /a change was taken back[^]*7\/77 became 7\/38|7\/77 became 7\/38[^]*taken back/ }],
   ["unknown-router", { count: 1 }, "The router is well", "No router with the address 192.0.2.2:161 is watched."],
   ["no-routers", { count: 0 }, "No routers are watched yet", "No router with the address 192.0.2.2:161 is watched."],
-  ["restarted", { started: 4 * MINUTE, trouble: { silent: 34 * MINUTE } }, "1 of 12 routers needs you", "It needs you: ", { "#notes": /started 4 min ago/, "#alerts": /at least/, "#events": /did not watch/ }],
+  ["restarted", { started: 4 * MINUTE, trouble: { silent: 34 * MINUTE } }, "1 of 12 routers needs you", "Needs you: ", { "#notes": /started 4 min ago/, "#alerts": /at least/, "#events": /did not watch/ }],
 ];
 
 // --- Prometheus, and before it a server that answers instead of its database
@@ -100,8 +100,122 @@ async function state([name, what, onFleet, onRouter, more = {}]) {
   console.log("ok " + name);
 }
 
+// --- What a page does
+
+const TAB = "\uE004", ENTER = "\uE007", LEFT = "\uE012";
+const names = () => look("[...document.querySelectorAll('#routers a')].map(one => one.innerText)");
+async function show(url, what, width = 1400) {
+  world = new World(what);
+  await browser.size(width);
+  await go(url);
+  await drawn();
+}
+const DEEDS = {
+  async "drawing anew keeps focus, selection and place, and tells a change once"() {
+    await show(fleet, { count: 60 });
+    await look(`(() => {
+      document.querySelectorAll("#routers a")[30].focus();
+      getSelection().selectAllChildren(document.querySelectorAll("#routers td")[200]);
+      window.news = 0; window.touched = 0;
+      new MutationObserver(() => ++news).observe(byId("news"), { childList: true, characterData: true, subtree: true });
+      new MutationObserver(list => touched += list.length).observe(byId("routers"), { childList: true, attributes: true, characterData: true, subtree: true });
+    })()`);
+    const now = () => look("[document.activeElement.innerText, String(getSelection()), scrollY, touched, news]"), before = await now();
+    assert(before[0] === "router-31" && before[1] && before[2] > 0, before);
+    await look("draw()");
+    assert.deepEqual(await now(), before);
+    world.routers[57].circuitDown = HOUR; // comes to the top
+    await look("draw()");
+    assert.equal((await names())[0], "router-58");
+    const after = await now();
+    assert.deepEqual([after[0], after[1], after[4]], [before[0], before[1], 1]);
+    assert.match(await look("byId('news').textContent"), /^router-58: circuit 2 .*down$/);
+    await look("draw()");
+    assert.equal((await now())[4], 1);
+    await look("byId('filter').focus()");
+    await show(router, { trouble: { circuitDown: HOUR } });
+    await look("byId('timeline').focus(), window.scrollTo(0, 700), draw()");
+    assert.deepEqual(await look("[document.activeElement.id, scrollY]"), ["timeline", 700]);
+  },
+  async "everything is reached by keyboard"() {
+    await show(fleet, { second: { circuitDown: HOUR } });
+    await browser.type(TAB + "ROUTER-1"); // the filter takes any case
+    assert.deepEqual(await names(), ["router-1", "router-10", "router-11", "router-12"]);
+    await browser.type(TAB + TAB + TAB + ENTER + ENTER); // group, time, the first heading twice
+    assert.deepEqual([await names(), await look("document.activeElement.innerText"), await look("location.search")],
+      [["router-12", "router-11", "router-10", "router-1"], "Router", "?filter=ROUTER-1&sort=Router-falling"]);
+    await browser.type(TAB.repeat(6) + ENTER);
+    await drawn();
+    assert.equal(await text("h1"), "router-12");
+    await browser.type(TAB.repeat(3) + LEFT + LEFT);
+    assert.match(await look("document.activeElement.getAttribute('aria-valuetext')"), /^\d+ \w+ \d\d:\d\d: down [\d\s]+ of .*; router answers, line up, circuit 1 /);
+  },
+  async "grouped, filtered and sorted by what the address says, on a phone too"() {
+    await show(fleet + "?group=region&sort=Rate%20down&filter=site=north", { labels: { shard: "2" } }, 390);
+    assert.deepEqual(await names(), ["router-1", "router-7", "router-10", "router-4"]);
+    assert.deepEqual(await look("[...document.querySelectorAll('#routers th[colspan]')].map(one => one.innerText)"), ["coast 2 routers, all well", "inland 2 routers, all well"]);
+    assert.match(await text("#totals"), /Routers answering\s+4 of 4/);
+    await look("(byId('sort').value = 'Rate down-falling', byId('sort').onchange())");
+    assert.deepEqual(await names(), ["router-4", "router-10", "router-7", "router-1"]);
+    assert(await look("byId('sort').offsetWidth > 0 && [...byId('group').options].some(one => one.value === 'shard')"));
+  },
+  async "a time of one's own stands in the address"() {
+    const day = 24 * HOUR * 1000, at = (when, zone = new Date().getTimezoneOffset()) => new Date(when - zone * MINUTE * 1000).toISOString().slice(0, 16);
+    await show(`${router}&from=${at(Date.now() - 3 * day)}&to=${at(Date.now() - 2 * day)}`, { trouble: { circuitDown: 60 * HOUR, circuitLasted: HOUR } }, 390);
+    assert.equal(await look("byId('span').value + byId('own').hidden"), "ownfalse");
+    assert.match(await text("#events"), /circuit 2 \(2\/33\) is up again, after 1 h[^]*went down/);
+    await inspect("own-time-router-390");
+    await look("(byId('span').value = '7d', byId('span').onchange())");
+    assert.equal(await look("location.search"), "?instance=192.0.2.2%3A161&span=7d");
+  },
+  async "names from outside are text"() {
+    const evil = `<img src=x onerror="document.title='taken'">'"&`;
+    await show(fleet, { labels: { site: evil }, trouble: { router: evil } });
+    assert(await look(`byId("routers").innerText.includes(${JSON.stringify(evil)}) && !document.querySelector("main img")`));
+    await show(router, { labels: { site: evil }, trouble: { router: evil, wan: evil } });
+    assert(await look(`[document.title, byId("vlans").innerText, byId("identity").innerText].every(text => text.includes(${JSON.stringify(evil)})) && !document.querySelector("main img")`));
+  },
+  async "a Prometheus that does not answer is told, and what was drawn stays"() {
+    await show(fleet, {});
+    deaf = true;
+    await look("byId('span').onchange()");
+    for (let tries = 0; !/does not answer, what follows is of .*: shutting down/.test(await text("#notes")); await pause(100)) assert(++tries < 600);
+    deaf = false;
+    assert.equal((await names()).length, 12);
+  },
+  async "a thousand rows: what is the same is not drawn again"() {
+    await show(fleet + "?group=site", { count: 1000, trouble: { lineDown: HOUR }, second: { silent: HOUR } });
+    await browser.devtools("Performance.enable", { timeDomain: "threadTicks" }); // processor time, however busy the machine
+    const measures = async () => Object.fromEntries((await browser.devtools("Performance.getMetrics", {})).metrics.map(({ name, value }) => [name, value]));
+    const work = async draw => {
+      const before = await measures(), said = await look(`(() => {
+        const made = make.count, watch = new MutationObserver(() => {});
+        watch.observe(byId("routers"), { childList: true, subtree: true, characterData: true, attributes: true });
+        ${draw};
+        byId("routers").offsetHeight;
+        return { made: make.count - made, touched: watch.takeRecords().length };
+      })()`), after = await measures();
+      return { ...said, layouts: after.LayoutCount - before.LayoutCount, took: Math.round(1000 * (after.TaskDuration - before.TaskDuration)) };
+    };
+    const first = await work("drawnRows.clear(), fill('routers'), showRows()"), again = await work("showRows()");
+    console.log(`   1000 rows: ${first.made} elements in ${first.took} ms of processor time, with the same values ${again.made} in ${again.took} ms`);
+    assert.equal((await names()).length, 1000);
+    assert(first.made < 25 * 1000 && again.made < 100, JSON.stringify([first, again]));
+    assert.equal(again.touched, 0);
+    assert(first.layouts + again.layouts <= 4, JSON.stringify([first, again]));
+    asked = [];
+    await look("draw()");
+    assert(asked.length <= 5, asked.join("\n")); // however many routers
+  },
+};
+
 try {
   for (const one of STATES) if (!only.length || only.includes(one[0])) await state(one);
+  for (const [name, deed] of Object.entries(DEEDS)) if (!only.length || only.includes("deeds")) {
+    await deed();
+    assert.deepEqual(await browser.errors(), [], name);
+    console.log("ok " + name);
+  }
 } finally {
   await browser.close();
   server.close();
