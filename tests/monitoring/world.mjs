@@ -82,12 +82,13 @@ export class World {
   // Instant values of an expression, by the few forms that the pages use.
   evaluate(expression, t) {
     const by = expression.match(/^max by \((.*?)\) \((.*)\)$/), over = expression.match(/^\w+_over_time\(([^[]*)\[\d+s\]\)$/), left = expression.match(/^(cvConfirmRemaining{.*?}) - \(time\(\)/);
-    const last = expression.match(/^max_over_time\(timestamp\((.*)\)\[7d:1m\]\)$/);
+    const last = expression.match(/^max_over_time\(timestamp\((.*)\)\[(7d:1m|1m:1s)\]\)$/);
     if (by) return this.evaluate(by[2], t).map(one => Object.fromEntries(["value", ...by[1].split(", ")].map(name => [name, one[name]])));
     if (over) return this.evaluate(over[1], t).map(({ __name__, ...one }) => one);
     if (left) return this.evaluate(left[1], t).map(one => ({ ...one, value: one.value - 25 }));
     if (last) {
-      for (let back = 0; back < 7 * 24 * HOUR; back += MINUTE) if (this.evaluate(last[1], t - back).length) return [{ value: t - back }];
+      const [reach, step] = last[2] === "7d:1m" ? [7 * 24 * HOUR, MINUTE] : [MINUTE, 1];
+      for (let back = 0; back < reach; back += step) if (this.evaluate(last[1], t - back).length) return [{ value: t - back }];
       return [];
     }
     const [, name, matchers] = expression.match(/^([\w:]*){(.*)}$/) || assert.fail("the pages ask what no answer is made for: " + expression);
