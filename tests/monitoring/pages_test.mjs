@@ -17,13 +17,13 @@ const STATES = [
   ["circuit-down", { trouble: { circuitDown: 3 * HOUR }, second: { circuitDown: 2 * MINUTE } }, "1 of 12 routers needs you", "Needs you: circuit 2 (2/33) is enabled but down."],
   ["line-down", { trouble: { lineDown: 50 * MINUTE } }, "1 of 12 routers needs you", "Needs you: ", { "#alerts": /line is down for 5\d min/, "#lanes": /Line/ }],
   ["silent", { trouble: { silent: 34 * MINUTE } }, "1 of 12 routers needs you", "Needs you: ",
-    { "#state": /Circuits up\s+4 of 4\s+last known[^]*of 5 \d+|last known/, "#age": /last known, 3\d min old/, "#events": /no answer, until now/ }],
+    { "#state": /Circuits up\s+4 of 4\s+last known, \d/, "#age": /last known, 3\d min old/, "#events": /no answer, until now/ }],
   ["values-old", { trouble: { valuesOld: 23 * MINUTE } }, "1 of 12 routers needs you", "Needs you: ", { "#age": /last known, 2\d min old/ }],
-  ["exporter-down", { exporterDown: true }, "Nothing is known of 12 routers", "Nothing is known of it: its exporter does not answer.", { "#notes": /SNMP exporter does not answer/ }],
+  ["exporter-down", { exporterDown: true }, "Nothing is known of 12 routers", "Nothing is known of it: its exporter does not answer.", { "#notes": /SNMP exporter does not answer/, "#events": /SNMP exporter did not answer, until now$/ }],
   ["agent-old", { trouble: { old: true } }, "All 12 routers are well", "All is well.", { "#identity": /older than 1\.1\.0/, "#health": /Programs killed\s+not told/ }],
-  ["pending", { trouble: { pending: [163, Infinity] } }, "1 of 12 routers needs you", "Needs you: ", { "#state": /pending\s+\d+ of 600 s left/, "#events": /a change on trial began[^]*VPI\/VCI|VPI\/VCI 7\/38 became 7\/77/ }],
+  ["pending", { trouble: { pending: [163, Infinity] } }, "1 of 12 routers needs you", "Needs you: ", { "#state": /pending\s+\d+ of 600 s left/, "#events": /7\/38 became 7\/77[^]*a change on trial began$/ }],
   ["taken-back", { trouble: { pending: [75 * MINUTE, 15 * MINUTE], restored: HOUR, refused: 80 * MINUTE, restarted: 2 * HOUR, circuitDown: 3 * HOUR, circuitLasted: 10 * MINUTE } },
-    "All 12 routers are well", "All is well.", { "#events": /a change was taken back[^]*7\/77 became 7\/38|7\/77 became 7\/38[^]*taken back/ }],
+    "All 12 routers are well", "All is well.", { "#events": /7\/77 became 7\/38[^]*taken back, for 1 min[^]*trial began[^]*3 sets refused[^]*boots 7 became 8[^]*up again, after 10 min[^]*went down$/ }],
   ["unknown-router", { count: 1 }, "The router is well", "No router with the address 192.0.2.2:161 is watched."],
   ["no-routers", { count: 0 }, "No routers are watched yet", "No router with the address 192.0.2.2:161 is watched."],
   ["restarted", { started: 4 * MINUTE, trouble: { silent: 34 * MINUTE } }, "1 of 12 routers needs you", "Needs you: ", { "#notes": /started [4-9] min ago/, "#alerts": /at least/, "#events": /did not watch/ }],
@@ -204,7 +204,7 @@ const DEEDS = {
     assert(first.layouts + again.layouts <= 4, JSON.stringify([first, again]));
     asked = [];
     await look("draw()");
-    assert(asked.length <= 5, asked.join("\n")); // however many routers
+    assert(new Set(asked).size <= 7, asked.join("\n")); // however many routers
   },
 };
 

@@ -50,13 +50,14 @@ export class World {
   }
   series(t, all) {
     if (t > Date.now() / 1000 + 1 || this.started > t && t > this.started - 10 * MINUTE) return [];
-    return this.routers.filter(r => !all || r.instance === all).flatMap(r => {
+    const exporter = { __name__: "up", job: "corvanta_exporter", exporter: "127.0.0.1:9116", value: Number(!(this.exporterDown && t > this.now - 20 * MINUTE)) };
+    return [exporter, ...this.routers.filter(r => !all || r.instance === all).flatMap(r => {
       const silent = this.during(t, r.silent) || this.exporterDown && t > this.now - 20 * MINUTE, mute = silent || this.during(t, r.valuesOld) && t > this.now - r.valuesOld + 2 * MINUTE;
       const target = { instance: r.instance, router: r.router, exporter: "127.0.0.1:9116", ...r.labels };
       const as = (job, list) => list.map(([__name__, value, labels]) => ({ ...target, ...labels, __name__, job, value }));
       const last = mute ? [["router:corvanta_circuits_enabled:sum", 4]] : [];
       return [...as("corvanta_health", [["up", Number(!silent)], ...(silent ? [] : this.health(r, t, all))]), ...as("corvanta", [["up", Number(!mute)], ...(mute ? last : this.values(r, t, all))])];
-    });
+    })];
   }
 
   alerts() {
