@@ -133,8 +133,8 @@ const DEEDS = {
     assert.equal((await now())[3], 1);
     await look("byId('filter').focus()");
     await show(router, { trouble: { circuitDown: HOUR } });
-    await look("byId('timeline').focus(), window.scrollTo(0, 700), draw()");
-    assert.deepEqual(await look("[document.activeElement.id, scrollY]"), ["timeline", 700]);
+    await look("byId('cursor').focus(), window.scrollTo(0, 700), draw()");
+    assert.deepEqual(await look("[document.activeElement.id, scrollY]"), ["cursor", 700]);
   },
   async "everything is reached by keyboard"() {
     await show(fleet, { second: { circuitDown: HOUR } });
