@@ -8,7 +8,10 @@ export const pause = ms => new Promise(done => setTimeout(done, ms));
 
 // PROFILE is a folder for what the browser stores; pictures go to the folder PICTURES.
 export async function open(profile, pictures) {
-  const driver = spawn("chromedriver", ["--port=0"], { stdio: ["ignore", "pipe", "inherit"] });
+  // A group of its own, which ends with this program however that ends: the browser outlives its driver.
+  const driver = spawn("chromedriver", ["--port=0"], { stdio: ["ignore", "pipe", "inherit"], detached: true });
+  process.on("exit", () => { try { process.kill(-driver.pid); } catch { /* has ended */ } });
+  for (const signal of ["SIGINT", "SIGTERM"]) process.on(signal, () => process.exit(1));
   let said = "", port;
   while (!(port = said.match(/started successfully on port (\d+)/)?.[1])) said += (await once(driver.stdout, "data"))[0];
   async function call(method, path, body) {
@@ -29,7 +32,7 @@ export async function open(profile, pictures) {
     go: url => call("POST", `/${sessionId}/url`, { url }),
     // The value of an expression in the page, also when it is a promise.
     look: expression => call("POST", `/${sessionId}/execute/sync`, { script: "return " + expression, args: [] }),
-    // Types keys; NAMES are those of the WebDriver standard.
+    // Types keys, those without a letter as the WebDriver standard has them.
     type: keys => call("POST", `/${sessionId}/actions`, { actions: [{ type: "key", id: "keyboard",
       actions: [...keys].flatMap(value => [{ type: "keyDown", value }, { type: "keyUp", value }]) }] }),
     async size(width, dark = false) {
@@ -38,7 +41,8 @@ export async function open(profile, pictures) {
     },
     async shoot(name) { // all of the page, the part below the window too, up to a limit
       const { cssContentSize: { width, height } } = await devtools("Page.getLayoutMetrics", {});
-      const { data } = await devtools("Page.captureScreenshot", { captureBeyondViewport: true, clip: { x: 0, y: 0, width, height: Math.min(height, 6000), scale: 1 } });
+      const clip = { x: 0, y: 0, width, height: Math.min(height, 6000), scale: 1 };
+      const { data } = await devtools("Page.captureScreenshot", { captureBeyondViewport: true, clip });
       fs.writeFileSync(`${pictures}/${name}.png`, Buffer.from(data, "base64"));
     },
     // What the console has complained of since the last time.

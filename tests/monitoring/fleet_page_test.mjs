@@ -17,7 +17,8 @@ const names = Object.keys(routers), second = names[1 % names.length], last = nam
 const browser = await open(folder + "/browser", "build/fleet"), { go, look, shoot } = browser;
 // The rows of a table, or the figures of a list, by their first texts.
 const texts = async id => Object.fromEntries((await look(`[...document.querySelectorAll("#${id} tr, #${id} > div")]
-  .map(row => [...row.children].map(one => one.innerText))`)).map(([first, ...rest]) => [first.replace(/\n[^]*/, ""), rest.length > 1 ? rest : rest[0]]));
+  .map(row => [...row.children].map(one => one.innerText))`)).map(([first, ...rest]) =>
+  [first.replace(/\n[^]*/, ""), rest.length > 1 ? rest : rest[0]]));
 const advice = () => look("byId('alerts').innerText");
 // Waits for what must be true soon: two scrapes, the rules and, when it draws by itself, the page's
 // 15 seconds.
@@ -65,9 +66,11 @@ const mail = () => fs.existsSync(folder + "/mail") ? fs.readFileSync(folder + "/
 const sum = (rows, column) => rows.reduce((so_far, row) => so_far + row[column], 0);
 async function fleetIsRight() {
   const shown = await texts("routers"), right = names.map(expected), totals = await texts("totals");
-  assert.deepEqual(names.map(name => shown[name]?.slice(1, 4)), right.map(([up, down, ...rates]) => [`${up} of ${up + down} up`, ...rates.map(grouped)]));
+  assert.deepEqual(names.map(name => shown[name]?.slice(1, 4)),
+    right.map(([up, down, ...rates]) => [`${up} of ${up + down} up`, ...rates.map(grouped)]));
   assert(names.every(name => /^\d+ s$/.test(shown[name][4])));
-  assert.equal(String(totals["Circuits up"]), `${sum(right, 0)} of ${sum(right, 0) + sum(right, 1)}` + (sum(right, 1) ? `,${sum(right, 1)} down` : ""));
+  const [up, down] = [sum(right, 0), sum(right, 1)];
+  assert.equal(String(totals["Circuits up"]), `${up} of ${up + down}` + (down ? `,${down} down` : ""));
   for (const [label, column] of [["All lines down", 2], ["All lines up", 3]]) assert.equal(totals[label][0], grouped(sum(right, column)) + " kbit/s");
   assert.equal(totals["Routers answering"], `${names.length} of ${names.length}`);
 }
@@ -98,7 +101,8 @@ try {
     assert.equal((await texts("interfaces")).PPPoE2, "down");
     const state = await texts("state"), health = await texts("health");
     assert.equal(state["Answers"], "yes");
-    assert.deepEqual(state["Rate down"].map(text => plain(text.replace(/[a-z/ ]/g, ""))), ["Actual", "Attainable"].map(kind => Number(said[`cvDsl${kind}RateDown.0`])));
+    assert.deepEqual(state["Rate down"].map(text => plain(text.replace(/[a-z/ ]/g, ""))),
+      ["Actual", "Attainable"].map(kind => Number(said[`cvDsl${kind}RateDown.0`])));
     assert.equal(health["Sets refused"], "0");
     assert(plain(health["Refreshes done"]) > 0);
     assert.match(await advice(), /^critical circuit 2 .*\n+The line carries/);

@@ -2,109 +2,141 @@
 import assert from "node:assert/strict";
 import fs from "node:fs";
 
-const MINUTE = 60, HOUR = 3600;
-const rules = Object.fromEntries(fs.readFileSync("monitoring/rules/corvanta-alerts.yml", "utf8").split("- alert: ").slice(1).map(text => {
-  const part = name => text.match(new RegExp(`${name}: (?:&\\w+ )?(?:>-\\n((?: {12}.*\\n)+)|"?(.*?)"?\\n)`))?.slice(1).find(Boolean).replace(/\s+/g, " ").trim();
-  return [text.match(/\w+/)[0], { severity: text.match(/severity: (\w+)/)[1], symptom_of: text.match(/symptom_of: (\w+)/)?.[1],
-    summary: part("summary"), action: part("action") }];
+export const MINUTE = 60, HOUR = 3600;
+const EXPORTER = "127.0.0.1:9116";
+
+// The texts of the alerts, from their rules.
+const RULES = Object.fromEntries(fs.readFileSync("monitoring/rules/corvanta-alerts.yml", "utf8").split("- alert: ").slice(1).map(rule => {
+  const text = name => rule.match(new RegExp(`${name}: (?:&\\w+ )?(?:>-\\n((?: {12}.*\\n)+)|"?(.*?)"?\\n)`))
+    ?.slice(1).find(Boolean).replace(/\s+/g, " ").trim();
+  const label = name => rule.match(new RegExp(`${name}: (\\w+)`))?.[1];
+  return [rule.match(/\w+/)[0], { severity: label("severity"), symptom_of: label("symptom_of"), summary: text("summary"), action: text("action") }];
 }));
 
+// COUNT routers; the second has TROUBLE, the third SECOND: what began how many seconds ago. circuitDown,
+// lineDown, silent, valuesOld, refused and restarted last, pending and flap are [ago, seconds].
 export class World {
-  constructor({ count = 12, trouble = {}, exporterDown = false, started = 5 * 24 * HOUR, labels = {}, second = {} }) {
-    Object.assign(this, { now: Date.now() / 1000, exporterDown, started: Date.now() / 1000 - started });
-    this.routers = Array.from({ length: count }, (_, i) => ({ router: `router-${i + 1}`, instance: `192.0.2.${i + 1}:161`, i,
-      labels: { site: ["north", "south", "west"][i % 3], region: i % 2 ? "inland" : "coast", ...labels }, ...(i === 1 ? trouble : i === 2 ? second : {}) }));
+  constructor({ count = 12, trouble = {}, second = {}, labels = {}, exporterDown, started = 120 * HOUR }) {
+    const names = i => ({ router: `router-${i + 1}`, instance: `192.0.2.${i + 1}:161` });
+    this.born = Date.now() / 1000;
+    this.started = this.born - started;
+    this.exporterDown = exporterDown;
+    this.routers = Array.from({ length: count }, (_, i) => ({ i, ...names(i), ...[{}, trouble, second][i],
+      labels: { site: ["north", "south", "west"][i % 3], region: i % 2 ? "inland" : "coast", ...labels } }));
   }
-  // Whether something that began so many seconds ago, and lasted, is so at a time.
-  during(time, began, lasted = Infinity) { return began !== undefined && time >= this.now - began && time < this.now - began + lasted; }
+  is(t, ago, lasting = Infinity) { return ago !== undefined && t >= this.born - ago && t < this.born - ago + lasting; }
+  onTrial(r, t) { return this.is(t, ...(r.pending || [])); }
 
-  // The series of a router at a time, [name, value, labels]; ALL are those that the fleet's page does not ask for.
+  // --- Series of a router, as [name, value, labels]; ALL means those too that the fleet's page does not ask for
+
   health(r, t, all) {
-    const pending = this.during(t, r.pending?.[0], r.pending?.[1]), restoring = this.during(t, r.restored, MINUTE), age = this.during(t, r.valuesOld) ? t - this.now + r.valuesOld : 12;
-    const list = [["cvSecondsSinceRefresh", Math.round(age)]];
-    if (!all) return list;
-    list.push(["cvRefreshesDone", this.during(t, r.restarted) ? 7 : 4711], ["cvRefreshesFailed", 0], ["cvSetsRefused", this.during(t, r.refused) ? 3 : 0]);
-    if (r.old) return list;
-    return [...list, ["cvClientsKilled", 0], ["cvJournalsDamaged", 0], ["cvRowsNotRestored", 0], ["cvConfirmTimeout", pending ? 600 : 0], ["cvConfirmRemaining", pending ? 437 : 0],
-      ...["idle", "pending", "restoring"].map(state => ["cvChangeState", Number(state === (restoring ? "restoring" : pending ? "pending" : "idle")), { cvChangeState: state }]),
-      ["sysDescr", 1, { sysDescr: "corvantad 1.1.1, SNMP agent of an ATM-over-SHDSL modem-router" }], ["sysName", 1, { sysName: r.router + ".example" }],
-      ["sysUpTime", 100 * (t - this.now + 9 * 24 * HOUR)], ["snmpEngineBoots", this.during(t, r.restarted) ? 8 : 7]];
+    const old = this.is(t, r.valuesOld), restarted = this.is(t, r.restarted), onTrial = this.onTrial(r, t);
+    const state = this.is(t, r.restored, MINUTE) ? "restoring" : onTrial ? "pending" : "idle";
+    const list = [["cvSecondsSinceRefresh", old ? Math.round(t - this.born + r.valuesOld) : 12]];
+    if (all) list.push(["cvRefreshesDone", restarted ? 7 : 4711], ["cvRefreshesFailed", 0], ["cvSetsRefused", this.is(t, r.refused) ? 3 : 0]);
+    if (all && !r.before110) list.push(["cvClientsKilled", 0], ["cvJournalsDamaged", 0], ["cvRowsNotRestored", 0],
+      ["cvConfirmTimeout", onTrial ? 600 : 0], ["cvConfirmRemaining", onTrial ? 437 : 0],
+      ...["idle", "pending", "restoring"].map(name => ["cvChangeState", Number(name === state), { cvChangeState: name }]),
+      ["sysDescr", 1, { sysDescr: "corvantad 1.1.1, SNMP agent of an ATM-over-SHDSL modem-router" }],
+      ["sysName", 1, { sysName: r.router + ".example" }], ["sysUpTime", 100 * (t - this.started)], ["snmpEngineBoots", restarted ? 8 : 7]);
+    return list;
   }
   values(r, t, all) {
-    const lineDown = this.during(t, r.lineDown), drop = this.during(t, r.circuitDown, r.circuitLasted) ? 2 : 0;
+    const lineDown = this.is(t, r.lineDown), dropped = this.is(t, r.circuitDown) || this.is(t, ...(r.flap || []));
     const down = lineDown ? 0 : 4096 + 64 * ((r.i * 7) % 26) + Math.round(40 * Math.sin(t / 5000 + r.i)), up = lineDown ? 0 : 768 + 32 * (r.i % 10);
-    const isUp = vpi => !lineDown && vpi !== drop, circuits = [1, 2, 3, 4, 5, 6, 7, 8].map(n => ({ n, vpi: n, vci: n === 7 && this.during(t, r.pending?.[0], r.pending?.[1]) ? 77 : n === 1 ? 32 : 31 + n, on: [1, 2, 3, 8].includes(n) }));
-    const labels = one => ({ cvCircuitIndex: String(one.n), cvCircuitVpi: String(one.vpi), cvCircuitVci: String(one.vci), cvCircuitDeviceName: "atm" + one.n });
-    const on = circuits.filter(one => one.on), list = [["cvDslActualRateDown", down], ["cvDslActualRateUp", up], ["cvDslAttainableRateDown", down && down + 320],
-      ["cvDslAttainableRateUp", up && up + 96], ["router:corvanta_circuits_known:sum", on.length], ["router:corvanta_circuits_enabled:sum", on.length],
-      ["router:corvanta_circuits_down:sum", on.filter(one => !isUp(one.vpi)).length]];
+    const on = [1, 2, 3, 8], isUp = n => on.includes(n) && !lineDown && !(n === 2 && dropped);
+    const list = [["cvDslActualRateDown", down], ["cvDslActualRateUp", up],
+      ["cvDslAttainableRateDown", down && down + 320], ["cvDslAttainableRateUp", up && up + 96],
+      ["router:corvanta_circuits_known:sum", on.length], ["router:corvanta_circuits_enabled:sum", on.length],
+      ["router:corvanta_circuits_down:sum", on.filter(n => !isUp(n)).length]];
     if (!all) return list;
-    for (const one of circuits) {
-      list.push(["cvCircuitEnabled", Number(one.on), labels(one)], ["cvCircuitFcsPreserve", 1, labels(one)], ["router:corvanta_vpi_up:max", Number(one.on && isUp(one.vpi)), { cvCircuitVpi: String(one.vpi) }]);
-      if (one.on && !isUp(one.vpi)) list.push(["router:corvanta_circuit_down", 1, labels(one)]);
-      for (const [name, value] of [["cvVlanEnabled", one.n < 3], ["cvVlanDiscardTag", one.n < 2]])
-        list.push([name, Number(value), { cvVlanIndex: String(one.n), cvVlanWanInterface: one.n === 2 ? r.wan || "wan2" : one.n === 1 ? "wan1" : "" }]);
-      for (const state of ["up", "down"]) list.push(["cvLayer2IfState", Number((state === "up") === (one.on && isUp(one.vpi))), { cvLayer2IfState: state, cvLayer2IfIndex: String(one.n), cvLayer2IfName: "VC" + one.vpi }]);
-    }
+    for (let n = 1; n <= 8; ++n) list.push(...this.circuit(n, on.includes(n), isUp(n), n === 7 && this.onTrial(r, t) ? 77 : 31 + n), ...this.vlan(n, r));
     return [...list, ["cvDefaultWanInterface", 1, { cvDefaultWanInterface: "wan1" }], ["cvDiscardUntaggedFrames", 0]];
   }
-  series(t, all) {
-    if (t > Date.now() / 1000 + 1 || this.started > t && t > this.started - 10 * MINUTE) return [];
-    const exporter = { __name__: "up", job: "corvanta_exporter", exporter: "127.0.0.1:9116", value: Number(!(this.exporterDown && t > this.now - 20 * MINUTE)) };
-    return [exporter, ...this.routers.filter(r => !all || r.instance === all).flatMap(r => {
-      const silent = this.during(t, r.silent) || this.exporterDown && t > this.now - 20 * MINUTE, mute = silent || this.during(t, r.valuesOld) && t > this.now - r.valuesOld + 2 * MINUTE;
-      const target = { instance: r.instance, router: r.router, exporter: "127.0.0.1:9116", ...r.labels };
-      const as = (job, list) => list.map(([__name__, value, labels]) => ({ ...target, ...labels, __name__, job, value }));
-      const last = mute ? [["router:corvanta_circuits_enabled:sum", 4]] : [];
-      return [...as("corvanta_health", [["up", Number(!silent)], ...(silent ? [] : this.health(r, t, all))]), ...as("corvanta", [["up", Number(!mute)], ...(mute ? last : this.values(r, t, all))])];
-    })];
+  circuit(n, on, up, vci) {
+    const labels = { cvCircuitIndex: String(n), cvCircuitVpi: String(n), cvCircuitVci: String(vci), cvCircuitDeviceName: "atm" + n };
+    return [["cvCircuitEnabled", Number(on), labels], ["cvCircuitFcsPreserve", 1, labels], ["router:corvanta_vpi_up:max", Number(up), { cvCircuitVpi: String(n) }],
+      ...(on && !up ? [["router:corvanta_circuit_down", 1, labels]] : []), ...["up", "down"].map(state => ["cvLayer2IfState",
+        Number((state === "up") === up), { cvLayer2IfState: state, cvLayer2IfIndex: String(n), cvLayer2IfName: "VC" + n }])];
+  }
+  vlan(n, r) {
+    const labels = { cvVlanIndex: String(n), cvVlanWanInterface: ["", "wan1", r.wan || "wan2"][n] || "" };
+    return [["cvVlanEnabled", Number(n < 3), labels], ["cvVlanDiscardTag", Number(n < 2), labels]];
   }
 
-  alerts() {
-    const told = [], add = (r, alertname, ago, labels = {}, state = "firing", value = "") => {
-      const { severity, symptom_of, ...texts } = rules[alertname], all = { alertname, severity, ...(symptom_of ? { symptom_of } : {}), exporter: "127.0.0.1:9116", ...(r ? { instance: r.instance, router: r.router } : {}), ...labels };
-      const annotations = Object.fromEntries(Object.entries(texts).map(([name, text]) => [name, text.replace(/{{ \$labels\.(\w+) }}/g, (_, label) => all[label]).replace(/{{ \$value.*?}}/g, value)]));
-      told.push({ labels: all, annotations, state, activeAt: new Date((this.now - ago) * 1000).toISOString(), value: "1" });
-    };
-    const circuit = n => ({ cvCircuitIndex: String(n), cvCircuitVpi: String(n), cvCircuitVci: String(31 + n), cvCircuitDeviceName: "atm" + n });
-    if (this.exporterDown) add(undefined, "CorvantaExporterDown", 20 * MINUTE);
-    for (const r of this.routers) {
-      const heard = this.exporterDown ? 0 : 1;
-      if (heard && r.silent) add(r, "CorvantaRouterNotAnswering", Math.min(r.silent, this.now - this.started), {}, r.silent < 2 * MINUTE ? "pending" : "firing");
-      if (r.circuitDown && !r.circuitLasted) add(r, "CorvantaCircuitDown", Math.min(r.circuitDown, this.now - this.started), circuit(2), r.circuitDown < 5 * MINUTE ? "pending" : "firing");
-      if (r.lineDown) for (const [name, labels] of [["CorvantaLineDown"], ["CorvantaCircuitDown", circuit(1)], ["CorvantaCircuitDown", circuit(2)]]) add(r, name, r.lineDown, labels);
-      if (r.valuesOld) add(r, "CorvantaSnapshotOld", r.valuesOld, {}, "firing", "23m 10s");
-      if (this.during(this.now, r.pending?.[0], r.pending?.[1])) add(r, "CorvantaChangePending", r.pending[0]);
-      if (r.refused < 15 * MINUTE) add(r, "CorvantaSetsRefused", r.refused);
+  // All series at a time, or those of one router.
+  series(t, instance) {
+    if (t > Date.now() / 1000 + 1 || this.is(t, this.born - this.started + 10 * MINUTE, 10 * MINUTE)) return []; // to come, or not watched
+    const noExporter = this.exporterDown && this.is(t, 20 * MINUTE), all = instance !== undefined;
+    const list = [{ __name__: "up", job: "corvanta_exporter", exporter: EXPORTER, value: Number(!noExporter) }];
+    for (const r of this.routers.filter(r => !all || r.instance === instance)) {
+      const silent = noExporter || this.is(t, r.silent), mute = silent || this.is(t, r.valuesOld - 2 * MINUTE || undefined);
+      const add = (job, series) => list.push(...series.map(([__name__, value, labels]) =>
+        ({ instance: r.instance, router: r.router, exporter: EXPORTER, ...r.labels, ...labels, __name__, job, value })));
+      add("corvanta_health", [["up", Number(!silent)], ...(silent ? [] : this.health(r, t, all))]);
+      add("corvanta", [["up", Number(!mute)], ...(mute ? [["router:corvanta_circuits_enabled:sum", 4]] : this.values(r, t, all))]);
     }
-    return told;
+    return list;
   }
 
-  // Instant values of an expression, by the few forms that the pages use.
+  // --- Alerts
+
+  alert(r, alertname, ago, labels = {}, wait = 0) {
+    const { severity, symptom_of, ...texts } = RULES[alertname], lasting = Math.min(ago, this.born - this.started);
+    const all = { alertname, severity, exporter: EXPORTER, ...(symptom_of ? { symptom_of } : {}), ...(r ? { instance: r.instance, router: r.router } : {}), ...labels };
+    const filled = text => text.replace(/{{ \$labels\.(\w+) }}/g, (_, label) => all[label]).replace(/{{ \$value.*?}}/g, "23m 10s");
+    return { labels: all, annotations: Object.fromEntries(Object.entries(texts).map(([name, text]) => [name, filled(text)])),
+      state: lasting < wait ? "pending" : "firing", activeAt: new Date((this.born - lasting) * 1000).toISOString(), value: "1" };
+  }
+  alerts() {
+    const list = this.exporterDown ? [this.alert(undefined, "CorvantaExporterDown", 20 * MINUTE)] : [];
+    const circuit = n => this.circuit(n, true, false, 31 + n)[0][2];
+    for (const r of this.routers) {
+      const add = (name, ago, ...more) => ago === undefined || list.push(this.alert(r, name, ago, ...more));
+      add("CorvantaRouterNotAnswering", r.silent, {}, 2 * MINUTE);
+      add("CorvantaCircuitDown", r.circuitDown, circuit(2), 5 * MINUTE);
+      add("CorvantaLineDown", r.lineDown);
+      add("CorvantaCircuitDown", r.lineDown, circuit(1), 5 * MINUTE);
+      add("CorvantaSnapshotOld", r.valuesOld);
+      if (this.onTrial(r, this.born)) add("CorvantaChangePending", r.pending[0]);
+    }
+    return list;
+  }
+
+  // --- Answers
+
+  // Values of an expression at a time, by the few forms that the pages use.
   evaluate(expression, t) {
-    const by = expression.match(/^max by \((.*?)\) \((.*)\)$/), over = expression.match(/^\w+_over_time\(([^[]*)\[\d+s\]\)$/), left = expression.match(/^(cvConfirmRemaining{.*?}) - \(time\(\)/);
-    const last = expression.match(/^max_over_time\(timestamp\((.*)\)\[(7d:1m|1m:1s)\]\)$/);
-    if (by) return this.evaluate(by[2], t).map(one => Object.fromEntries(["value", ...by[1].split(", ")].map(name => [name, one[name]])));
-    if (over) return this.evaluate(over[1], t).map(({ __name__, ...one }) => one);
-    if (left) return this.evaluate(left[1], t).map(one => ({ ...one, value: one.value - 25 }));
+    const form = pattern => expression.match(pattern)?.slice(1), strip = ({ __name__, ...one }) => one;
+    const by = form(/^max by \((.*?)\) \((.*)\)$/), over = form(/^\w+_over_time\(([^[]*)\[\d+s\]\)$/);
+    const last = form(/^max_over_time\(timestamp\((.*)\)\[(7d:1m|1m:1s)\]\)$/), left = form(/^(cvConfirmRemaining{.*?}) - \(time\(\)/);
+    if (by) return this.evaluate(by[1], t).map(one => Object.fromEntries(["value", ...by[0].split(", ")].map(name => [name, one[name]])));
+    if (over) return this.evaluate(over[0], t).map(strip);
+    if (left) return this.evaluate(left[0], t).map(one => ({ ...one, value: one.value - 25 }));
     if (last) {
-      const [reach, step] = last[2] === "7d:1m" ? [7 * 24 * HOUR, MINUTE] : [MINUTE, 1];
-      for (let back = 0; back < reach; back += step) if (this.evaluate(last[1], t - back).length) return [{ value: t - back }];
+      const [reach, step] = last[1] === "7d:1m" ? [168 * HOUR, MINUTE] : [MINUTE, 1];
+      for (let back = 0; back < reach; back += step) if (this.evaluate(last[0], t - back).length) return [{ value: t - back }];
       return [];
     }
-    const [, name, matchers] = expression.match(/^([\w:]*){(.*)}$/) || assert.fail("the pages ask what no answer is made for: " + expression);
-    const wanted = [...matchers.matchAll(/(\w+)(=~|!=|=)("(?:[^"\\]|\\.)*")/g)].map(([, label, sign, text]) => [label, sign, sign === "=~" ? new RegExp(`^(?:${JSON.parse(text)})$`) : JSON.parse(text)]);
-    if (name) wanted.push(["__name__", "=", name]);
-    const all = wanted.find(([label, sign]) => label === "instance" && sign === "=")?.[2];
-    return this.series(t, all).filter(one => wanted.every(([label, sign, value]) => sign === "=~" ? value.test(one[label] || "") : (sign === "=") === ((one[label] || "") === value)));
+    return this.select(expression, t);
+  }
+  select(selector, t) {
+    const [, name, matchers] = selector.match(/^([\w:]*){(.*)}$/) || assert.fail("no answer is made for " + selector);
+    const wanted = [...matchers.matchAll(/(\w+)(=~|!=|=)("(?:[^"\\]|\\.)*")/g)].map(([, label, sign, text]) =>
+      ({ label, sign, text: JSON.parse(text), pattern: new RegExp(`^(?:${JSON.parse(text)})$`) }));
+    if (name) wanted.push({ label: "__name__", sign: "=", text: name });
+    const fits = (one, { label, sign, text, pattern }) => sign === "=~" ? pattern.test(one[label] || "") : (sign === "=") === ((one[label] || "") === text);
+    return this.series(t, wanted.find(({ label, sign }) => label === "instance" && sign === "=")?.text)
+      .filter(one => wanted.every(matcher => fits(one, matcher)));
   }
   answer(what, parameters) {
     if (what === "alerts") return { alerts: this.alerts() };
     if (what === "status/runtimeinfo") return { startTime: new Date(this.started * 1000).toISOString() };
-    const expression = parameters.get("query");
-    if (what === "query") return { resultType: "vector", result: this.evaluate(expression, Number(parameters.get("time") || Date.now() / 1000)).map(({ value, ...metric }) => ({ metric, value: [this.now, String(value)] })) };
-    const [start, end, step] = ["start", "end", "step"].map(name => Number(parameters.get(name))), found = new Map();
-    for (let t = start; t <= end; t += step) for (const { value, ...metric } of this.evaluate(expression, t)) {
+    const [start, end, step, time] = ["start", "end", "step", "time"].map(name => Number(parameters.get(name))), query = parameters.get("query");
+    if (what === "query") return { resultType: "vector", result: this.evaluate(query, time || Date.now() / 1000)
+      .map(({ value, ...metric }) => ({ metric, value: [time, String(value)] })) };
+    const found = new Map();
+    for (let t = start; t <= end; t += step) for (const { value, ...metric } of this.evaluate(query, t)) {
       const key = JSON.stringify(metric);
       if (!found.has(key)) found.set(key, { metric, values: [] });
       found.get(key).values.push([t, String(value)]);
