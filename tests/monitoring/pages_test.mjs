@@ -168,6 +168,7 @@ const DEEDS = {
     await drawn();
     assert.equal(await text("h1"), "router-12");
     await browser.type(TAB.repeat(3) + LEFT + LEFT);
+    assert.equal(await look("byId('cursor').ariaValueMax - document.activeElement.ariaValueNow"), 2);
     assert.match(await look("document.activeElement.getAttribute('aria-valuetext')"),
       /^\d+ \w+ \d\d:\d\d: down [\d\s]+ of .*; router answers, line up, circuit 1 /);
   },
