@@ -106,6 +106,7 @@ try {
     assert.equal(health["Sets refused"], "0");
     assert(plain(health["Refreshes done"]) > 0);
     assert.match(await advice(), /^critical circuit 2 .*\n+The line carries/);
+    assert.match(await look("document.querySelector('#alerts pre').textContent"), /^router:corvanta_circuit_down or /);
     const identity = await texts("identity");
     assert.match(identity["Description"], /^corvantad \S+, SNMP agent/);
     assert.equal(identity["Engine boots"], "1");

@@ -17,7 +17,7 @@ const WELL = "All 12 routers are well", ONE = "1 of 12 routers needs you", NONE 
 const STATES = {
   "all-well": [{}, WELL, "All is well."],
   "circuit-down": [{ trouble: { circuitDown: 3 * HOUR }, second: { circuitDown: 2 * MINUTE } }, ONE, "Needs you: circuit 2 (2/33) is enabled but down."],
-  "line-down": [{ trouble: { lineDown: 50 * MINUTE } }, ONE, "Needs you: line is down.", { "#alerts": /line is down for 5\d min\s[^]{0,300}$/ }],
+  "line-down": [{ trouble: { lineDown: 50 * MINUTE } }, ONE, "Needs you: line is down.", { "#alerts": /^critical line is down for 5\d min(?![^]*enabled but down)/ }],
   silent: [{ trouble: { silent: 34 * MINUTE } }, ONE, "Needs you: does not answer.",
     { "#state": /Circuits up\s+4 of 4\s+last known, \d/, "#age": /last known, 3\d min old/, "#events": /no answer, until now/ }],
   "values-old": [{ trouble: { valuesOld: 23 * MINUTE } }, ONE, "Needs you: values are", { "#age": /last known, 2\d min old/ }],
@@ -83,23 +83,32 @@ const text = selector => look(`document.querySelector(${JSON.stringify(selector)
 // --- What holds in every state, at every size
 
 const axeSource = fs.readFileSync(axe, "utf8");
-const overlaps = `(() => {
-  const boxes = [...document.querySelectorAll(".tick, .lane > span, .figures dt, .figures dd, .severity, button, select, input")]
-    .map(one => [one, one.getBoundingClientRect()]).filter(([, box]) => box.width > 1);
-  const found = boxes.filter(([, box]) => box.left < -1 || box.right > innerWidth + 1).map(([one]) => "outside: " + one.innerText);
-  boxes.forEach(([a, first], i) => boxes.slice(i + 1).forEach(([b, second]) => {
-    if (first.left < second.right - 1 && second.left < first.right - 1 && first.top < second.bottom - 1 && second.top < first.bottom - 1 &&
-      !a.contains(b) && !b.contains(a)) found.push(a.innerText + " covers " + b.innerText);
-  }));
+// Texts and fields that cover each other or leave the page.
+const misplaced = `(() => {
+  const walker = document.createTreeWalker(document.querySelector("main"), NodeFilter.SHOW_TEXT), boxes = [], found = [];
+  const add = (name, rects) => boxes.push(...[...rects].filter(box => box.width > 1).map(box => ({ name, box })));
+  for (const field of document.querySelectorAll("input, select, .graph, .ribbon, .spark")) add(field.id || field.className, field.getClientRects());
+  for (const range = new Range(); walker.nextNode(); ) {
+    range.selectNodeContents(walker.currentNode);
+    if (walker.currentNode.data.trim() && walker.currentNode.parentNode.checkVisibility() && !walker.currentNode.parentNode.closest(".unseen, option")) add(walker.currentNode.data, range.getClientRects());
+  }
+  boxes.forEach(({ name, box }, i) => {
+    if (box.left < -1 || box.right > document.documentElement.clientWidth + 1) found.push(name + " leaves the page");
+    for (const other of boxes.slice(i + 1)) if (Math.min(box.right, other.box.right) - Math.max(box.left, other.box.left) > 2 &&
+      Math.min(box.bottom, other.box.bottom) - Math.max(box.top, other.box.top) > 6) found.push(name + " covers " + other.name);
+  });
   return found;
 })()`;
 async function drawn() {
   for (let tries = 0; !/^as of/.test(await text("#drawn")); await pause(100)) assert(++tries < 600, "not drawn: " + await text("main"));
 }
+async function placed(name) {
+  assert.deepEqual(await look(misplaced), [], name);
+  assert(await look("document.documentElement.scrollWidth <= document.documentElement.clientWidth"), name + " is wider than its window");
+}
 async function inspect(name) {
   await browser.shoot(name);
-  assert.deepEqual(await look(overlaps), [], name);
-  assert(await look("document.documentElement.scrollWidth <= innerWidth"), name + " is wider than its window");
+  await placed(name);
   assert(await look("performance.getEntriesByType('resource').every(one => one.name.startsWith(location.origin))"), name + " loads from elsewhere");
   await look(`(() => { ${axeSource} })()`);
   const { violations, passes } = await look("axe.run(document, { resultTypes: ['violations', 'passes'] })");
@@ -124,7 +133,7 @@ async function state(name, [what, onFleet, onRouter, parts = {}]) {
 // --- What a page does
 
 const TAB = "\uE004", ENTER = "\uE007", LEFT = "\uE012";
-const names = () => look("[...document.querySelectorAll('#routers a')].map(one => one.innerText)");
+const names = () => look("[...document.querySelectorAll('#routers th a')].map(one => one.innerText)");
 async function show(url, what, width = 1400) {
   world = new World(what);
   await browser.size(width);
@@ -135,7 +144,7 @@ const DEEDS = {
   async "drawing anew keeps focus, selection and place, and tells a change once"() {
     await show(fleet, { count: 60 });
     await look(`(() => {
-      document.querySelectorAll("#routers a")[30].focus();
+      document.querySelectorAll("#routers th a")[30].focus();
       getSelection().selectAllChildren(document.querySelectorAll("#routers td")[200]);
       window.news = 0;
       new MutationObserver(() => ++news).observe(byId("news"), { childList: true, characterData: true, subtree: true });
@@ -154,8 +163,9 @@ const DEEDS = {
     assert.equal((await now())[3], 1);
     await look("byId('filter').focus()");
     await show(router, { trouble: { circuitDown: HOUR } });
-    await look("byId('cursor').focus(), window.scrollTo(0, 700), draw()");
+    await look("(document.querySelector('details').open = true, byId('cursor').focus(), window.scrollTo(0, 700), draw())");
     assert.deepEqual(await look("[document.activeElement.id, scrollY]"), ["cursor", 700]);
+    assert.match(await text("details[open] pre"), /^router:corvanta_circuit_down or /);
   },
   async "everything is reached by keyboard"() {
     await show(fleet, { second: { circuitDown: HOUR } });
@@ -190,6 +200,14 @@ const DEEDS = {
     await inspect("own-time-router-390");
     await look("(byId('span').value = '7d', byId('span').onchange())");
     assert.equal(await look("location.search"), "?instance=192.0.2.2%3A161&span=7d");
+  },
+  async "no width cuts anything off"() {
+    for (const url of [fleet, router]) for (const width of [320, 700, 880, 1000, 2000]) {
+      await show(url, { trouble: { circuitDown: HOUR, pending: [163] }, second: { silent: HOUR } }, width);
+      const name = `width-${width}-${url === fleet ? "fleet" : "router"}`;
+      await browser.shoot(name);
+      await placed(name);
+    }
   },
   async "names from outside are text"() {
     const evil = `<img src=x onerror="document.title='taken'">'"&`;

@@ -7,10 +7,11 @@ const EXPORTER = "127.0.0.1:9116";
 
 // The texts of the alerts, from their rules.
 const RULES = Object.fromEntries(fs.readFileSync("monitoring/rules/corvanta-alerts.yml", "utf8").split("- alert: ").slice(1).map(rule => {
-  const text = name => rule.match(new RegExp(`${name}: (?:&\\w+ )?(?:>-\\n((?: {12}.*\\n)+)|"?(.*?)"?\\n)`))
+  const text = name => rule.match(new RegExp(`${name}: (?:&\\w+ )?(?:>-\\n((?: {10,}.*\\n)+)|"?(.*?)"?\\n)`))
     ?.slice(1).find(Boolean).replace(/\s+/g, " ").trim();
   const label = name => rule.match(new RegExp(`${name}: (\\w+)`))?.[1];
-  return [rule.match(/\w+/)[0], { severity: label("severity"), symptom_of: label("symptom_of"), summary: text("summary"), action: text("action") }];
+  return [rule.match(/\w+/)[0], { severity: label("severity"), symptom_of: label("symptom_of"), summary: text("summary"), action: text("action"),
+    query: text("expr") }];
 }));
 
 // COUNT routers; the second has TROUBLE, the third SECOND: what began how many seconds ago. circuitDown,
@@ -82,7 +83,7 @@ export class World {
   // --- Alerts
 
   alert(r, alertname, ago, labels = {}, wait = 0) {
-    const { severity, symptom_of, ...texts } = RULES[alertname], lasting = Math.min(ago, this.born - this.started);
+    const { severity, symptom_of, query, ...texts } = RULES[alertname], lasting = Math.min(ago, this.born - this.started);
     const all = { alertname, severity, exporter: EXPORTER, ...(symptom_of ? { symptom_of } : {}), ...(r ? { instance: r.instance, router: r.router } : {}), ...labels };
     const filled = text => text.replace(/{{ \$labels\.(\w+) }}/g, (_, label) => all[label]).replace(/{{ \$value.*?}}/g, "23m 10s");
     return { labels: all, annotations: Object.fromEntries(Object.entries(texts).map(([name, text]) => [name, filled(text)])),
@@ -131,6 +132,7 @@ export class World {
   }
   answer(what, parameters) {
     if (what === "alerts") return { alerts: this.alerts() };
+    if (what === "rules") return { groups: [{ rules: Object.entries(RULES).map(([name, { query }]) => ({ name, query, duration: 300, labels: {} })) }] };
     if (what === "status/runtimeinfo") return { startTime: new Date(this.started * 1000).toISOString() };
     const [start, end, step, time] = ["start", "end", "step", "time"].map(name => Number(parameters.get(name))), query = parameters.get("query");
     if (what === "query") return { resultType: "vector", result: this.evaluate(query, time || Date.now() / 1000)
