@@ -257,7 +257,6 @@ const DEEDS = {
 try {
   const tests = [...Object.entries(STATES).map(([name, what]) => [name, name, () => state(name, what)]),
     ...Object.entries(DEEDS).map(([name, deed]) => ["deeds", name, deed])];
-  for (const name of only) assert(tests.some(([group]) => group === name), `no state ${name}; there are ${[...new Set(tests.map(([group]) => group))].join(", ")}`);
   for (const [group, name, run] of tests) if (!only.length || only.includes(group)) {
     await run();
     assert.deepEqual(await browser.errors(), [], name);
