@@ -194,9 +194,9 @@ const DEEDS = {
   },
   async "a time of one's own stands in the address"() {
     const zone = new Date().getTimezoneOffset() * MINUTE, ago = hours => new Date(Date.now() - 1000 * (hours * HOUR + zone)).toISOString().slice(0, 16);
-    await show(`${router}&from=${ago(72)}&to=${ago(48)}`, { trouble: { flap: [60 * HOUR, HOUR] } }, 390);
+    await show(`${router}&from=${ago(72)}&to=${ago(48)}`, { trouble: { flap: [60 * HOUR, HOUR], pending: [58 * HOUR, 20 * MINUTE] } }, 390);
     assert.equal(await look("byId('span').value + byId('own').hidden"), "ownfalse");
-    assert.match(await text("#events"), /circuit 2 \(2\/33\) is up again, after 1 h[^]*went down/);
+    assert.match(await text("#events"), /ended: settings are as before it[^]*trial began[^]*circuit 2 \(2\/33\) is up again, after 1 h[^]*went down/);
     await inspect("own-time-router-390");
     await look("(byId('span').value = '7d', byId('span').onchange())");
     assert.equal(await look("location.search"), "?instance=192.0.2.2%3A161&span=7d");
