@@ -46,6 +46,8 @@ void Oracle::sent(const agent::Message& message) {
         set.done = result->outcome == agent::Outcome::done;
         if (set.done)
             checkValues(set);
+        if (set.done && set.change >= 0)
+            m_changes[static_cast<std::size_t>(set.change)].done = true;
         if (set.done && set.before && !set.disturbed)
             set.after = m_machine.database.meaning();
     } else if (const auto* hello = std::get_if<agent::Hello>(&message)) {
@@ -61,10 +63,11 @@ void Oracle::sent(const agent::Message& message) {
 
 /// What it has not answered, it will not any more.
 void Oracle::processEnded() {
-    m_waiting.clear();
     m_leftBehind = m_state == ChangeState::pending     ? m_pending
                    : m_state == ChangeState::restoring ? m_restored
-                                                       : lastChange();
+                   : m_waiting.empty()                 ? lastChange()
+                                                       : m_sets[m_waiting.front()].change;
+    m_waiting.clear();
     m_fresh = true;
     m_state = ChangeState::idle; // until the next one tells otherwise
     m_counted = 0;

@@ -176,10 +176,12 @@ int Oracle::leftAlone(int number) const {
                 cell.writer == kOthers && cell.text != written.before && cell.when <= row->read)
                 rows.insert(place.first);
     for (const auto& [serial, table] : change.added)
-        if (const Record* const row = live(table, serial))
-            for (const Cell& cell : row->cells)
-                if (cell.writer == kOthers && cell.when <= row->read)
-                    rows.insert(serial);
+        const Record* const row = live(table, serial);
+        if (row == nullptr || (!change.done && row->cells[shapeOf(table).subject].writer == kOthers))
+            continue; // or it could as well be somebody else's
+        for (const Cell& cell : row->cells)
+            if (cell.writer == kOthers && cell.when <= row->read)
+                rows.insert(serial);
     return static_cast<int>(rows.size());
 }
 
@@ -229,7 +231,7 @@ void Oracle::checkBridges() {
 
 void Oracle::checkSettled() {
     for (int number = 0; number < static_cast<int>(m_changes.size()); ++number) {
-        const auto& [fate, restored, cells, added, removed, returned] =
+        const auto& [fate, done, restored, cells, added, removed, returned] =
             m_changes[static_cast<std::size_t>(number)];
         const std::string left = restored ? "" : isNotGone(number);
         const std::string lost = restored ? "it was taken back" : doesNotStay(number);
