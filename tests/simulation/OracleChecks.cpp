@@ -175,13 +175,14 @@ int Oracle::leftAlone(int number) const {
             if (const Cell& cell = row->cells[place.second];
                 cell.writer == kOthers && cell.text != written.before && cell.when <= row->read)
                 rows.insert(place.first);
-    for (const auto& [serial, table] : change.added)
+    for (const auto& [serial, table] : change.added) {
         const Record* const row = live(table, serial);
         if (row == nullptr || (!change.done && row->cells[shapeOf(table).subject].writer == kOthers))
-            continue; // or it could as well be somebody else's
+            continue; // for it could as well be somebody else's
         for (const Cell& cell : row->cells)
             if (cell.writer == kOthers && cell.when <= row->read)
                 rows.insert(serial);
+    }
     return static_cast<int>(rows.size());
 }
 
