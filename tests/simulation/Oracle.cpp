@@ -270,6 +270,18 @@ void Oracle::inserted(Table table, const Record& row) {
                          : "a row has come back more than once: " + change.returned.back().content);
 }
 
+/// Whether a row was of no bridge before the change: it would be of a bridge that is gone again.
+bool Oracle::dangles(Table table, const Record& row, const Change& change) const {
+    const std::size_t column = shapeOf(table).bridgeId;
+    if (column == 0)
+        return false;
+    const Records& bridges = m_machine.database[Table::bridge];
+    return std::none_of(bridges.begin(), bridges.end(), [&](const Record& bridge) {
+        return bridge.cells[0].text == row.cells[column].text &&
+               change.added.count(bridge.serial) == 0;
+    });
+}
+
 void Oracle::removed(Table table, const Record& row, const Writer& writer) {
     m_dead[row.serial] = {writer};
     valuesMayHaveChanged();
@@ -285,7 +297,8 @@ void Oracle::removed(Table table, const Record& row, const Writer& writer) {
                 std::any_of(row.cells.begin(), row.cells.end(), [&row](const Cell& cell) {
                     return cell.writer == kOthers && cell.when > row.read;
                 });
-            change.removed.push_back({table, row, contentOf(table, row, &change), raced});
+            change.removed.push_back(
+                {table, row, contentOf(table, row, &change), raced, dangles(table, row, change)});
         }
         return;
     }

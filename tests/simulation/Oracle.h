@@ -73,6 +73,7 @@ private:
         Record row;
         std::string content; ///< as it was before the change
         bool raced;          ///< others had written something that the agent did not read
+        bool dangled;        ///< its bridge was not there
     };
     struct Returned {
         agent::Table table;
@@ -109,6 +110,7 @@ private:
     void valuesMayHaveChanged();
     void disturb();
     std::string contentOf(agent::Table table, const Record& row, const Change* change) const;
+    bool dangles(agent::Table table, const Record& row, const Change& change) const;
     const Record* live(agent::Table table, int serial) const;
     std::string isNotGone(int number) const;
     std::string isNotGone(int number, const Removed& removed, std::set<int>& claimed) const;

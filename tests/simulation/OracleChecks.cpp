@@ -109,7 +109,7 @@ std::string Oracle::isNotGone(int number, const Removed& removed, std::set<int>&
         claimed.insert(serial);
         return "";
     }
-    if (removed.raced || othersHave(removed.table, removed.row))
+    if (removed.raced || othersHave(removed.table, removed.row) || removed.dangled)
         return "";
     return "a row has not come back: " + named(removed.table, removed.row);
 }
@@ -177,7 +177,8 @@ int Oracle::leftAlone(int number) const {
                 rows.insert(place.first);
     for (const auto& [serial, table] : change.added) {
         const Record* const row = live(table, serial);
-        if (row == nullptr || (!change.done && row->cells[shapeOf(table).subject].writer == kOthers))
+        if (row == nullptr ||
+            (!change.done && row->cells[shapeOf(table).subject].writer == kOthers))
             continue; // for it could as well be somebody else's
         for (const Cell& cell : row->cells)
             if (cell.writer == kOthers && cell.when <= row->read)
