@@ -10,7 +10,7 @@ namespace agent {
 std::string Comparison::present(const Chain& chain) const {
     const auto& bridges = chain.names == Names::later ? m_added : m_bridges;
     const std::string from = chain.from.value_or("");
-    const auto found = bridges.find(from);
+    const auto found = chain.names == Names::none ? bridges.end() : bridges.find(from);
     return found != bridges.end() ? found->second : from;
 }
 
@@ -119,10 +119,12 @@ void Comparison::claimById(Table table, Standing& standing) const {
         lead(table, trail, standing,
              [&](const Row& row) { return row.id() == trail->id && isWhole(table, *trail, row); });
     };
-    for (const Trail* trail : standing.trails)
+    // The last one first: there are two where others have renamed the row in between.
+    std::for_each(standing.trails.rbegin(), standing.trails.rend(), [&](const Trail* trail) {
         if (trail->alters() && !isReplaced(table, *trail))
             lead(table, trail, standing,
                  [&](const Row& row) { return trail->isAbout(table, row); });
+    });
     // A removal that can have been left out.
     for (const Trail* trail : standing.trails)
         if (trail->returns() && !trail->sure && trail->state != Return::back)
