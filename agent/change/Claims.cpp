@@ -49,12 +49,14 @@ bool Comparison::isWhole(Table table, const Trail& trail, const Row& row) const 
 
 /// Whether a row has come since the record was made.
 bool Comparison::isNew(Table table, const Row& row) const {
-    const TableRecord& record = m_record[table];
-    return !record.hadBefore(row.id()) &&
-           std::none_of(record.trails.begin(), record.trails.end(), [&](const Trail& trail) {
-               return (trail.alters() && trail.id == row.id()) ||
-                      (trail.state == Return::back && trail.backId == row.id());
-           });
+    const auto& trails = m_record[table].trails;
+    const bool back = std::any_of(trails.begin(), trails.end(), [&](const Trail& trail) {
+        return trail.state == Return::back && trail.backId == row.id();
+    });
+    const auto last = std::find_if(trails.rbegin(), trails.rend(),
+                                   [&](const Trail& trail) { return trail.id == row.id(); });
+    return !m_record[table].hadBefore(row.id()) && !back &&
+           (last == trails.rend() || !last->alters());
 }
 
 /// Whether the change has got the row's Id again for another one: others have deleted the first.
