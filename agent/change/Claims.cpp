@@ -122,10 +122,15 @@ void Comparison::claimById(Table table, Standing& standing) const {
              [&](const Row& row) { return row.id() == trail->id && isWhole(table, *trail, row); });
     };
     // The last one first: there are two where others have renamed the row in between.
+    const std::size_t subject = shapeOf(table).subject;
     std::for_each(standing.trails.rbegin(), standing.trails.rend(), [&](const Trail* trail) {
-        if (trail->alters() && !isReplaced(table, *trail))
-            lead(table, trail, standing,
-                 [&](const Row& row) { return trail->isAbout(table, row); });
+        if (!trail->alters() || isReplaced(table, *trail))
+            return;
+        const Row want = wanted(table, *trail); // where it has followed its bridge
+        lead(table, trail, standing, [&](const Row& row) {
+            return trail->isAbout(table, row) || (row.id() == trail->id && row.fits(table) &&
+                                                  row.columns[subject] == want.columns[subject]);
+        });
     });
     // A removal that can have been left out.
     for (const Trail* trail : standing.trails)
@@ -143,7 +148,7 @@ void Comparison::claimLost(Table table, Standing& standing) {
         if (!trail->added || trail->sure || m_foundLost || standing.rows.count(trail) != 0)
             continue;
         m_foundLost = lead(table, trail, standing, [&](const Row& row) {
-            return isNew(table, row) && isWhole(table, *trail, row);
+            return !m_record[table].hadBefore(row.id()) && isWhole(table, *trail, row);
         });
     }
 }
