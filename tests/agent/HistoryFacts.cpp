@@ -63,6 +63,7 @@ void History::seeGone(Fact& fact, const Row& row, Who who) {
         if (fact.renamed) {
             fact.twice = true;
             fact.theirs = row;
+            fact.bridge = bridgeOf(fact.table, row);
         }
         fact.left.assign(fact.left.size(), false); // it comes back with what others wrote
         fact.vague = fact.vague || (fact.added && fact.has(fact.byOthers));
@@ -138,6 +139,7 @@ void History::seeChanged(Fact& fact, const Row& before, const Row& now, Who who)
     if (who == Who::change && fact.renamed) {
         fact.vague = fact.twice = true;
         fact.theirs = before; // it is another one to the change
+        fact.bridge = bridgeOf(fact.table, before);
         fact.renamed = false;
     }
     for (std::size_t i = 1; i < now.columns.size(); ++i) {
