@@ -102,7 +102,6 @@ Writer Oracle::writer() {
         const bool joins = m_state == ChangeState::pending;
         if (!joins || m_pending < 0) {
             m_changes.emplace_back();
-            m_othersWrote = false;
         }
         set.change = joins && m_pending >= 0 ? m_pending : lastChange();
         if (joins)
@@ -191,7 +190,6 @@ void Oracle::valuesMayHaveChanged() {
 /// Somebody else is in the way of the sets under way.
 void Oracle::disturb() {
     ++m_othersWrites;
-    m_othersWrote = true;
     for (const std::uint64_t id : m_waiting)
         m_sets[id].disturbed = true;
 }

@@ -134,7 +134,6 @@ private:
     agent::ChangeState m_state = agent::ChangeState::idle;
     std::uint32_t m_counted = 0; ///< rows that were left alone, as the process tells
     bool m_restoreWrote = false; ///< the process, to take something back
-    bool m_othersWrote = false;  ///< since the change began that is being taken back
     std::map<int, Death> m_dead; ///< rows, by serial
     std::map<Place, std::vector<std::pair<Time, agent::Value>>> m_history;
     Values m_values;
