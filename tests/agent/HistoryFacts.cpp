@@ -206,6 +206,8 @@ void History::checkRow(Fact& fact) {
             wrong(fact, "was added and is still there");
         return;
     }
+    if (!fact.live && !m_whole && row != m_database.rows[fact.table].end())
+        return; // it could be that one, changed by others
     if (!fact.live) {
         const bool bridgeGone =
             fact.bridge != nullptr && (!fact.bridge->live || fact.bridge->added);
