@@ -167,6 +167,8 @@ void Record::settle() {
 }
 
 void Record::renumber(Table table, std::size_t trail, int id) {
+    auto& others = (*this)[table].others;
+    others.erase(std::remove(others.begin(), others.end(), id), others.end()); // they had freed it
     const int noted = std::exchange((*this)[table].trails[trail].id, id);
     if (table != Table::bridge || noted == 0)
         return;

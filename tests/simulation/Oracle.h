@@ -116,7 +116,7 @@ private:
     std::string isNotGone(int number, const Removed& removed, std::set<int>& claimed) const;
     std::string doesNotStay(int number) const;
     bool othersHave(agent::Table table, const Record& row) const;
-    bool othersUse(const Record& bridge) const;
+    bool othersUse(const Record& bridge, const Change& change) const;
     int leftAlone(int number) const;
     void restored(const agent::Snapshot& snapshot);
     void checkBridges();

@@ -80,11 +80,12 @@ bool Oracle::othersHave(Table table, const Record& row) const {
     });
 }
 
-/// Whether others have something in a bridge, which then has to stay.
-bool Oracle::othersUse(const Record& bridge) const {
+/// Whether there is something in a bridge that the change has not put there alone: it has to stay.
+bool Oracle::othersUse(const Record& bridge, const Change& change) const {
     for (const Table table : {Table::bridgeInterface, Table::bridgeFilter})
         for (const Record& row : m_machine.database[table])
-            if (row.cells[1].text == bridge.cells[0].text && hasOthers(row))
+            if (row.cells[1].text == bridge.cells[0].text &&
+                (hasOthers(row) || change.added.count(row.serial) == 0))
                 return true;
     return false;
 }
@@ -139,7 +140,7 @@ std::string Oracle::isNotGone(int number) const {
         const bool only = std::all_of(row->cells.begin(), row->cells.end(), [&](const Cell& cell) {
             return cell.writer.change == number && cell.writer.kind != Kind::others;
         });
-        if (only && !(table == Table::bridge && othersUse(*row)))
+        if (only && !(table == Table::bridge && othersUse(*row, change)))
             return "a row of a change is left: " + named(table, *row);
     }
     return "";
