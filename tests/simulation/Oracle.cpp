@@ -220,10 +220,14 @@ void Oracle::updated(Table table, const Record& row, std::size_t column, const C
         m_sets[m_waiting.front()].wrote = true;
         if (change.added.count(row.serial) != 0)
             return;
-        if (cell == change.cells.end() || before.writer.kind == Kind::others)
-            change.cells[{row.serial, column}] = {table, before.text, now.text};
-        else
-            cell->second.last = now.text;
+        const bool byOthers = before.writer.kind == Kind::others;
+        const bool raced = byOthers && before.when > row.read;
+        if (cell == change.cells.end() || (byOthers && !raced)) {
+            change.cells[{row.serial, column}] = {table, before.text, now.text, raced};
+            return;
+        }
+        cell->second.last = now.text;
+        cell->second.raced = cell->second.raced || raced;
         return;
     }
     change.restored = m_restoreWrote = true;

@@ -125,7 +125,7 @@ std::string Oracle::isNotGone(int number) const {
         const Cell& cell = row->cells[place.second];
         const bool byThis = cell.writer.change == number && cell.writer.kind != Kind::others &&
                             cell.writer.kind != Kind::factory;
-        if (byThis && cell.text != written.before &&
+        if (byThis && cell.text != written.before && !written.raced &&
             (cell.writer.kind == Kind::set || place.second != shapeOf(written.table).bridgeId))
             return "a value of a change is left: " + named(written.table, *row);
     }
