@@ -1,9 +1,13 @@
 #include "agent/system/Program.h"
 
+#include "agent/Log.h"
+#include "agent/system/CommandLine.h"
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <cstring>
 
 #include <fcntl.h>
 #include <spawn.h>
@@ -18,6 +22,11 @@ namespace {
 constexpr std::size_t kMostOutput = 65536;
 constexpr std::size_t kMostErrors = 1000;
 constexpr std::chrono::milliseconds kLongestPause{50};
+constexpr std::size_t kLongestLine = 200; ///< of what the log repeats
+
+// As a shell ends where it could not run a program.
+constexpr int kMayNotRun = 126;
+constexpr int kNotFound = 127;
 
 /// Takes in what has come; what is beyond the limit is dropped. @return whether more can come
 bool take(int descriptor, std::string& text, std::size_t most) {
@@ -53,34 +62,47 @@ int Program::openPipe(int& reading) {
 }
 
 bool Program::start(const std::string& commandLine) {
+    auto words = CommandLine::parse(commandLine);
+    if (!words) {
+        log(LOG_ERR,
+            "refused, no program with one argument: " + printable(commandLine, kLongestLine));
+        return false;
+    }
     m_either = epoll_create1(EPOLL_CLOEXEC);
     const int output = openPipe(m_output);
     const int errors = openPipe(m_errors);
-    if (output >= 0 && errors >= 0) {
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
-        posix_spawn_file_actions_adddup2(&actions, errors, STDERR_FILENO);
-        posix_spawnattr_t attributes;
-        posix_spawnattr_init(&attributes);
-        posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);
-        std::string shell = "sh";
-        std::string option = "-c";
-        std::string line = commandLine;
-        const std::array<char*, 4> arguments = {shell.data(), option.data(), line.data(), nullptr};
-        if (posix_spawn(&m_process, "/bin/sh", &actions, &attributes, arguments.data(), environ) !=
-            0)
-            m_process = -1;
-        posix_spawnattr_destroy(&attributes);
-        posix_spawn_file_actions_destroy(&actions);
-    }
+    const bool started = output >= 0 && errors >= 0 && spawn(*words, output, errors);
     for (const int descriptor : {output, errors})
         if (descriptor >= 0)
             close(descriptor);
-    return m_process > 0;
+    return started;
+}
+
+/// @return false when there is no room for a process; one that can't be run has ended
+bool Program::spawn(CommandLine& words, int output, int errors) {
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, errors, STDERR_FILENO);
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);
+    const std::array<char*, 3> arguments = {words.program.data(), words.argument.data(), nullptr};
+    const int error =
+        posix_spawnp(&m_process, arguments[0], &actions, &attributes, arguments.data(), environ);
+    posix_spawnattr_destroy(&attributes);
+    posix_spawn_file_actions_destroy(&actions);
+    if (error == 0)
+        return true;
+    m_process = -1;
+    m_said.errors = std::strerror(error);
+    m_said.status = error == ENOENT ? kNotFound : kMayNotRun;
+    return error != EAGAIN && error != ENOMEM;
 }
 
 std::optional<ProgramEnd> Program::collect() {
+    if (m_process < 0) // it was never run
+        return std::move(m_said);
     if (!m_outputEnded) {
         if (!take(m_errors, m_said.errors, kMostErrors))
             epoll_ctl(m_either, EPOLL_CTL_DEL, m_errors, nullptr);

@@ -4,7 +4,9 @@
 
 namespace agent {
 
-/// A program that runs, started through the shell in a process group of its own. It is killed with
+struct CommandLine;
+
+/// A program that runs, started in a process group of its own, without a shell. It is killed with
 /// this.
 class Program {
 public:
@@ -13,6 +15,9 @@ public:
     Program(const Program&) = delete;
     Program& operator=(const Program&) = delete;
 
+    /// Looks the program up in PATH. One that is not there, or may not be run, ends with the status
+    /// of a shell that could not run it.
+    /// @return whether it has started; a line that names no program and one argument is logged
     bool start(const std::string& commandLine);
 
     /// Takes in what has come. @return how it ended; nothing while it runs
@@ -29,6 +34,7 @@ public:
 
 private:
     int openPipe(int& reading);
+    bool spawn(CommandLine& words, int output, int errors);
 
     pid_t m_process = -1;
     int m_output = -1; ///< the ends of its pipes

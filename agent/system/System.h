@@ -65,8 +65,9 @@ public:
     /// @return the next packet, which may be empty; nothing when there is none for now
     virtual std::optional<std::string> receive() = 0;
 
-    /// Starts a command line's program, in a process group of its own; one at a time.
-    /// @return whether it runs
+    /// Starts a command line's program, in a process group of its own, without a shell; one at a
+    /// time.
+    /// @return whether it was started
     virtual bool startProgram(const std::string& commandLine) = 0;
 
     /// Takes in what the program has said. @return how it ended; nothing while it runs
