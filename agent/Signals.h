@@ -4,9 +4,7 @@
 
 namespace agent {
 
-/// Makes a descriptor that is readable when one of these signals has come. A signal that would end
-/// a program is ignored, and the database's clients inherit that; since it is blocked, it stays
-/// pending for the descriptor all the same.
+/// Makes a descriptor that is readable when one of these signals has come, which are blocked.
 int openSignals(std::initializer_list<int> wanted);
 
 /// The same, for one signal only, through a descriptor that there is already.

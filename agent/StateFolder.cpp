@@ -1,13 +1,13 @@
 #include "agent/StateFolder.h"
 
 #include "agent/Log.h"
+#include "agent/system/Spawn.h"
 
 #include <cerrno>
 #include <csignal>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <utility>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -25,45 +25,12 @@ using Clock = std::chrono::steady_clock;
 constexpr std::chrono::seconds kEnd{2}; ///< for another agent, or a killed client, to end
 constexpr int kOpenLock = O_RDWR | O_CREAT | O_NOFOLLOW;
 
-/// Visits the entries of a folder, as far as they can be read: those of /proc go at any time.
-template <class Do>
-void forEachIn(const fs::path& folder, Do action) {
-    std::error_code gone;
-    for (fs::directory_iterator each(folder, gone), end; !gone && each != end; each.increment(gone))
-        action(each->path());
-}
+constexpr std::chrono::milliseconds kPause{20};
 
-/// Visits the other processes that have the file open.
-template <class Do>
-void forEachHolder(const struct stat& file, Do action) {
-    forEachIn("/proc", [&](const fs::path& process) {
-        const pid_t pid = static_cast<pid_t>(std::strtol(process.filename().c_str(), nullptr, 10));
-        if (pid <= 0 || pid == getpid())
-            return;
-        bool holds = false;
-        forEachIn(process / "fd", [&](const fs::path& descriptor) {
-            struct stat open {};
-            holds = holds || (stat(descriptor.c_str(), &open) == 0 && open.st_dev == file.st_dev &&
-                              open.st_ino == file.st_ino);
-        });
-        if (holds)
-            action(pid);
-    });
-}
-
-enum class Lock { taken, busy, stopped };
-
-/// @param stop  a descriptor that ends the wait when it is readable; -1 for none
-Lock lockWithin(int descriptor, std::chrono::seconds time, int stop = -1) {
-    constexpr int kPause = 20; // ms
+/// Whether it has to stop, after a pause. @param stop  -1 when it never has to
+bool stopsMeanwhile(int stop) {
     pollfd stopping{stop, POLLIN, 0};
-    for (const auto end = Clock::now() + time; flock(descriptor, LOCK_EX | LOCK_NB) != 0;) {
-        if (Clock::now() >= end)
-            return Lock::busy;
-        if (poll(&stopping, 1, kPause) > 0)
-            return Lock::stopped;
-    }
-    return Lock::taken;
+    return poll(&stopping, 1, static_cast<int>(kPause.count())) > 0;
 }
 
 std::string problem(const std::string& path) {
@@ -80,29 +47,43 @@ std::string prepareState(std::string& path) {
     const int descriptor = open(name.c_str(), kOpenLock | O_CLOEXEC, 0600);
     if (descriptor < 0)
         return "cannot write to the state folder " + problem(name);
-    if (lockWithin(descriptor, kEnd) != Lock::taken)
-        return "another corvantad uses the state folder " + path;
+    for (const auto end = Clock::now() + kEnd; flock(descriptor, LOCK_EX | LOCK_NB) != 0;)
+        if (stopsMeanwhile(-1) || Clock::now() >= end)
+            return "another corvantad uses the state folder " + path;
     return "";
 }
 
-std::optional<int> awaitClients(const Options& options, int stop) {
+int openClientLock(const Options& options) {
     const std::string name = options.state + "/clients.lock";
-    // Without close-on-exec: clients hold it too.
-    const int descriptor = open(name.c_str(), kOpenLock, 0600);
-    struct stat file {};
-    if (descriptor < 0 || fstat(descriptor, &file) != 0) {
+    const int descriptor = open(name.c_str(), kOpenLock | O_CLOEXEC, 0600);
+    if (descriptor < 0)
         log(LOG_ERR, "cannot write to the state folder " + problem(name));
-        return 1;
+    return descriptor;
+}
+
+std::optional<int> awaitClients(const Options& options, int lock, int stop) {
+    auto end = Clock::now() + options.clientLimit;
+    bool killed = false;
+    while (const auto client = lockHolder(lock)) {
+        if (*client < 0) {
+            log(LOG_ERR,
+                std::string("cannot lock files of the state folder: ") + std::strerror(errno));
+            return 1;
+        }
+        if (Clock::now() >= end) {
+            if (std::exchange(killed, true)) {
+                log(LOG_ERR, "a client of an earlier agent does not end");
+                return 1;
+            }
+            log(LOG_WARNING, "a client of an earlier agent hangs and is killed");
+            if (*client > 0)
+                kill(getpgid(*client) == *client ? -*client : *client, SIGKILL);
+            end = Clock::now() + kEnd;
+        }
+        if (stopsMeanwhile(stop))
+            return 0;
     }
-    Lock lock = lockWithin(descriptor, options.clientLimit, stop);
-    if (lock == Lock::busy) {
-        log(LOG_WARNING, "a client of an earlier agent hangs and is killed");
-        forEachHolder(file, [](pid_t pid) { kill(pid, SIGKILL); });
-        lock = lockWithin(descriptor, kEnd, stop);
-    }
-    if (lock == Lock::busy)
-        log(LOG_ERR, "a client of an earlier agent does not end");
-    return lock == Lock::taken ? std::nullopt : std::optional<int>(lock == Lock::stopped ? 0 : 1);
+    return std::nullopt;
 }
 
 } // namespace agent

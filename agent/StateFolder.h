@@ -12,11 +12,15 @@ namespace agent {
 /// @return what is wrong; empty when nothing is
 std::string prepareState(std::string& path);
 
-/// Waits until the clients of an earlier device process have ended, so that none of them changes a
-/// row behind the back of this one. Each client inherits the lock that this waits for. Those that
-/// take longer than the limit are killed.
+/// Opens the file that each client of the database has locked while it runs.
+/// @return -1 when that can't be done, which is logged
+int openClientLock(const Options& options);
+
+/// Waits until the client of an earlier device process has ended, so that it changes no row behind
+/// the back of this one. The process group of one that takes longer than the limit is killed.
+/// @param lock  of the clients
 /// @param stop  readable when this process has to stop, which ends the wait at once
 /// @return nothing when this process has the device to itself; else its exit status
-std::optional<int> awaitClients(const Options& options, int stop);
+std::optional<int> awaitClients(const Options& options, int lock, int stop);
 
 } // namespace agent

@@ -8,6 +8,7 @@
 #include "agent/net/Serve.h"
 #include "agent/system/Invariant.h"
 #include "agent/system/RealSystem.h"
+#include "agent/system/Spawn.h"
 
 #include <cstdlib>
 #include <filesystem>
@@ -36,9 +37,12 @@ int work(const Options& options, int link, int stop) {
     prctl(PR_SET_DUMPABLE, 0); // keeps other processes of the same user out of this one
     if (!options.foreground)
         agent::leaveTerminal();
-    if (const auto status = agent::awaitClients(options, stop))
+    const int clientLock = agent::openClientLock(options);
+    if (clientLock < 0)
+        return 1;
+    if (const auto status = agent::awaitClients(options, clientLock, stop))
         return *status;
-    agent::RealSystem system(link, stop, options.state, options.watchDatabase);
+    agent::RealSystem system(link, stop, options.state, options.watchDatabase, clientLock);
     try {
         agent::dev::Worker(options, system).run();
     } catch (const agent::BrokenInvariant& broken) {
@@ -52,6 +56,7 @@ int work(const Options& options, int link, int stop) {
 
 int main(int argc, char** argv) {
     Options options = agent::parseOptions(argc, argv);
+    agent::settleDescriptors();
     agent::keepTrace(options.verbose);
     agent::openLog(true); // what goes wrong now can still be seen
     if (const std::string problem = agent::prepareState(options.state); !problem.empty())

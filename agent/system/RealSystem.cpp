@@ -2,15 +2,14 @@
 
 #include "agent/Log.h"
 #include "agent/system/Files.h"
+#include "agent/system/Spawn.h"
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <sstream>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -37,8 +36,8 @@ bool isYoung(const struct stat& state) {
 } // namespace
 
 RealSystem::RealSystem(int link, int stop, const std::string& stateFolder,
-                       const std::string& watchedFile)
-    : m_link(link), m_stop(stop), m_folder(stateFolder + "/") {
+                       const std::string& watchedFile, int clientLock)
+    : m_link(link), m_stop(stop), m_folder(stateFolder + "/"), m_clientLock(clientLock) {
     if (!watchedFile.empty())
         m_watch.emplace(watchedFile);
 }
@@ -46,8 +45,8 @@ RealSystem::RealSystem(int link, int stop, const std::string& stateFolder,
 System::Events RealSystem::wait(const Events& wanted, Clock::time_point until) {
     using std::chrono::seconds;
     const int program = m_program ? m_program->descriptor() : -1;
-    if (wanted.program && m_program && program < 0)
-        until = std::min(until, now() + m_program->pause());
+    if (wanted.program && m_program)
+        until = std::min(until, m_program->lookAgain());
     const auto left = std::max(until - now(), Clock::duration(0));
     const timespec time{left / seconds(1), (left % seconds(1)).count()};
     std::array<pollfd, 4> events{
@@ -78,7 +77,7 @@ std::optional<std::string> RealSystem::receive() {
 }
 
 bool RealSystem::startProgram(const std::string& commandLine) {
-    if (m_program.emplace().start(commandLine))
+    if (m_program.emplace().start(commandLine, m_clientLock))
         return true;
     m_program.reset();
     return false;
@@ -96,19 +95,7 @@ void RealSystem::killProgram() {
 }
 
 std::string RealSystem::whyNotRun(const std::string& name) {
-    const char* const variable = std::getenv("PATH");
-    const std::string path = variable != nullptr ? variable : "";
-    std::istringstream folders(path);
-    std::string why = name + ": not found in PATH " + path;
-    for (std::string file; std::getline(folders, file, ':');) {
-        file += '/';
-        file += name;
-        if (access(file.c_str(), X_OK) == 0)
-            return "";
-        if (errno == EACCES)
-            why = file + ": may not be run by this user";
-    }
-    return why;
+    return ProgramFile::find(name).why;
 }
 
 std::optional<std::string> RealSystem::load(const std::string& name) {

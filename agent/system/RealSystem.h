@@ -13,7 +13,9 @@ public:
     /// @param stop         readable when it has to stop
     /// @param stateFolder  where files are stored
     /// @param watchedFile  empty for none
-    RealSystem(int link, int stop, const std::string& stateFolder, const std::string& watchedFile);
+    /// @param clientLock   a file that a program has locked while it runs; -1 for none
+    RealSystem(int link, int stop, const std::string& stateFolder, const std::string& watchedFile,
+               int clientLock = -1);
 
     Clock::time_point now() const override { return Clock::now(); }
     Events wait(const Events& wanted, Clock::time_point until) override;
@@ -36,6 +38,7 @@ private:
     const int m_link;
     const int m_stop;
     const std::string m_folder;
+    const int m_clientLock;
     std::optional<FolderWatch> m_watch;
     std::optional<Program> m_program; ///< that runs
 };

@@ -2,28 +2,38 @@
 
 #include "agent/system/CommandLine.h"
 #include "agent/system/Program.h"
+#include "agent/system/Spawn.h"
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <poll.h>
 
+#include <algorithm>
+#include <csignal>
 #include <cstdlib>
+#include <fstream>
 #include <string>
 
 using namespace agent;
 
 namespace {
 
-/// Runs a command line to its end.
-ProgramEnd run(const std::string& commandLine) {
-    Program program;
-    EXPECT_TRUE(program.start(commandLine)) << commandLine;
+/// Waits for a program's end.
+ProgramEnd rest(Program& program) {
     for (;;) {
         if (auto end = program.collect())
             return *end;
         pollfd said{program.descriptor(), POLLIN, 0};
-        poll(&said, 1, program.descriptor() < 0 ? 1 : -1);
+        poll(&said, 1, 50);
     }
+}
+
+/// Runs a command line to its end.
+ProgramEnd run(const std::string& commandLine, int lock = -1) {
+    Program program;
+    EXPECT_TRUE(program.start(commandLine, lock)) << commandLine;
+    return rest(program);
 }
 
 TEST(CommandLine, IsAProgramAndItsOneArgument) {
@@ -79,7 +89,38 @@ TEST(Program, EndsAsAShellWouldSay) {
     EXPECT_EQ(1, run("test \"\"").status);
     EXPECT_EQ(127, run("nowhere x").status);
     EXPECT_EQ(126, run("hosts x").status); // may not be run
-    EXPECT_FALSE(Program().start("echo a;id"));
+    EXPECT_FALSE(Program().start("echo a;id", -1));
+}
+
+/// What the agent has open, ignores and blocks is its own business, and so is its lock that of the
+/// program alone.
+TEST(Program, LeavesNothingOfTheAgentsToAService) {
+    open("/dev/null", O_RDWR); // as somebody has who starts the agent
+    settleDescriptors();
+    std::signal(SIGHUP, SIG_IGN);
+    sigset_t blocked;
+    sigemptyset(&blocked);
+    sigaddset(&blocked, SIGTERM);
+    sigprocmask(SIG_BLOCK, &blocked, nullptr);
+    const std::string folder = testing::TempDir();
+    const int lock = open((folder + "lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    const std::string descriptors = run("ls \"/proc/self/fd\"", lock).output;
+    EXPECT_EQ(5, std::count(descriptors.begin(), descriptors.end(), '\n')) << descriptors;
+    std::ofstream(folder + "client") << "grep -E 'Sig(Blk|Ign)' /proc/self/status\n"
+                                        "sleep 1000 &\n"
+                                        "echo $!\n";
+    Program program;
+    ASSERT_TRUE(program.start("sh \"" + folder + "client\"", lock));
+    const auto client = lockHolder(lock);
+    const std::string said = rest(program).output;
+    const std::string none = "\t0000000000000000\n";
+    const std::string signals = "SigBlk:" + none + "SigIgn:" + none;
+    EXPECT_EQ(signals, said.substr(0, signals.size()));
+    EXPECT_LT(0, client.value_or(0));
+    EXPECT_FALSE(lockHolder(lock));
+    const pid_t service = std::atoi(said.substr(signals.size()).c_str());
+    ASSERT_LT(1, service);
+    EXPECT_EQ(0, kill(service, SIGTERM));
 }
 
 } // namespace
