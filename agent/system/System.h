@@ -73,7 +73,7 @@ public:
     /// Takes in what the program has said. @return how it ended; nothing while it runs
     virtual std::optional<ProgramEnd> collectProgram() = 0;
 
-    /// Ends the program with all that it has started.
+    /// Ends the program's process group.
     virtual void killProgram() = 0;
 
     /// Why a program of this name can't be run; empty when it can.
