@@ -26,14 +26,15 @@ struct flock wholeFile(short type) {
     return lock;
 }
 
-[[noreturn]] void giveUp(std::string_view text, int status) {
+[[noreturn, gnu::no_sanitize_address]] void giveUp(std::string_view text, int status) {
     [[maybe_unused]] const auto size = write(STDERR_FILENO, text.data(), text.size());
     _exit(status);
 }
 
 /// The new process, up to the program: it has the memory of its parent, which waits meanwhile, and
-/// may call nothing that changes that.
-int begin(void* data) {
+/// may call nothing that changes that. The sanitizer would keep the marks of a function that never
+/// returns on the stack that the next one gets.
+[[gnu::no_sanitize_address]] int begin(void* data) {
     const auto& what = *static_cast<const Spawn*>(data);
     struct sigaction byDefault {};
     byDefault.sa_handler = SIG_DFL;
@@ -106,7 +107,8 @@ void settleDescriptors() {
     close(opened);
     std::error_code none;
     for (const auto& each : std::filesystem::directory_iterator("/proc/self/fd", none)) {
-        const int descriptor = std::atoi(each.path().filename().c_str());
+        const auto descriptor =
+            static_cast<int>(std::strtol(each.path().filename().c_str(), nullptr, 10));
         if (descriptor > STDERR_FILENO)
             fcntl(descriptor, F_SETFD, FD_CLOEXEC);
     }
