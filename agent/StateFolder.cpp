@@ -1,10 +1,12 @@
 #include "agent/StateFolder.h"
 
 #include "agent/Log.h"
+#include "agent/system/Files.h"
 #include "agent/system/Spawn.h"
 
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <utility>
@@ -23,6 +25,8 @@ namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::seconds kEnd{2}; ///< for another agent, or a killed client, to end
+constexpr const char* kNet = "/net";
+constexpr const char* kDev = "/dev";
 constexpr int kOpenLock = O_RDWR | O_CREAT | O_NOFOLLOW;
 
 constexpr std::chrono::milliseconds kPause{20};
@@ -35,6 +39,45 @@ bool stopsMeanwhile(int stop) {
 
 std::string problem(const std::string& path) {
     return path + ": " + std::strerror(errno);
+}
+
+/// @return whether there is a folder now, and no link to one
+bool makeFolder(const std::string& path) {
+    struct stat state {};
+    if (mkdir(path.c_str(), 0700) != 0 && errno != EEXIST)
+        return false;
+    errno = ENOTDIR;
+    return lstat(path.c_str(), &state) == 0 && S_ISDIR(state.st_mode);
+}
+
+/// Whose a file is that an earlier version has kept in the state folder itself.
+const char* placeOf(const std::string& name) {
+    if (name.rfind("change.journal", 0) == 0)
+        return kDev;
+    const bool ofTheToolkit =
+        name.rfind("corvantad.", 0) == 0 && fs::path(name).extension() == ".conf";
+    return ofTheToolkit || name == "told.states" ? kNet : nullptr;
+}
+
+/// Moves what an earlier version has left to where it is now. It was written last, whatever is
+/// there.
+/// @return what is wrong; empty when nothing is
+std::string takeOver(const std::string& path) {
+    bool moved = false;
+    std::error_code failed;
+    for (const auto& file : fs::directory_iterator(path, failed)) {
+        const std::string name = file.path().filename();
+        const char* const place = placeOf(name);
+        if (place == nullptr)
+            continue;
+        if (std::rename(file.path().c_str(), (fs::path(path + place) / name).c_str()) != 0)
+            return "cannot move " + problem(file.path());
+        moved = true;
+    }
+    if (failed ||
+        (moved && !(syncFolder(path + kDev) && syncFolder(path + kNet) && syncFolder(path))))
+        return "cannot take over the state folder " + problem(path);
+    return "";
 }
 
 } // namespace
@@ -50,11 +93,22 @@ std::string prepareState(std::string& path) {
     for (const auto end = Clock::now() + kEnd; flock(descriptor, LOCK_EX | LOCK_NB) != 0;)
         if (stopsMeanwhile(-1) || Clock::now() >= end)
             return "another corvantad uses the state folder " + path;
-    return "";
+    for (const char* place : {kNet, kDev})
+        if (!makeFolder(path + place))
+            return "cannot make the state folder " + problem(path + place);
+    return takeOver(path);
+}
+
+std::string netFolder(const Options& options) {
+    return options.state + kNet;
+}
+
+std::string devFolder(const Options& options) {
+    return options.state + kDev;
 }
 
 int openClientLock(const Options& options) {
-    const std::string name = options.state + "/clients.lock";
+    const std::string name = devFolder(options) + "/clients.lock";
     const int descriptor = open(name.c_str(), kOpenLock | O_CLOEXEC, 0600);
     if (descriptor < 0)
         log(LOG_ERR, "cannot write to the state folder " + problem(name));

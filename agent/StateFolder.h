@@ -7,10 +7,15 @@
 
 namespace agent {
 
-/// Makes the folder of what must outlive a restart, and keeps other agents out of it.
+/// Makes the folder of what must outlive a restart, with one in it for each process, and keeps
+/// other agents out of it. What an earlier version has left in it goes to its process.
 /// @param path  made absolute, since the SNMP toolkit looks it up from the root
 /// @return what is wrong; empty when nothing is
 std::string prepareState(std::string& path);
+
+/// What the process that faces the network keeps, and may write; and what the device's keeps.
+std::string netFolder(const Options& options);
+std::string devFolder(const Options& options);
 
 /// Opens the file that each client of the database has locked while it runs.
 /// @return -1 when that can't be done, which is logged

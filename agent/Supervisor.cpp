@@ -90,7 +90,8 @@ void Supervisor::readAlive() {
 }
 
 void Supervisor::becomeReady() {
-    if (!dropPrivileges(m_options) || !m_dev.start()) {
+    // Both processes are started again as their users are; for two users, that takes root.
+    if ((m_options.netUser.empty() && !becomeDevUser(m_options)) || !m_dev.start()) {
         fail("the device process cannot be started");
         return;
     }

@@ -12,9 +12,11 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <sstream>
 #include <string>
 
 #include <sys/prctl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -28,12 +30,15 @@ int fail(const std::string& text) {
 }
 
 int serve(const Options& options, int link, int alive, int stop) {
-    return agent::net::serve(
-        options,
-        {link, alive, stop, [&] { return agent::dropPrivileges(options); }, agent::leaveTerminal});
+    Options own = options;
+    own.state = agent::netFolder(options);
+    return agent::net::serve(own, {link, alive, stop, [&] { return agent::becomeNetUser(options); },
+                                   agent::leaveTerminal});
 }
 
 int work(const Options& options, int link, int stop) {
+    if (!agent::becomeDevUser(options))
+        return 1;
     prctl(PR_SET_DUMPABLE, 0); // keeps other processes of the same user out of this one
     if (!options.foreground)
         agent::leaveTerminal();
@@ -42,7 +47,8 @@ int work(const Options& options, int link, int stop) {
         return 1;
     if (const auto status = agent::awaitClients(options, clientLock, stop))
         return *status;
-    agent::RealSystem system(link, stop, options.state, options.watchDatabase, clientLock);
+    agent::RealSystem system(link, stop, agent::devFolder(options), options.watchDatabase,
+                             clientLock);
     try {
         agent::dev::Worker(options, system).run();
     } catch (const agent::BrokenInvariant& broken) {
@@ -50,6 +56,17 @@ int work(const Options& options, int link, int stop) {
         std::abort(); // the next one takes back what the journal tells
     }
     return 0;
+}
+
+/// Removes the sockets that a --master has listened at, which the process that did can't any more.
+void removeSockets(const std::string& addresses) {
+    std::istringstream all(addresses);
+    for (std::string address; std::getline(all, address, ',');) {
+        address.erase(0, address.rfind("unix:", 0) == 0 ? 5 : 0);
+        struct stat state {};
+        if (lstat(address.c_str(), &state) == 0 && S_ISSOCK(state.st_mode))
+            unlink(address.c_str());
+    }
 }
 
 } // namespace
@@ -61,8 +78,15 @@ int main(int argc, char** argv) {
     agent::openLog(true); // what goes wrong now can still be seen
     if (const std::string problem = agent::prepareState(options.state); !problem.empty())
         return fail(problem);
+    if (!agent::giveState(options))
+        return 1;
+    if (geteuid() == 0 && options.user.empty())
+        log(LOG_WARNING, "runs as root: --user names another user, who needs the right to run the "
+                         "device's client");
     options.watchdogBeat = agent::watchdogBeat();
     if (!options.watchDatabase.empty())
         options.watchDatabase = std::filesystem::absolute(options.watchDatabase).string();
-    return agent::Supervisor(options, serve, work).run();
+    const int status = agent::Supervisor(options, serve, work).run();
+    removeSockets(options.master);
+    return status;
 }
