@@ -2,11 +2,11 @@
 
 namespace agent {
 
-/// How the agent leaves whoever started it from a shell.
+/// How the agent goes to the background, and tells whoever started it whether it works.
 class Background {
 public:
-    /// Goes on in a process of its own. The one that was started waits for tellStarted(), or for
-    /// the end of this one, and tells by its exit status which of them it was.
+    /// Continues in a child process. The original process waits until the child calls
+    /// tellStarted() or ends, and its exit status says which of the two it was.
     /// @return whether that could be done
     bool goToBackground();
 

@@ -13,6 +13,7 @@ constexpr std::chrono::minutes kPeriod{1};
 
 bool quiet = false;
 bool trace = false;
+LimitedLog* limited = nullptr;
 
 [[gnu::format(printf, 2, 3)]] void write(int priority, const char* format, ...) {
     va_list values;
@@ -21,13 +22,7 @@ bool trace = false;
     va_end(values);
 }
 
-} // namespace
-
-void openLog(bool standardError) {
-    openlog("corvanta", LOG_PID | LOG_CONS | (standardError ? LOG_PERROR : 0), LOG_DAEMON);
-}
-
-void log(int priority, const std::string& text, const char* file, int line) {
+void writeLine(int priority, const std::string& text, const char* file, int line) {
     const char* level = priority <= LOG_ERR       ? "error"
                         : priority == LOG_WARNING ? "warning"
                         : priority == LOG_DEBUG   ? "debug"
@@ -37,6 +32,19 @@ void log(int priority, const std::string& text, const char* file, int line) {
     unit = unit.substr(0, unit.rfind('.'));
     write(priority, "%s:corvantad: %.*s:%d  %s\n", level, static_cast<int>(unit.size()),
           unit.data(), line, text.c_str());
+}
+
+} // namespace
+
+void openLog(bool standardError) {
+    openlog("corvanta", LOG_PID | LOG_CONS | (standardError ? LOG_PERROR : 0), LOG_DAEMON);
+}
+
+void log(int priority, const std::string& text, const char* file, int line) {
+    if (limited != nullptr)
+        limited->log(priority, text, file, line);
+    else
+        writeLine(priority, text, file, line);
 }
 
 void keepTrace(bool keep) {
@@ -51,14 +59,26 @@ std::string printable(std::string text, std::size_t length) {
     return cut ? text + "..." : text;
 }
 
-int LineLimit::pass(std::chrono::steady_clock::time_point now) {
-    int suppressed = 0;
+void LineLimit::log(Time now, int priority, const std::string& text, const char* file, int line) {
     if (now >= m_end) {
-        suppressed = std::max(m_lines - kLines, 0);
+        if (m_lines > kLines)
+            writeLine(LOG_WARNING,
+                      std::to_string(m_lines - kLines) +
+                          " more lines like those before were left out",
+                      file, line);
         m_end = now + kPeriod;
         m_lines = 0;
     }
-    return ++m_lines > kLines ? -1 : suppressed;
+    if (++m_lines <= kLines)
+        writeLine(priority, text, file, line);
+}
+
+LimitedLog::LimitedLog(LineLimit& limit, LineLimit::Time now) : m_limit(limit), m_now(now) {
+    limited = this;
+}
+
+LimitedLog::~LimitedLog() {
+    limited = nullptr;
 }
 
 bool wantsLine(int priority) {

@@ -25,12 +25,33 @@ std::string printable(std::string text, std::size_t length);
 /// Limits the lines of a source that could flood the log to some a minute.
 class LineLimit {
 public:
-    /// @return -1 where this line is over the limit; else how many were suppressed before it
-    int pass(std::chrono::steady_clock::time_point now);
+    using Time = std::chrono::steady_clock::time_point;
+
+    /// Writes a line, as log() does, or leaves it out; the next one that is written tells how many
+    /// were.
+    void log(Time now, int priority, const std::string& text, const char* file = __builtin_FILE(),
+             int line = __builtin_LINE());
 
 private:
-    std::chrono::steady_clock::time_point m_end;
+    Time m_end;
     int m_lines = 0;
+};
+
+/// Has all that log() is given pass a limit, while it exists.
+class LimitedLog {
+public:
+    LimitedLog(LineLimit& limit, LineLimit::Time now);
+    ~LimitedLog();
+    LimitedLog(const LimitedLog&) = delete;
+    LimitedLog& operator=(const LimitedLog&) = delete;
+
+    void log(int priority, const std::string& text, const char* file, int line) {
+        m_limit.log(m_now, priority, text, file, line);
+    }
+
+private:
+    LineLimit& m_limit;
+    const LineLimit::Time m_now;
 };
 
 /// Whether a line that the library logs is written.

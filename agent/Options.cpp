@@ -33,14 +33,14 @@ struct Option {
 // clang-format off
 constexpr Option kOptions[] = {
     {'x', "agentx", "SOCKET", "connect to the master agent at SOCKET", &Options::socket},
-    {'m', "master", "ADDRESS", "need no master agent: listen at ADDRESS, such as\n"
-                               "udp:127.0.0.1:1161", &Options::master},
+    {'m', "master", "ADDRESS", "listen at ADDRESS, such as udp:127.0.0.1:1161; no master\n"
+                               "agent is needed", &Options::master},
     {'c', "config", "FILE", "read FILE, in the format of snmpd.conf", &Options::config},
     {'s', "state", "DIR", "keep what must outlive a restart in DIR (/var/lib/corvanta)", &Options::state},
     {'i', "interval", "SECONDS", "pause between two refreshes (30)", &Options::interval},
-    {'w', "watch-database", "FILE", "FILE changes whenever the database does: read it then,\n"
-                                    "and at the interval the line only", &Options::watchDatabase},
-    {'F', "full-interval", "SECONDS", "with a watched file, read everything so often (3600)", &Options::fullInterval},
+    {'w', "watch-database", "FILE", "FILE changes whenever the database does: read the database\n"
+                                    "then, and at each interval the line only", &Options::watchDatabase},
+    {'F', "full-interval", "SECONDS", "with a watched file, read everything at least so often (3600)", &Options::fullInterval},
     {'p', "refresh-pause", "SECONDS", "shortest pause between two refreshes that a change of the\n"
                                       "file makes (1)", &Options::refreshPause},
     {'a', "max-age", "SECONDS", "answer genErr when the values are older (120)", &Options::maxAge},
@@ -100,7 +100,7 @@ struct Apply {
         errno = 0;
         const long value = std::strtol(optarg, &end, 10);
         if (end == optarg || *end != '\0' || errno != 0 || value < 1 || value > 604800)
-            fail(std::string("'") + optarg + "' is no number of seconds from 1 to 604800");
+            fail(std::string("'") + optarg + "' is not a number of seconds from 1 to 604800");
         options.*target = Seconds(value);
     }
 };

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <chrono>
-#include <optional>
 #include <string>
 
 namespace agent {
@@ -20,8 +19,7 @@ struct Options {
     std::chrono::seconds maxAge{120};
     std::chrono::seconds setDeadline{5};
     std::chrono::seconds clientLimit{30};
-    /// How often the service manager wants a sign of life, if at all.
-    std::optional<std::chrono::microseconds> watchdogBeat;
+    std::chrono::microseconds beat = std::chrono::seconds(5); ///< between two signs of life
     bool notifications = false;
     bool foreground = false;
     bool verbose = false;

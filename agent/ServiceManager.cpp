@@ -10,12 +10,6 @@
 
 namespace agent {
 
-namespace {
-
-constexpr int kBeats = 4; ///< in the time that the service manager waits for one
-
-} // namespace
-
 void notifyServiceManager(const char* state) {
     const char* variable = std::getenv("NOTIFY_SOCKET");
     const std::string path = variable != nullptr ? variable : "";
@@ -31,17 +25,18 @@ void notifyServiceManager(const char* state) {
     if (descriptor < 0)
         return;
     const std::string text = state;
-    sendto(descriptor, text.data(), text.size(), MSG_NOSIGNAL,
+    // One that does not listen must not keep the agent waiting.
+    sendto(descriptor, text.data(), text.size(), MSG_NOSIGNAL | MSG_DONTWAIT,
            reinterpret_cast<const sockaddr*>(&address), size);
     close(descriptor);
 }
 
-std::optional<std::chrono::microseconds> watchdogBeat() {
-    const char* const limit = std::getenv("WATCHDOG_USEC");
-    const long long beat = limit != nullptr ? std::strtoll(limit, nullptr, 10) / kBeats : 0;
-    if (beat <= 0)
+std::optional<std::chrono::microseconds> watchdogLimit() {
+    const char* const variable = std::getenv("WATCHDOG_USEC");
+    const long long limit = variable != nullptr ? std::strtoll(variable, nullptr, 10) : 0;
+    if (limit <= 0)
         return std::nullopt;
-    return std::chrono::microseconds(beat);
+    return std::chrono::microseconds(limit);
 }
 
 } // namespace agent

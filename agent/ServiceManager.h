@@ -9,7 +9,7 @@ namespace agent {
 /// Tells it a state, such as "READY=1", if it wants to know.
 void notifyServiceManager(const char* state);
 
-/// How often it has to be told that the agent works; nothing when it does not watch.
-std::optional<std::chrono::microseconds> watchdogBeat();
+/// The longest that it waits to be told that the agent works; nothing when it does not watch.
+std::optional<std::chrono::microseconds> watchdogLimit();
 
 } // namespace agent

@@ -4,7 +4,7 @@
 
 namespace agent {
 
-/// Makes a descriptor that is readable when one of these signals has come, which are blocked.
+/// Makes a descriptor that is readable when one of these signals has arrived, which are blocked.
 int openSignals(std::initializer_list<int> wanted);
 
 /// The same, for one signal only, through a descriptor that there is already.

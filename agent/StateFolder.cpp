@@ -9,10 +9,10 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <thread>
 #include <utility>
 
 #include <fcntl.h>
-#include <poll.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -22,7 +22,6 @@ namespace agent {
 namespace {
 
 namespace fs = std::filesystem;
-using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::seconds kEnd{2}; ///< for another agent, or a killed client, to end
 constexpr const char* kNet = "/net";
@@ -30,12 +29,6 @@ constexpr const char* kDev = "/dev";
 constexpr int kOpenLock = O_RDWR | O_CREAT | O_NOFOLLOW;
 
 constexpr std::chrono::milliseconds kPause{20};
-
-/// Whether it has to stop, after a pause. @param stop  -1 when it never has to
-bool stopsMeanwhile(int stop) {
-    pollfd stopping{stop, POLLIN, 0};
-    return poll(&stopping, 1, static_cast<int>(kPause.count())) > 0;
-}
 
 std::string problem(const std::string& path) {
     return path + ": " + std::strerror(errno);
@@ -54,9 +47,12 @@ bool makeFolder(const std::string& path) {
 const char* placeOf(const std::string& name) {
     if (name.rfind("change.journal", 0) == 0)
         return kDev;
-    const bool ofTheToolkit =
+    const bool ofTheEngine =
         name.rfind("corvantad.", 0) == 0 && fs::path(name).extension() == ".conf";
-    return ofTheToolkit || name == "told.states" ? kNet : nullptr;
+    for (const char* other : {"new", "cert_indexes", "told.states"})
+        if (name == other)
+            return kNet;
+    return ofTheEngine ? kNet : nullptr;
 }
 
 /// Moves what an earlier version has left to where it is now. It was written last, whatever is
@@ -70,7 +66,10 @@ std::string takeOver(const std::string& path) {
         const char* const place = placeOf(name);
         if (place == nullptr)
             continue;
-        if (std::rename(file.path().c_str(), (fs::path(path + place) / name).c_str()) != 0)
+        const fs::path to = fs::path(path + place) / name;
+        if (file.is_directory(failed))
+            fs::remove_all(to, failed); // only an empty one would make room
+        if (std::rename(file.path().c_str(), to.c_str()) != 0)
             return "cannot move " + problem(file.path());
         moved = true;
     }
@@ -84,15 +83,19 @@ std::string takeOver(const std::string& path) {
 
 std::string prepareState(std::string& path) {
     path = fs::absolute(path).lexically_normal().string();
-    if (mkdir(path.c_str(), 0700) != 0 && errno != EEXIST)
+    if (mkdir(path.c_str(), 0700) == 0)
+        syncFolder(path + "/.."); // as far as this user may
+    else if (errno != EEXIST)
         return "cannot make the state folder " + problem(path);
     const std::string name = path + "/agent.lock";
     const int descriptor = open(name.c_str(), kOpenLock | O_CLOEXEC, 0600);
     if (descriptor < 0)
         return "cannot write to the state folder " + problem(name);
-    for (const auto end = Clock::now() + kEnd; flock(descriptor, LOCK_EX | LOCK_NB) != 0;)
-        if (stopsMeanwhile(-1) || Clock::now() >= end)
+    for (const auto end = Clock::now() + kEnd; flock(descriptor, LOCK_EX | LOCK_NB) != 0;) {
+        if (Clock::now() >= end)
             return "another corvantad uses the state folder " + path;
+        std::this_thread::sleep_for(kPause);
+    }
     for (const char* place : {kNet, kDev})
         if (!makeFolder(path + place))
             return "cannot make the state folder " + problem(path + place);
@@ -115,7 +118,7 @@ int openClientLock(const Options& options) {
     return descriptor;
 }
 
-std::optional<int> awaitClients(const Options& options, int lock, int stop) {
+std::optional<int> awaitClients(const Options& options, int lock, System& system) {
     auto end = Clock::now() + options.clientLimit;
     bool killed = false;
     while (const auto client = lockHolder(lock)) {
@@ -134,7 +137,7 @@ std::optional<int> awaitClients(const Options& options, int lock, int stop) {
                 kill(getpgid(*client) == *client ? -*client : *client, SIGKILL);
             end = Clock::now() + kEnd;
         }
-        if (stopsMeanwhile(stop))
+        if (system.wait({false, true, false, false}, system.now() + kPause).stop)
             return 0;
     }
     return std::nullopt;

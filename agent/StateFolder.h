@@ -1,6 +1,7 @@
 #pragma once
 
 #include "agent/Options.h"
+#include "agent/system/System.h"
 
 #include <optional>
 #include <string>
@@ -23,9 +24,10 @@ int openClientLock(const Options& options);
 
 /// Waits until the client of an earlier device process has ended, so that it changes no row behind
 /// the back of this one. The process group of one that takes longer than the limit is killed.
-/// @param lock  of the clients
-/// @param stop  readable when this process has to stop, which ends the wait at once
+/// @param lock    of the clients
+/// @param system  shows life meanwhile, and tells when this process has to stop, which ends the
+///                wait at once
 /// @return nothing when this process has the device to itself; else its exit status
-std::optional<int> awaitClients(const Options& options, int lock, int stop);
+std::optional<int> awaitClients(const Options& options, int lock, System& system);
 
 } // namespace agent

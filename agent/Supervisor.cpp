@@ -5,6 +5,7 @@
 #include "agent/ServiceManager.h"
 #include "agent/Signals.h"
 
+#include <algorithm>
 #include <csignal>
 #include <utility>
 
@@ -19,24 +20,27 @@ namespace agent {
 
 namespace {
 
+using std::chrono::milliseconds;
 using std::chrono::seconds;
 
 constexpr seconds kDevStops{16}; ///< a change that is under way ends first
 constexpr seconds kNetStops{2};
-constexpr int kLook = 100; ///< ms, while a child has to start or to stop in time
+constexpr milliseconds kLook{100}; ///< while a child has to start or to stop in time
 
 } // namespace
 
-Supervisor::Supervisor(const Options& options, Net net, Dev dev)
+Supervisor::Supervisor(const Options& options, Work net, Work dev)
     : m_options(options),
       m_net("corvantad-net",
-            [this, net](int stop) {
+            [this, net](int alive, int stop) {
                 close(m_link[1]);
-                return net(m_options, m_link[0], m_alive[1], stop);
+                m_dev.forget();
+                return net(m_options, {m_link[0], alive, stop});
             }),
-      m_dev("corvantad-dev", [this, dev](int stop) {
+      m_dev("corvantad-dev", [this, dev](int alive, int stop) {
           close(m_link[0]);
-          return dev(m_options, m_link[1], stop);
+          m_net.forget();
+          return dev(m_options, {m_link[1], alive, stop});
       }) {}
 
 int Supervisor::run() {
@@ -45,7 +49,8 @@ int Supervisor::run() {
     do {
         awaitEvents();
         readSignals();
-        readAlive();
+        becomeReady();
+        watch();
         reap();
         startDue();
     } while (!stopChildren());
@@ -59,8 +64,7 @@ bool Supervisor::open() {
     // Packets, so that one that dies leaves no part of a message. The parent keeps both ends open:
     // a process that is started again finds its own as it was.
     if (!detached || m_signals < 0 ||
-        socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, m_link.data()) != 0 ||
-        pipe2(m_alive.data(), O_CLOEXEC | O_NONBLOCK) != 0)
+        socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, m_link.data()) != 0)
         fail("no descriptors");
     else if (!m_net.start())
         fail("no processes");
@@ -68,9 +72,12 @@ bool Supervisor::open() {
 }
 
 void Supervisor::awaitEvents() const {
-    std::array<pollfd, 2> events{{{m_signals, POLLIN, 0}, {m_alive[0], POLLIN, 0}}};
-    const bool timed = m_stopping || (m_ready && !(m_net.running() && m_dev.running()));
-    poll(events.data(), events.size(), timed ? kLook : -1);
+    std::array<pollfd, 2> events{
+        {{m_signals, POLLIN, 0}, {m_ready ? -1 : m_net.alive(), POLLIN, 0}}};
+    const bool soon = m_stopping || (m_ready && !(m_net.running() && m_dev.running()));
+    const auto left = std::chrono::ceil<milliseconds>(m_beatDue - Clock::now());
+    poll(events.data(), events.size(),
+         static_cast<int>(std::max(soon ? std::min(left, kLook) : left, milliseconds(0)).count()));
 }
 
 void Supervisor::readSignals() {
@@ -79,17 +86,10 @@ void Supervisor::readSignals() {
         m_stopping = m_stopping || signal.ssi_signo != SIGCHLD;
 }
 
-void Supervisor::readAlive() {
-    std::array<char, 64> bytes{};
-    if (read(m_alive[0], bytes.data(), bytes.size()) <= 0 || m_stopping)
-        return;
-    if (!m_ready)
-        becomeReady();
-    else if (m_options.watchdogBeat)
-        notifyServiceManager("WATCHDOG=1");
-}
-
+/// Once the network process is: its ports are open.
 void Supervisor::becomeReady() {
+    if (m_ready || m_stopping || !m_net.hear())
+        return;
     // Both processes are started again as their users are; for two users, that takes root.
     if ((m_options.netUser.empty() && !becomeDevUser(m_options)) || !m_dev.start()) {
         fail("the device process cannot be started");
@@ -102,6 +102,21 @@ void Supervisor::becomeReady() {
     }
     log(LOG_INFO, "started");
     notifyServiceManager("READY=1");
+}
+
+/// Sees to it once a beat that both processes move. The service manager is told so while they do,
+/// or are started again; it is its turn when a process can't even be killed.
+void Supervisor::watch() {
+    const auto now = Clock::now();
+    if (now < m_beatDue)
+        return;
+    m_beatDue = now + m_options.beat;
+    if (!m_ready || m_stopping)
+        return;
+    m_net.watch();
+    m_dev.watch();
+    if (watchdogLimit() && !m_net.hangs() && !m_dev.hangs())
+        notifyServiceManager("WATCHDOG=1");
 }
 
 /// Sees what has ended. One that ends by itself has logged why, and the agent ends with it.

@@ -3,8 +3,10 @@
 #include "agent/Background.h"
 #include "agent/Child.h"
 #include "agent/Options.h"
+#include "agent/system/RealSystem.h"
 
 #include <array>
+#include <chrono>
 #include <string>
 
 namespace agent {
@@ -13,17 +15,13 @@ namespace agent {
 /// corvantad-dev owns the device, and their parent, this one, starts both and does nothing else.
 class Supervisor {
 public:
-    /// What the network process does. It writes a byte to `alive` when it is ready to serve, and
-    /// from then on each time that it has heard from the device process.
-    using Net = int (*)(const Options& options, int link, int alive, int stop);
-    /// What the device process does.
-    using Dev = int (*)(const Options& options, int link, int stop);
+    /// What a process does; the network process shows life first when it is ready to serve.
+    using Work = int (*)(const Options& options, const Ends& ends);
 
-    /// Both get their end of the link, and a descriptor that is readable when they have to stop.
-    Supervisor(const Options& options, Net net, Dev dev);
+    Supervisor(const Options& options, Work net, Work dev);
 
     /// Runs both until a signal ends the agent, or one of them gives up; starts again what a
-    /// signal has ended.
+    /// signal has ended, and what gives no sign of life any more.
     /// @return the exit status
     int run();
 
@@ -31,8 +29,8 @@ private:
     bool open();
     void awaitEvents() const;
     void readSignals();
-    void readAlive();
     void becomeReady();
+    void watch();
     void reap();
     void startDue();
     bool stopChildren();
@@ -42,9 +40,9 @@ private:
     Background m_background;
     int m_signals = -1;
     std::array<int, 2> m_link{};
-    std::array<int, 2> m_alive{};
     Child m_net;
     Child m_dev;
+    std::chrono::steady_clock::time_point m_beatDue;
     bool m_ready = false; ///< the network process serves, or did so once
     bool m_stopping = false;
     bool m_stopTold = false; ///< to the service manager

@@ -10,6 +10,8 @@
 #include "agent/system/RealSystem.h"
 #include "agent/system/Spawn.h"
 
+#include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <sstream>
@@ -24,19 +26,22 @@ namespace {
 using agent::log;
 using agent::Options;
 
+constexpr int kBeats = 12; ///< in the time that a service manager waits for a sign of life
+constexpr std::chrono::microseconds kShortestBeat{1000};
+
 int fail(const std::string& text) {
     log(LOG_ERR, text);
     return 1;
 }
 
-int serve(const Options& options, int link, int alive, int stop) {
+int serve(const Options& options, const agent::Ends& ends) {
     Options own = options;
     own.state = agent::netFolder(options);
-    return agent::net::serve(own, {link, alive, stop, [&] { return agent::becomeNetUser(options); },
-                                   agent::leaveTerminal});
+    return agent::net::serve(
+        own, {ends, [&] { return agent::becomeNetUser(options); }, agent::leaveTerminal});
 }
 
-int work(const Options& options, int link, int stop) {
+int work(const Options& options, const agent::Ends& ends) {
     if (!agent::becomeDevUser(options))
         return 1;
     prctl(PR_SET_DUMPABLE, 0); // keeps other processes of the same user out of this one
@@ -45,10 +50,11 @@ int work(const Options& options, int link, int stop) {
     const int clientLock = agent::openClientLock(options);
     if (clientLock < 0)
         return 1;
-    if (const auto status = agent::awaitClients(options, clientLock, stop))
-        return *status;
-    agent::RealSystem system(link, stop, agent::devFolder(options), options.watchDatabase,
+    agent::RealSystem system(ends, options.beat, agent::devFolder(options), options.watchDatabase,
                              clientLock);
+    system.showLife();
+    if (const auto status = agent::awaitClients(options, clientLock, system))
+        return *status;
     try {
         agent::dev::Worker(options, system).run();
     } catch (const agent::BrokenInvariant& broken) {
@@ -83,7 +89,8 @@ int main(int argc, char** argv) {
     if (geteuid() == 0 && options.user.empty())
         log(LOG_WARNING, "runs as root: --user names another user, who needs the right to run the "
                          "device's client");
-    options.watchdogBeat = agent::watchdogBeat();
+    if (const auto limit = agent::watchdogLimit())
+        options.beat = std::clamp(*limit / kBeats, kShortestBeat, options.beat);
     if (!options.watchDatabase.empty())
         options.watchDatabase = std::filesystem::absolute(options.watchDatabase).string();
     const int status = agent::Supervisor(options, serve, work).run();

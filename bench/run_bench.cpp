@@ -52,7 +52,7 @@ std::size_t runAsTheAgent(agent::System& system, const std::string& commandLine)
 int main(int argc, char** argv) {
     if (argc != 4)
         return std::fputs("usage: see the head of run_bench.cpp\n", stderr), 2;
-    agent::RealSystem system(-1, -1, ".", "");
+    agent::RealSystem system({-1, -1, -1}, {}, ".", "");
     const std::string commandLine = std::string(argv[2]) + " \"" + argv[3] + "\"";
     Pairs times;
     for (int i = -10; i < 2 * std::atoi(argv[1]); ++i) {

@@ -12,7 +12,7 @@ namespace agent {
 /// Whether a character can stand in a value without ending or changing the command.
 bool isSafe(char c);
 
-/// Whether the client takes a value as it is, whatever stands behind it.
+/// Whether the client takes a value as it is, whatever follows it.
 bool isSafe(const Column& column, const std::string& value);
 
 /// A command of the database's client, one for each run:

@@ -22,6 +22,11 @@ bool Row::fits(Table table) const {
     return columns.size() == shapeOf(table).columns.size();
 }
 
+bool Row::sameButId(const Row& other) const {
+    return columns.size() == other.columns.size() &&
+           std::equal(columns.begin() + 1, columns.end(), other.columns.begin() + 1);
+}
+
 std::string Row::text() const {
     std::string joined = columns.front();
     for (std::size_t i = 1; i < columns.size(); ++i)

@@ -19,6 +19,8 @@ struct Row {
     /// can't be told from two.
     bool fits(Table table) const;
 
+    bool sameButId(const Row& other) const;
+
     std::string text() const; ///< columns separated by "|"
 
     bool operator==(const Row& other) const { return columns == other.columns; }

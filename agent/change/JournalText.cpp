@@ -1,10 +1,9 @@
 #include "agent/change/JournalText.h"
 
+#include "agent/change/Lines.h"
 #include "agent/change/Restore.h"
 
-#include <algorithm>
 #include <array>
-#include <charconv>
 #include <cstdint>
 #include <cstdio>
 
@@ -12,16 +11,14 @@ namespace agent {
 
 namespace {
 
-// corvantad change 1
-// set, or pending
-// the record
-// end CRC, of all that comes before this line
-
-constexpr std::string_view kHeading = "corvantad change 1\n";
+constexpr std::string_view kHeading = "corvantad change 2\n";
+constexpr std::string_view kHeading1 = "corvantad change 1\n";
 constexpr std::string_view kSet = "set\n";
 constexpr std::string_view kPending = "pending\n";
 constexpr std::string_view kEnd = "end ";
 constexpr std::size_t kEndSize = kEnd.size() + 8 + 1;
+constexpr std::string_view kKinds = "=~-"; ///< of what others had, in the order of Names
+constexpr char kNotThere = '+';
 
 std::string checksumOf(std::string_view text) {
     std::uint32_t crc = ~std::uint32_t{0}; // CRC-32 as in Ethernet
@@ -42,25 +39,99 @@ bool skip(std::string_view& text, std::string_view start) {
     return found;
 }
 
-constexpr std::string_view kGone = "-";
-
-/// Cuts the piece up to the character, or what there is, off the front of a text.
-std::string_view cut(std::string_view& text, char end) {
-    const std::string_view piece = text.substr(0, text.find(end));
-    text.remove_prefix(std::min(piece.size() + 1, text.size()));
-    return piece;
+std::string toLine(std::string_view word, const std::vector<int>& numbers) {
+    std::string line(word);
+    for (const int number : numbers)
+        line.append(" ").append(std::to_string(number));
+    return line + "\n";
 }
 
-std::optional<int> number(std::string_view text) {
-    int value = 0;
-    const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error != std::errc() || stop != text.data() + text.size())
+std::string toLine(const Trail& trail) {
+    std::string line = "row " + std::to_string(trail.id);
+    line.append(trail.added ? " added" : "").append(trail.removed ? " removed" : "");
+    line.append(trail.sure ? " sure" : "");
+    if (trail.state == Return::tried)
+        line.append(" tried");
+    else if (trail.state == Return::givenUp)
+        line.append(" givenUp");
+    else if (trail.state == Return::back)
+        line.append(" back ").append(std::to_string(trail.backId));
+    return line + "\n";
+}
+
+std::string toLine(const Chain& chain) {
+    std::string line;
+    if (chain.from)
+        line.append(1, kKinds[static_cast<std::size_t>(chain.names)]).append(*chain.from);
+    else
+        line.append(1, kNotThere);
+    bool first = !chain.from;
+    for (const std::string& own : chain.own) {
+        line.append(first ? "" : "|").append(own);
+        first = false;
+    }
+    return line + "\n";
+}
+
+/// @param text what stands behind "row "
+std::optional<Trail> toTrail(std::string_view text) {
+    Trail trail;
+    const std::optional<int> id = toNumber(cut(text, ' '));
+    if (!id)
         return std::nullopt;
-    return value;
+    trail.id = *id;
+    trail.columns.emplace_back();
+    while (!text.empty()) {
+        const std::string_view word = cut(text, ' ');
+        if (word == "added") {
+            trail.added = true;
+        } else if (word == "removed") {
+            trail.removed = true;
+        } else if (word == "sure") {
+            trail.sure = true;
+        } else if (word == "tried") {
+            trail.state = Return::tried;
+        } else if (word == "givenUp") {
+            trail.state = Return::givenUp;
+        } else if (word == "back") {
+            const std::optional<int> back = toNumber(cut(text, ' '));
+            if (!back)
+                return std::nullopt;
+            trail.state = Return::back;
+            trail.backId = *back;
+        } else {
+            return std::nullopt;
+        }
+    }
+    return trail;
 }
 
-bool sameId(Table table, const Trail& trail, const std::optional<Row>& row) {
-    return !row || (row->fits(table) && row->id() == trail.id);
+std::optional<Chain> toChain(std::string_view line) {
+    Chain chain;
+    const std::size_t kind = line.empty() ? kKinds.npos : kKinds.find(line.front());
+    if (line.empty() || (kind == kKinds.npos && line.front() != kNotThere))
+        return std::nullopt;
+    const Row values = parseRow(line.substr(1));
+    chain.own = values.columns;
+    if (kind != kKinds.npos) {
+        chain.names = static_cast<Names>(kind);
+        chain.from = chain.own.front();
+        chain.own.erase(chain.own.begin());
+    }
+    return chain;
+}
+
+/// Whether each row has all its columns, and what was not there is only in rows that were added.
+bool isWhole(const Record& record) {
+    for (const Table table : kAllTables)
+        for (const Trail& trail : record[table].trails) {
+            if (trail.columns.size() != shapeOf(table).columns.size())
+                return false;
+            for (std::size_t i = 1; i < trail.columns.size(); ++i)
+                if (!trail.added && !trail.columns[i].from)
+                    return false;
+        }
+    return true;
 }
 
 } // namespace
@@ -78,37 +149,32 @@ std::optional<Entry> toEntry(std::string_view text) {
     if (text.substr(body.size()) != std::string(kEnd) + checksumOf(body) + "\n")
         return std::nullopt;
     Entry entry;
-    if (!skip(body, kHeading))
+    const bool version1 = skip(body, kHeading1);
+    if (!version1 && !skip(body, kHeading))
         return std::nullopt;
     entry.pending = skip(body, kPending);
     if (!entry.pending && !skip(body, kSet))
         return std::nullopt;
-    auto record = toRecord(body);
+    auto record = version1 ? toRecordOfVersion1(body, entry.pending) : toRecord(body);
     if (!record || !canBeRestored(*record))
         return std::nullopt;
     entry.record = std::move(*record);
     return entry;
 }
 
-// table NAME
-// others ID ID ...
-// trail ID
-// ROW, or "-" where there is none, once for each version
-
 std::string toLines(const Record& from) {
     std::string text;
     for (const Table table : kAllTables) {
         const TableRecord& record = from[table];
-        if (record.trails.empty())
+        if (!record.known)
             continue;
-        text.append("table ").append(shapeOf(table).name).append("\nothers");
-        for (const int id : record.others)
-            text.append(" ").append(std::to_string(id));
-        text += '\n';
+        text.append("table ").append(shapeOf(table).name).append("\n");
+        text.append(toLine("others", record.others));
+        text.append(toLine("alike", record.alike));
         for (const Trail& trail : record.trails) {
-            text.append("trail ").append(std::to_string(trail.id)).append("\n");
-            for (const std::optional<Row>& version : trail.versions)
-                text.append(version ? version->text() : std::string(kGone)).append("\n");
+            text.append(toLine(trail));
+            for (std::size_t i = 1; i < trail.columns.size(); ++i)
+                text.append(toLine(trail.columns[i]));
         }
     }
     return text;
@@ -116,49 +182,37 @@ std::string toLines(const Record& from) {
 
 std::optional<Record> toRecord(std::string_view text) {
     Record record;
-    std::optional<Table> table;
-    Trail* trail = nullptr;
+    TableRecord* table = nullptr;
     while (!text.empty()) {
         std::string_view line = cut(text, '\n');
         const std::string_view whole = line;
         const std::string_view word = cut(line, ' ');
         if (word == "table") {
-            const auto* const found =
-                std::find_if(kAllTables.begin(), kAllTables.end(),
-                             [line](Table known) { return shapeOf(known).name == line; });
-            if (found == kAllTables.end())
+            const std::optional<Table> known = toTable(line);
+            if (!known)
                 return std::nullopt;
-            table = *found;
-            trail = nullptr;
-        } else if (!table) {
+            table = &record[*known];
+            table->known = true;
+        } else if (table == nullptr) {
             return std::nullopt;
-        } else if (word == "others") {
-            while (!line.empty()) {
-                const std::optional<int> id = number(cut(line, ' '));
-                if (!id)
-                    return std::nullopt;
-                record[*table].others.push_back(*id);
-            }
-        } else if (word == "trail") {
-            const std::optional<int> id = number(line);
-            if (!id || record[*table].find(*id) != nullptr)
+        } else if (word == "others" || word == "alike") {
+            auto ids = toNumbers(line);
+            if (!ids)
                 return std::nullopt;
-            record[*table].trails.push_back({*id, {}});
-            trail = &record[*table].trails.back();
+            (word == "others" ? table->others : table->alike) = std::move(*ids);
+        } else if (word == "row") {
+            auto trail = toTrail(line);
+            if (!trail)
+                return std::nullopt;
+            table->trails.push_back(std::move(*trail));
         } else {
-            std::optional<Row> row;
-            if (whole != kGone)
-                row = parseRow(whole);
-            if (trail == nullptr || !sameId(*table, *trail, row))
+            auto chain = toChain(whole);
+            if (!chain || table->trails.empty())
                 return std::nullopt;
-            trail->versions.push_back(std::move(row));
+            table->trails.back().columns.push_back(std::move(*chain));
         }
     }
-    for (const Table each : kAllTables)
-        for (const Trail& known : record[each].trails)
-            if (known.versions.empty())
-                return std::nullopt;
-    return record;
+    return isWhole(record) ? std::optional(std::move(record)) : std::nullopt;
 }
 
 } // namespace agent

@@ -1,323 +1,247 @@
 #include "agent/change/Restore.h"
 
 #include "agent/change/Command.h"
+#include "agent/change/Comparison.h"
+#include "agent/change/Stage.h"
 
 #include <algorithm>
-#include <iterator>
-#include <map>
-#include <set>
 #include <utility>
+#include <vector>
 
 namespace agent {
 
 namespace {
 
+constexpr int kRounds = 10;             ///< more than any change needs
 constexpr int kRoundsForNeighbours = 5; ///< others can come between again
 
-/// One comparison of a record with the database.
-class Comparison {
-public:
-    Comparison(const Record& record, const Image& now, bool unite)
-        : m_record(record), m_now(now), m_unite(unite) {}
+bool refersToBridges(Table table) {
+    return shapeOf(table).bridgeId != 0;
+}
 
-    Restoring run() {
-        for (const Table table : kAllTables) {
-            const bool waits = m_bridgesMissing && shapeOf(table).bridgeId != 0;
-            if (m_record.touches(table) && !waits)
-                compare(table);
+class Restore {
+public:
+    Restore(Record& record, Image& image, RestoreDevice& device)
+        : m_record(record), m_image(image), m_device(device) {}
+
+    std::optional<int> run() {
+        if (!look())
+            return std::nullopt;
+        for (int round = 0; round < kRounds; ++round) {
+            const Comparison comparison(m_record, m_image, round < kRoundsForNeighbours);
+            if (comparison.steps().empty())
+                return comparison.leftAlone();
+            if (!announce(comparison.steps()) || !perform(comparison.steps()) || !lookAgain())
+                return std::nullopt;
         }
-        if (!m_bridgesMissing)
-            std::move(m_last.begin(), m_last.end(), std::back_inserter(m_result.commands));
-        return std::move(m_result);
+        return std::nullopt;
     }
 
 private:
-    using Taken = std::vector<bool>;
-    using Led = std::map<const Trail*, const Row*>;
-    using Trails = std::vector<const Trail*>;
+    template <class Is>
+    bool any(Table table, const Is& is) const;
+    bool follows(Table table) const;
+    bool isReadWhole(Table table) const;
+    bool look();
+    bool lookAgain();
+    bool announce(const std::vector<Step>& steps);
+    static bool isAlike(Table table, const Row& row, const std::vector<Step>& steps);
+    bool perform(const std::vector<Step>& steps);
+    bool stands(const Step& step);
+    void apply(const Step& step, const std::string& said);
 
-    /// What trails have led to.
-    struct Found {
-        Led back;    ///< rows that were there before, as they were or not yet
-        Led extra;   ///< rows that the change made besides
-        Taken taken; ///< all of these
-    };
-
-    /// The version as it would be now, with the bridge's present Id.
-    Row translated(Table table, Row row) const {
-        if (const std::size_t column = shapeOf(table).bridgeId; column != 0)
-            if (const auto found = m_bridges.find(row.columns[column]); found != m_bridges.end())
-                row.columns[column] = found->second;
-        return row;
-    }
-
-    static bool same(const Row& now, const Row& wanted) {
-        return now.columns.size() == wanted.columns.size() &&
-               std::equal(now.columns.begin() + 1, now.columns.end(), wanted.columns.begin() + 1);
-    }
-
-    bool isBefore(Table table, const Row& now, const Trail& trail) const {
-        return trail.before() && same(now, translated(table, *trail.before()));
-    }
-
-    /// Whether a row is a version from that one on, with its bridge's Id or that of one like it:
-    /// of bridges that are alike nobody can tell which the change has added.
-    bool isVersion(Table table, const Row& now, const Trail& trail, std::size_t from) const {
-        const std::size_t bridge = shapeOf(table).bridgeId;
-        return std::any_of(
-            trail.versions.begin() + static_cast<std::ptrdiff_t>(from), trail.versions.end(),
-            [&](const auto& version) {
-                if (!version || now.columns.size() != version->columns.size())
-                    return false;
-                Row wanted = *version;
-                if (bridge != 0 && m_like.count({wanted.columns[bridge], now.columns[bridge]}) != 0)
-                    wanted.columns[bridge] = now.columns[bridge];
-                return same(now, wanted);
-            });
-    }
-
-    /// Whether a row has come since the record was made, or can have.
-    bool isNew(Table table, const Row& row) const {
-        const auto& [others, trails] = m_record[table];
-        return std::find(others.begin(), others.end(), row.id()) == others.end() &&
-               std::none_of(trails.begin(), trails.end(), [&](const Trail& trail) {
-                   return trail.id == row.id() && trail.before() && !trail.removed();
-               });
-    }
-
-    bool cameBack(Table table, const Row& row, const Trail& trail) const {
-        return trail.removed() && isNew(table, row) && isBefore(table, row, trail);
-    }
-
-    /// Rows that were neighbours in one bridge, and that the change removes.
-    static std::vector<Trails> runsOfNeighbours(Table table, const Trails& trails) {
-        std::vector<Trails> runs;
-        if (!hasNeighbours(table))
-            return runs;
-        const std::size_t bridge = shapeOf(table).bridgeId;
-        for (const Trail* trail : trails) {
-            if (!trail->removed())
-                continue;
-            const Trail* const last = runs.empty() ? nullptr : runs.back().back();
-            if (last != nullptr && last->id + 1 == trail->id &&
-                last->before()->columns[bridge] == trail->before()->columns[bridge])
-                runs.back().push_back(trail);
-            else
-                runs.push_back({trail});
-        }
-        return runs;
-    }
-
-    /// Finds neighbours, or the first of them, where they are or have come back as such. Others can
-    /// have rows that look like one.
-    void leadTogether(Table table, const Trails& neighbours, Found& found) const {
-        const Rows& rows = m_now[table];
-        const auto standAt = [&](std::size_t first, std::size_t count) {
-            for (std::size_t i = 0; i < count; ++i)
-                if (found.taken[first + i] ||
-                    rows[first + i].id() != rows[first].id() + static_cast<int>(i) ||
-                    !cameBack(table, rows[first + i], *neighbours[i]))
-                    return false;
-            return true;
-        };
-        for (std::size_t count = neighbours.size(); count > 1; --count) {
-            for (std::size_t first = 0; first + count <= rows.size(); ++first) {
-                if (!standAt(first, count))
-                    continue;
-                for (std::size_t i = 0; i < count; ++i) {
-                    found.back[neighbours[i]] = &rows[first + i];
-                    found.taken[first + i] = true;
-                }
-                return;
-            }
-        }
-    }
-
-    /// Has neighbours made anew that came back apart. The first of them may be there without the
-    /// others, which are then inserted behind.
-    void unite(Table table, const Trails& trails, Found& found) {
-        for (const Trails& neighbours : runsOfNeighbours(table, trails)) {
-            std::vector<const Row*> rows;
-            bool together = true;
-            bool othersChanged = false;
-            for (std::size_t i = 0; i < neighbours.size(); ++i) {
-                const Trail* const trail = neighbours[i];
-                const auto row = found.back.find(trail);
-                if (row == found.back.end()) {
-                    othersChanged =
-                        othersChanged ||
-                        changedByOthers(table, *trail, 0, trail->ofBefore(), found.taken);
-                    continue;
-                }
-                together = together && rows.size() == i &&
-                           (i == 0 || row->second->id() == rows.back()->id() + 1);
-                rows.push_back(row->second);
-            }
-            if (together || othersChanged)
-                continue;
-            if (!m_unite) {
-                m_result.leftAlone += static_cast<int>(rows.size());
-                continue;
-            }
-            for (const Row* row : rows)
-                remove(table, *row);
-            for (const Trail* trail : neighbours)
-                found.back.erase(trail);
-        }
-    }
-
-    /// Whether somebody else's version of a row stands where one of these versions should.
-    bool changedByOthers(Table table, const Trail& trail, std::size_t from, std::size_t to,
-                         const Taken& taken) const {
-        const std::size_t subject = shapeOf(table).subject;
-        const Rows& rows = m_now[table];
-        for (std::size_t i = 0; i < rows.size(); ++i) {
-            if (taken[i] || rows[i].id() != trail.id)
-                continue;
-            for (std::size_t v = from; v < to; ++v)
-                if (const auto& version = trail.versions[v];
-                    version && rows[i].columns.size() == version->columns.size() &&
-                    rows[i].columns[subject] == version->columns[subject])
-                    return true;
-        }
-        return false;
-    }
-
-    /// Gives each row to one trail at most, and looks through the whole table for the sake of one
-    /// kind before the next.
-    Found follow(Table table, const Trails& trails) const {
-        const Rows& rows = m_now[table];
-        Found found{{}, {}, Taken(rows.size(), false)};
-        const auto lead = [&](Led& led, const auto& leads) {
-            for (const Trail* trail : trails)
-                for (std::size_t i = 0; i < rows.size() && led.count(trail) == 0; ++i)
-                    if (!found.taken[i] && leads(*trail, rows[i])) {
-                        led[trail] = &rows[i];
-                        found.taken[i] = true;
-                    }
-        };
-        const auto here = [](const Trail& trail, const Row& row) { return row.id() == trail.id; };
-
-        // What is as it was comes first, under any Id: a row that came back can look like what the
-        // change made of another, or added, and can have the Id of either.
-        for (const Trails& neighbours : runsOfNeighbours(table, trails))
-            leadTogether(table, neighbours, found);
-        lead(found.back, [&](const Trail& trail, const Row& row) {
-            return here(trail, row) && isBefore(table, row, trail);
-        });
-        lead(found.back,
-             [&](const Trail& trail, const Row& row) { return cameBack(table, row, trail); });
-        lead(found.back, [&](const Trail& trail, const Row& row) {
-            return trail.before() && here(trail, row) && isVersion(table, row, trail, 0);
-        });
-        // Of the rest, what the change made is too much.
-        lead(found.extra, [&](const Trail& trail, const Row& row) {
-            return here(trail, row) && isVersion(table, row, trail, 0);
-        });
-        lead(found.extra, [&](const Trail& trail, const Row& row) {
-            return isNew(table, row) && isVersion(table, row, trail, trail.ofBefore());
-        });
-        return found;
-    }
-
-    void compare(Table table) {
-        Trails trails;
-        for (const Trail& trail : m_record[table].trails)
-            trails.push_back(&trail);
-        // So that the rows of an emptied table get back the Ids that they had.
-        std::sort(trails.begin(), trails.end(),
-                  [](const Trail* one, const Trail* other) { return one->id < other->id; });
-        Found found = follow(table, trails);
-        unite(table, trails, found);
-        const auto& [back, extra, taken] = found;
-        if (table == Table::bridge) {
-            for (const auto& [trail, row] : back)
-                m_bridges[std::to_string(trail->id)] = row->columns[0];
-            for (const Trail* trail : trails)
-                for (const Row& row : m_now[table])
-                    if ((row.id() == trail->id || isNew(table, row)) &&
-                        isVersion(table, row, *trail, 0))
-                        m_like.insert({std::to_string(trail->id), row.columns[0]});
-        }
-
-        for (const auto& [trail, row] : back)
-            bring(table, *trail, *row);
-        for (const Trail* trail : trails) {
-            if (const auto row = extra.find(trail); row != extra.end())
-                remove(table, *row->second);
-            else if (changedByOthers(table, *trail, trail->ofBefore(), trail->versions.size(),
-                                     taken))
-                ++m_result.leftAlone;
-        }
-        for (const Trail* trail : trails) {
-            if (!trail->before() || back.count(trail) != 0)
-                continue;
-            if (!trail->removed() || changedByOthers(table, *trail, 0, trail->ofBefore(), taken))
-                ++m_result.leftAlone;
-            else
-                insert(table, *trail);
-        }
-    }
-
-    void bring(Table table, const Trail& trail, const Row& now) {
-        const Row wanted = translated(table, *trail.before());
-        Command update = Command::update(table, now.id());
-        for (std::size_t i = 1; i < wanted.columns.size(); ++i)
-            if (now.columns[i] != wanted.columns[i])
-                update.with(i, wanted.columns[i]);
-        if (!update.columns.empty())
-            m_result.commands.push_back(update.line());
-    }
-
-    void remove(Table table, const Row& now) {
-        auto& commands = table == Table::bridge ? m_last : m_result.commands;
-        commands.push_back(Command::remove(table, now.id()).line());
-    }
-
-    void insert(Table table, const Trail& trail) {
-        const Row wanted = translated(table, *trail.before());
-        m_bridgesMissing = m_bridgesMissing || table == Table::bridge;
-        Command insert = Command::insert(table);
-        for (std::size_t i = 1; i < wanted.columns.size(); ++i)
-            insert.with(i, wanted.columns[i]);
-        m_result.commands.push_back(insert.line());
-    }
-
-    const Record& m_record;
-    const Image& m_now;
-    const bool m_unite;                                   ///< neighbours that are apart
-    std::map<std::string, std::string> m_bridges;         ///< present Ids by those in the record
-    std::set<std::pair<std::string, std::string>> m_like; ///< Ids in the record, and present ones
-    bool m_bridgesMissing = false; ///< what refers to any waits until all are back
-    std::vector<std::string>
-        m_last; ///< bridges go after what refers to them, which tells whose it is
-    Restoring m_result;
+    Record& m_record;
+    Image& m_image;
+    RestoreDevice& m_device;
+    std::vector<Step> m_run; ///< since it has looked
 };
+
+template <class Is>
+bool Restore::any(Table table, const Is& is) const {
+    const auto& trails = m_record[table].trails;
+    return std::any_of(trails.begin(), trails.end(), is);
+}
+
+/// Whether rows have to follow bridges that come back.
+bool Restore::follows(Table table) const {
+    return refersToBridges(table) &&
+           any(Table::bridge, [](const Trail& trail) { return trail.returns(); });
+}
+
+/// Whether a table has to be read as a whole, since rows can come or go, or have to be there.
+bool Restore::isReadWhole(Table table) const {
+    if (any(table, [](const Trail& trail) { return !trail.alters(); }))
+        return true;
+    if (refersToBridges(table))
+        return m_record[table].known &&
+               any(Table::bridge, [](const Trail& trail) { return trail.added; });
+    if (table != Table::bridge)
+        return false;
+    return std::any_of(kAllTables.begin(), kAllTables.end(), [this](Table each) {
+        const std::size_t column = shapeOf(each).bridgeId;
+        return column != 0 && any(each, [column](const Trail& trail) {
+                   return trail.returns() || (trail.alters() && !trail.columns[column].own.empty());
+               });
+    });
+}
+
+bool Restore::look() {
+    for (const Table table : kAllTables) {
+        const bool whole = isReadWhole(table);
+        if (whole && !m_device.read(m_image, table))
+            return false;
+        if (!whole)
+            for (const Trail& trail : m_record[table].trails)
+                if ((trail.writes() || follows(table)) &&
+                    !m_device.readRow(m_image, table, trail.id))
+                    return false;
+    }
+    return true;
+}
+
+/// Looks at what has been written.
+bool Restore::lookAgain() {
+    Tables resized;
+    Tables lost; // the Id of a row in there
+    for (const Step& step : m_run) {
+        if (step.inserts() || step.removes())
+            resized.add(step.command.table);
+        if (step.inserts() && step.trail->state != Return::back)
+            lost.add(step.command.table);
+    }
+    for (const Table table : kAllTables) {
+        if (lost.has(table) && !m_device.read(m_image, table))
+            return false;
+        if (resized.has(table) && !lost.has(table) && !m_device.readIfResized(m_image, table))
+            return false;
+    }
+    for (const Step& step : std::exchange(m_run, {})) {
+        const int id = step.inserts() ? step.trail->backId : step.seen.id();
+        if (!step.removes() && !lost.has(step.command.table) &&
+            !m_device.readRow(m_image, step.command.table, id))
+            return false;
+    }
+    return true;
+}
+
+/// Says which rows are put back, before they are, and which Ids can be somebody else's afterwards.
+bool Restore::announce(const std::vector<Step>& steps) {
+    Tables tables;
+    for (const Step& step : steps) {
+        const Table table = step.command.table;
+        if (step.removes() && !step.putsBack())
+            step.trail->sure = false;
+        if (step.putsBack())
+            step.trail->state = Return::tried;
+        if (!step.inserts() || tables.has(table))
+            continue;
+        tables.add(table);
+        TableRecord& record = m_record[table];
+        record.forget(m_image[table]);
+        record.alike.clear();
+        for (const Row& row : m_image[table])
+            if (isAlike(table, row, steps))
+                record.alike.push_back(row.id());
+    }
+    return tables.empty() || m_device.store(m_record);
+}
+
+/// Whether a row looks like one that the steps put back, or can by then.
+bool Restore::isAlike(Table table, const Row& row, const std::vector<Step>& steps) {
+    bool alike = false;
+    for (const Step& step : steps) {
+        const Command& command = step.command;
+        if (command.table != table)
+            continue;
+        const bool same = !step.inserts() && step.seen.id() == row.id();
+        if (same)
+            return !step.removes();
+        alike = alike || (step.inserts() && std::equal(command.values.begin(), command.values.end(),
+                                                       row.columns.begin() + 1, row.columns.end()));
+    }
+    return alike;
+}
+
+bool Restore::perform(const std::vector<Step>& steps) {
+    bool inserted = false;
+    bool works = true;
+    auto step = steps.begin();
+    for (; step != steps.end(); ++step) {
+        works = step->inserts() || m_device.readRow(m_image, step->command.table, step->seen.id());
+        if (!works || (!step->inserts() && !stands(*step)))
+            break;
+        m_run.push_back(*step);
+        const auto said = m_device.run(step->command.line());
+        works = said.has_value();
+        if (!works)
+            break;
+        apply(*step, *said);
+        inserted = inserted || step->inserts();
+    }
+    for (; step != steps.end(); ++step) {
+        const bool mayHaveRun = !m_run.empty() && m_run.back().trail == step->trail && !works;
+        if (!step->removes() || mayHaveRun)
+            continue;
+        if (step->putsBack()) { // it has not been made anew
+            step->trail->state = Return::back;
+            step->trail->backId = step->seen.id();
+        } else {
+            step->trail->sure = step->wasSure;
+        }
+    }
+    return works && (!inserted || m_device.store(m_record));
+}
+
+/// Whether the row is what a step was decided on.
+bool Restore::stands(const Step& step) {
+    const auto row = m_image.find(step.command.table, step.seen.id());
+    return row != m_image[step.command.table].end() && *row == step.seen;
+}
+
+/// Does to the image what a step has done.
+void Restore::apply(const Step& step, const std::string& said) {
+    const Command& command = step.command;
+    const int id = step.inserts() ? idIn(said) : step.seen.id();
+    auto row = m_image.find(command.table, id);
+    if (step.removes()) {
+        m_image[command.table].erase(row);
+        if (!step.putsBack())
+            step.trail->removed = step.trail->sure = true; // its Id can be somebody else's now
+        return;
+    }
+    if (id <= 0)
+        return; // the client's answer has been cut
+    if (step.inserts()) {
+        step.trail->state = Return::back;
+        step.trail->backId = id;
+    }
+    Rows& rows = m_image[command.table];
+    if (row == rows.end()) { // in its place, by which it is read
+        row = rows.insert(std::find_if(rows.begin(), rows.end(),
+                                       [id](const Row& each) { return each.id() > id; }),
+                          Row{std::vector<std::string>(command.shape().columns.size())});
+        row->columns[0] = std::to_string(id);
+    }
+    for (std::size_t i = 0; i < command.columns.size(); ++i)
+        row->columns[command.columns[i]] = command.values[i];
+}
 
 } // namespace
 
-Tables tablesToRestore(const Record& record) {
-    Tables tables;
-    for (const Table table : kAllTables)
-        if (record.touches(table))
-            tables.add(table);
-    return tables;
-}
-
-Restoring restoring(const Record& record, const Image& now, int round) {
-    return Comparison(record, now, round < kRoundsForNeighbours).run();
+std::optional<int> takeBack(Record& record, Image& image, RestoreDevice& device) {
+    return Restore(record, image, device).run();
 }
 
 bool canBeRestored(const Record& record) {
     for (const Table table : kAllTables) {
         const TableShape& shape = shapeOf(table);
-        for (const Trail& trail : record[table].trails) {
-            if (!trail.before())
-                continue;
-            for (std::size_t i = 1; i < shape.columns.size(); ++i)
-                if (!isSafe(shape.columns[i], trail.before()->columns[i]))
+        for (const Trail& trail : record[table].trails)
+            for (std::size_t i = 1; i < shape.columns.size(); ++i) {
+                const Chain& chain = trail.columns[i];
+                const bool written = trail.returns() || !chain.own.empty();
+                if (written && chain.from && !isSafe(shape.columns[i], *chain.from))
                     return false;
-        }
+            }
     }
     return true;
 }

@@ -2,36 +2,55 @@
 
 #include "agent/change/Image.h"
 #include "agent/change/Record.h"
+#include "agent/change/Tables.h"
 
+#include <optional>
 #include <string>
-#include <vector>
 
+// How a change is taken back, while others go on writing:
+//
+// 1. By column. One that still has one of the change's values goes back to what others had there.
+//    One that others have written since is left, and the row is counted. A column that the change
+//    never wrote is never written.
+// 2. A row that the change has added goes. One in which others have written stays and is counted;
+//    so does a bridge that such a row, or one that others have added, is in.
+// 3. A row that the change has removed comes back, with a new Id, and what refers to a bridge
+//    follows that. It does not come back, and is counted, when others have put a row for the same
+//    subject there or have removed its bridge. Once it is back, it is not put back a second time:
+//    it is others' to change or delete, and counted when they have.
+// 4. Neighbouring members of a bridge come back as neighbours, in their order. When somebody
+//    else's row has come between, they are made anew, a few times; then they stay and are counted.
+// 5. It can be broken off anywhere and gone on with by the next process, which has the journal
+//    only. So that says which rows are being put back before the first is, and their Ids after.
+// 6. Each row is read right before it is written or removed, and left for another comparison when
+//    it is no longer what was decided on.
 namespace agent {
 
-/// The next commands that bring a change's rows back.
-struct Restoring {
-    std::vector<std::string> commands; ///< none when nothing is left to do
-    /// Rows that are no longer as the change left them, since others have changed them, and members
-    /// of a bridge that others keep apart.
-    int leftAlone = 0;
+/// What taking back needs of the device.
+class RestoreDevice {
+public:
+    virtual ~RestoreDevice() = default;
+
+    /// Each reads into the image. @return whether it could
+    virtual bool read(Image& image, Table table) = 0;
+    virtual bool readRow(Image& image, Table table, int id) = 0; ///< which may be gone
+    virtual bool readIfResized(Image& image, Table table) = 0; ///< when its size isn't the image's
+
+    /// Runs a command. @return what the client prints; nothing when it has failed
+    virtual std::optional<std::string> run(const std::string& commandLine) = 0;
+
+    /// Has the journal hold a record. @return whether it does
+    virtual bool store(const Record& record) = 0;
 };
 
-/// The tables that have to be read before restoring().
-Tables tablesToRestore(const Record& record);
+/// Takes back what there is to take back.
+/// @param record keeps what has come back
+/// @param image  of the database, kept up
+/// @return how many rows had to be left alone; nothing when it didn't come to an end, and has to
+///         be gone on with
+std::optional<int> takeBack(Record& record, Image& image, RestoreDevice& device);
 
-/// Compares what the database holds now with what a change made of it, however
-/// far that got. Rows come back with new Ids, and what refers to a bridge follows
-/// its new Id, which is known once it is back: after the commands have run, the
-/// tables are read and compared again, until there are none left. Rows that are
-/// equal in all but their Ids may be taken for one another.
-///
-/// Neighbouring members of a bridge come back as neighbours, in the old order: when
-/// somebody else's row has come between, both are made anew.
-/// @param round how many comparisons went before: after a few, members that others
-///              keep apart stay where they are, and are counted
-Restoring restoring(const Record& record, const Image& now, int round);
-
-/// Whether every row that the change removes or alters could be written back.
+/// Whether all that the change removes or alters could be written back.
 bool canBeRestored(const Record& record);
 
 } // namespace agent

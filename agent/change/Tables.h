@@ -8,7 +8,7 @@
 /// The tables of the configuration database that the library's objects can touch.
 namespace agent {
 
-/// In an order in which what a row refers to comes before it.
+/// In an order in which a row refers to earlier tables only.
 enum class Table { bridge, bridgeInterface, bridgeFilter, node, netif, vlan, vlanParams, atm };
 
 constexpr std::size_t kTables = 8;
@@ -25,7 +25,7 @@ struct Column {
 struct TableShape {
     std::string_view name;
     std::vector<Column> columns; ///< in the order in which the client prints a row; first the Id
-    std::size_t subject;         ///< the column that tells two rows apart which had one Id in turn
+    std::size_t subject;         ///< the column that tells two rows apart that had one Id in turn
     std::size_t bridgeId;        ///< the column that holds the Id of a `Bridge` row; 0 for none
 
     /// @return the column's number; that of columns.size() when there is no such column

@@ -6,18 +6,18 @@
 
 namespace agent::dev {
 
-/// What the network's side is shown, and the way there.
+/// The next snapshot for the network process, and the way to send it.
 class Board {
 public:
     Board(System& system, Programs& programs) : m_link(system), m_programs(programs) {}
     Board(const Board&) = delete;
     Board& operator=(const Board&) = delete;
 
-    /// Has the library say what the image means, and tells it.
+    /// Has the library read the values from an image, and sends them.
     void show(Image& image);
     void publish();
 
-    Snapshot next; ///< what the next one sent is a copy of
+    Snapshot next; ///< sent as a copy
 
 private:
     Link m_link;

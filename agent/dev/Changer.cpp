@@ -2,7 +2,6 @@
 
 #include "agent/Log.h"
 #include "agent/change/Restore.h"
-#include "agent/change/Stage.h"
 #include "agent/dev/DatabaseReader.h"
 #include "agent/dev/DeviceModel.h"
 #include "agent/dev/Writers.h"
@@ -24,7 +23,7 @@ std::string inSeconds(std::chrono::microseconds time) {
 /// Whether the change only alters rows that stay where they are.
 bool altersOnly(const TableRecord& record) {
     return std::all_of(record.trails.begin(), record.trails.end(),
-                       [](const Trail& trail) { return trail.before() && !trail.removed(); });
+                       [](const Trail& trail) { return trail.alters(); });
 }
 
 /// How many client runs it takes to read what a change has touched.
@@ -167,8 +166,8 @@ int Changer::rehearse(Transaction& set, Plan& plan) {
     Stage stage(image, &plan.record);
     if (const int status = play(set, stage); status != CORVANTA_OK)
         return status;
-    plan.writes = stage.writes();
-    plan.runs = stage.writes() + runsOfReadingBack(plan.record, image);
+    plan.script = stage.written();
+    plan.runs = static_cast<int>(plan.script.size()) + runsOfReadingBack(plan.record, image);
     if (!holds(set.request, image)) // one value of the request undoes another, or a row is missing
         return CORVANTA_FAILED;
     if (!canBeRestored(plan.record)) {
@@ -183,7 +182,7 @@ bool Changer::hasTime(const Transaction& set, const Plan& plan) const {
     const auto fits = [&] {
         return m_system.now() + plan.runs * m_programs.clientTime() < set.request.deadline;
     };
-    if (plan.writes == 0 || fits())
+    if (plan.script.empty() || fits())
         return true;
     // The device was slow when it was last asked, which can be long ago.
     Image scratch;
@@ -198,7 +197,7 @@ bool Changer::hasTime(const Transaction& set, const Plan& plan) const {
 
 void Changer::perform(Transaction& set, Plan plan) {
     const bool wasPending = m_undo.state() == ChangeState::pending;
-    const bool writes = plan.writes != 0;
+    const bool writes = !plan.script.empty();
     Record done = m_undo.record();
     Image image = m_image;
     Tables current;
@@ -209,12 +208,17 @@ void Changer::perform(Transaction& set, Plan plan) {
             return;
         }
         const unsigned long failures = client_failures();
-        Stage stage(image, &done,
-                    [this](const std::string& line) { return m_programs.runClient(line); });
+        Stage stage(image, &done);
+        stage.perform(
+            plan.script, [this](const std::string& line) { return m_programs.runClient(line); },
+            [this, &plan](const Rehearsed& row, int id) {
+                plan.record.renumber(row.command.table, row.trail, id);
+                return m_undo.replan(plan.record);
+            });
         set.status = play(set, stage);
         mark = m_refresh.mark();
         // The library ignores the failure of some steps.
-        if (set.status == CORVANTA_OK && (stage.brokenOff() || client_failures() != failures))
+        if (set.status == CORVANTA_OK && (!stage.isWhole() || client_failures() != failures))
             set.status = CORVANTA_FAILED;
         if (set.status == CORVANTA_OK)
             set.status = readBack(set, done, image, current);
@@ -229,7 +233,7 @@ void Changer::perform(Transaction& set, Plan plan) {
     if (set.status == CORVANTA_OK && !set.late) {
         m_image = std::move(image);
         set.outcome = Outcome::done;
-        m_undo.remember(set.request.id, set.request.trial.count() != 0 ? plan.record : done);
+        m_undo.remember(set.request.id, std::move(done));
         m_board.show(m_image);
         if (writes) {
             m_refresh.accept(mark);
@@ -239,8 +243,8 @@ void Changer::perform(Transaction& set, Plan plan) {
         log(LOG_WARNING,
             set.late ? "a set is late and is taken back"
                      : "a set has failed and is taken back, status " + std::to_string(set.status));
-        set.outcome = m_undo.revert(std::move(plan.record),
-                                    wasPending ? RevertReason::failed : RevertReason::none);
+        set.outcome =
+            m_undo.revert(std::move(done), wasPending ? RevertReason::failed : RevertReason::none);
     }
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "agent/change/Stage.h"
 #include "agent/dev/Undo.h"
 
 #include <corvanta.h>
@@ -34,8 +35,8 @@ private:
     /// What a rehearsal has found that a set takes.
     struct Plan {
         Record record; ///< how to take it back
-        int writes;    ///< commands that change something, or try to
-        int runs;      ///< of the client, the reading back included
+        Script script; ///< the commands that change something
+        int runs = 0;  ///< of the client, the reading back included
     };
 
     Outcome decide(Transaction& set);

@@ -15,8 +15,8 @@ namespace agent::dev {
 
 namespace {
 
-constexpr std::size_t kMostRows = 100000; ///< a client that knows more doesn't count them
-constexpr int kTries = 10;                ///< others can go on changing a table while it is read
+constexpr std::size_t kMostRows = 100000; ///< no table has more: such an answer is no count
+constexpr int kTries = 10;                ///< somebody can go on changing a table while it is read
 
 /// @return a corvanta_status; CORVANTA_UNKNOWN_ROW past the last row
 int readAt(Table table, std::size_t position, Row& row) {
@@ -40,8 +40,8 @@ int readSize(Table table, std::size_t& size) {
     return error == std::errc() && stop == end && size <= kMostRows ? CORVANTA_OK : CORVANTA_FAILED;
 }
 
-/// Reads rows, the last one first, down to one that was there when it was read before: those below
-/// it are taken from there.
+/// Reads rows, the last one first, down to one that has not changed since the reading before: those
+/// below it are taken from that.
 int readDown(Table table, const Rows& known, Rows& rows) {
     std::size_t position = rows.size();
     while (position > 0) {
@@ -70,13 +70,13 @@ int readTable(Image& image, Table table) {
     for (int tries = 0; tries < kTries; ++tries) {
         const std::size_t expected = size;
         const Rows last = std::exchange(rows, Rows(expected));
-        // In a whole one, only the rows behind what others have added or removed are others.
+        // After a whole reading, only the rows from the first added or removed one on can differ.
         const int status = readDown(table, whole ? last : Rows(), rows);
         if (status != CORVANTA_OK && status != CORVANTA_UNKNOWN_ROW)
             return status;
         if (const int counted = readSize(table, size); counted != CORVANTA_OK)
             return counted;
-        // Rows that do have one Id are the same each time.
+        // Two rows that really have the same Id look the same at the next reading.
         whole = status == CORVANTA_OK && (noneComesTwice(rows) || rows == last);
         if (whole && size == expected) {
             image[table] = std::move(rows);
@@ -84,6 +84,12 @@ int readTable(Image& image, Table table) {
         }
     }
     return CORVANTA_FAILED;
+}
+
+int readIfResized(Image& image, Table table) {
+    std::size_t size = 0;
+    const int status = readSize(table, size);
+    return status != CORVANTA_OK || size == image[table].size() ? status : readTable(image, table);
 }
 
 int readRow(Image& image, Table table, int id) {

@@ -27,7 +27,7 @@ int toInt(const std::string& text) {
     return static_cast<int>(std::strtol(text.c_str(), nullptr, 10));
 }
 
-/// Stores what an object has in a row; nothing when it has no value there.
+/// Stores the value of an object in a row, or that it has none there.
 void set(Model& model, const char* object, int row, const std::optional<Value>& value) {
     if (value)
         model.values[object][row] = *value;
@@ -64,7 +64,7 @@ void readCircuits(Model& model) {
     }
 }
 
-/// @return the text; empty when the device has no such row, nothing when it can't be given
+/// @return the text; empty when the device has no such row, nothing when it cannot be read
 template <class Call>
 std::optional<Value> readText(bool& present, Call call) {
     Value value;

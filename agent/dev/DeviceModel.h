@@ -6,17 +6,17 @@
 
 #include <array>
 
-/// The library calls that tell the device's state. They block while a program runs.
+/// The library calls that read the device's state. They block while a program runs.
 namespace agent::dev {
 
-/// Takes in what the database holds, which a stage answers: what the library can't make anything
-/// of is not there, but nothing else suffers.
+/// Reads the configuration, for which a stage answers from the image. A value that the library
+/// cannot read is left out; the others are not affected.
 void readConfiguration(Model& model);
 
-/// Takes in what the DSL tool says. @return whether it could be asked
+/// Reads the line rates from the DSL tool. @return whether it could be run
 bool readLine(Model& model);
 
-/// Takes in what the library has built in.
+/// Reads the names of interfaces that are built into the library.
 void readMapping(Model& model);
 
 /// Runs a library call that takes a text as a buffer and a length: the text of a get replaces

@@ -10,8 +10,8 @@ namespace agent::dev {
 /// Watches a file that changes whenever the configuration does. It may be written, replaced, or go
 /// with its folder and come back.
 ///
-/// What decides is the file's state, which is cheap to look at. Events only tell when it is worth
-/// a look, and of a change that leaves size and time as they were.
+/// The file's state decides; it is cheap to look at. Events only say when a look is worth it, and
+/// reveal a change that leaves size and time as they were.
 class FileWatch {
 public:
     FileWatch(System& system, std::string file) : m_system(system), m_file(std::move(file)) {}
@@ -23,7 +23,7 @@ public:
 
     using Mark = std::optional<FileState>; ///< nothing where the file could not be looked at
 
-    /// What is read from now on includes all that has happened to the file.
+    /// Takes a mark: what is read from now on includes every change of the file up to it.
     /// @param changed whether anything has, since the mark that was accepted, as far as can be seen
     Mark mark(bool& changed);
     void accept(const Mark& mark) { m_accepted = mark; }

@@ -13,7 +13,7 @@
 namespace {
 
 agent::dev::Programs* programs = nullptr;
-std::string output; ///< what the program said that the library reads now
+std::string output; ///< of the program that the library reads now
 
 } // namespace
 
@@ -21,7 +21,7 @@ void agent::dev::answerLibraryFrom(Programs* use) {
     programs = use;
 }
 
-/// Takes the place of the system library's for the library, which reads one program at a time.
+/// Replaces the C library's popen() for libcorvanta, which reads one program at a time.
 extern "C" FILE* popen(const char* command, const char*) {
     std::optional<std::string> said;
     if (programs != nullptr)
@@ -45,7 +45,7 @@ extern "C" unsigned sleep(unsigned seconds) {
     return 0;
 }
 
-/// Likewise, so that the library says what is wanted.
+/// Likewise, so that only the wanted lines of the library are logged.
 extern "C" void syslog(int priority, const char* format, ...) {
     if (!agent::wantsLine(priority))
         return;

@@ -13,27 +13,37 @@ namespace {
 constexpr const char* kFile = "change.journal";
 constexpr const char* kAside = "change.journal.damaged";
 
-bool failed(const char* what) {
-    log(LOG_ERR, std::string("cannot ") + what + " " + kFile + ": " + std::strerror(errno));
-    return false;
-}
+constexpr std::chrono::minutes kTell{1}; ///< between two lines that say the same
 
 } // namespace
 
-std::optional<Entry> Journal::load() {
-    const auto text = m_system.load(kFile);
-    if (!text)
-        return std::nullopt;
-    std::optional<Entry> entry = toEntry(*text);
+/// @return false
+bool Journal::failed(const std::string& what) {
+    const std::string line = "cannot " + what + " " + kFile + ": " + std::strerror(errno);
+    if (const auto now = m_system.now(); line != m_told || now >= m_tell) {
+        m_told = line;
+        m_tell = now + kTell;
+        log(LOG_ERR, line);
+    }
+    return false;
+}
+
+bool Journal::load(std::optional<Entry>& entry) {
+    std::optional<std::string> text;
+    m_there = true; // until it can be looked at
+    if (!m_system.load(kFile, text))
+        return failed("look for");
+    if (text)
+        entry = toEntry(*text);
     m_there = entry.has_value();
-    if (entry)
-        return entry;
+    if (!text || entry)
+        return true;
     log(LOG_ERR, std::string(kFile) + " is damaged or of another version: a change may be half " +
                      "done; kept as " + kAside);
     m_damaged = true;
     if (!m_system.rename(kFile, kAside))
         failed("keep aside");
-    return std::nullopt;
+    return true;
 }
 
 bool Journal::save(const Entry& entry) {

@@ -7,15 +7,16 @@
 
 namespace agent::dev {
 
-/// The file that tells how to take the change back that is under way, or pending.
-/// It outlives whatever ends this program: it is there, whole, before the first
-/// row changes, and gone before anybody is told that the change stays.
+/// The file that says how to take back the change that is under way or pending. It survives
+/// whatever ends this program: it is completely there before the first row changes, and gone before
+/// anybody is told that the change stays.
 class Journal {
 public:
     explicit Journal(System& system) : m_system(system) {}
 
-    /// @return nothing when there is none; a damaged one is kept aside
-    std::optional<Entry> load();
+    /// Reads the journal; nothing when there is none. A damaged one is kept aside.
+    /// @return whether it could be looked at; else, with errno, it may be there or not
+    bool load(std::optional<Entry>& entry);
 
     /// Replaces the journal. @return whether it is safely there
     bool save(const Entry& entry);
@@ -29,9 +30,13 @@ public:
     bool isThere() const { return m_there; }
 
 private:
+    bool failed(const std::string& what);
+
     System& m_system;
     bool m_damaged = false;
     bool m_there = false;
+    std::string m_told;       ///< the last line about a failure
+    Clock::time_point m_tell; ///< and when to log it again
 };
 
 } // namespace agent::dev

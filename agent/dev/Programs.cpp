@@ -21,7 +21,7 @@ Programs::Programs(System& system, std::chrono::seconds limit, Wait wait)
 std::optional<std::string> Programs::answer(const std::string& commandLine) {
     if (!Command::isFor(commandLine)) {
         auto end = run(commandLine);
-        if (!end || end->status != 0) // what a tool that failed has printed is no reading
+        if (!end || end->status != 0) // the output of a tool that failed is no reading
             return std::nullopt;
         return std::move(end->output);
     }
@@ -62,8 +62,8 @@ bool Programs::timeClient(const std::function<bool()>& run) {
     return false;
 }
 
-/// Runs a program. One that hung, or was killed, has said nothing: half an answer could pass for a
-/// whole one.
+/// Runs a program. The output of one that hung or was killed is dropped: half an answer could pass
+/// for a whole one.
 /// @return nothing when it could not be started
 std::optional<ProgramEnd> Programs::run(const std::string& commandLine) {
     if (isCutShort() || !m_system.startProgram(commandLine))
@@ -86,7 +86,7 @@ std::optional<ProgramEnd> Programs::run(const std::string& commandLine) {
     return end;
 }
 
-/// Has the log tell what kept a program from running, once, and what it said on standard error.
+/// Logs what kept a program from running, once, and what it wrote to standard error.
 void Programs::report(const std::string& commandLine, const ProgramEnd& end) {
     std::string name;
     std::istringstream(commandLine) >> name;
@@ -97,13 +97,8 @@ void Programs::report(const std::string& commandLine, const ProgramEnd& end) {
     if (!why.empty())
         return;
     std::istringstream said(end.errors);
-    for (std::string line; std::getline(said, line);) {
-        const int keptBack = m_lines.pass(m_system.now());
-        if (keptBack > 0)
-            log(LOG_WARNING, std::to_string(keptBack) + " more lines of programs were left out");
-        if (keptBack >= 0)
-            log(LOG_WARNING, name + " says: " + printable(line, kLongestLine));
-    }
+    for (std::string line; std::getline(said, line);)
+        m_lines.log(m_system.now(), LOG_WARNING, name + " says: " + printable(line, kLongestLine));
 }
 
 Programs::CutShort::CutShort(Programs& programs, const bool& flag)

@@ -12,8 +12,8 @@
 
 namespace agent::dev {
 
-/// Runs the library's programs, one at a time, each to its end or to a limit, before the library
-/// gets to read what it said. Whoever owns the library sees to other things meanwhile.
+/// Runs the library's programs, one at a time, each to its end or to a time limit, before the
+/// library reads its output. Other events are handled meanwhile.
 class Programs {
 public:
     /// Waits until a time, or until the program that runs may have said something.
@@ -37,16 +37,16 @@ public:
     /// Kills the program that runs now, if any.
     void kill();
 
-    std::uint32_t killed() const { return m_killed; } ///< programs, because they hung
+    std::uint32_t killed() const { return m_killed; } ///< programs that hung
 
     /// How long a client of the database takes on this device; 0 until one has run.
     std::chrono::microseconds clientTime() const;
 
-    /// Forgets how long clients took, and times those that a function runs.
-    /// @return whether the function says that they did what they should; else nothing is forgotten
+    /// Replaces the time that a client takes by that of the clients which a function runs.
+    /// @return whether they succeeded, as the function says; else the time stays as it was
     bool timeClient(const std::function<bool()>& run);
 
-    /// Has no program started any more once a flag is set, and no pause made, while it lives.
+    /// While it exists, no program is started and no pause is made once a flag is set.
     class CutShort {
     public:
         CutShort(Programs& programs, const bool& flag);
@@ -59,7 +59,7 @@ public:
         const bool* m_before;
     };
 
-    /// Answers the database commands of library calls from a stage, while it lives.
+    /// While it exists, the database commands of library calls are answered from a stage.
     class OnStage {
     public:
         OnStage(Programs& programs, Stage& stage);

@@ -52,7 +52,7 @@ bool Refresh::stepIsDue(Clock::time_point now) const {
 }
 
 bool Refresh::listens() const {
-    // What has happened to a file that is to be read anyway can wait: there may be much of it.
+    // While something is to be read anyway, events can wait: there may be many.
     return m_watch && m_stale.empty();
 }
 
@@ -102,7 +102,7 @@ bool Refresh::databaseIsKnown() {
 void Refresh::begin() {
     const auto now = m_system.now();
     m_reading.line = now >= m_due;
-    // What others have changed up to the mark, in any table, is read after it.
+    // Whatever others have changed before the mark, in any table, is read after it.
     bool changed = false;
     const FileWatch::Mark mark = m_watch ? m_watch->mark(changed) : FileWatch::Mark();
     if (changed)
@@ -134,7 +134,7 @@ void Refresh::step(const bool& stopping) {
         status = CORVANTA_FAILED;
     }
     if (stopping)
-        return; // what was cut short tells nothing
+        return; // a reading that was cut short says nothing
     const bool failed = status != CORVANTA_OK || client_failures() != failures;
     if (failed || table == kAllTables.end())
         end(failed, status);

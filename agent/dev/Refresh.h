@@ -25,17 +25,17 @@ public:
     /// Reads a table, or the line, so that a set waits for no more than that.
     void step(const bool& stopping);
 
-    /// Looks at what tells of no change by itself.
+    /// Polls the kernel's circuit list and the watched file, which may send no events.
     void look();
     void lookAtDatabase();
 
-    /// Whether what was read is still what the database holds, as far as anybody can tell.
+    /// Whether the database still holds what was read, as far as the watched file can tell.
     bool databaseIsKnown();
 
     FileWatch::Mark mark();
     void accept(const FileWatch::Mark& mark);
 
-    /// After a change of this agent's own: reads again, but not what it has just read.
+    /// After a change that this agent has made: schedules a refresh of all but the current tables.
     void settle(Tables current);
 
 private:
@@ -60,7 +60,7 @@ private:
     } m_reading;
     bool m_failing = false;       ///< whether the last refresh failed
     bool m_blind = false;         ///< whether the watched file could not be looked at
-    Clock::time_point m_due;      ///< the next refresh of the line, at least
+    Clock::time_point m_due;      ///< the next refresh, of the line at least
     Clock::time_point m_fullDue;  ///< of everything
     Clock::time_point m_lookDue;  ///< when to look at the circuits and the watched file
     Clock::time_point m_staleDue; ///< when to read what is stale, while something is

@@ -20,15 +20,35 @@ using std::chrono::seconds;
 
 constexpr seconds kRetry{1};
 constexpr seconds kTell{60}; ///< between two lines that say that it can't be taken back yet
-constexpr int kRounds = 10;  ///< more than any change needs
 
-/// What writes a row can be longer than call_cmd() takes as a std::string.
-int runCommand(const std::string& command) {
-    std::array<char, 64> answer{};
-    std::string line = command;
-    return call_cmd(line.data(), static_cast<int>(line.size() + 1), static_cast<int>(line.size()),
-                    answer.data(), static_cast<int>(answer.size()), kTracedLevel);
-}
+/// The device and the journal, as taking back needs them.
+class Device : public RestoreDevice {
+public:
+    explicit Device(Journal& journal) : m_journal(journal) {}
+
+    bool read(Image& image, Table table) override { return readTable(image, table) == CORVANTA_OK; }
+    bool readRow(Image& image, Table table, int id) override {
+        return agent::dev::readRow(image, table, id) == CORVANTA_OK;
+    }
+    bool readIfResized(Image& image, Table table) override {
+        return agent::dev::readIfResized(image, table) == CORVANTA_OK;
+    }
+    std::optional<std::string> run(const std::string& commandLine) override {
+        // What writes a row can be longer than call_cmd() takes as a std::string.
+        std::array<char, 64> answer{};
+        std::string line = commandLine;
+        const int status =
+            call_cmd(line.data(), static_cast<int>(line.size() + 1), static_cast<int>(line.size()),
+                     answer.data(), static_cast<int>(answer.size()), kTracedLevel);
+        if (status != CORVANTA_OK && status != CORVANTA_UNKNOWN_ROW)
+            return std::nullopt;
+        return answer.data() + std::string("\n");
+    }
+    bool store(const Record& record) override { return m_journal.save({false, record}); }
+
+private:
+    Journal& m_journal;
+};
 
 } // namespace
 
@@ -41,16 +61,37 @@ Undo::Undo(System& system, Programs& programs, Image& image, Board& board, Refre
       m_refresh(refresh),
       m_stopNow(stopNow),
       m_journal(system) {
-    if (auto entry = m_journal.load()) {
+    m_unread = true;
+    readJournal();
+    m_found = m_journal.isThere();
+    if (!m_found)
+        return;
+    m_reason = RevertReason::restarted;
+    m_board.next.trial.state = ChangeState::restoring;
+    enter(State::restoring);
+}
+
+/// Takes in what the process before has left.
+/// @return whether that could be looked at; else a change may be half done
+bool Undo::readJournal() {
+    std::optional<Entry> entry;
+    if (!m_journal.load(entry))
+        return false; // a set has to wait: it may have left something half done
+    m_unread = false;
+    if (entry) {
         log(LOG_WARNING, entry->pending ? "a change was pending at the end: it is taken back"
                                         : "a change was half done at the end: it is taken back");
-        m_found = true;
         m_record = std::move(entry->record);
-        m_reason = RevertReason::restarted;
-        m_board.next.trial.state = ChangeState::restoring;
-        enter(State::restoring);
     }
     m_board.next.counters.journalsDamaged = m_journal.foundDamaged() ? 1 : 0;
+    return true;
+}
+
+/// There was no change to take back.
+void Undo::beginIdle() {
+    enter(State::idle);
+    m_board.next.trial = {};
+    m_board.publish();
 }
 
 void Undo::enter(State next) {
@@ -63,7 +104,7 @@ void Undo::enter(State next) {
     };
     require(kAllowed[static_cast<int>(m_state)][static_cast<int>(next)],
             "a change goes from a state to one that cannot follow");
-    require(m_journal.isThere() == (next != State::idle),
+    require((m_journal.isThere() || m_unsaved) == (next != State::idle),
             "the journal is there without a change, or a change without its journal");
     m_state = next;
 }
@@ -76,6 +117,10 @@ bool Undo::plan(const Record& planned) {
     if (state() != ChangeState::pending)
         m_journal.clear();
     return false;
+}
+
+bool Undo::replan(const Record& planned) {
+    return m_journal.save({false, planned});
 }
 
 bool Undo::keep(const Record& planned, Record done, seconds trial) {
@@ -140,8 +185,7 @@ Outcome Undo::takeBack(std::uint64_t set) {
     if (state() == ChangeState::pending) {
         outcome = revert(RevertReason::failed);
     } else if (state() == ChangeState::idle && !m_lastRecord.empty()) {
-        if (!m_journal.save({false, m_lastRecord}))
-            return Outcome::notUndone;
+        m_unsaved = !m_journal.save({false, m_lastRecord}); // it may be later
         outcome = revert(std::move(m_lastRecord), RevertReason::none);
     }
     return outcome == Outcome::refused && state() == ChangeState::idle ? Outcome::refused
@@ -168,8 +212,19 @@ bool Undo::step() {
 }
 
 bool Undo::restore() {
+    if (m_unread) {
+        m_retry = m_system.now() + kRetry;
+        if (!readJournal())
+            return false;
+        if (!m_journal.isThere()) {
+            beginIdle();
+            return true;
+        }
+    }
     const Programs::CutShort cut(m_programs, m_stopNow);
-    const auto leftAlone = restoreRows();
+    m_unsaved = m_unsaved && !m_journal.save({false, m_record});
+    Device device(m_journal);
+    const auto leftAlone = m_unsaved ? std::nullopt : agent::takeBack(m_record, m_image, device);
     if (!leftAlone || !m_journal.clear()) {
         const auto now = m_system.now();
         m_retry = now + kRetry;
@@ -194,25 +249,6 @@ bool Undo::restore() {
     m_board.show(m_image);
     m_refresh.settle({});
     return true;
-}
-
-/// @return how many rows had to be left alone; nothing when it didn't come to an end
-std::optional<int> Undo::restoreRows() {
-    const Tables tables = tablesToRestore(m_record);
-    for (int round = 0; round < kRounds; ++round) {
-        for (const Table table : kAllTables)
-            if (tables.has(table) && readTable(m_image, table) != CORVANTA_OK)
-                return std::nullopt;
-        const Restoring next = restoring(m_record, m_image, round);
-        if (next.commands.empty())
-            return next.leftAlone;
-        for (const std::string& command : next.commands) {
-            const int status = runCommand(command);
-            if (status != CORVANTA_OK && status != CORVANTA_UNKNOWN_ROW)
-                return std::nullopt;
-        }
-    }
-    return std::nullopt;
 }
 
 } // namespace agent::dev

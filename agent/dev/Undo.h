@@ -27,7 +27,8 @@ namespace agent::dev {
 ///     idle        there is no journal: nothing takes anything back
 ///     performing  the journal is there, whole, and tells how to take back all that the set may do
 ///     pending     the same for all that has been done on trial since nothing was pending
-///     restoring   the same for what is being taken back; nothing else writes
+///     restoring   the same for what is being taken back, or the journal cannot be looked at yet;
+///                 nothing else writes; for takeBack() no row is touched until the journal is there
 ///
 /// A set on trial that changes no row goes from idle to pending directly.
 class Undo {
@@ -44,6 +45,9 @@ public:
 
     /// Before the first row changes. @return whether the journal is safely there
     bool plan(const Record& planned);
+
+    /// The same while it is performed: a row has got another Id than was planned.
+    bool replan(const Record& planned);
 
     /// The point of no return of a change that is whole: it is pending, or stays.
     /// @return whether it is; else it has to be taken back
@@ -67,8 +71,9 @@ private:
     enum class State { idle, performing, pending, restoring };
 
     void enter(State next);
+    bool readJournal();
+    void beginIdle();
     bool restore();
-    std::optional<int> restoreRows();
 
     System& m_system;
     Programs& m_programs;
@@ -79,6 +84,8 @@ private:
     Journal m_journal;
     State m_state = State::idle;
     bool m_found = false;
+    bool m_unread = false;     ///< the journal, which can't be looked at so far
+    bool m_unsaved = false;    ///< the journal of what is to be taken back
     Record m_record;           ///< of the change that is pending, or being taken back
     RevertReason m_reason{};   ///< why it is being taken back
     Clock::time_point m_retry; ///< when to try again

@@ -15,7 +15,7 @@ using std::chrono::seconds;
 
 constexpr seconds kStop{10}; ///< for what is under way, when stopping
 
-// Limits for another side that means ill: it could be somebody else by now.
+// Limits in case the network process has been taken over.
 constexpr int kMessagesAtOnce = 16;
 constexpr std::size_t kMostJobs = 64;
 
@@ -40,8 +40,7 @@ Worker::Worker(const Options& options, System& system)
       m_refresh(options, system, m_programs, m_image, m_board),
       m_undo(system, m_programs, m_image, m_board, m_refresh, m_stopNow),
       m_changer(options, system, m_programs, m_image, m_board, m_refresh, m_undo,
-                [this] { expire(); }),
-      m_beatDue(system.now()) {
+                [this] { expire(); }) {
     answerLibraryFrom(&m_programs);
 }
 
@@ -49,11 +48,8 @@ Worker::~Worker() {
     answerLibraryFrom(nullptr);
 }
 
-/// Waits for events, and sees to what else happens meanwhile.
+/// Waits for events, and handles whatever else happens meanwhile.
 System::Events Worker::wait(System::Events wanted, Clock::time_point until) {
-    if (m_system.now() >= m_beatDue)
-        beat();
-    until = std::min(until, m_beatDue);
     if (m_stopping && !m_stopNow)
         until = std::min(until, m_stopBy);
     if (m_running != nullptr && !m_running->late)
@@ -80,12 +76,6 @@ void Worker::greet() {
     m_board.publish();
 }
 
-void Worker::beat() {
-    m_link.send(Alive{});
-    m_beatDue = m_options.watchdogBeat ? m_system.now() + *m_options.watchdogBeat
-                                       : Clock::time_point::max();
-}
-
 void Worker::take(const Message& message) {
     const bool room = m_jobs.size() < kMostJobs;
     if (const auto* set = std::get_if<SetRequest>(&message)) {
@@ -99,7 +89,7 @@ void Worker::take(const Message& message) {
     }
 }
 
-/// Tells of the sets that have missed their deadlines. Those that wait are dropped, the one under
+/// Reports the sets that have missed their deadlines. Those that wait are dropped; the one under
 /// way runs nothing more.
 void Worker::expire() {
     const auto now = m_system.now();
@@ -129,12 +119,12 @@ void Worker::stopNow() {
 
 void Worker::run() {
     if (initialize(m_options.verbose) != 1)
-        log(LOG_ERR, "the library could not be made ready");
+        log(LOG_ERR, "the library could not be initialized");
     openLog(m_options.foreground); // the library has opened it without standard error
     readMapping(m_board.next.model);
     greet();
     for (;;) {
-        wait({}, m_system.now()); // takes in what has come, whatever there is to do
+        wait({}, m_system.now()); // takes in messages, whatever else there is to do
         if (workIsDue())
             continue;
         if (m_stopping)
@@ -166,7 +156,7 @@ bool Worker::workIsDue() {
     return true;
 }
 
-/// Does what time asks for. @return whether there was anything
+/// Does one thing whose time has come. @return whether there was any
 bool Worker::keepUp(Clock::time_point now) {
     if (now >= m_undo.due())
         m_undo.step();
@@ -180,6 +170,7 @@ bool Worker::keepUp(Clock::time_point now) {
 }
 
 void Worker::doJob(Job job) {
+    const LimitedLog limited(m_jobLines, m_system.now());
     if (const auto* back = std::get_if<TakeBack>(&job)) {
         m_link.send(SetResult{back->id, m_undo.takeBack(back->id), Reason::none, 0});
         return;

@@ -9,9 +9,9 @@
 
 namespace agent::dev {
 
-/// The process that owns the library: it takes in what the other side asks, does what is due, and
-/// listens while a program runs. Refresh keeps up with the device, Changer makes changes, which go
-/// before what is left of a refresh, and Undo takes them back.
+/// The process that owns the library. It takes requests from the network process, does what is due,
+/// and listens while a program runs. Refresh keeps up with the device. Changer makes changes, which
+/// come before the rest of a refresh, and Undo takes them back.
 class Worker {
 public:
     Worker(const Options& options, System& system);
@@ -28,7 +28,6 @@ private:
 
     System::Events wait(System::Events wanted, Clock::time_point until);
     void greet();
-    void beat();
     void take(const Message& message);
     void expire();
     void stopNow();
@@ -49,8 +48,8 @@ private:
     Changer m_changer;
 
     std::deque<Job> m_jobs;
+    LineLimit m_jobLines;             ///< about jobs, which could be asked for without end
     Transaction* m_running = nullptr; ///< the set under way
-    Clock::time_point m_beatDue;      ///< the next sign of life, at the latest
     bool m_stopping = false;
     Clock::time_point m_stopBy;
 };

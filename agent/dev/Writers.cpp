@@ -34,8 +34,8 @@ int defaultBridge() {
     return bridge;
 }
 
-/// Makes a change that can do away with the default bridge. Without a filter, the library leaves
-/// the bridge's own row behind.
+/// Makes a change that can remove the default bridge. Of a bridge that has no filter, the library
+/// leaves the row in `Bridge` behind.
 template <class Change>
 int withoutRemains(Change change) {
     const int before = defaultBridge();
@@ -80,7 +80,7 @@ int writeVlanEnabled(int row, const Value& value) {
                       [row](int* truth) { return VlanEnabled_snmp(access_set, truth, row); });
 }
 
-/// A VLAN object that is off has no bridge: the library stores the change, then misses the bridge.
+/// A VLAN object that is off has no bridge: the library stores the change, then finds no bridge.
 int storedWhenOff(int status, int row) {
     int enabled = 0;
     const bool off = VlanEnabled_snmp(access_get, &enabled, row) == CORVANTA_OK && enabled == 2;

@@ -1,7 +1,5 @@
 #include "agent/link/Link.h"
 
-#include "agent/Log.h"
-
 namespace agent {
 
 std::optional<Message> Link::receive() {
@@ -10,7 +8,8 @@ std::optional<Message> Link::receive() {
         return std::nullopt;
     auto message = unpack(*packet);
     if (!message)
-        log(LOG_ERR, "a message is not understood");
+        m_lines.log(m_system.now(), LOG_ERR,
+                    "a malformed message from the other process is dropped");
     return message;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "agent/Log.h"
 #include "agent/link/Messages.h"
 #include "agent/system/System.h"
 
@@ -10,8 +11,8 @@ class Link {
 public:
     explicit Link(System& system) : m_system(system) {}
 
-    /// Sends, unless the other process has fallen far behind: what is lost then, the next snapshot
-    /// or a deadline makes up for.
+    /// Sends a message, or drops it when the other process has fallen far behind: the next
+    /// snapshot, or a deadline, makes up for it.
     void send(const Message& message) { m_system.send(pack(message)); }
 
     /// @return nothing when there is none for now, or one that is not understood
@@ -19,6 +20,7 @@ public:
 
 private:
     System& m_system;
+    LineLimit m_lines; ///< the other process could be somebody else by now
 };
 
 } // namespace agent

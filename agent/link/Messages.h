@@ -32,7 +32,7 @@ enum class Verdict { notGiven = 0, none = 1, confirm = 2, revert = 3 };
 enum class Outcome {
     done,
     refused,      ///< nothing has changed, or all of it was taken back; the reason tells why
-    late,         ///< it missed its deadline, and comes to nothing
+    late,         ///< it missed its deadline; nothing of it stays
     notUndone,    ///< it failed, and something of it could not be taken back
     undoing,      ///< it failed, and is being taken back
     unavailable,  ///< while another change is pending, or being taken back
@@ -49,7 +49,7 @@ struct SetRequest {
     Verdict verdict = Verdict::notGiven;
 };
 
-/// To take a set back that was made, because others of its request failed.
+/// Asks for a set that was made to be taken back: another part of its request has failed.
 struct TakeBack {
     std::uint64_t id;
     std::uint64_t incarnation; ///< likewise
@@ -73,22 +73,18 @@ struct SetResult {
     std::size_t place; ///< of the variable that ended it
 };
 
-/// The first message of each side, after every start.
+/// The first message of each process, after every start.
 struct Hello {
     std::uint64_t incarnation = 0; ///< tells one process that owns the device from the next
     bool takesBack = false;        ///< whether it has found a change that was half done
 };
 
-/// From the device's side, where a watchdog wants to know: it works, or waits for something that
-/// has an end.
-struct Alive {};
-
-using Message = std::variant<Hello, Alive, SetRequest, TakeBack, SetResult, Snapshot>;
+using Message = std::variant<Hello, SetRequest, TakeBack, SetResult, Snapshot>;
 
 /// As a packet. Both sides are the same program: a value looks the same on both.
 std::string pack(const Message& message);
 
-/// @return nothing for what is no packet, or speaks of objects that there are not
+/// @return nothing when it is malformed, or names an object that does not exist
 std::optional<Message> unpack(const std::string& packet);
 
 } // namespace agent

@@ -80,7 +80,7 @@ bool inName(char c) {
     return c > ' ' && c <= '~' && c != '|' && isSafe(c);
 }
 
-/// Rows that may have values; what a row lacks, its objects' read functions tell.
+/// Rows that may have values. The objects' read functions tell whether one is missing.
 std::vector<int> rowsOf(const Model& model, Source source) {
     if (source == Source::agent || source == Source::scalar)
         return {0};

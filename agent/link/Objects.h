@@ -43,9 +43,9 @@ public:
     Object(std::initializer_list<unsigned long> arcs, const char* label, Type type, Source source,
            Read reader = nullptr);
 
-    /// It can be set: the tables that the change can touch, and those that decide how.
+    /// Makes it writable. @param tables  those that a set can touch, or that decide what it does
     Object& written(Tables tables);
-    /// The same where it is only one row that has the instance's number as its Id.
+    /// The same where a set touches a single row, whose Id is the instance's number.
     Object& writtenInOwnRow(Table table);
     Object& controls(Control control);
     /// Limits of the number, or of the text's length.

@@ -23,7 +23,7 @@ struct Value {
     }
 };
 
-/// Of the DSL line, as the tool prints them; 0 for those that it does not.
+/// Rates of the DSL line, as the tool prints them; 0 for one that it does not print.
 struct Rates {
     std::uint32_t actualDown = 0;
     std::uint32_t actualUp = 0;
@@ -46,8 +46,8 @@ struct Model {
     Rates rates;
     std::vector<Layer2If> layer2;
     std::vector<IfMapping> mapping;
-    /// All others, by the object's name in the MIB and the row, which is 0 for a scalar. What is
-    /// not in it, the device doesn't have or the library can't give.
+    /// All others, by the object's name in the MIB and the row, which is 0 for a scalar. A value is
+    /// missing where the device has none or the library cannot read it.
     std::map<std::string, std::map<int, Value>> values;
 };
 
@@ -62,7 +62,7 @@ struct Instance {
     Oid name;
 };
 
-/// What becomes of the changes of managers; the numbers are those of the MIB.
+/// The state of managers' changes; the numbers are those of the MIB.
 enum class ChangeState { idle = 1, pending = 2, restoring = 3 };
 
 /// Why a change was taken back without its manager asking again; likewise.
@@ -74,7 +74,7 @@ struct Trial {
     Clock::time_point end;           ///< when it is taken back
 };
 
-/// What has happened on the device's side since the agent was started.
+/// What has happened in the device process since the agent was started.
 struct Counters {
     std::uint32_t refreshesDone = 0;
     std::uint32_t refreshesFailed = 0;

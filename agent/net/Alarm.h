@@ -2,18 +2,23 @@
 
 #include "agent/system/System.h"
 
+#include <chrono>
 #include <functional>
 
 namespace agent::net {
 
-/// Calls a function at a time, by the toolkit's clock, which has whole seconds.
+/// Has the toolkit call a function after a time, again and again if wanted.
+void callAfter(std::chrono::microseconds time, bool repeat, void (*call)(unsigned, void*),
+               void* with);
+
+/// Calls a function at a time.
 class Alarm {
 public:
     Alarm(const System& system, std::function<void()> call);
     Alarm(const Alarm&) = delete;
     Alarm& operator=(const Alarm&) = delete;
 
-    /// Sees to a call at that time, or a second later at most. Earlier calls are possible.
+    /// Sees to a call at that time. Earlier calls are possible.
     void setFor(Clock::time_point time);
 
 private:

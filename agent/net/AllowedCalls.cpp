@@ -85,6 +85,8 @@ const std::vector<SystemCall> kAllowed = {
     {SCMP_SYS(lseek), {}},
     {SCMP_SYS(_llseek), {}},
     {SCMP_SYS(fsync), {}},
+    {SCMP_SYS(ftruncate), {}},
+    {SCMP_SYS(ftruncate64), {}},
     {SCMP_SYS(fstat), {}},
     {SCMP_SYS(fstat64), {}},
     {SCMP_SYS(stat), {}},

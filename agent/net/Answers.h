@@ -9,20 +9,21 @@
 namespace agent::net {
 
 /// The answers to the sets of the last minute. A manager that has not received its answer sends the
-/// same request again, after sets of others perhaps: it must get the same answer, and the set must
+/// same request again, perhaps after sets of others: it must get the same answer, and the set must
 /// not be made twice.
 class Answers {
 public:
     void remember(const ManagerRequest& request, const Answer& answer, Clock::time_point now);
 
-    /// The answer of a minute at most before the request came; nothing when there is none.
+    /// The answer to the same request, given within the minute before this one; nothing without
+    /// one.
     std::optional<Answer> find(const ManagerRequest& request) const;
 
-    /// Forgets the answers to the sender of a request that uses their Id for another one now: when
-    /// it goes back to the values of the first, it wants them made.
+    /// Forgets what was answered to this sender under this request's Id, which it now uses for
+    /// other values: if the first values come again, they are to be set.
     void forget(const ManagerRequest& request);
 
-    /// Forgets what no request can be answered with that came after a time.
+    /// Forgets the answers that are too old for any request that arrived after a time.
     void forgetBefore(Clock::time_point came);
 
 private:

@@ -19,8 +19,8 @@ constexpr std::size_t kConnections = 64; ///< more than managers need, less than
 constexpr unsigned kSilence = 60000;     ///< ms; a manager connects anew
 constexpr std::chrono::milliseconds kPause{100};
 
-/// For how long a manager's connection was silent, in ms.
-/// @return whether the descriptor is one; those on the machine itself are only counted
+/// Whether a descriptor is a manager's connection, and for how many ms it was silent; 0 for one
+/// from the machine itself, which is only counted.
 bool isStream(int descriptor, unsigned& silence) {
     int listens = 0;
     int kind = 0;

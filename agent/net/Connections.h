@@ -4,15 +4,15 @@
 
 namespace agent::net {
 
-/// Limits the connections that anybody can make who reaches the address of an agent that listens
-/// itself.
+/// Limits the connections to an agent that listens itself: anybody who reaches its address can open
+/// them.
 class Connections {
 public:
     /// Leaves descriptors for what the agent itself needs, whoever connects.
     explicit Connections(const System& system);
 
-    /// Ends connections that have been silent for too long, and of too many those that have been
-    /// for longest. To be called often; looks a few times a second.
+    /// Closes connections that have been silent for too long and, when there are too many, those
+    /// that have been silent longest. To be called often; it acts some times a second.
     void limit();
 
 private:

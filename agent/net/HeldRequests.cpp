@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <utility>
 
-// The toolkit's, without a header: the set that keeps others waiting, who waits, and what has them
-// wait no longer.
+// Parts of the toolkit that no header declares: the set that others wait for, the requests that
+// wait, and what handles one of them.
 extern "C" {
 extern netsnmp_agent_session* netsnmp_processing_set;    // NOLINT(readability-identifier-naming)
 extern netsnmp_agent_session* netsnmp_agent_queued_list; // NOLINT(readability-identifier-naming)
@@ -15,8 +15,8 @@ namespace agent::net {
 
 namespace {
 
-/// Whether the connection that a request came over is closed. The toolkit forgets one when the next
-/// round begins, and then has somebody else's in its place.
+/// Whether the connection that a request came over is closed. To be asked before the toolkit's next
+/// round, which forgets the connection and may put another one in its place.
 bool hasHungUp(const netsnmp_agent_session& asked) {
     void* const session = snmp_sess_pointer(asked.session);
     const netsnmp_transport* const transport =
@@ -72,7 +72,7 @@ bool HeldRequests::release() {
             netsnmp_handle_request(kept, kept->status);
         }
     }
-    // Sets are left: the first of them is next, whichever comes in meanwhile.
+    // Only sets are left. The first of them is next, whatever arrives meanwhile.
     netsnmp_processing_set = netsnmp_agent_queued_list;
     return dropped;
 }

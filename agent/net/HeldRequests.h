@@ -14,8 +14,8 @@ namespace agent::net {
 
 /// The requests that wait while a set is performed: the set's own, and the sets behind it.
 ///
-/// The toolkit, left alone, would keep every request until the set is done, gets too, and keep
-/// those of managers that have hung up. This reaches into its queue, for which it has no interface.
+/// Left alone, the toolkit would keep every request until the set is done: gets too, and those of
+/// managers that have disconnected. Its queue has no interface, so this reaches into it.
 class HeldRequests {
 public:
     explicit HeldRequests(const System& system) : m_system(system) {}
@@ -26,8 +26,8 @@ public:
     void delegate(netsnmp_mib_handler& handler, netsnmp_handler_registration& registration,
                   netsnmp_agent_request_info& info, netsnmp_request_info* requests);
 
-    /// Has it go on in the toolkit's next round, with the errors that are given to it by
-    /// `answer(requests)`, unless the toolkit has dropped it. Does nothing when none is set aside.
+    /// Has `answer(requests)` put the errors into the request that is set aside, which the toolkit
+    /// finishes in its next round. Does nothing when there is none, or the toolkit has dropped it.
     template <class Give>
     void resume(Give answer) {
         if (netsnmp_delegated_cache* const set = takeDelegated()) {
@@ -39,15 +39,15 @@ public:
 
     bool hasDelegated() const { return m_delegated != nullptr; }
 
-    /// Between two rounds of the toolkit's: has it handle the gets that it has kept, and drops the
-    /// requests of managers that have hung up.
-    /// @return whether that of the set which is set aside was among these
+    /// To be called between two rounds of the toolkit: has it handle the gets that it has kept, and
+    /// drops the requests of managers that have disconnected.
+    /// @return whether the request that is set aside was dropped
     bool release();
 
-    /// When a request came, which the toolkit may have kept since.
+    /// When a request arrived; the toolkit may have kept it since.
     Clock::time_point arrivalOf(const netsnmp_agent_session* asked) const;
 
-    /// When the first of those came that are kept; now when none is.
+    /// When the oldest of the requests that are kept arrived; now, when none is.
     Clock::time_point oldest() const;
 
 private:

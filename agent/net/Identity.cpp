@@ -1,99 +1,137 @@
 #include "agent/net/Identity.h"
 
 #include "agent/Log.h"
-#include "agent/net/Toolkit.h"
-#include "agent/system/Files.h"
-
-#include <net-snmp/net-snmp-config.h>
-
-#include <net-snmp/net-snmp-includes.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <sstream>
-#include <vector>
-
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace agent::net {
 
 namespace {
 
-std::string fileIn(const std::string& folder) {
-    return folder + "/" + kName + ".conf";
+constexpr const char* kFile = "corvantad.conf";
+constexpr const char* kHead =
+    "# Engine ID, boot count and users of corvantad, which replaces this file as a whole.\n"
+    "# While it is stopped, createUser lines may be added.\n";
+
+constexpr const char* kBoots = "engineBoots ";
+constexpr const char* kEngine = "oldEngineID 0x";
+constexpr const char* kUser = "usmUser ";
+constexpr const char* kNewUser = "createUser ";
+
+bool begins(const std::string& text, const char* with) {
+    return text.rfind(with, 0) == 0;
 }
 
-/// Whether all is there, up to the engine ID, which the toolkit writes last.
-bool isWhole(const std::string& text, const std::string& boots, int users) {
-    std::istringstream lines(text);
-    bool hasBoots = false;
-    bool hasEngine = false;
-    for (std::string line; std::getline(lines, line) && !lines.eof();) { // an open end is no end
-        hasBoots = hasBoots || line.rfind(boots, 0) == 0;
-        hasEngine = hasEngine || line.rfind("oldEngineID 0x", 0) == 0;
-        users -= line.rfind("usmUser ", 0) == 0;
+/// The lines of a file, with those of the engine apart.
+struct Content {
+    explicit Content(const std::string& text) : ours(begins(text, kHead)) {
+        std::istringstream lines(text);
+        for (std::string line; std::getline(lines, line);) {
+            const bool ends = !lines.eof();
+            if (begins(line, kBoots))
+                boots =
+                    std::max(boots, std::strtol(line.c_str() + std::strlen(kBoots), nullptr, 10));
+            else if (begins(line, kEngine))
+                engine = ends ? line : ""; // an open end is no end
+            else
+                others += line + '\n';
+            newUsers += begins(line, kNewUser) ? line + '\n' : "";
+            hasUsers = hasUsers || begins(line, kUser);
+        }
     }
-    return hasBoots && hasEngine && users <= 0;
+
+    /// The engine is what the toolkit writes last.
+    bool isWhole() const { return boots > 0 && !engine.empty(); }
+
+    bool ours; ///< written by this version
+    long boots = 0;
+    std::string engine; ///< the line with its ID
+    std::string others;
+    std::string newUsers;
+    bool hasUsers = false;
+};
+
+/// What other versions have left. Up to 1.1 the toolkit wrote the file itself, line by line, and
+/// set the old one aside meanwhile. 1.1.1 had it do that in a folder beside.
+std::vector<std::string> leftovers() {
+    constexpr int kLastBackup = 10;
+    std::vector<std::string> names;
+    for (int i = 0; i <= kLastBackup; ++i)
+        names.push_back("corvantad." + std::to_string(i) + ".conf");
+    names.insert(names.end(), {std::string("new/") + kFile, "new", "cert_indexes"});
+    return names;
+}
+
+/// Reads what there is by a name; a folder is as good as an empty file.
+/// @return whether it could be looked at
+bool read(System& system, const std::string& name, std::optional<std::string>& text) {
+    if (system.load(name, text))
+        return true;
+    if (errno == EISDIR)
+        text.emplace();
+    return errno == EISDIR;
+}
+
+bool cannotRead(const std::string& name) {
+    log(LOG_ERR, "cannot read " + name + ": " + std::strerror(errno));
+    return true;
 }
 
 } // namespace
 
-Identity::Identity(const std::string& stateFolder)
-    : m_folder(stateFolder),
-      m_file(fileIn(m_folder)),
-      m_newFolder(m_folder + "/new"),
-      m_newFile(fileIn(m_newFolder)) {}
-
-void Identity::mend() {
-    std::vector<std::string> others;
-    for (int i = 0; i <= NETSNMP_MAX_PERSISTENT_BACKUPS; ++i)
-        others.push_back(m_folder + "/" + kName + "." + std::to_string(i) + ".conf");
-    const auto hasState = [](const std::string& file) {
-        return isWhole(textOf(file).value_or(""), "engineBoots ", 0);
-    };
-    if (!hasState(m_file)) {
-        const auto other = std::find_if(others.begin(), others.end(), hasState);
-        if (other == others.end() || !replaceFile(m_file, *textOf(*other)))
-            return;
-        log(LOG_WARNING, m_file + " was not whole: " + *other + " takes its place");
+std::optional<std::string> Identity::load() {
+    std::optional<std::string> text;
+    if (!read(m_system, kFile, text) && cannotRead(kFile))
+        return std::nullopt;
+    const Content own(text.value_or(""));
+    Content best = own;
+    m_leftovers.clear();
+    for (const std::string& name : leftovers()) {
+        std::optional<std::string> leftover;
+        const bool readable = read(m_system, name, leftover);
+        if (!leftover && (readable || errno == ENOENT)) // in a folder that isn't there either
+            continue;
+        if (!readable && !own.isWhole() && cannotRead(name))
+            return std::nullopt;
+        m_leftovers.push_back(name);
+        const Content content(leftover.value_or(""));
+        const long boots = std::max(best.boots, content.boots);
+        if (content.isWhole() && !best.isWhole()) {
+            log(LOG_WARNING, std::string(kFile) + " is not whole: " + name + " takes its place");
+            best = content;
+            best.others += own.newUsers;
+        }
+        if (content.engine.empty() || content.engine == best.engine)
+            best.boots = boots;
     }
-    for (const std::string& other : others)
-        std::remove(other.c_str());
+    if (!best.isWhole()) {
+        if (text && (text->empty() || own.hasUsers || own.boots > 0))
+            log(LOG_ERR, std::string(kFile) + " is not whole, and nothing is left to mend it by: " +
+                             "the engine gets a new ID, which the keys of old users don't fit");
+        return best.others;
+    }
+    // 1.0 served with a number before it was stored.
+    const long boots = best.boots + (own.ours ? 0 : 1);
+    return best.others + kBoots + std::to_string(boots) + '\n' + best.engine + '\n';
 }
 
-/// Puts what the toolkit has written in the place of the old file, safely.
-bool Identity::takeNewFile() {
-    int users = 0;
-    for (const usmUser* user = usm_get_userList(); user != nullptr; user = user->next)
-        users += user->userStorageType == ST_NONVOLATILE;
-    const std::string boots = "engineBoots " + std::to_string(snmpv3_local_snmpEngineBoots());
-    const std::string text = textOf(m_newFile).value_or("");
-    std::remove(m_newFile.c_str());
-    if (isWhole(text, boots, users) && replaceFile(m_file, text))
-        return true;
-    log(LOG_ERR, "cannot write " + m_file + ": it is left as it was");
-    return false;
-}
-
-bool Identity::storeBoots() {
-    if (mkdir(m_newFolder.c_str(), 0700) != 0 && errno != EEXIST) {
-        log(LOG_ERR, "cannot make " + m_newFolder + ": " + std::strerror(errno));
+bool Identity::store(const std::string& lines) {
+    if (!Content(lines).isWhole()) {
+        log(LOG_ERR, "the SNMP toolkit has not told its engine ID and boot count");
         return false;
     }
-    std::remove(m_newFile.c_str()); // of one that was killed
-    netsnmp_ds_set_string(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_PERSISTENT_DIR,
-                          m_newFolder.c_str());
-    snmp_store(kName);
-    return takeNewFile();
-}
-
-void Identity::storeChanges() {
-    snmp_store_if_needed();
-    if (access(m_newFile.c_str(), F_OK) == 0)
-        takeNewFile();
+    if (!m_system.store(kFile, kHead + lines)) {
+        log(LOG_ERR, std::string("cannot write ") + kFile + ": " + std::strerror(errno));
+        return false;
+    }
+    for (const std::string& name : m_leftovers)
+        m_system.remove(name); // one that stays does no harm beside a whole file
+    m_leftovers.clear();
+    return true;
 }
 
 } // namespace agent::net

@@ -1,38 +1,35 @@
 #pragma once
 
+#include "agent/system/System.h"
+
+#include <optional>
 #include <string>
+#include <vector>
 
 namespace agent::net {
 
-/// The toolkit's state file: engine ID, boot count, users and their keys. Whoever loses it locks
-/// every SNMPv3 user out.
+/// What managers know the engine by: its ID, the number of its starts, its users with their keys.
+/// Whoever loses the ID or a key locks users out; whoever uses a number twice lets captured packets
+/// in again. So all of it is safely stored before the first answer of a start, and nothing at a
+/// stop.
 ///
-/// The toolkit writes it line by line and doesn't see whether it could. So it does that in a folder
-/// beside, and only what is whole takes the place of the old file.
+/// The SNMP toolkit makes and understands it. Here it is lines of text, in one file of the state
+/// folder. The toolkit never sees that file.
 class Identity {
 public:
-    explicit Identity(const std::string& stateFolder);
+    explicit Identity(System& system) : m_system(system) {}
 
-    /// Brings the file back that a toolkit has set aside to write another one, and didn't come to
-    /// the end of it. From both of them it would take another engine ID. To be called before the
-    /// toolkit reads any.
-    void mend();
+    /// @return the lines that the toolkit is to begin with, none at the very first start; nothing
+    /// where there are some that can't be read, for a new identity would take their place
+    std::optional<std::string> load();
 
-    /// Stores this start's number. A packet that was sent to the engine before can't be sent to it
-    /// again then, whatever ends it.
-    /// @return whether it is safely there
-    bool storeBoots();
-
-    /// Stores what managers have changed of the toolkit's own objects, such as sysName.
-    void storeChanges();
+    /// Stores the toolkit's lines. What is stored stays as it is until they are safely there.
+    /// @return whether they are
+    bool store(const std::string& lines);
 
 private:
-    bool takeNewFile();
-
-    const std::string m_folder;
-    const std::string m_file;
-    const std::string m_newFolder; ///< where the toolkit writes
-    const std::string m_newFile;
+    System& m_system;
+    std::vector<std::string> m_leftovers; ///< of an older version, to be removed
 };
 
 } // namespace agent::net

@@ -26,10 +26,10 @@ enum class ErrorStatus {
     inconsistentName = 18,
 };
 
-/// As the protocol calls it.
+/// The error's name in the protocol.
 const char* nameOf(ErrorStatus error);
 
-/// What a manager is told of a result.
+/// The error that a manager gets for a result.
 ErrorStatus errorOf(const SetResult& result);
 
 /// One variable of the request.
@@ -37,7 +37,7 @@ struct Assignment {
     Oid name;
     const Object* object;       ///< null where there is none
     std::optional<Value> value; ///< nothing where its type is wrong
-    ErrorStatus error;          ///< why the object can't have it, whatever the others are
+    ErrorStatus error;          ///< why the object can't have it, whatever the other values
 };
 
 struct ManagerRequest {
@@ -48,7 +48,7 @@ struct ManagerRequest {
     std::vector<Assignment> assignments;
 };
 
-/// The answer to one, all of it or an error.
+/// The answer to such a request.
 struct Answer {
     ErrorStatus error = ErrorStatus::noError;
     std::size_t place = 0; ///< of the variable with the error

@@ -23,7 +23,7 @@ namespace agent::net {
 
 namespace {
 
-/// The one that there is. The toolkit would release at its end what a callback of it is given.
+/// The only one. It is no argument of the callbacks: the toolkit would free that at its end.
 Master* master = nullptr;
 
 std::string userName() {
@@ -31,7 +31,7 @@ std::string userName() {
     return user != nullptr ? user->pw_name : std::to_string(geteuid());
 }
 
-/// Whether the master's socket can be reached by this user; an errno, or 0.
+/// @return 0 when this user can reach the master's socket, else an errno
 int tryMaster(const std::string& path, bool connected) {
     if (connected) // perhaps with rights that have been given up since
         return access(path.c_str(), R_OK | W_OK) != 0 && errno == EACCES ? EACCES : 0;

@@ -18,7 +18,7 @@ public:
     Master(const Master&) = delete;
     Master& operator=(const Master&) = delete;
 
-    /// Says in the log what keeps the agent from it, once. To be called often.
+    /// Logs, once, what keeps the agent from reaching it. To be called often.
     void watch();
 
 private:

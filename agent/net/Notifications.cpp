@@ -16,7 +16,8 @@ constexpr std::chrono::seconds kPause{1}; ///< between two notifications of one 
 
 Notifications::Notifications(const Options& options, System& system)
     : m_options(options), m_system(system) {
-    const auto text = m_system.load(kFile);
+    std::optional<std::string> text;
+    m_system.load(kFile, text);
     m_known = text.has_value();
     std::istringstream file(text.value_or(""));
     std::string name;
@@ -90,7 +91,7 @@ bool Notifications::forgetOthers(const std::vector<State>& states) {
     return m_states.size() != before;
 }
 
-/// Whether a change was taken back since it was last told; those before the start are no news.
+/// Whether a change was taken back since the last one that was told, or since the start.
 bool Notifications::isNews(std::uint32_t reverts) {
     if (!m_reverts)
         m_reverts = reverts;

@@ -13,7 +13,8 @@
 
 namespace agent::net {
 
-/// One of CORVANTA-MIB's, with its number there; those of a circuit have the numbers of its states.
+/// A notification of CORVANTA-MIB. The kinds have its numbers there; those of a circuit are also
+/// the numbers of the circuit's states.
 struct Notification {
     enum class Kind { circuitUp = 1, circuitDown = 2, changeReverted = 3 };
 
@@ -22,24 +23,24 @@ struct Notification {
     RevertReason reason = {}; ///< of a change that was taken back
 };
 
-/// Decides what managers are notified of. What they have been told is kept in a file: what changes
-/// while nobody can be told, or no agent runs, is told afterwards, once.
+/// Decides what managers are notified of. A file keeps the states that they were told last, so that
+/// what changes while nobody can be told, or no agent runs, is told afterwards, once.
 class Notifications {
 public:
     Notifications(const Options& options, System& system);
 
-    /// Whether anybody can be told now; until then, nothing is news.
+    /// Whether notifications reach anybody now. While they don't, there is nothing to send.
     void setReachable(bool reachable) { m_reachable = reachable; }
 
-    /// What is to be told now, and counts as told with that. One circuit is told of at most once a
-    /// second; its last state comes in the end. What the first snapshot shows is no news.
+    /// The notifications to send now; they count as sent from then on. A circuit has one a second
+    /// at most, and in the end one for its last state. The first snapshot ever has none.
     std::vector<Notification> news(const Snapshot& snapshot);
 
-    /// Whether a state was told too short a while ago to tell its next one yet.
+    /// Whether a circuit has changed again within a second, which is told later.
     bool holdsBack() const { return m_holdsBack; }
 
 private:
-    /// A circuit's name, empty for what is not told, and its state.
+    /// A circuit's name, or an empty one for an interface that is not told of, and its state.
     using State = std::pair<std::string, int>;
 
     bool isNews(std::uint32_t reverts);

@@ -1,10 +1,10 @@
 #include "agent/net/RequestHandler.h"
 
-#include "agent/Log.h"
 #include "agent/net/Toolkit.h"
 #include "agent/net/Traps.h"
 #include "agent/net/Variables.h"
 
+#include <chrono>
 #include <exception>
 #include <string>
 #include <utility>
@@ -12,10 +12,15 @@
 
 namespace agent::net {
 
-RequestHandler::RequestHandler(const Options& options, System& system, std::function<void()> works)
+namespace {
+
+constexpr std::chrono::seconds kHeldBack{1}; ///< until a notification is tried again
+
+} // namespace
+
+RequestHandler::RequestHandler(const Options& options, System& system)
     : m_options(options),
       m_system(system),
-      m_works(std::move(works)),
       m_link(system),
       m_snapshots(options, system),
       m_sets(options, system, m_link, m_snapshots),
@@ -41,20 +46,21 @@ bool RequestHandler::registerObjects() {
 void RequestHandler::setReachable(bool reachable) {
     m_notifications.setReachable(reachable);
     if (reachable)
-        m_alarm.setFor(m_system.now());
+        m_alarm.setFor(m_system.now() + kHeldBack);
 }
 
 // -------------------------------------------------------------------------- from the toolkit
 
 int RequestHandler::handle(netsnmp_mib_handler* handler, netsnmp_handler_registration* registration,
                            netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
+    auto& self = *static_cast<RequestHandler*>(handler->myvoid);
     try {
-        static_cast<RequestHandler*>(handler->myvoid)
-            ->dispatch(*handler, *registration, *info, requests);
+        self.dispatch(*handler, *registration, *info, requests);
     } catch (const BrokenInvariant& broken) {
         endProcess(broken);
     } catch (const std::exception& error) {
-        log(LOG_ERR, std::string("a request failed: ") + error.what());
+        self.m_failures.log(self.m_system.now(), LOG_ERR,
+                            std::string("a request failed: ") + error.what());
         netsnmp_request_set_error(requests, SNMP_ERR_GENERR);
     }
     return SNMP_ERR_NOERROR;
@@ -152,7 +158,6 @@ void RequestHandler::releaseRequests() {
 void RequestHandler::receive() {
     try {
         while (const auto message = m_link.receive()) {
-            m_works();
             take(*message);
             notify(); // of each snapshot: the next can say the same again
         }
@@ -186,7 +191,7 @@ void RequestHandler::notify() {
     for (const Notification& notification : m_notifications.news(now))
         send(notification, now);
     if (m_notifications.holdsBack())
-        m_alarm.setFor(m_system.now());
+        m_alarm.setFor(m_system.now() + kHeldBack);
 }
 
 } // namespace agent::net

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "agent/Log.h"
 #include "agent/Options.h"
 #include "agent/link/Link.h"
 #include "agent/net/Alarm.h"
@@ -8,24 +9,21 @@
 #include "agent/net/Sets.h"
 #include "agent/net/Snapshots.h"
 
-#include <functional>
-
 namespace agent::net {
 
 /// Answers the requests for the MIB's objects: gets at once, from a snapshot, sets when the
 /// device's process tells what became of them.
 class RequestHandler {
 public:
-    /// @param works  called whenever the device's process has shown that it works
-    RequestHandler(const Options& options, System& system, std::function<void()> works);
+    RequestHandler(const Options& options, System& system);
 
-    /// Registers corvantaObjects with the toolkit. @return whether it took that
+    /// Registers corvantaObjects with the toolkit. @return whether that succeeded
     bool registerObjects();
 
     /// Takes in what the device's process has sent.
     void receive();
 
-    /// Sees to it that no get waits for a set. To be called between two rounds of the toolkit's.
+    /// Keeps gets from waiting for a set. To be called between two rounds of the toolkit.
     void releaseRequests();
 
     /// Whether notifications reach a master.
@@ -46,13 +44,13 @@ private:
 
     const Options& m_options;
     System& m_system;
-    const std::function<void()> m_works;
     Link m_link;
     Snapshots m_snapshots;
     Sets m_sets;
     HeldRequests m_held;
     Notifications m_notifications;
     Alarm m_alarm;
+    LineLimit m_failures; ///< lines about requests that failed for want of memory
 };
 
 } // namespace agent::net

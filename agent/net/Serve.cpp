@@ -1,12 +1,12 @@
 #include "agent/net/Serve.h"
 
 #include "agent/Log.h"
+#include "agent/net/Alarm.h"
 #include "agent/net/Connections.h"
 #include "agent/net/Master.h"
 #include "agent/net/RequestHandler.h"
 #include "agent/net/Sandbox.h"
 #include "agent/net/Toolkit.h"
-#include "agent/system/RealSystem.h"
 
 #include <optional>
 #include <string>
@@ -30,10 +30,14 @@ void onStop(int, void* stopping) {
     *static_cast<bool*>(stopping) = true;
 }
 
+void onBeat(unsigned, void* system) {
+    static_cast<RealSystem*>(system)->showLife();
+}
+
 /// Gives up all that is not needed any more once the ports are open. @return what is wrong
 std::optional<std::string> giveUpRights(const Options& options, const Start& start) {
     if (!start.dropPrivileges())
-        return ""; // which has said why
+        return ""; // it has logged why
     switch (enterSandbox(options.state)) {
     case Sandbox::none:
         return "the kernel has no seccomp filters";
@@ -53,26 +57,20 @@ std::optional<std::string> giveUpRights(const Options& options, const Start& sta
 /// A call that is refused is a fault of this program, or somebody else's who has taken it over.
 void reportRefused(Clock::time_point now) {
     static LineLimit limit;
-    for (const std::string& call : takeRefused()) {
-        const int keptBack = limit.pass(now);
-        if (keptBack > 0)
-            log(LOG_WARNING, std::to_string(keptBack) + " more refused calls were left out");
-        if (keptBack >= 0)
-            log(LOG_WARNING, "the sandbox has refused the system call " + call);
-    }
+    for (const std::string& call : takeRefused())
+        limit.log(now, LOG_WARNING, "the sandbox has refused the system call " + call);
 }
 
 } // namespace
 
 int serve(const Options& options, const Start& start) {
-    // One that is started again may have lost the right to.
+    // A process that is started again may no longer have the right to read it.
     if (!options.config.empty() && access(options.config.c_str(), R_OK) != 0)
         return fail("cannot read " + options.config);
-    const auto bothWork = [&] { [[maybe_unused]] const auto size = write(start.alive, "", 1); };
-    RealSystem system(start.link, start.stop, options.state, "");
-    RequestHandler handler(options, system, bothWork);
+    RealSystem system(start.ends, options.beat, options.state, "");
+    RequestHandler handler(options, system);
     Connections connections(system);
-    Toolkit toolkit(options);
+    Toolkit toolkit(options, system);
     std::optional<Master> master;
     if (options.master.empty())
         master.emplace(options, system, [&](bool there) { handler.setReachable(there); });
@@ -85,9 +83,10 @@ int serve(const Options& options, const Start& start) {
     if (!options.foreground)
         start.leaveTerminal();
     bool stopping = false;
-    register_readfd(start.stop, onStop, &stopping);
-    register_readfd(start.link, onMessage, &handler);
-    bothWork();
+    register_readfd(start.ends.stop, onStop, &stopping);
+    register_readfd(start.ends.link, onMessage, &handler);
+    system.showLife(); // it is ready
+    callAfter(options.beat, true, onBeat, &system);
     while (!stopping && !Toolkit::isRefused()) {
         agent_check_and_process(1);
         reportRefused(system.now());

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "agent/Options.h"
+#include "agent/system/RealSystem.h"
 
 #include <functional>
 
@@ -9,9 +10,7 @@ namespace agent::net {
 
 /// What its parent gives it.
 struct Start {
-    int link;  ///< its end of the link to the device's process
-    int alive; ///< takes a byte when it is ready, and whenever both processes are seen to work
-    int stop;  ///< readable when it has to stop
+    Ends ends;
     std::function<bool()> dropPrivileges;
     std::function<void()> leaveTerminal;
 };

@@ -13,23 +13,23 @@ class SetLog {
 public:
     explicit SetLog(const System& system) : m_system(system) {}
 
-    /// A request that the lines to come are about.
+    /// The request that the next line is about.
     void begin(const ManagerRequest& request, const View& view);
 
-    /// What became of it.
+    /// Logs what became of it.
     void end(const std::string& outcome, ErrorStatus error = ErrorStatus::noError);
 
-    /// Likewise, as the device's process tells.
+    /// The same for a result of the device process.
     void end(const SetRequest& set, const SetResult& result);
 
-    /// What has been taken back without another set, if anything has between two snapshots.
+    /// Logs a change that was taken back between two snapshots, if one was, without a set.
     void reverts(const Snapshot& before, const Snapshot& now);
 
 private:
     const System& m_system;
     std::string m_request; ///< who sets what
     Clock::time_point m_came;
-    std::string m_onTrial; ///< who has set what, of the change that is pending
+    std::string m_onTrial; ///< the set whose change is pending
 };
 
 } // namespace agent::net

@@ -10,7 +10,8 @@ namespace {
 
 using std::chrono::seconds;
 
-constexpr seconds kGrace{10}; ///< for the device's process to tell that a set was late
+constexpr std::chrono::milliseconds kTell{250}; ///< of the deadline, to be told that it was missed
+constexpr seconds kDoubt{10}; ///< longer than that, for the next process to tell what is there
 
 } // namespace
 
@@ -89,7 +90,7 @@ void Sets::begin(ManagerRequest request) {
     m_log.begin(m_request, m_snapshots.view(m_refused));
     m_set.emplace();
     m_set->id = m_nextId++;
-    m_set->deadline = m_request.came + m_options.setDeadline;
+    m_set->deadline = m_request.came + m_options.setDeadline - kTell;
     m_answer = check();
     if (m_answer.error == ErrorStatus::noError) {
         enter(State::checked);
@@ -161,7 +162,7 @@ void Sets::commit() {
         return;
     }
     m_set->incarnation = m_incarnation;
-    m_giveUp = m_set->deadline + kGrace;
+    m_giveUp = m_set->deadline + kTell;
     m_sent = true;
     enter(State::performing);
     m_link.send(*m_set);
@@ -201,9 +202,11 @@ void Sets::take(const Hello& hello) {
     if (hello.incarnation == m_incarnation)
         return;
     m_incarnation = hello.incarnation;
-    // What the process before was at is taken back by its journal, if there is one. Else it was
-    // not begun, or is done, which the device will tell.
+    // A journal takes back what the process before had under way. Without one, the set was either
+    // not begun or is done, which the device will show.
     m_inDoubt = waits() && !hello.takesBack;
+    if (m_inDoubt && !m_options.master.empty()) // a master would not wait
+        m_giveUp = m_set->deadline + kDoubt;
     if (waits() && hello.takesBack)
         end({m_set->id, Outcome::undoing, Reason::failed, 0});
 }
@@ -220,23 +223,31 @@ void Sets::take(const Snapshot& snapshot, const Snapshot* before) {
         end(judge());
 }
 
-/// Whether the set that is in doubt has come about.
+/// Whether the set that is in doubt has come about. One on trial has not: nothing is pending when a
+/// process begins.
 SetResult Sets::judge() const {
+    if (m_set->trial != seconds(0))
+        return {m_set->id, Outcome::refused, Reason::failed, 0};
     if (const Change* missing = firstMissing(m_set->changes, m_snapshots.newest()))
         return {m_set->id, Outcome::refused, Reason::failed, missing->place};
     return {m_set->id, Outcome::done, Reason::none, 0};
 }
 
 void Sets::checkTime() {
-    if (waits() && m_system.now() >= m_giveUp)
-        end({m_set->id, Outcome::late, Reason::failed, 0});
+    if (!waits() || m_system.now() < m_giveUp)
+        return;
+    // The device's process does not move. Should it have made the set, or yet make it, it is told
+    // what the manager is.
+    if (m_state == State::performing)
+        m_link.send(TakeBack{m_set->id, m_set->incarnation});
+    end({m_set->id, Outcome::late, Reason::failed, 0});
 }
 
 void Sets::end(const SetResult& result) {
     m_inDoubt = false;
     m_snapshots.showNewest();
     if (m_state == State::takingBack) {
-        // The manager is told what has failed, unless this has.
+        // The manager is told of the part that failed first, unless taking back fails too.
         const bool back = result.outcome == Outcome::refused;
         m_answer = {back ? ErrorStatus::genErr : ErrorStatus::undoFailed, 0};
         m_log.end(back ? "taken back, since another part of the request failed"

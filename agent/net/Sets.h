@@ -30,16 +30,17 @@ namespace agent::net {
 ///     idle        there is no set
 ///     checked     its values fit the snapshot that is shown, and it goes with what is pending;
 ///                 nothing has been sent
-///     performing  it was sent to the device's process of its incarnation, which answers before its
-///                 deadline, or a while later; after that it counts as late
+///     performing  it was sent to the device's process of its incarnation, which answers before the
+///                 deadline or tells that it was missed; when it does neither, because it does not
+///                 move, the set counts as late, and TakeBack is sent after it
 ///     made        the answer is noError: the values are there, and stay unless it is taken back
 ///     takingBack  something else in the request has failed; TakeBack was sent
 ///     failed      the answer is an error
 ///     repeated    there is no set, but the answer that was given to it before
 ///
-/// When the device's process dies without a journal, nobody tells what has become of the set: it is
-/// in doubt, in `performing` and `takingBack` alone, until the next process has read the device.
-/// With a journal the set is taken back.
+/// When the device process dies without a journal, nothing says what has become of the set. It is
+/// then in doubt, in `performing` or `takingBack`, until the next process has read the device. With
+/// a journal the set is taken back.
 ///
 /// A master that ends takes the request with it: begin() is legal in every state but those that
 /// wait for the device's process, and ends what was there before.
@@ -61,7 +62,7 @@ public:
     /// The request is over. @param refused  counts among those that managers see as refused
     void release(bool refused);
 
-    /// The manager who waits has hung up. The set goes on to its end.
+    /// The manager that waits has disconnected. The set goes on to its end.
     void hangUp();
 
     bool waits() const; ///< for the device's process
@@ -77,7 +78,8 @@ public:
     /// Ends the wait when its time is over.
     void checkTime();
 
-    /// Forgets answers that no request can ask for again. @param oldest  arrival of those at hand
+    /// Forgets answers that are too old to be asked for again.
+    /// @param oldest  when the oldest request that is still to be handled arrived
     void forgetAnswers(Clock::time_point oldest) { m_answers.forgetBefore(oldest); }
 
     std::uint32_t refused() const { return m_refused; }

@@ -9,8 +9,8 @@ namespace {
 
 using std::chrono::seconds;
 
-// Two requests that follow each other more slowly belong to two walks, and one that takes longer
-// has to see the device change.
+// Requests that are further apart belong to two walks. A walk that takes longer than the limit gets
+// a newer snapshot.
 constexpr seconds kWalkPause{1};
 constexpr seconds kWalkLimit{5};
 

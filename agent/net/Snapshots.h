@@ -20,11 +20,11 @@ public:
 
     bool received() const { return m_received; } ///< any
 
-    /// The snapshots that follow can be those of another process, which counts from 0.
+    /// The next snapshots may come from a new process, whose counters begin at 0.
     void take(const Hello& hello);
 
-    /// What its process has not read yet stays as the process before it had read it.
-    /// @return the one before; null for the first
+    /// Takes a snapshot in. Before its process has read everything, it gets the values that the
+    /// process before had read. @return the snapshot before it; null for the first
     std::shared_ptr<const Snapshot> take(Snapshot snapshot);
 
     void showNewest() { m_shown = m_newest; }
@@ -50,7 +50,7 @@ private:
     Clock::time_point m_lastStep; ///< of a walk
 };
 
-/// The first instance with a name or one behind it.
+/// The first instance whose name is this one or comes after it.
 std::vector<Instance>::const_iterator findInstance(const Snapshot& snapshot, const Oid& name);
 
 /// The instance with a name; null when there is none.

@@ -30,6 +30,12 @@ constexpr const char* kDefaults[] = {
     "[corvantad] maxGetbulkResponses 200",
 };
 
+/// The toolkit's folder for what it keeps, where nothing can be: it would make one for an index of
+/// certificates, and read what else is there.
+constexpr const char* kNowhere = "/dev/null";
+
+constexpr std::chrono::seconds kStorePause{60}; ///< after a failure, while the agent runs
+
 /// All that the toolkit says of a master that refuses what the agent registers.
 constexpr std::string_view kRefused = "registering pdu failed";
 bool refused = false;
@@ -42,12 +48,10 @@ int forwardLog(int, int, void* message, void*) {
     std::string text(line.msg);
     while (!text.empty() && text.back() == '\n')
         text.pop_back();
+    if (text.compare(0, kMemoryFiles.size(), kMemoryFiles) == 0)
+        text.replace(0, text.find(':'), "corvantad.conf of the state folder");
     refused = refused || text.compare(0, kRefused.size(), kRefused) == 0;
-    const int keptBack = limit.pass(std::chrono::steady_clock::now());
-    if (keptBack > 0)
-        log(LOG_WARNING, std::to_string(keptBack) + " more lines like those before");
-    if (keptBack >= 0)
-        log(line.priority, text);
+    limit.log(std::chrono::steady_clock::now(), line.priority, text);
     return SNMPERR_SUCCESS;
 }
 
@@ -62,14 +66,12 @@ void setText(int store, int which, const std::string& text) {
 
 } // namespace
 
-Toolkit::Toolkit(const Options& options) : m_options(options), m_identity(options.state) {
+Toolkit::Toolkit(const Options& options, System& system)
+    : m_options(options), m_system(system), m_identity(system) {
     snmp_enable_calllog();
     snmp_register_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_LOGGING, forwardLog, nullptr);
     setenv("MIBS", "", 1); // names are the manager's matter: no module needs parsing here
-    m_identity.mend();
-    setText(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_PERSISTENT_DIR, options.state);
-    if (const char* const path = std::getenv("SNMPCONFPATH")) // it replaces the state folder too
-        setenv("SNMPCONFPATH", (path + (':' + options.state)).c_str(), 1);
+    setText(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_PERSISTENT_DIR, kNowhere);
     setText(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_OPTIONALCONFIG, options.config);
     setFlag(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_DONT_LOG_TCPWRAPPERS_CONNECTS);
     if (options.master.empty()) {
@@ -103,18 +105,46 @@ void Toolkit::prepareMaster() {
 }
 
 bool Toolkit::open() {
-    init_snmp(kName);
-    if (m_options.master.empty())
+    if (m_options.master.empty()) {
+        init_snmp(kName);
         return true;
+    }
+    if (!beginIdentity())
+        return false;
     if (init_master_agent() != 0) {
         log(LOG_ERR, "cannot listen at " + m_options.master);
         return false;
     }
-    if (!m_identity.storeBoots())
-        return false;
     if (m_options.notifications)
         send_easy_trap(SNMP_TRAP_COLDSTART, 0);
     return true;
+}
+
+/// Begins where the last start has stored that it was, and stores this one, all before a packet can
+/// come: one that was captured before isn't taken for a new one then.
+bool Toolkit::beginIdentity() {
+    const auto lines = m_identity.load();
+    if (!lines || !m_state.open(*lines))
+        return false;
+    // Before the configuration, whose createUser lines count anew at each start.
+    const std::string more = m_options.config.empty() ? "" : "," + m_options.config;
+    setText(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_OPTIONALCONFIG, m_state.path() + more);
+    init_snmp(kName);
+    if (m_identity.store(m_state.lines()))
+        return true;
+    log(LOG_ERR, "nobody is answered with a boot count that is not stored");
+    return false;
+}
+
+void Toolkit::storeChanges() {
+    const auto now = m_system.now();
+    if (now < m_storeAgain)
+        return;
+    const auto lines = m_state.changedLines();
+    if (!lines || m_identity.store(*lines))
+        return;
+    ToolkitState::keepChanged();
+    m_storeAgain = now + kStorePause;
 }
 
 bool Toolkit::isRefused() {
@@ -122,8 +152,6 @@ bool Toolkit::isRefused() {
 }
 
 void Toolkit::close() {
-    // All that changes has been stored when it did.
-    setFlag(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_DONT_PERSIST_STATE);
     snmp_shutdown(kName);
 }
 

@@ -2,17 +2,19 @@
 
 #include "agent/Options.h"
 #include "agent/net/Identity.h"
+#include "agent/net/ToolkitState.h"
 #include "agent/system/Invariant.h"
+#include "agent/system/System.h"
 
 namespace agent::net {
 
-constexpr const char* kName = "corvantad"; ///< of the configuration and the state file
+constexpr const char* kName = "corvantad"; ///< of the configuration
 
 /// The SNMP toolkit's start, rounds and end.
 class Toolkit {
 public:
     /// Sets it up as a subagent or a master; objects are registered next.
-    explicit Toolkit(const Options& options);
+    Toolkit(const Options& options, System& system);
 
     /// Reads the configuration and connects to the master, or opens the master's port, once what
     /// must outlive a restart is stored.
@@ -23,16 +25,20 @@ public:
     static bool isRefused();
 
     /// Stores what managers have changed of the toolkit's own objects, such as sysName.
-    void storeChanges() { m_identity.storeChanges(); }
+    void storeChanges();
 
     static void close();
 
 private:
     void prepareSubagent();
     static void prepareMaster();
+    bool beginIdentity();
 
     const Options& m_options;
+    System& m_system;
     Identity m_identity;
+    ToolkitState m_state;
+    Clock::time_point m_storeAgain; ///< after a failure
 };
 
 /// Ends the process where something does not hold that always has to, which the toolkit, being C,

@@ -4,7 +4,7 @@
 
 namespace agent::net {
 
-/// Sends a notification by the toolkit, with the objects that CORVANTA-MIB says.
+/// Sends a notification through the toolkit, with the objects that CORVANTA-MIB lists for it.
 void send(const Notification& notification, const Snapshot& snapshot);
 
 } // namespace agent::net

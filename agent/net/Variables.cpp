@@ -42,7 +42,7 @@ ErrorStatus errorOf(Fit fit) {
     return ErrorStatus::wrongValue;
 }
 
-/// A value of the object's type; nothing for one of another type.
+/// The value of a variable; nothing when its type is not the object's.
 std::optional<Value> toValue(const Object& object, const netsnmp_variable_list& binding) {
     if (binding.type != asnOf(object.type()))
         return std::nullopt;
@@ -66,8 +66,8 @@ Assignment toAssignment(const netsnmp_variable_list& binding) {
     return assignment;
 }
 
-/// Who sent which request: the same when it comes again. A subagent can't tell, but its master
-/// doesn't let it see such a request either.
+/// The sender and the request's Id: the same when the request is repeated. Empty in a subagent,
+/// which is not told the sender; its master does not pass a repeated request on either.
 std::string senderOf(const netsnmp_pdu* pdu) {
     if (pdu == nullptr || pdu->transport_data == nullptr || pdu->transport_data_length <= 0)
         return "";
@@ -88,7 +88,7 @@ std::string valuesOf(const netsnmp_request_info* requests) {
     return text;
 }
 
-/// The user and the address. A community is no name, and as good as a password.
+/// The user and the address. A community is not shown: it is as good as a password.
 std::string describeManager(const netsnmp_agent_session& asked, const netsnmp_pdu& pdu) {
     std::string who = pdu.securityModel == SNMP_SEC_MODEL_USM && pdu.securityName != nullptr
                           ? printable({pdu.securityName, pdu.securityNameLen}, 32)

@@ -39,7 +39,7 @@ public:
     Manager(const Manager&) = delete;
     Manager& operator=(const Manager&) = delete;
 
-    /// Asks anew each time, so that a signal ends it between two tries.
+    /// Each try is a request of its own, so that a signal can end it between two.
     Answer get(const std::vector<Instance>& instances, Patience patience);
     /// Sends the same request again, which the router does not make twice.
     Answer set(const std::vector<Assignment>& assignments, Patience patience);

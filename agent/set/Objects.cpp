@@ -21,7 +21,7 @@ const Object* find(std::string_view name) {
     return found != all.end() ? &*found : nullptr;
 }
 
-/// The change itself is the tool's matter.
+/// cvChange and cvConfirmTimeout are left to the tool itself.
 bool isForUsers(const Object& object) {
     return object.isWritable && object.name != "cvChange" && object.name != "cvConfirmTimeout";
 }

@@ -10,7 +10,7 @@
 #include <variant>
 #include <vector>
 
-/// What corvanta-set knows of CORVANTA-MIB, which the build makes a table of.
+/// What corvanta-set knows of CORVANTA-MIB: a table that the build makes of the module.
 namespace trial {
 
 /// A number, or the octets of a text.

@@ -30,13 +30,12 @@ std::string join(const std::vector<std::string>& words) {
 
 } // namespace
 
-/// The change, which may have been made, is not to stay.
 struct TakeBack {
     std::string why;
 };
 
 Answer Trial::put(const std::vector<Assignment>& assignments) {
-    // None is sent again when its trial may already be over.
+    // A set is not sent again when its trial may already be over.
     const auto tries = std::clamp<seconds::rep>(m_options.time / m_options.wait, 1, kSetTries);
     return m_router.set(assignments, {m_options.wait, static_cast<int>(tries)});
 }
@@ -152,7 +151,7 @@ void Trial::make() {
     request.insert(request.end(), m_assignments.begin(), m_assignments.end());
     Answer answer;
     for (int i = 0; i < kSetRounds && answer.kind == Answer::Kind::none; ++i) {
-        // The answer can be lost. Made again, the change goes on from what was made of it.
+        // Only the answer may be lost. A repeated set continues from what the first one changed.
         while (i > 0 && !look({})) {
             if (interrupted() || !isInTime())
                 throw TakeBack{"no answer to the set: " + m_trouble};
@@ -251,7 +250,7 @@ End Trial::settle() {
         if (m_state == State::idle)
             break;
         m_wasSeen = m_wasSeen || m_state != State::unknown;
-        // After the trial, what is pending is another's.
+        // After the trial, a pending change is somebody else's.
         if (m_state == State::pending && Clock::now() < m_end) {
             const Answer answer = decide(Decision::revert);
             if (answer.kind == Answer::Kind::refused)
@@ -263,7 +262,7 @@ End Trial::settle() {
     if (m_state == State::restoring)
         return {kReverted, "the router is taking the change back"};
     if (m_state != State::idle && m_isConfirming)
-        return {kUnknown, "it is not known whether the router got to know that the change stays"};
+        return {kUnknown, "it is not known whether the confirmation reached the router"};
     if (m_state != State::idle)
         return {kUnreachable, "the router could not be told: " + itself};
     if (!m_wasSeen)

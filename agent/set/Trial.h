@@ -34,7 +34,7 @@ struct End {
 /// What cvChange can be set to.
 enum class Decision : std::int64_t { confirm = 2, revert = 3 };
 
-/// The change, which may have been made, is not to stay.
+/// Thrown when the change, which may have been made, is not to stay.
 struct TakeBack;
 
 using Values = std::vector<Value>;
@@ -82,7 +82,7 @@ private:
     Values m_before; ///< the change
     Values m_new;    ///< that the change is to bring
 
-    // What the last look has shown.
+    // What the router said when it was last asked.
     State m_state = State::unknown;
     seconds m_remaining{};
     Values m_values;

@@ -32,24 +32,55 @@ bool writeAll(const std::string& file, const std::string& text) {
     return whole && closed;
 }
 
+/// Reads what is open, and closes it.
+std::optional<std::string> readAll(int descriptor) {
+    std::optional<std::string> text(std::in_place);
+    std::array<char, 4096> piece{};
+    ssize_t size = 0;
+    while ((size = read(descriptor, piece.data(), piece.size())) > 0)
+        text->append(piece.data(), static_cast<std::size_t>(size));
+    const int error = errno;
+    close(descriptor);
+    if (size == 0)
+        return text;
+    errno = error;
+    return std::nullopt;
+}
+
+std::string folderOf(const std::string& file) {
+    return std::filesystem::path(file).parent_path();
+}
+
 } // namespace
 
 std::optional<std::string> textOf(const std::string& file) {
     const int descriptor = open(file.c_str(), O_RDONLY | O_CLOEXEC);
-    if (descriptor < 0)
-        return std::nullopt;
-    std::string text;
-    std::array<char, 4096> piece{};
-    for (ssize_t size; (size = read(descriptor, piece.data(), piece.size())) > 0;)
-        text.append(piece.data(), static_cast<std::size_t>(size));
-    close(descriptor);
-    return text;
+    return descriptor < 0 ? std::nullopt : readAll(descriptor);
+}
+
+bool loadFile(const std::string& file, std::optional<std::string>& text) {
+    const std::filesystem::path path(file);
+    const int folder = open(path.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (folder < 0)
+        return false;
+    const int descriptor = openat(folder, path.filename().c_str(), O_RDONLY | O_CLOEXEC);
+    const bool none = descriptor < 0 && errno == ENOENT;
+    close(folder);
+    text = descriptor < 0 ? std::nullopt : readAll(descriptor);
+    return text || none;
 }
 
 bool replaceFile(const std::string& file, const std::string& text) {
     const std::string beside = file + ".new";
-    return writeAll(beside, text) && std::rename(beside.c_str(), file.c_str()) == 0 &&
-           syncFolder(std::filesystem::path(file).parent_path());
+    return writeAll(beside, text) && renameFile(beside, file);
+}
+
+bool removeFile(const std::string& file) {
+    return (std::remove(file.c_str()) == 0 || errno == ENOENT) && syncFolder(folderOf(file));
+}
+
+bool renameFile(const std::string& file, const std::string& newName) {
+    return std::rename(file.c_str(), newName.c_str()) == 0 && syncFolder(folderOf(newName));
 }
 
 bool syncFolder(const std::string& folder) {

@@ -4,8 +4,8 @@
 
 namespace agent {
 
-/// Tells by events of the folder when something happens to a file there, which may be replaced, or
-/// go with its folder and come back.
+/// Watches a file through the events of its folder, so that the file may be replaced, or vanish
+/// with its folder and come back.
 class FolderWatch {
 public:
     explicit FolderWatch(const std::string& file);

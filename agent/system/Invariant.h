@@ -4,9 +4,8 @@
 
 namespace agent {
 
-/// Something does not hold that always has to: the program itself is wrong. Whoever throws it has
-/// changed nothing that can't be taken back, and the process ends; the next one goes by the
-/// journal.
+/// A condition that must always hold does not: the program itself is wrong. The process ends, and
+/// the next one goes by the journal; nothing was changed that cannot be taken back.
 class BrokenInvariant : public std::logic_error {
 public:
     using std::logic_error::logic_error;

@@ -1,6 +1,5 @@
 #include "agent/system/RealSystem.h"
 
-#include "agent/Log.h"
 #include "agent/system/Files.h"
 #include "agent/system/Spawn.h"
 
@@ -35,23 +34,32 @@ bool isYoung(const struct stat& state) {
 
 } // namespace
 
-RealSystem::RealSystem(int link, int stop, const std::string& stateFolder,
-                       const std::string& watchedFile, int clientLock)
-    : m_link(link), m_stop(stop), m_folder(stateFolder + "/"), m_clientLock(clientLock) {
+RealSystem::RealSystem(const Ends& ends, std::chrono::microseconds beat,
+                       const std::string& stateFolder, const std::string& watchedFile,
+                       int clientLock)
+    : m_ends(ends), m_beat(beat), m_folder(stateFolder + "/"), m_clientLock(clientLock) {
     if (!watchedFile.empty())
         m_watch.emplace(watchedFile);
 }
 
+void RealSystem::showLife() {
+    [[maybe_unused]] const auto size = write(m_ends.alive, "", 1);
+    m_beatDue = now() + m_beat;
+}
+
 System::Events RealSystem::wait(const Events& wanted, Clock::time_point until) {
     using std::chrono::seconds;
+    if (now() >= m_beatDue)
+        showLife();
+    until = std::min(until, m_beatDue);
     const int program = m_program ? m_program->descriptor() : -1;
     if (wanted.program && m_program)
         until = std::min(until, m_program->lookAgain());
     const auto left = std::max(until - now(), Clock::duration(0));
     const timespec time{left / seconds(1), (left % seconds(1)).count()};
     std::array<pollfd, 4> events{
-        {{wanted.message ? m_link : -1, POLLIN, 0},
-         {wanted.stop ? m_stop : -1, POLLIN, 0},
+        {{wanted.message ? m_ends.link : -1, POLLIN, 0},
+         {wanted.stop ? m_ends.stop : -1, POLLIN, 0},
          {wanted.program ? program : -1, POLLIN, 0},
          {wanted.file && m_watch ? m_watch->descriptor() : -1, POLLIN, 0}}};
     ppoll(events.data(), events.size(), &time, nullptr);
@@ -60,18 +68,19 @@ System::Events RealSystem::wait(const Events& wanted, Clock::time_point until) {
 }
 
 void RealSystem::send(const std::string& packet) {
-    if (::send(m_link, packet.data(), packet.size(), MSG_DONTWAIT | MSG_NOSIGNAL) < 0 &&
+    if (::send(m_ends.link, packet.data(), packet.size(), MSG_DONTWAIT | MSG_NOSIGNAL) < 0 &&
         errno != EAGAIN)
-        log(LOG_ERR, std::string("a message is lost: ") + std::strerror(errno));
+        m_lines.log(now(), LOG_ERR,
+                    std::string("a message to the other process is lost: ") + std::strerror(errno));
 }
 
 std::optional<std::string> RealSystem::receive() {
     const ssize_t size =
-        recv(m_link, nullptr, 0, MSG_PEEK | MSG_TRUNC | MSG_DONTWAIT); // its whole length
+        recv(m_ends.link, nullptr, 0, MSG_PEEK | MSG_TRUNC | MSG_DONTWAIT); // its whole length
     if (size < 0)
         return std::nullopt;
     std::string packet(static_cast<std::size_t>(size), '\0');
-    if (recv(m_link, packet.data(), packet.size(), MSG_DONTWAIT) != size)
+    if (recv(m_ends.link, packet.data(), packet.size(), MSG_DONTWAIT) != size)
         return std::nullopt;
     return packet; // an empty one is taken out too
 }
@@ -98,11 +107,8 @@ std::string RealSystem::whyNotRun(const std::string& name) {
     return ProgramFile::find(name).why;
 }
 
-std::optional<std::string> RealSystem::load(const std::string& name) {
-    auto text = textOf(m_folder + name);
-    if (!text && errno != ENOENT)
-        text.emplace();
-    return text;
+bool RealSystem::load(const std::string& name, std::optional<std::string>& content) {
+    return loadFile(m_folder + name, content);
 }
 
 bool RealSystem::store(const std::string& name, const std::string& content) {
@@ -110,12 +116,11 @@ bool RealSystem::store(const std::string& name, const std::string& content) {
 }
 
 bool RealSystem::remove(const std::string& name) {
-    return (unlink((m_folder + name).c_str()) == 0 || errno == ENOENT) && syncFolder(m_folder);
+    return removeFile(m_folder + name);
 }
 
 bool RealSystem::rename(const std::string& name, const std::string& newName) {
-    return std::rename((m_folder + name).c_str(), (m_folder + newName).c_str()) == 0 &&
-           syncFolder(m_folder);
+    return renameFile(m_folder + name, m_folder + newName);
 }
 
 std::optional<std::string> RealSystem::circuits() {

@@ -11,7 +11,7 @@ namespace agent {
 
 using Clock = std::chrono::steady_clock;
 
-/// What a file looks like from outside: two that differ mean that the file has changed.
+/// What a file looks like from outside. When two of these differ, the file has changed.
 struct FileState {
     dev_t device = 0;
     ino_t inode = 0;
@@ -40,7 +40,7 @@ struct ProgramEnd {
 /// messages to the other process. What decides in the agent knows nothing else of the outside, so
 /// that a test can play any history of faults with it, in a world of its own.
 ///
-/// One thread uses it. Nothing here throws but for want of memory.
+/// One thread uses it. Nothing here throws, unless memory runs out.
 class System {
 public:
     virtual ~System() = default;
@@ -79,15 +79,16 @@ public:
     /// Why a program of this name can't be run; empty when it can.
     virtual std::string whyNotRun(const std::string& name) = 0;
 
-    /// @return a file of the state folder; empty when it can't be read, nothing when there is none
-    virtual std::optional<std::string> load(const std::string& name) = 0;
+    /// Reads a file of the state folder; nothing when there is none.
+    /// @return whether it could be looked at; else, with errno, it may be there or not
+    virtual bool load(const std::string& name, std::optional<std::string>& content) = 0;
 
     /// Gives a file of the state folder a new content, which is safely there when this returns
     /// true; on a failure, with errno, the old one may still be.
     virtual bool store(const std::string& name, const std::string& content) = 0;
 
-    /// Removes a file of the state folder, or gives it another name, likewise. One that isn't there
-    /// has been removed.
+    /// Removes a file of the state folder, or an empty folder in it, or gives it another name,
+    /// likewise. One that isn't there has been removed.
     virtual bool remove(const std::string& name) = 0;
     virtual bool rename(const std::string& name, const std::string& newName) = 0;
 

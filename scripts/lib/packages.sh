@@ -53,6 +53,14 @@ need_node() {
     command -v node >/dev/null || need_packages nodejs
 }
 
+# axe-core, which tells what keeps people from using a page, into build/axe.
+need_axe() {
+    [ ! -e build/axe/node_modules/axe-core/axe.min.js ] || return 0
+    command -v npm >/dev/null || need_packages npm || return
+    quietly "Fetching axe-core from npm" npm install --prefix build/axe --no-save --no-package-lock --ignore-scripts \
+        --no-audit --no-fund axe-core@4.14.1
+}
+
 # What building and running every part takes.
 # shellcheck disable=SC2034
 build_packages=(g++ cmake make ninja-build pkg-config libgtest-dev libsqlite3-dev sqlite3 libsnmp-dev libseccomp-dev)

@@ -122,7 +122,9 @@ TEST(Agent, ServesTheTreeAsASubagent) {
         {kUser + "Operator -l authNoPriv", "snmpget", "3.2.0", "INTEGER: 2"},
         {kUser + "Operator -l authNoPriv", "snmpset", "3.2.0 i 2", "noAccess"},
         {own, "snmpset", "3.2.0 i 2", "INTEGER: 2"},
-        {own, "snmpget", "1 .1.3.6.1.2.1.1.3.0", "1.3.0 = No Such Object"},
+        {reader + "authNoPriv", "snmpget", "1 .1.3.6.1.2.1.1.3.0", "1.3.0 = Timeticks"},
+        {own, "snmpget", "1 .1.3.6.1.2.1.1.4.0", "1.4.0 = No Such Object"},
+        {own, "snmpset", "3.2.0 i 2 .1.3.6.1.2.1.1.5.0 s x", "noAccess"},
         {kUser + "Stranger -l authPriv", "snmpget", "3.2.0", "authorizationError"},
         {kUser + "Nobody -l authPriv", "snmpget", "3.2.0", "Unknown user name"},
         {"-v2c -c public", "snmpget", "3.2.0", "Timeout"},
@@ -160,6 +162,7 @@ TEST(Agent, RefusesWhatDoesNotFitAndChangesNothing) {
         {"7.1.4.1", "i 1", "wrongType"},
         {"3.1.0", "x 00", "wrongValue"},
         {"7.1.2.1", "i 3", "wrongValue"},
+        {"6.1.2.1", "i 0", "wrongValue"},
         {"6.1.4.1", "i -1", "wrongValue"},
         {"6.1.4.1", "i 256", "wrongValue"},
         {"6.1.5.1", "i 65536", "wrongValue"},
@@ -184,9 +187,10 @@ TEST(Agent, RefusesWhatDoesNotFitAndChangesNothing) {
     EXPECT_EQ(before, site.sql(".dump"));
     EXPECT_FALSE(site.has("hit"));
     EXPECT_EQ("Counter32: " + std::to_string(refused), site.get("1.4.0"));
-    // What a shell would take for more than a word, but a text may hold.
-    EXPECT_EQ("", site.set("7.1.4.1", "s \"*'&<>()!\""));
-    EXPECT_EQ("*'&<>()!\n", site.sql("SELECT ParentIf FROM VLAN WHERE Id=2"));
+    // What a shell would take for more than a word, but a text may hold; as long as one may be.
+    EXPECT_EQ("", site.set("7.1.4.1", "s \"*'&<>()!12345\""));
+    EXPECT_EQ("*'&<>()!12345\n", site.sql("SELECT ParentIf FROM VLAN WHERE Id=2"));
+    EXPECT_EQ("", site.set("7.1.4.1", "s ''"));
 }
 
 TEST(Agent, ShowsAWalkOneSnapshot) {
@@ -244,8 +248,14 @@ TEST(Agent, ServesNoOldValues) {
     EXPECT_LT(site.logged(), 8) << site.run("cat agent.log");
 }
 
+TEST(Agent, KillsAndCountsClientsThatHang) {
+    Site site("-i 1 -l 2");
+    site.write("stall", "");
+    EXPECT_TRUE(soon([&] { return site.get("1.5.0") != "Counter32: 0"; }));
+}
+
 TEST(Agent, NamesMistakesInItsOptions) {
-    const std::string seconds = " is no number of seconds from 1 to 604800";
+    const std::string seconds = " is not a number of seconds from 1 to 604800";
     const std::pair<std::string, std::string> cases[] = {
         {"--nowhere", "'--nowhere'"},
         {"-y", "'-y'"},

@@ -142,6 +142,7 @@ const Scenario kScenarios[] = {
         {"6.1.5.1 i 33", ""}, // reads everything again
         {"wait 4", ""},
         {"6.1.5.1", "INTEGER: 33"},
+        {"7.1.4.2", "No Such Instance currently exists at this OID"},
         {"1.2.0", "Counter32: 0"},
         {"6.1.5.1 i 32", ""},
         {"sql DELETE FROM Bridge; DELETE FROM BridgeFilter; DELETE FROM BridgeInterface;"
@@ -221,7 +222,7 @@ TEST(Journal, IsNotObeyedWhenItIsDamaged) {
     damaged.push_back(journal + "\n");
     // Whole, but of a version that is yet to come.
     damaged.push_back(
-        site.run("sed '$d; 1s/1$/2/' state/dev/change.journal | tee next; echo end $(gzip -c "
+        site.run("sed '$d; 1s/2$/3/' state/dev/change.journal | tee next; echo end $(gzip -c "
                  "next | tail -c 8 | head -c 4 | od -An -tx4)"));
     for (const std::string& text : damaged) {
         site.run("rm -f state/dev/*.damaged");

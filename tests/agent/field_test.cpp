@@ -73,91 +73,96 @@ int side(const Site& site, const std::string& name) {
     return pid > 0 ? pid : INT_MAX; // that of nobody: 0 would mean this process and all beside it
 }
 
-TEST(Field, AReplayedSetIsRefusedAfterAKill) {
-    Site site;
-    site.write("agent.conf",
-               "createUser corvantaOperator SHA 'auth passphrase' AES 'priv passphrase'\n"
-               "rwuser corvantaOperator\n");
-    site.manager = kUser + "Operator -l authPriv";
-    site.environment += "SNMPCONFPATH=. ";
-    site.startAlone("-i 60");
-    const auto identity = [&] {
-        return site.tool("snmpget", ".1.3.6.1.6.3.10.2.1.1.0") +
-               site.tool("snmpget -Ov", ".1.3.6.1.6.3.10.2.1.2.0");
-    };
-    const std::string before = identity();
-    const std::string set = packetsOf(site, "snmpset", Site::oid("6.1.5.1") + " i 77").back();
-    EXPECT_EQ("INTEGER: 77", site.get("6.1.5.1"));
-    EXPECT_EQ("", site.set("6.1.5.1", "i 32"));
-    site.agent->end(SIGKILL);
-    site.startAlone("-i 60");
-    const std::string after = identity();
-    const std::size_t boots = before.rfind(' ');
-    EXPECT_EQ(before.substr(0, boots), after.substr(0, boots));
-    EXPECT_EQ(std::stoi(before.substr(boots)) + 1, std::stoi(after.substr(boots)));
-    const Port replayer;
-    replayer.send(portOf(site), set);
-    const std::string report("\x2b\x06\x01\x06\x03\x0f\x01\x01\x02\x00", 10); // not in time windows
-    EXPECT_NE(std::string::npos, replayer.receive(120000).find(report));
-    EXPECT_EQ("32\n", site.sql("SELECT Vci FROM Atm WHERE Id=1"));
-}
+/// An agent whose user is known by what is stored alone, with keys that only one engine ID fits.
+struct Survivor : Site {
+    Survivor() {
+        run("mkdir first; echo 'createUser corvantaOperator SHA \"auth passphrase\" AES \"priv "
+            "passphrase\"' >first/corvantad.conf; echo 'rwuser corvantaOperator' >agent.conf");
+        manager = kUser + "Operator -l authPriv";
+        environment += "SNMPCONFPATH=. ";
+        patience = "0.3";
+    }
 
-/// The user is known by what is stored alone, with keys that only this engine ID fits.
-TEST(Field, NoUserIsLostWhateverEndsAStart) {
-    Site site;
-    site.run("mkdir state; echo 'createUser corvantaOperator SHA \"auth passphrase\" AES \"priv "
-             "passphrase\"' >state/corvantad.conf; echo 'rwuser corvantaOperator' >agent.conf");
-    site.manager = kUser + "Operator -l authPriv";
-    site.environment += "SNMPCONFPATH=. ";
-    const std::string options = "-m " + site.address + " -c agent.conf -s state -i 60";
-    std::string engine;
-    int boots = 0;
-    const auto answers = [&](const std::string& after) {
-        site.startAgent(options);
-        site.patience = "0.3";
+    /// A start with a state, under a tracer that may inject a fault. @return 0 when it comes to
+    /// serve
+    int start(const std::string& state, const std::string& injection) {
+        run("rm -rf state; cp -a " + state + " state; >agent.log");
+        tracer = "strace -f -qq -o trace.log ";
+        for (const char* name : {"", "/corvantad.conf", "/corvantad.0.conf", "/corvantad.conf.new",
+                                 "/new", "/new/corvantad.conf", "/cert_indexes"})
+            for (const char* place : {"/", "/net"})
+                tracer += std::string("-P $PWD/state") + place + name + ' ';
+        tracer += injection + ' ';
+        startAgent(options);
+        EXPECT_TRUE(
+            soon([&] { return !agent->running() || !run("grep started$ agent.log").empty(); }));
+        const int status = agent->running() ? 0 : agent->end(0);
+        agent.reset();
+        tracer.clear();
+        return status;
+    }
+
+    /// Whether the next start answers the user, as the same engine with more boots.
+    bool answers() {
+        startAgent(options);
         std::string answer;
-        soon([&] {
-            answer = site.tool("snmpget -Oqv", ".1.3.6.1.6.3.10.2.1.1.0 .1.3.6.1.6.3.10.2.1.2.0");
+        EXPECT_TRUE(soon([&] {
+            answer = tool("snmpget -Oqv", ".1.3.6.1.6.3.10.2.1.1.0 .1.3.6.1.6.3.10.2.1.2.0");
             return answer[0] == '"';
-        });
+        })) << run("cat agent.log");
         const std::size_t end = answer.rfind('"') + 1;
-        const std::string before = engine.empty() ? answer.substr(0, end) : engine;
-        engine = answer.substr(0, end);
-        EXPECT_EQ(before, engine) << after;
-        EXPECT_LT(boots, std::atoi(answer.c_str() + end))
-            << after << answer << site.run("cat agent.log");
-        boots = std::atoi(answer.c_str() + end);
-        site.agent->end(SIGKILL);
-        return !::testing::Test::HasFailure();
-    };
-    ASSERT_TRUE(answers("nothing"));
-    // Without power, or killed, while another version wrote: it set the old file aside meanwhile.
-    for (const char* left :
-         {"cp corvantad.conf corvantad.0.conf", "mv corvantad.conf corvantad.0.conf",
-          "mv corvantad.conf corvantad.0.conf; head -n 32 corvantad.0.conf >corvantad.conf"})
-        ASSERT_TRUE(site.run("cd state/net; " + std::string(left)) == "" && answers(left));
-    // At each call that changes these files: killed, or told that the disk is full from then on.
-    std::string trace = "strace -f -qq -o /dev/null -e trace=write,fsync,rename,unlink,mkdir";
-    for (const char* name :
-         {"corvantad.conf", "corvantad.0.conf", "corvantad.conf.new", "new", "new/corvantad.conf"})
-        trace += std::string(" -P $PWD/state/net/") + name;
-    for (const std::string fault :
-         {"write:signal=KILL", "fsync:signal=KILL", "rename:signal=KILL", "unlink:signal=KILL",
-          "mkdir:signal=KILL", "write:error=ENOSPC", "fsync:error=ENOSPC", "mkdir:error=ENOSPC"})
-        for (int n = 1;; ++n) {
-            site.tracer = trace + " -e inject=" + fault + ":when=" + std::to_string(n) + "+ ";
-            site.write("agent.log", "");
-            site.startAgent(options);
-            const auto started = [&] { return !site.run("grep started$ agent.log").empty(); };
-            EXPECT_TRUE(soon([&] { return !site.agent->running() || started(); }));
-            site.agent->end(SIGKILL);
-            site.tracer.clear();
-            if (started()) {
-                EXPECT_LT(1, n) << fault;
-                break;
-            }
-            ASSERT_TRUE(answers(fault + std::to_string(n)));
+        if (engine.empty()) {
+            engine = answer.substr(0, end);
+            captured = makeRequest(*this);
+        } else {
+            EXPECT_EQ(engine, answer.substr(0, end));
+            EXPECT_LT(1, std::atoi(answer.c_str() + end));
+            const std::string notInTimeWindows("\x2b\x06\x01\x06\x03\x0f\x01\x01\x02\x00", 10);
+            const Port replayer;
+            replayer.send(portOf(*this), captured);
+            EXPECT_NE(std::string::npos, replayer.receive(120000).find(notInTimeWindows));
         }
+        agent->end(SIGKILL);
+        return !::testing::Test::HasFailure();
+    }
+
+    const std::string options = "-m " + address + " -c agent.conf -s state -i 60";
+    std::string engine;   ///< of the first start that has answered
+    std::string captured; ///< a packet to it
+};
+
+TEST(Field, TheIdentityOutlivesWhateverEndsAStart) {
+    Survivor site;
+    int points = 0;
+    for (const std::string state : {"first", "later", "older"}) {
+        EXPECT_EQ(0, site.start(state, ""));
+        std::istringstream calls(
+            site.run("sed -n 's/^\\([0-9]* *[a-z0-9]*\\)(.*/\\1/p' trace.log | "
+                     "sort | uniq -c"));
+        std::string process, call;
+        for (int count = 0; calls >> count >> process >> call;) {
+            std::cout << state << ": " << call << ' ' << count << '\n';
+            for (int n = 1; n <= count; ++n, ++points) {
+                const std::string point = call + ":signal=KILL:when=" + std::to_string(n);
+                SCOPED_TRACE(state + ": " + point);
+                EXPECT_NE(0, site.start(state, "-e inject=" + point)) << site.run("cat agent.log");
+                if (state == "first")
+                    site.engine.clear(); // there was none to keep
+                ASSERT_TRUE(site.answers());
+            }
+        }
+        if (state == "first") // 1.1.0 has left the last when it was killed, and 1.1.1 a part of it
+            site.run("mv state later; mkdir -p older/new older/cert_indexes; cd older; "
+                     "sed '/^#/d' ../later/net/corvantad.conf >corvantad.0.conf; "
+                     "head -n 1 corvantad.0.conf | tee corvantad.conf >new/corvantad.conf");
+    }
+    EXPECT_LT(40, points) << "the trace has missed calls";
+    for (const std::string fault :
+         {"write:error=ENOSPC", "fsync:error=EIO", "rename:error=ENOSPC"}) {
+        EXPECT_EQ(1, site.start("later", "-e inject=" + fault)) << fault;
+        EXPECT_NE("", site.run("grep 'cannot write corvantad.conf: ' agent.log"));
+        ASSERT_TRUE(site.answers()) << fault;
+    }
 }
 
 /// The database is locked for 10 s; $CORVANTA_LOCK says otherwise.
@@ -636,7 +641,7 @@ TEST(Field, TheDoubtAboutASetIsNotAnothers) {
     EXPECT_EQ("78\n", site.sql("SELECT Vci FROM Atm WHERE Id=1"));
 }
 
-TEST(Field, TheWatchdogIsServedByWhatWorks) {
+TEST(Field, ASideThatDoesNotMoveIsReplaced) {
     Site site;
     const std::string path = site.folder.string() + "/notices";
     const int notices = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
@@ -644,8 +649,9 @@ TEST(Field, TheWatchdogIsServedByWhatWorks) {
     address.sun_family = AF_UNIX;
     path.copy(address.sun_path, path.size());
     ASSERT_EQ(0, bind(notices, reinterpret_cast<sockaddr*>(&address), sizeof address));
-    site.environment += "WATCHDOG_USEC=2000000 NOTIFY_SOCKET=" + path + " ";
-    site.startAlone("-i 60");
+    // A beat of 2 s, six of them without a sign are too long.
+    site.environment += "WATCHDOG_USEC=24000000 NOTIFY_SOCKET=" + path + " ";
+    site.startAlone("-i 60 -l 600 -d 600");
     const auto hears = [&](const std::string& notice, int ms) {
         pollfd waiting{notices, POLLIN, 0};
         char text[100];
@@ -657,18 +663,24 @@ TEST(Field, TheWatchdogIsServedByWhatWorks) {
     };
     const std::string sign = "WATCHDOG=1";
     EXPECT_TRUE(hears("READY=1", 120000));
-    EXPECT_TRUE(hears(sign, 120000) && hears(sign, 120000));
-    site.write("runs", "");
-    const auto lock = site.lock(); // waiting for something that has an end is work
-    std::thread manager([&] { site.set("6.1.5.1", "i 77"); });
-    EXPECT_TRUE(soon([&] { return site.runs() > 0; }));
-    for (int i = 0; i < 3; ++i)
+    site.write("stall", ""); // waiting for something that has an end is a sign of life
+    std::thread manager([&] { EXPECT_EQ("", site.set("6.1.5.1", "i 77")); });
+    EXPECT_TRUE(soon([&] { return site.has("stalled"); }));
+    for (int i = 0; i < 8; ++i)
         EXPECT_TRUE(hears(sign, 120000)) << i;
-    site.release("locked");
+    site.release("stall");
     manager.join();
-    kill(side(site, "dev"), SIGSTOP);
-    EXPECT_TRUE(soon([&] { return !hears(sign, 2500); })); // more than the time that it has
-    kill(side(site, "dev"), SIGCONT);
+    for (const std::string name : {"dev", "net"})
+        kill(side(site, name), SIGSTOP);
+    for (const std::string name : {"dev", "net"}) {
+        const std::string killed = "grep 'corvantad-" + name + " gives no sign of life' agent.log";
+        EXPECT_TRUE(soon([&] { return !site.run(killed).empty(); })) << name;
+    }
+    site.awaitAgent();
+    EXPECT_TRUE(soon([&] { return site.set("6.1.5.1", "i 32").empty(); }));
+    kill(site.agent->pid(), SIGSTOP);
+    EXPECT_TRUE(soon([&] { return !hears(sign, 6000); }));
+    kill(site.agent->pid(), SIGCONT);
     EXPECT_TRUE(hears(sign, 120000));
     for (const std::string noTime : {"0", "soon"}) { // nobody watches
         EXPECT_EQ(0, site.agent->end(SIGTERM));
@@ -690,6 +702,37 @@ TEST(Field, TheLogTellsWhoCouldWriteWhat) {
     site.startAlone("-i 60");
     EXPECT_EQ("1\n", site.run("grep -c 'without Landlock.*--net-user' agent.log"));
     EXPECT_EQ(geteuid() == 0 ? "1\n" : "0\n", site.run("grep -c 'runs as root: --user' agent.log"));
+}
+
+/// snmpd would drop an agent that doesn't answer, and with it the objects.
+TEST(Field, AMasterIsAnsweredThoughTheDeviceSideIsFrozen) {
+    Subagent site;
+    site.run("echo agentXTimeout 20 >>master.conf");
+    site.agent->end(SIGTERM);
+    site.master->end(SIGTERM);
+    site.startMaster();
+    site.startAgent("-x agentx -s state -d 15");
+    for (const bool thaws : {true, false}) {
+        SCOPED_TRACE(thaws);
+        site.awaitAgent();
+        site.write("hold", "");
+        std::thread manager([&] { EXPECT_EQ("(genError)", site.set("6.1.5.1", "i 77")); });
+        site.held();
+        const int frozen = side(site, "dev");
+        kill(frozen, SIGSTOP);
+        manager.join();
+        if (thaws) {
+            kill(frozen, SIGCONT);
+        } else {
+            EXPECT_NE("notWritable", site.set("6.1.5.2", "i 33"));
+            EXPECT_TRUE(
+                soon([&] { return !site.run("grep 'no sign of life' agent.log").empty(); }));
+        }
+        site.release("hold");
+        site.release("held");
+        EXPECT_TRUE(soon([&] { return site.set("6.1.5.2", "i 32").empty(); }));
+        EXPECT_EQ("32\n", site.sql("SELECT Vci FROM Atm WHERE Id=1"));
+    }
 }
 
 TEST(Field, AUserOwnsItsState) {

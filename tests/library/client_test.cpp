@@ -184,6 +184,7 @@ TEST_F(ClientTest, TextReads) {
     char buffer[] = "old";
     int length = 77;
     EXPECT_EQ(6, config_string_access_by_id(access_get, buffer, 2, &length, "B", "N", 4));
+    EXPECT_EQ(1, config_string_access_by_id(access_create, buffer, 4, &length, "B", "N", 4));
     EXPECT_STREQ("old", buffer);
 }
 

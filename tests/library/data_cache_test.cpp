@@ -90,9 +90,9 @@ TEST_F(DataCacheTest, LoadsEverythingInOrder) {
 }
 
 TEST_F(DataCacheTest, WhatCannotBeReadStaysEmpty) {
-    database[atmRead(4)] = "0|" + std::string(20, 'd') + "|1|2|3";
+    database[atmRead(4)] = "2|" + std::string(20, 'd') + "|1|2|3";
     database[atmRead(5)] = "2||x| 7y|-1\n"; // no empty fields: four tokens
-    database[atmRead(6)] = "2|d|x| 7y|-1|9\n";
+    database[atmRead(6)] = "x|d|x| 7y|-1|9\n";
     database[atmRead(7)] = notStarted;
     database[slotRead(2)] = "x\n";
     database[memberBridge(7)] = "-1\n"; // the Id of no slot
@@ -103,7 +103,7 @@ TEST_F(DataCacheTest, WhatCannotBeReadStaysEmpty) {
     update_managed_objects();
     for (const int empty : {5, 7, 8}) // 8 is not read after the failure of 7
         EXPECT_EQ("0  0 0 0", atm(empty)) << empty;
-    EXPECT_EQ((Lines{"1 dev1 1 32 0", "2 " + std::string(19, 'd') + " 1 2 3", "0 d 0 7 -1",
+    EXPECT_EQ((Lines{"1 dev1 1 32 0", "0 " + std::string(19, 'd') + " 1 2 3", "0 d 0 7 -1",
                      "br1 11 eth0 wan1", "br2 -1  ", "br8 18  ", "0 if3", "1 "}),
               (Lines{atm(1), atm(4), atm(6), slot(1), slot(2), slot(8), vlan(3), vlan(4)}));
     loading.erase(loading.begin() + 7);

@@ -245,6 +245,7 @@ TEST_F(ReportTest, KeyedReadsBeforeTheFirstReport) {
         platform.script({"42\n", ""});
         EXPECT_EQ(0, handler.getIntegerValue(value, "Atm", "Vpi", "Id", "3"));
         EXPECT_EQ(42, value);
+        EXPECT_EQ((Lines{quorlet(" selectkey Atm Id 3 Vpi ; ")}), platform.commands);
         EXPECT_TRUE(handler.m_atmTable.m_bVerbose && Wrapper::getInstance()->m_bVerbose);
         EXPECT_EQ(1, handler.getIntegerValue(value, "Atm", "Vpi", "Id", "3"));
     }

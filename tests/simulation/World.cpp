@@ -89,9 +89,10 @@ std::optional<ProgramEnd> World::collectProgram() {
     return ProgramEnd{m_said, "", m_killed ? -1 : 0};
 }
 
-std::optional<std::string> World::load(const std::string& name) {
-    const auto file = files.find(name);
-    return file == files.end() ? std::nullopt : std::optional(file->second);
+bool World::load(const std::string& name, std::optional<std::string>& content) {
+    if (const auto file = files.find(name); file != files.end())
+        content = file->second;
+    return true;
 }
 
 bool World::store(const std::string& name, const std::string& content) {

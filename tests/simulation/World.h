@@ -42,7 +42,7 @@ public:
     std::optional<agent::ProgramEnd> collectProgram() override;
     void killProgram() override {}
     std::string whyNotRun(const std::string&) override { return ""; }
-    std::optional<std::string> load(const std::string& name) override;
+    bool load(const std::string& name, std::optional<std::string>& content) override;
     bool store(const std::string& name, const std::string& content) override;
     bool remove(const std::string& name) override;
     bool rename(const std::string& name, const std::string& newName) override;

@@ -4,12 +4,15 @@
 
 #include "World.h"
 
+#include "agent/Log.h"
 #include "agent/net/Sets.h"
 #include "agent/system/Invariant.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -129,16 +132,38 @@ TEST_F(SetsTest, GetsTheSameAnswerWhenItComesAgain) {
 }
 
 TEST_F(SetsTest, GivesUpOnAProcessThatHangs) {
+    const auto deadline = world.now() + options.setDeadline;
     ask();
+    EXPECT_GT(deadline, sent().deadline); // so that it can tell before that it was late
+    EXPECT_EQ(deadline, sets.giveUp());
     const std::uint64_t id = sent().id;
-    world.wait({}, sets.giveUp() - seconds(1));
+    world.wait({}, deadline - seconds(1));
     sets.checkTime();
     EXPECT_TRUE(sets.waits());
-    world.wait({}, sets.giveUp());
+    world.wait({}, deadline);
     sets.checkTime();
     expectAnswer(ErrorStatus::genErr);
+    EXPECT_EQ(id, std::get<TakeBack>(world.sent.back()).id);  // should it make it all the same
     sets.take(SetResult{id, Outcome::done, Reason::none, 0}); // too late
     expectAnswer(ErrorStatus::genErr);
+}
+
+/// Where the other process is not what it was any more.
+TEST(Lines, OfWhatIsNotUnderstoodAreLimited) {
+    struct Noise : World {
+        std::optional<std::string> receive() override { return "noise"; }
+    } noise;
+    Link link(noise);
+    openLog(true);
+    testing::internal::CaptureStderr();
+    for (const int minute : {1, 2}) {
+        for (int i = 0; i < 1000; ++i)
+            EXPECT_FALSE(link.receive());
+        noise.wait({}, noise.now() + std::chrono::minutes(minute));
+    }
+    const std::string text = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(20 + 1 + 20, std::count(text.begin(), text.end(), '\n'));
+    EXPECT_NE(text.npos, text.find(" 980 more lines")) << text;
 }
 
 TEST_F(SetsTest, BreaksOffWhereItsStateDoesNotHold) {

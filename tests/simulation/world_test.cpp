@@ -9,6 +9,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdint>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -48,10 +50,7 @@ const Kind* last(const World& world) {
 
 class WorldTest : public testing::Test {
 protected:
-    void run() {
-        const Options options;
-        Worker(options, world).run();
-    }
+    void run() { Worker(options, world).run(); }
 
     /// A process begins, and reads everything once.
     bool isReady() const {
@@ -87,6 +86,7 @@ protected:
         run();
     }
 
+    Options options;
     World world;
 };
 
@@ -118,6 +118,38 @@ TEST_F(WorldTest, ASetIsWholeOrTakenBackWhereverItsProcessIsKilled) {
     world.database = factory;
     set(changes);
     EXPECT_EQ(after, contents(world.database));
+}
+
+/// The other process could be one by now that asks without end.
+TEST_F(WorldTest, SetsWithoutEndAreNotLoggedWithoutEnd) {
+    constexpr std::uint64_t kSets = 40; // on trial, and every other one takes it back
+    std::uint64_t asked = 0;
+    world.begin();
+    world.stops = [&] {
+        const auto* const result = last<SetResult>(world);
+        if (result != nullptr ? result->id == asked && asked < kSets : asked == 0 && isReady()) {
+            SetRequest set{};
+            set.id = ++asked;
+            set.incarnation = last<Hello>(world)->incarnation;
+            set.deadline = world.now() + std::chrono::seconds(4);
+            if (asked % 2 == 1) {
+                set.changes = {{find("cvVlanEnabled"), 1, {1, ""}, 0}};
+                set.trial = std::chrono::seconds(60);
+            } else {
+                set.verdict = Verdict::revert;
+            }
+            world.inbox.emplace_back(set);
+        }
+        return result != nullptr && result->id == kSets;
+    };
+    options.foreground = true; // its log goes to standard error
+    testing::internal::CaptureStderr();
+    run();
+    std::istringstream log(testing::internal::GetCapturedStderr());
+    int lines = 0;
+    for (std::string line; std::getline(log, line);)
+        lines += line.find("taken back") != line.npos;
+    EXPECT_EQ(20, lines) << log.str();
 }
 
 } // namespace

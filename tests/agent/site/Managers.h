@@ -5,7 +5,7 @@
 #include <string>
 
 /// For what comes, however busy the machine is; in seconds.
-inline const std::string kLong = "90";
+inline const std::string kLong = "900";
 
 /// What names a user of an agent with the shipped access rules, up to the end of the user's name.
 inline const std::string kUser =

@@ -1,0 +1,317 @@
+#include "Oracle.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace simulation {
+
+using agent::ChangeState;
+using agent::shapeOf;
+using agent::Table;
+using Kind = Writer::Kind;
+
+Oracle::Oracle(Machine& machine) : m_machine(machine) {
+    m_machine.database.watch(this);
+    valuesMayHaveChanged();
+}
+
+void Oracle::fail(const std::string& what) {
+    if (m_problem.empty())
+        m_problem = what;
+}
+
+// ------------------------------------------------------------------------ the device's process
+
+void Oracle::received(const agent::Message& message) {
+    const auto* request = std::get_if<agent::SetRequest>(&message);
+    if (request == nullptr)
+        return;
+    Set& set = m_sets[request->id];
+    if (std::exchange(set.received, true))
+        fail("a set is asked for twice");
+    set.request = *request;
+    if (request->verdict != agent::Verdict::notGiven && m_state == ChangeState::pending)
+        set.change = m_pending;
+    if (request->incarnation == m_incarnation) // else it drops it
+        m_waiting.push_back(request->id);
+}
+
+void Oracle::sent(const agent::Message& message) {
+    if (const auto* result = std::get_if<agent::SetResult>(&message)) {
+        m_waiting.erase(std::remove(m_waiting.begin(), m_waiting.end(), result->id),
+                        m_waiting.end());
+        if (result->outcome == agent::Outcome::late)
+            ++seen["a set was late"];
+        Set& set = m_sets[result->id];
+        set.done = result->outcome == agent::Outcome::done;
+        if (set.done)
+            checkValues(set);
+        if (set.done && set.change >= 0)
+            m_changes[static_cast<std::size_t>(set.change)].done = true;
+        if (set.done && set.before && !set.disturbed)
+            set.after = m_machine.database.meaning();
+    } else if (const auto* hello = std::get_if<agent::Hello>(&message)) {
+        m_incarnation = hello->incarnation;
+    } else if (const auto* snapshot = std::get_if<agent::Snapshot>(&message)) {
+        if (m_refreshes.empty() || snapshot->refreshed > m_refreshes.back())
+            m_refreshes.push_back(snapshot->refreshed);
+        if (m_state == ChangeState::restoring && snapshot->trial.state == ChangeState::idle)
+            restored(*snapshot);
+        enter(snapshot->trial.state, *snapshot);
+    }
+}
+
+/// What it has not answered, it will not any more.
+void Oracle::processEnded() {
+    m_leftBehind = m_state == ChangeState::pending     ? m_pending
+                   : m_state == ChangeState::restoring ? m_restored
+                   : m_waiting.empty()                 ? lastChange()
+                                                       : m_sets[m_waiting.front()].change;
+    m_waiting.clear();
+    m_fresh = true;
+    m_state = ChangeState::idle; // until the next one tells otherwise
+    m_counted = 0;
+    m_restoreWrote = false;
+}
+
+int Oracle::lastChange() const {
+    return static_cast<int>(m_changes.size()) - 1;
+}
+
+/// What the process says that its change is at.
+void Oracle::enter(ChangeState next, const agent::Snapshot& snapshot) {
+    if (next == ChangeState::restoring && m_state != ChangeState::restoring) {
+        m_counted = snapshot.counters.rowsNotRestored;
+        m_restored = m_state == ChangeState::pending ? m_pending
+                     : m_fresh                       ? m_leftBehind
+                                                     : lastChange();
+    }
+    if (next == ChangeState::pending && m_state != ChangeState::pending && !m_waiting.empty())
+        m_pending = m_sets[m_waiting.front()].change; // none when there was nothing to do
+    m_fresh = false;
+    m_state = next;
+}
+
+Writer Oracle::writer() {
+    if (m_state == ChangeState::restoring)
+        return {Kind::restore, m_restored};
+    if (m_waiting.empty())
+        return {Kind::restore, -1}; // a read, else wrong
+    Set& set = m_sets[m_waiting.front()];
+    if (set.change < 0) {
+        const bool joins = m_state == ChangeState::pending;
+        if (!joins || m_pending < 0) {
+            m_changes.emplace_back();
+            m_othersWrote = false;
+        }
+        set.change = joins && m_pending >= 0 ? m_pending : lastChange();
+        if (joins)
+            m_pending = set.change;
+        if (set.unanswered && set.request.trial == seconds(0))
+            m_changes.back().fate = Fate::either;
+        set.before.emplace(m_machine.database);
+    }
+    return {Kind::set, set.change};
+}
+
+// ------------------------------------------------------------------------------------ managers
+
+void Oracle::answered(std::uint64_t id, agent::net::ErrorStatus error) {
+    Set& set = m_sets[id];
+    const bool good = error == agent::net::ErrorStatus::noError;
+    ++seen[good ? "a set was made" : "a set was refused"];
+    if (good && !set.done && set.request.trial != seconds(0))
+        fail("noError for a trial that has not begun");
+    if (good && !set.done)
+        checkValues(set);
+    if (set.change < 0)
+        return;
+    Change& change = m_changes[static_cast<std::size_t>(set.change)];
+    const bool confirms = set.request.verdict == agent::Verdict::confirm;
+    if (good && (confirms || (set.request.trial == seconds(0) && !set.request.changes.empty())))
+        change.fate = Fate::stays;
+    else if (!good && (set.wrote || confirms))
+        change.fate = m_machine.disk.wasUnwell || error == agent::net::ErrorStatus::undoFailed
+                          ? Fate::either // what is left then, nobody can know
+                          : Fate::goes;
+}
+
+/// Of a set that has been made, the rows hold the values now, unless others were in the way.
+void Oracle::checkValues(const Set& set) {
+    if (set.disturbed)
+        return;
+    const Values now = valuesOf(m_machine.database);
+    std::map<Place, agent::Value> wanted; // of several for one object the last counts
+    for (const agent::Change& change : set.request.changes)
+        wanted[{change.object, change.row}] = change.value;
+    for (const auto& [place, value] : wanted)
+        if (!(now.at(place) == value))
+            fail(std::string("noError, but the rows don't say so: ") + place.first->label());
+}
+
+void Oracle::unanswered(std::uint64_t id) {
+    ++seen["a set got no answer"];
+    Set& set = m_sets[id];
+    set.unanswered = true;
+    if (set.change < 0)
+        return;
+    Change& change = m_changes[static_cast<std::size_t>(set.change)];
+    if (set.request.verdict == agent::Verdict::confirm || set.request.trial == seconds(0))
+        change.fate = Fate::either;
+}
+
+void Oracle::shown(const Place& place, const agent::Value& value, Time refreshed) {
+    const auto history = m_history.find(place);
+    if (history == m_history.end())
+        return;
+    ++seen["a value was read"];
+    const auto last = std::lower_bound(m_refreshes.begin(), m_refreshes.end(), refreshed);
+    const Time since = last == m_refreshes.begin() ? Time() : *(last - 1);
+    const auto& values = history->second;
+    for (std::size_t i = 0; i < values.size(); ++i)
+        if (values[i].second == value && (i + 1 == values.size() || values[i + 1].first >= since))
+            return;
+    fail(std::string("a value is shown that has not been true since the last refresh: ") +
+         place.first->label() + "." + std::to_string(place.second) + " = " +
+         std::to_string(value.number) + value.text);
+}
+
+// -------------------------------------------------------------------------------------- writes
+
+void Oracle::valuesMayHaveChanged() {
+    for (const auto& [place, value] : valuesOf(m_machine.database)) {
+        const auto known = m_values.find(place);
+        if (known != m_values.end() && known->second == value)
+            continue;
+        m_values[place] = value;
+        m_history[place].emplace_back(m_machine.now(), value);
+    }
+}
+
+/// Somebody else is in the way of the sets under way.
+void Oracle::disturb() {
+    ++m_othersWrites;
+    m_othersWrote = true;
+    for (const std::uint64_t id : m_waiting)
+        m_sets[id].disturbed = true;
+}
+
+/// A row without its Id, as it was before a change where one is given.
+std::string Oracle::contentOf(Table table, const Record& row, const Change* change) const {
+    Record before = row;
+    before.cells[0].text.clear();
+    if (change != nullptr)
+        for (std::size_t i = 1; i < row.cells.size(); ++i)
+            if (const auto cell = change->cells.find({row.serial, i}); cell != change->cells.end())
+                before.cells[i].text = cell->second.before;
+    if (const std::size_t bridge = shapeOf(table).bridgeId; bridge != 0)
+        before.cells[bridge].text.clear(); // it may come back under another Id
+    return before.text();
+}
+
+void Oracle::updated(Table table, const Record& row, std::size_t column, const Cell& before) {
+    const Cell& now = row.cells[column];
+    valuesMayHaveChanged();
+    if (now.writer == kOthers)
+        return disturb();
+    if (now.writer.change < 0)
+        return fail("a row is changed without a set");
+    Change& change = m_changes[static_cast<std::size_t>(now.writer.change)];
+    const auto cell = change.cells.find({row.serial, column});
+    if (now.writer.kind == Kind::set) {
+        m_sets[m_waiting.front()].wrote = true;
+        if (change.added.count(row.serial) != 0)
+            return;
+        if (cell == change.cells.end() || before.writer.kind == Kind::others)
+            change.cells[{row.serial, column}] = {table, before.text, now.text};
+        else
+            cell->second.last = now.text;
+        return;
+    }
+    change.restored = m_restoreWrote = true;
+    if (before.writer.kind == Kind::others && before.when <= row.read)
+        fail("what others have written is overwritten while a change is taken back: " +
+             std::string(shapeOf(table).name) + " " + row.text());
+    const bool returned = row.inserted == now.writer || change.added.count(row.serial) != 0;
+    if (cell == change.cells.end() && !returned && column != shapeOf(table).bridgeId)
+        fail("taking back writes what the change has not written: " +
+             std::string(shapeOf(table).name) + " " + row.text());
+}
+
+void Oracle::inserted(Table table, const Record& row) {
+    valuesMayHaveChanged();
+    if (row.inserted.kind == Kind::factory)
+        return;
+    if (row.inserted == kOthers)
+        return disturb();
+    if (row.inserted.change < 0)
+        return fail("a row is inserted without a set");
+    Change& change = m_changes[static_cast<std::size_t>(row.inserted.change)];
+    if (row.inserted.kind == Kind::set) {
+        m_sets[m_waiting.front()].wrote = true;
+        change.added[row.serial] = table;
+        return;
+    }
+    change.restored = m_restoreWrote = true;
+    change.returned.push_back({table, row.serial, contentOf(table, row, nullptr)});
+    const auto isLike = [&](const auto& other) {
+        return other.table == table && other.content == change.returned.back().content;
+    };
+    const auto wanted = std::count_if(change.removed.begin(), change.removed.end(), isLike);
+    const auto there =
+        std::count_if(change.returned.begin(), change.returned.end(), [&](const Returned& each) {
+            const auto dead = m_dead.find(each.serial);
+            return isLike(each) && (dead == m_dead.end() || dead->second.writer == kOthers);
+        });
+    if (there > wanted && !std::any_of(change.removed.begin(), change.removed.end(),
+                                       [](const Removed& each) { return each.raced; }))
+        fail(wanted == 0 ? "taking back inserts a row that the change has not removed: " +
+                               change.returned.back().content
+                         : "a row has come back more than once: " + change.returned.back().content);
+}
+
+void Oracle::removed(Table table, const Record& row, const Writer& writer) {
+    m_dead[row.serial] = {writer};
+    valuesMayHaveChanged();
+    if (writer == kOthers)
+        return disturb();
+    if (writer.change < 0)
+        return fail("a row is removed without a set");
+    Change& change = m_changes[static_cast<std::size_t>(writer.change)];
+    if (writer.kind == Kind::set) {
+        m_sets[m_waiting.front()].wrote = true;
+        if (change.added.count(row.serial) == 0) {
+            const bool raced =
+                std::any_of(row.cells.begin(), row.cells.end(), [&row](const Cell& cell) {
+                    return cell.writer == kOthers && cell.when > row.read;
+                });
+            change.removed.push_back({table, row, contentOf(table, row, &change), raced});
+        }
+        return;
+    }
+    change.restored = m_restoreWrote = true;
+    for (const Cell& cell : row.cells)
+        if (cell.writer == kOthers && cell.when <= row.read)
+            fail("a row that others have written is removed while a change is taken back: " +
+                 std::string(shapeOf(table).name) + " " + row.text());
+    const bool returned = row.inserted == writer;
+    if (change.added.count(row.serial) == 0 && !returned && row.inserted.kind != Kind::others)
+        fail("taking back removes a row that the change has not added: " +
+             std::string(shapeOf(table).name) + " " + row.text());
+}
+
+std::vector<std::pair<Table, int>> Oracle::touchedRows() const {
+    std::vector<std::pair<Table, int>> rows;
+    if (m_changes.empty())
+        return rows;
+    const Change& change = m_changes.back();
+    for (const auto& [place, written] : change.cells)
+        if (const Record* row = live(written.table, place.first))
+            rows.emplace_back(written.table, row->id());
+    for (const auto& [serial, table] : change.added)
+        if (const Record* row = live(table, serial))
+            rows.emplace_back(table, row->id());
+    return rows;
+}
+
+} // namespace simulation

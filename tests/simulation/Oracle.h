@@ -1,0 +1,143 @@
+#pragma once
+
+#include "Machine.h"
+#include "Values.h"
+
+#include "agent/net/ManagerRequest.h"
+
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace simulation {
+
+/// Knows what has to hold. It sees each write with its writer, what managers asked for and what
+/// they were told, and says what is wrong.
+///
+/// The promises:
+///
+///     a set that was answered noError is in the rows, and stays until somebody sets it anew
+///     of a set that was answered with an error nothing is left once the agent has settled
+///     of one without an answer, all or nothing
+///     what others have written, and the agent has read since, is never changed or removed
+///     a row that has to be left alone for that is counted
+///     the members of a bridge are neighbours, and none is left of a bridge that is gone
+///     a value that is shown was true at some moment since the last but one good refresh
+class Oracle : public Watcher {
+public:
+    explicit Oracle(Machine& machine);
+
+    // What the device's process takes in and tells, and how it ends.
+    void received(const agent::Message& message);
+    void sent(const agent::Message& message);
+    void processEnded();
+    Writer writer();
+
+    // What managers are told.
+    void answered(std::uint64_t set, agent::net::ErrorStatus error);
+    void unanswered(std::uint64_t set);
+    void shown(const Place& place, const agent::Value& value, Time refreshed);
+
+    /// Whether the agent has nothing left to do.
+    bool isIdle() const { return m_state == agent::ChangeState::idle && m_waiting.empty(); }
+    agent::ChangeState state() const { return m_state; }
+
+    /// Checks what has to hold once nothing is left to do.
+    void checkSettled();
+
+    /// Has the library do what sets did that nobody disturbed, and compares.
+    void checkAgainstLibrary();
+
+    void fail(const std::string& what);
+    const std::string& problem() const { return m_problem; } ///< the first; empty for none
+    std::map<std::string, int> seen;                         ///< what has happened, by name
+
+    /// Rows that the change under way has touched, for those who want to be in its way.
+    std::vector<std::pair<agent::Table, int>> touchedRows() const;
+
+    void updated(agent::Table table, const Record& row, std::size_t column,
+                 const Cell& before) override;
+    void inserted(agent::Table table, const Record& row) override;
+    void removed(agent::Table table, const Record& row, const Writer& writer) override;
+
+private:
+    enum class Fate { goes, stays, either };
+    struct Written {
+        agent::Table table;
+        std::string before;
+        std::string last; ///< of the values that the change wrote
+    };
+    struct Removed {
+        agent::Table table;
+        Record row;
+        std::string content; ///< as it was before the change
+        bool raced;          ///< others had written something that the agent did not read
+    };
+    struct Returned {
+        agent::Table table;
+        int serial;
+        std::string content;
+    };
+    struct Change {
+        Fate fate = Fate::goes;
+        bool done = false;     ///< so that the process knows which rows it has added
+        bool restored = false; ///< or some of it
+        std::map<std::pair<int, std::size_t>, Written> cells; ///< by row's serial and column
+        std::map<int, agent::Table> added;                    ///< rows, by serial
+        std::vector<Removed> removed;
+        std::vector<Returned> returned;
+    };
+    struct Set {
+        agent::SetRequest request;
+        int change = -1;
+        bool received = false;
+        bool unanswered = false;
+        bool wrote = false;
+        bool done = false; ///< as the device's process says
+        bool disturbed = false;
+        std::optional<Database> before;
+        std::string after;
+    };
+    struct Death {
+        Writer writer;
+    };
+
+    int lastChange() const;
+    void enter(agent::ChangeState next, const agent::Snapshot& snapshot);
+    void checkValues(const Set& set);
+    void valuesMayHaveChanged();
+    void disturb();
+    std::string contentOf(agent::Table table, const Record& row, const Change* change) const;
+    const Record* live(agent::Table table, int serial) const;
+    std::string isNotGone(int number) const;
+    std::string isNotGone(int number, const Removed& removed, std::set<int>& claimed) const;
+    std::string doesNotStay(int number) const;
+    bool othersHave(agent::Table table, const Record& row) const;
+    bool othersUse(const Record& bridge) const;
+    int leftAlone(int number) const;
+    void restored(const agent::Snapshot& snapshot);
+    void checkBridges();
+
+    Machine& m_machine;
+    std::string m_problem;
+    std::map<std::uint64_t, Set> m_sets;
+    std::vector<std::uint64_t> m_waiting; ///< taken in by the process, without a result so far
+    std::vector<Change> m_changes;
+    std::uint64_t m_incarnation = 0; ///< of the process
+    int m_pending = -1;    ///< the change on trial; below 0 for one that had nothing to do
+    int m_restored = -1;   ///< the one that is taken back; likewise
+    int m_leftBehind = -1; ///< by the process before, if it has left any
+    bool m_fresh = true;   ///< the process has told nothing so far
+    agent::ChangeState m_state = agent::ChangeState::idle;
+    std::uint32_t m_counted = 0; ///< rows that were left alone, as the process tells
+    bool m_restoreWrote = false; ///< the process, to take something back
+    bool m_othersWrote = false;  ///< since the change began that is being taken back
+    std::map<int, Death> m_dead; ///< rows, by serial
+    std::map<Place, std::vector<std::pair<Time, agent::Value>>> m_history;
+    Values m_values;
+    std::vector<Time> m_refreshes; ///< ends of good ones
+    std::uint64_t m_othersWrites = 0;
+};
+
+} // namespace simulation
