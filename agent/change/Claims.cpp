@@ -10,7 +10,7 @@ namespace agent {
 std::string Comparison::present(const Chain& chain) const {
     const auto& bridges = chain.names == Names::later ? m_added : m_bridges;
     const std::string from = chain.from.value_or("");
-    const auto found = bridges.find(from);
+    const auto found = chain.names == Names::none ? bridges.end() : bridges.find(from);
     return found != bridges.end() ? found->second : from;
 }
 
@@ -49,12 +49,14 @@ bool Comparison::isWhole(Table table, const Trail& trail, const Row& row) const 
 
 /// Whether a row has come since the record was made.
 bool Comparison::isNew(Table table, const Row& row) const {
-    const TableRecord& record = m_record[table];
-    return !record.hadBefore(row.id()) &&
-           std::none_of(record.trails.begin(), record.trails.end(), [&](const Trail& trail) {
-               return (trail.alters() && trail.id == row.id()) ||
-                      (trail.state == Return::back && trail.backId == row.id());
-           });
+    const auto& trails = m_record[table].trails;
+    const bool back = std::any_of(trails.begin(), trails.end(), [&](const Trail& trail) {
+        return trail.state == Return::back && trail.backId == row.id();
+    });
+    const auto last = std::find_if(trails.rbegin(), trails.rend(),
+                                   [&](const Trail& trail) { return trail.id == row.id(); });
+    return !m_record[table].hadBefore(row.id()) && !back &&
+           (last == trails.rend() || !last->alters());
 }
 
 /// Whether the change has got the row's Id again for another one: others have deleted the first.
@@ -119,10 +121,17 @@ void Comparison::claimById(Table table, Standing& standing) const {
         lead(table, trail, standing,
              [&](const Row& row) { return row.id() == trail->id && isWhole(table, *trail, row); });
     };
-    for (const Trail* trail : standing.trails)
-        if (trail->alters() && !isReplaced(table, *trail))
-            lead(table, trail, standing,
-                 [&](const Row& row) { return trail->isAbout(table, row); });
+    // The last one first: there are two where others have renamed the row in between.
+    const std::size_t subject = shapeOf(table).subject;
+    std::for_each(standing.trails.rbegin(), standing.trails.rend(), [&](const Trail* trail) {
+        if (!trail->alters() || isReplaced(table, *trail))
+            return;
+        const Row want = wanted(table, *trail); // where it has followed its bridge
+        lead(table, trail, standing, [&](const Row& row) {
+            return trail->isAbout(table, row) || (row.id() == trail->id && row.fits(table) &&
+                                                  row.columns[subject] == want.columns[subject]);
+        });
+    });
     // A removal that can have been left out.
     for (const Trail* trail : standing.trails)
         if (trail->returns() && !trail->sure && trail->state != Return::back)
@@ -139,7 +148,7 @@ void Comparison::claimLost(Table table, Standing& standing) {
         if (!trail->added || trail->sure || m_foundLost || standing.rows.count(trail) != 0)
             continue;
         m_foundLost = lead(table, trail, standing, [&](const Row& row) {
-            return isNew(table, row) && isWhole(table, *trail, row);
+            return !m_record[table].hadBefore(row.id()) && isWhole(table, *trail, row);
         });
     }
 }

@@ -224,8 +224,10 @@ bool Undo::restore() {
     const Programs::CutShort cut(m_programs, m_stopNow);
     m_unsaved = m_unsaved && !m_journal.save({false, m_record});
     Device device(m_journal);
-    const auto leftAlone = m_unsaved ? std::nullopt : agent::takeBack(m_record, m_image, device);
-    if (!leftAlone || !m_journal.clear()) {
+    if (!m_leftAlone && !m_unsaved)
+        m_leftAlone = agent::takeBack(m_record, m_image, device);
+    // Once all is back, others may write again what the change had written.
+    if (!m_leftAlone || !m_journal.clear()) {
         const auto now = m_system.now();
         m_retry = now + kRetry;
         if (now >= m_tell) {
@@ -235,10 +237,11 @@ bool Undo::restore() {
         return false;
     }
     enter(State::idle);
-    if (*leftAlone != 0)
+    const int leftAlone = *std::exchange(m_leftAlone, std::nullopt);
+    if (leftAlone != 0)
         log(LOG_WARNING,
-            std::to_string(*leftAlone) + " rows are left as they are: others have changed them");
-    m_board.next.counters.rowsNotRestored += static_cast<std::uint32_t>(*leftAlone);
+            std::to_string(leftAlone) + " rows are left as they are: others have changed them");
+    m_board.next.counters.rowsNotRestored += static_cast<std::uint32_t>(leftAlone);
     log(LOG_NOTICE, "a change has been taken back");
     if (m_reason != RevertReason::none) {
         ++m_board.next.counters.reverts;

@@ -84,14 +84,15 @@ private:
     Journal m_journal;
     State m_state = State::idle;
     bool m_found = false;
-    bool m_unread = false;     ///< the journal, which can't be looked at so far
-    bool m_unsaved = false;    ///< the journal of what is to be taken back
-    Record m_record;           ///< of the change that is pending, or being taken back
-    RevertReason m_reason{};   ///< why it is being taken back
-    Clock::time_point m_retry; ///< when to try again
-    Clock::time_point m_tell;  ///< when to log again that it can't be taken back yet
-    std::uint64_t m_last = 0;  ///< the last set that was made
-    Record m_lastRecord;       ///< and how to take it back
+    bool m_unread = false;          ///< the journal, which can't be looked at so far
+    bool m_unsaved = false;         ///< the journal of what is to be taken back
+    Record m_record;                ///< of the change that is pending, or being taken back
+    RevertReason m_reason{};        ///< why it is being taken back
+    std::optional<int> m_leftAlone; ///< rows, once all others are back and only the journal is left
+    Clock::time_point m_retry;      ///< when to try again
+    Clock::time_point m_tell;       ///< when to log again that it can't be taken back yet
+    std::uint64_t m_last = 0;       ///< the last set that was made
+    Record m_lastRecord;            ///< and how to take it back
 };
 
 } // namespace agent::dev

@@ -47,8 +47,30 @@ std::optional<std::string> readAll(int descriptor) {
     return std::nullopt;
 }
 
-std::string folderOf(const std::string& file) {
-    return std::filesystem::path(file).parent_path();
+/// The folder that a file is in, by a descriptor: it is the same one for all that is done there,
+/// even when the folder's name goes and comes back meanwhile.
+class Folder {
+public:
+    explicit Folder(const std::filesystem::path& file)
+        : m_descriptor(open(file.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {}
+    ~Folder() {
+        const int error = errno;
+        if (m_descriptor >= 0)
+            close(m_descriptor);
+        errno = error;
+    }
+    Folder(const Folder&) = delete;
+    Folder& operator=(const Folder&) = delete;
+
+    explicit operator bool() const { return m_descriptor >= 0; }
+    operator int() const { return m_descriptor; }
+
+private:
+    const int m_descriptor;
+};
+
+std::string nameOf(const std::string& file) {
+    return std::filesystem::path(file).filename();
 }
 
 } // namespace
@@ -59,13 +81,11 @@ std::optional<std::string> textOf(const std::string& file) {
 }
 
 bool loadFile(const std::string& file, std::optional<std::string>& text) {
-    const std::filesystem::path path(file);
-    const int folder = open(path.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (folder < 0)
+    const Folder folder(file);
+    if (!folder)
         return false;
-    const int descriptor = openat(folder, path.filename().c_str(), O_RDONLY | O_CLOEXEC);
+    const int descriptor = openat(folder, nameOf(file).c_str(), O_RDONLY | O_CLOEXEC);
     const bool none = descriptor < 0 && errno == ENOENT;
-    close(folder);
     text = descriptor < 0 ? std::nullopt : readAll(descriptor);
     return text || none;
 }
@@ -76,11 +96,18 @@ bool replaceFile(const std::string& file, const std::string& text) {
 }
 
 bool removeFile(const std::string& file) {
-    return (std::remove(file.c_str()) == 0 || errno == ENOENT) && syncFolder(folderOf(file));
+    const Folder folder(file);
+    const std::string name = nameOf(file);
+    return folder &&
+           (unlinkat(folder, name.c_str(), 0) == 0 || errno == ENOENT ||
+            (errno == EISDIR && unlinkat(folder, name.c_str(), AT_REMOVEDIR) == 0)) &&
+           fsync(folder) == 0;
 }
 
 bool renameFile(const std::string& file, const std::string& newName) {
-    return std::rename(file.c_str(), newName.c_str()) == 0 && syncFolder(folderOf(newName));
+    const Folder folder(newName);
+    return folder && renameat(folder, nameOf(file).c_str(), folder, nameOf(newName).c_str()) == 0 &&
+           fsync(folder) == 0;
 }
 
 bool syncFolder(const std::string& folder) {

@@ -157,9 +157,14 @@ void History::others() {
     } else {
         std::string name = unique(Who::others);
         const Table into = *(kAllTables.begin() + pick(5));
+        const auto isTwice = [&](const std::string& key) {
+            return std::count_if(m_facts.begin(), m_facts.end(), [&](const auto& fact) {
+                       return fact->table == into && fact->theirs.columns[keyOf(into)] == key;
+                   }) > 1;
+        };
         for (const auto& fact : m_facts) // in the place of one that the change has removed
             if (!m_late && fact->removed && !fact->added && !fact->live && fact->table == into &&
-                pick(2) == 0)
+                !isTwice(fact->theirs.columns[keyOf(into)]) && pick(2) == 0)
                 name = fact->theirs.columns[keyOf(into)];
         run(Who::others, "insertkey " + std::string(shapeOf(into).name) +
                              (shapeOf(into).bridgeId != 0 ? value(into, 1, Who::others) : "") +

@@ -63,6 +63,7 @@ void History::seeGone(Fact& fact, const Row& row, Who who) {
         if (fact.renamed) {
             fact.twice = true;
             fact.theirs = row;
+            fact.bridge = bridgeOf(fact.table, row);
         }
         fact.left.assign(fact.left.size(), false); // it comes back with what others wrote
         fact.vague = fact.vague || (fact.added && fact.has(fact.byOthers));
@@ -138,6 +139,7 @@ void History::seeChanged(Fact& fact, const Row& before, const Row& now, Who who)
     if (who == Who::change && fact.renamed) {
         fact.vague = fact.twice = true;
         fact.theirs = before; // it is another one to the change
+        fact.bridge = bridgeOf(fact.table, before);
         fact.renamed = false;
     }
     for (std::size_t i = 1; i < now.columns.size(); ++i) {
@@ -204,6 +206,8 @@ void History::checkRow(Fact& fact) {
             wrong(fact, "was added and is still there");
         return;
     }
+    if (!fact.live && !m_whole && row != m_database.rows[fact.table].end())
+        return; // it could be that one, changed by others
     if (!fact.live) {
         const bool bridgeGone =
             fact.bridge != nullptr && (!fact.bridge->live || fact.bridge->added);

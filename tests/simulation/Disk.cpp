@@ -46,11 +46,11 @@ void Disk::change(const FolderChange& names) {
     m_pending.push_back(names);
 }
 
-int Disk::open(const std::string& name, int flags) {
+int Disk::open(const std::string& name, int flags, bool inOpenFolder) {
     if (fails())
         return -1;
     Descriptor opened;
-    if (folderGone) {
+    if (folderGone && !inOpenFolder) {
         errno = ENOENT;
         return -1;
     }
@@ -116,7 +116,7 @@ int Disk::close(int descriptor) {
 int Disk::remove(const std::string& name) {
     if (fails())
         return -1;
-    if (folderGone || !has(name)) {
+    if (!has(name)) {
         errno = ENOENT;
         return -1;
     }
@@ -127,7 +127,7 @@ int Disk::remove(const std::string& name) {
 int Disk::rename(const std::string& from, const std::string& to) {
     if (fails())
         return -1;
-    if (folderGone || !has(from)) {
+    if (!has(from)) {
         errno = ENOENT;
         return -1;
     }
@@ -169,8 +169,8 @@ long __real_write(int descriptor, const void* text, std::size_t size);
 int __real_fsync(int descriptor);
 int __real_close(int descriptor);
 int __real_openat(int folder, const char* name, int flags, mode_t mode);
-int __real_remove(const char* name);
-int __real_rename(const char* from, const char* to);
+int __real_unlinkat(int folder, const char* name, int flags);
+int __real_renameat(int folder, const char* from, int newFolder, const char* to);
 
 int __wrap_open(const char* name, int flags, mode_t mode) {
     return isSimulated(name) ? disk->open(name, flags) : __real_open(name, flags, mode);
@@ -190,14 +190,17 @@ int __wrap_close(int descriptor) {
     return descriptor >= kFirst ? disk->close(descriptor) : __real_close(descriptor);
 }
 int __wrap_openat(int folder, const char* name, int flags, mode_t mode) {
-    return folder >= kFirst ? disk->open(std::string(Disk::kFolder) + name, flags)
+    return folder >= kFirst ? disk->open(std::string(Disk::kFolder) + name, flags, true)
                             : __real_openat(folder, name, flags, mode);
 }
-int __wrap_remove(const char* name) {
-    return isSimulated(name) ? disk->remove(name) : __real_remove(name);
+int __wrap_unlinkat(int folder, const char* name, int flags) {
+    return folder >= kFirst ? disk->remove(std::string(Disk::kFolder) + name)
+                            : __real_unlinkat(folder, name, flags);
 }
-int __wrap_rename(const char* from, const char* to) {
-    return isSimulated(from) ? disk->rename(from, to) : __real_rename(from, to);
+int __wrap_renameat(int folder, const char* from, int newFolder, const char* to) {
+    return folder >= kFirst
+               ? disk->rename(std::string(Disk::kFolder) + from, std::string(Disk::kFolder) + to)
+               : __real_renameat(folder, from, newFolder, to);
 }
 }
 // NOLINTEND(readability-identifier-naming,bugprone-reserved-identifier)

@@ -35,7 +35,7 @@ public:
     void cutPower(std::mt19937& random);
 
     // The calls, by file descriptors of its own; errno is set on a failure.
-    int open(const std::string& name, int flags);
+    int open(const std::string& name, int flags, bool inOpenFolder = false);
     long read(int descriptor, char* buffer, std::size_t size);
     long write(int descriptor, const char* text, std::size_t size);
     int flush(int descriptor);

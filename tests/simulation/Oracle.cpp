@@ -102,7 +102,6 @@ Writer Oracle::writer() {
         const bool joins = m_state == ChangeState::pending;
         if (!joins || m_pending < 0) {
             m_changes.emplace_back();
-            m_othersWrote = false;
         }
         set.change = joins && m_pending >= 0 ? m_pending : lastChange();
         if (joins)
@@ -191,7 +190,6 @@ void Oracle::valuesMayHaveChanged() {
 /// Somebody else is in the way of the sets under way.
 void Oracle::disturb() {
     ++m_othersWrites;
-    m_othersWrote = true;
     for (const std::uint64_t id : m_waiting)
         m_sets[id].disturbed = true;
 }
@@ -270,6 +268,18 @@ void Oracle::inserted(Table table, const Record& row) {
                          : "a row has come back more than once: " + change.returned.back().content);
 }
 
+/// Whether a row was of no bridge before the change: it would be of a bridge that is gone again.
+bool Oracle::dangles(Table table, const Record& row, const Change& change) const {
+    const std::size_t column = shapeOf(table).bridgeId;
+    if (column == 0)
+        return false;
+    const Records& bridges = m_machine.database[Table::bridge];
+    return std::none_of(bridges.begin(), bridges.end(), [&](const Record& bridge) {
+        return bridge.cells[0].text == row.cells[column].text &&
+               change.added.count(bridge.serial) == 0;
+    });
+}
+
 void Oracle::removed(Table table, const Record& row, const Writer& writer) {
     m_dead[row.serial] = {writer};
     valuesMayHaveChanged();
@@ -285,7 +295,8 @@ void Oracle::removed(Table table, const Record& row, const Writer& writer) {
                 std::any_of(row.cells.begin(), row.cells.end(), [&row](const Cell& cell) {
                     return cell.writer == kOthers && cell.when > row.read;
                 });
-            change.removed.push_back({table, row, contentOf(table, row, &change), raced});
+            change.removed.push_back(
+                {table, row, contentOf(table, row, &change), raced, dangles(table, row, change)});
         }
         return;
     }

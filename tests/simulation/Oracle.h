@@ -73,6 +73,7 @@ private:
         Record row;
         std::string content; ///< as it was before the change
         bool raced;          ///< others had written something that the agent did not read
+        bool dangled;        ///< its bridge was not there
     };
     struct Returned {
         agent::Table table;
@@ -109,6 +110,7 @@ private:
     void valuesMayHaveChanged();
     void disturb();
     std::string contentOf(agent::Table table, const Record& row, const Change* change) const;
+    bool dangles(agent::Table table, const Record& row, const Change& change) const;
     const Record* live(agent::Table table, int serial) const;
     std::string isNotGone(int number) const;
     std::string isNotGone(int number, const Removed& removed, std::set<int>& claimed) const;
@@ -132,7 +134,6 @@ private:
     agent::ChangeState m_state = agent::ChangeState::idle;
     std::uint32_t m_counted = 0; ///< rows that were left alone, as the process tells
     bool m_restoreWrote = false; ///< the process, to take something back
-    bool m_othersWrote = false;  ///< since the change began that is being taken back
     std::map<int, Death> m_dead; ///< rows, by serial
     std::map<Place, std::vector<std::pair<Time, agent::Value>>> m_history;
     Values m_values;
