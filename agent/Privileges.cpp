@@ -3,6 +3,7 @@
 #include "agent/Log.h"
 #include "agent/StateFolder.h"
 
+#include <cerrno>
 #include <filesystem>
 
 #include <grp.h>
@@ -32,16 +33,18 @@ bool failed(const std::string& name) {
 }
 
 /// Makes a folder and all in it a user's. A file with another name elsewhere may be somebody
-/// else's.
+/// else's; one that is gone by then was replaced by the process that it belongs to.
 bool give(const std::string& folder, uid_t user, gid_t group) {
     std::error_code failed;
     bool given = lchown(folder.c_str(), user, group) == 0;
     for (fs::recursive_directory_iterator each(folder, failed), end; !failed && each != end;
          each.increment(failed)) {
         struct stat state {};
-        given = given && lstat(each->path().c_str(), &state) == 0 &&
-                (S_ISDIR(state.st_mode) || state.st_nlink == 1) &&
-                lchown(each->path().c_str(), user, group) == 0;
+        errno = 0;
+        const bool done = lstat(each->path().c_str(), &state) == 0 &&
+                          (S_ISDIR(state.st_mode) || state.st_nlink == 1) &&
+                          lchown(each->path().c_str(), user, group) == 0;
+        given = given && (done || errno == ENOENT);
     }
     return given && !failed;
 }
