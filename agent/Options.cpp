@@ -50,6 +50,7 @@ constexpr Option kOptions[] = {
     {'n', "notifications", nullptr, "send one when a circuit goes up or down, or a change is\n"
                                     "taken back", &Options::notifications},
     {'u', "user", "NAME", "run as this user once connected", &Options::user},
+    {'U', "net-user", "NAME", "run what faces the network as this user, started as root", &Options::netUser},
     {'f', "foreground", nullptr, "stay in the foreground, log to standard error too", &Options::foreground},
     {'v', "verbose", nullptr, "log the library's trace", &Options::verbose},
     {'V', "version", nullptr, "print the version", version},

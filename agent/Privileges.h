@@ -4,9 +4,15 @@
 
 namespace agent {
 
-/// Gives the state folder to the user that the options name, and becomes that user for good. Does
-/// nothing where they name none, or the process is that user already.
+/// Gives each part of the state folder to the user who has to write it, where the options name any.
+/// Others than root have nothing to give.
 /// @return whether that could be done; else it is logged
-bool dropPrivileges(const Options& options);
+bool giveState(const Options& options);
+
+/// Becomes, for good, the user who owns the device, or who faces the network. Does nothing where
+/// the options name none, or the process is that user already.
+/// @return whether that could be done; else it is logged
+bool becomeDevUser(const Options& options);
+bool becomeNetUser(const Options& options);
 
 } // namespace agent

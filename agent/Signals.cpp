@@ -7,10 +7,8 @@
 namespace agent {
 
 int openSignals(std::initializer_list<int> wanted) {
-    for (const int number : {SIGTERM, SIGINT, SIGHUP})
-        signal(number, SIG_IGN);
-    signal(SIGPIPE, [](int) {}); // not ignored, which the clients would inherit too
-    signal(SIGCHLD, SIG_DFL);    // may have been left ignored, and then none comes
+    signal(SIGPIPE, SIG_IGN);
+    signal(SIGCHLD, SIG_DFL); // may have been left ignored, and then none comes
     sigset_t set;
     sigemptyset(&set);
     for (const int number : wanted)

@@ -90,7 +90,8 @@ void Supervisor::readSignals() {
 void Supervisor::becomeReady() {
     if (m_ready || m_stopping || !m_net.hear())
         return;
-    if (!dropPrivileges(m_options) || !m_dev.start()) {
+    // Both processes are started again as their users are; for two users, that takes root.
+    if ((m_options.netUser.empty() && !becomeDevUser(m_options)) || !m_dev.start()) {
         fail("the device process cannot be started");
         return;
     }

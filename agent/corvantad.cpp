@@ -8,14 +8,17 @@
 #include "agent/net/Serve.h"
 #include "agent/system/Invariant.h"
 #include "agent/system/RealSystem.h"
+#include "agent/system/Spawn.h"
 
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
+#include <sstream>
 #include <string>
 
 #include <sys/prctl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -32,17 +35,25 @@ int fail(const std::string& text) {
 }
 
 int serve(const Options& options, const agent::Ends& ends) {
+    Options own = options;
+    own.state = agent::netFolder(options);
     return agent::net::serve(
-        options, {ends, [&] { return agent::dropPrivileges(options); }, agent::leaveTerminal});
+        own, {ends, [&] { return agent::becomeNetUser(options); }, agent::leaveTerminal});
 }
 
 int work(const Options& options, const agent::Ends& ends) {
+    if (!agent::becomeDevUser(options))
+        return 1;
     prctl(PR_SET_DUMPABLE, 0); // keeps other processes of the same user out of this one
     if (!options.foreground)
         agent::leaveTerminal();
-    agent::RealSystem system(ends, options.beat, options.state, options.watchDatabase);
+    const int clientLock = agent::openClientLock(options);
+    if (clientLock < 0)
+        return 1;
+    agent::RealSystem system(ends, options.beat, agent::devFolder(options), options.watchDatabase,
+                             clientLock);
     system.showLife();
-    if (const auto status = agent::awaitClients(options, system))
+    if (const auto status = agent::awaitClients(options, clientLock, system))
         return *status;
     try {
         agent::dev::Worker(options, system).run();
@@ -53,17 +64,36 @@ int work(const Options& options, const agent::Ends& ends) {
     return 0;
 }
 
+/// Removes the sockets that a --master has listened at, which the process that did can't any more.
+void removeSockets(const std::string& addresses) {
+    std::istringstream all(addresses);
+    for (std::string address; std::getline(all, address, ',');) {
+        address.erase(0, address.rfind("unix:", 0) == 0 ? 5 : 0);
+        struct stat state {};
+        if (lstat(address.c_str(), &state) == 0 && S_ISSOCK(state.st_mode))
+            unlink(address.c_str());
+    }
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
     Options options = agent::parseOptions(argc, argv);
+    agent::settleDescriptors();
     agent::keepTrace(options.verbose);
     agent::openLog(true); // what goes wrong now can still be seen
     if (const std::string problem = agent::prepareState(options.state); !problem.empty())
         return fail(problem);
+    if (!agent::giveState(options))
+        return 1;
+    if (geteuid() == 0 && options.user.empty())
+        log(LOG_WARNING, "runs as root: --user names another user, who needs the right to run the "
+                         "device's client");
     if (const auto limit = agent::watchdogLimit())
         options.beat = std::clamp(*limit / kBeats, kShortestBeat, options.beat);
     if (!options.watchDatabase.empty())
         options.watchDatabase = std::filesystem::absolute(options.watchDatabase).string();
-    return agent::Supervisor(options, serve, work).run();
+    const int status = agent::Supervisor(options, serve, work).run();
+    removeSockets(options.master);
+    return status;
 }

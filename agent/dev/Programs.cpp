@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::size_t kLongestLine = 200;
 constexpr int kMeanOf = 16;  ///< runs that the mean time of a client is of, roughly
-constexpr int kNotRun = 126; ///< the shell's status for what it may not run, and the next one
+constexpr int kNotRun = 126; ///< the status of what may not be run, and the next one: not found
 
 } // namespace
 

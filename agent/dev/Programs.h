@@ -19,7 +19,7 @@ public:
     /// Waits until a time, or until the program that runs may have said something.
     using Wait = std::function<void(Clock::time_point until)>;
 
-    /// @param limit  how long a program may run; then it is killed, with all that it started
+    /// @param limit  how long a program may run; then it is killed, with its process group
     Programs(System& system, std::chrono::seconds limit, Wait wait);
     Programs(const Programs&) = delete;
     Programs& operator=(const Programs&) = delete;

@@ -8,11 +8,9 @@
 #include "agent/net/Sandbox.h"
 #include "agent/net/Toolkit.h"
 
-#include <csignal>
 #include <optional>
 #include <string>
 
-#include <sys/prctl.h>
 #include <unistd.h>
 
 namespace agent::net {
@@ -37,16 +35,30 @@ void onBeat(unsigned, void* system) {
 }
 
 /// Gives up all that is not needed any more once the ports are open. @return what is wrong
-std::optional<std::string> giveUpRights(const Start& start) {
-    const pid_t parent = getppid();
+std::optional<std::string> giveUpRights(const Options& options, const Start& start) {
     if (!start.dropPrivileges())
-        return "";                    // it has logged why
-    prctl(PR_SET_PDEATHSIG, SIGKILL); // a change of user has undone it
-    if (getppid() != parent)
-        return "the parent has ended";
-    if (!enterSandbox())
+        return ""; // it has logged why
+    switch (enterSandbox(options.state)) {
+    case Sandbox::none:
         return "the kernel has no seccomp filters";
+    case Sandbox::callsOnly:
+        if (options.netUser.empty())
+            log(LOG_WARNING,
+                "without Landlock: whoever takes over the process that faces the network could "
+                "write all files of its user, the journal of changes among them; --net-user "
+                "gives it a user of its own");
+        break;
+    case Sandbox::whole:
+        break;
+    }
     return std::nullopt;
+}
+
+/// A call that is refused is a fault of this program, or somebody else's who has taken it over.
+void reportRefused(Clock::time_point now) {
+    static LineLimit limit;
+    for (const std::string& call : takeRefused())
+        limit.log(now, LOG_WARNING, "the sandbox has refused the system call " + call);
 }
 
 } // namespace
@@ -66,7 +78,7 @@ int serve(const Options& options, const Start& start) {
         return fail("the objects could not be registered");
     if (!toolkit.open())
         return 1;
-    if (const auto problem = giveUpRights(start))
+    if (const auto problem = giveUpRights(options, start))
         return problem->empty() ? 1 : fail(*problem);
     if (!options.foreground)
         start.leaveTerminal();
@@ -77,6 +89,7 @@ int serve(const Options& options, const Start& start) {
     callAfter(options.beat, true, onBeat, &system);
     while (!stopping && !Toolkit::isRefused()) {
         agent_check_and_process(1);
+        reportRefused(system.now());
         handler.releaseRequests();
         if (master) {
             master->watch();
@@ -86,6 +99,7 @@ int serve(const Options& options, const Start& start) {
         toolkit.storeChanges();
     }
     Toolkit::close();
+    reportRefused(system.now());
     return stopping ? 0 : fail("the master refuses the objects: another agent serves them");
 }
 

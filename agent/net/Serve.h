@@ -15,7 +15,9 @@ struct Start {
     std::function<void()> leaveTerminal;
 };
 
-/// Serves requests until it has to stop. @return the exit status
+/// Serves requests until it has to stop.
+/// @param options  whose state folder is this process's own
+/// @return the exit status
 int serve(const Options& options, const Start& start);
 
 } // namespace agent::net

@@ -1,15 +1,14 @@
 #include "agent/system/RealSystem.h"
 
 #include "agent/system/Files.h"
+#include "agent/system/Spawn.h"
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <sstream>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -36,8 +35,9 @@ bool isYoung(const struct stat& state) {
 } // namespace
 
 RealSystem::RealSystem(const Ends& ends, std::chrono::microseconds beat,
-                       const std::string& stateFolder, const std::string& watchedFile)
-    : m_ends(ends), m_beat(beat), m_folder(stateFolder + "/") {
+                       const std::string& stateFolder, const std::string& watchedFile,
+                       int clientLock)
+    : m_ends(ends), m_beat(beat), m_folder(stateFolder + "/"), m_clientLock(clientLock) {
     if (!watchedFile.empty())
         m_watch.emplace(watchedFile);
 }
@@ -53,8 +53,8 @@ System::Events RealSystem::wait(const Events& wanted, Clock::time_point until) {
         showLife();
     until = std::min(until, m_beatDue);
     const int program = m_program ? m_program->descriptor() : -1;
-    if (wanted.program && m_program && program < 0)
-        until = std::min(until, now() + m_program->pause());
+    if (wanted.program && m_program)
+        until = std::min(until, m_program->lookAgain());
     const auto left = std::max(until - now(), Clock::duration(0));
     const timespec time{left / seconds(1), (left % seconds(1)).count()};
     std::array<pollfd, 4> events{
@@ -86,7 +86,7 @@ std::optional<std::string> RealSystem::receive() {
 }
 
 bool RealSystem::startProgram(const std::string& commandLine) {
-    if (m_program.emplace().start(commandLine))
+    if (m_program.emplace().start(commandLine, m_clientLock))
         return true;
     m_program.reset();
     return false;
@@ -104,19 +104,7 @@ void RealSystem::killProgram() {
 }
 
 std::string RealSystem::whyNotRun(const std::string& name) {
-    const char* const variable = std::getenv("PATH");
-    const std::string path = variable != nullptr ? variable : "";
-    std::istringstream folders(path);
-    std::string why = name + ": not found in PATH " + path;
-    for (std::string file; std::getline(folders, file, ':');) {
-        file += '/';
-        file += name;
-        if (access(file.c_str(), X_OK) == 0)
-            return "";
-        if (errno == EACCES)
-            why = file + ": may not be run by this user";
-    }
-    return why;
+    return ProgramFile::find(name).why;
 }
 
 bool RealSystem::load(const std::string& name, std::optional<std::string>& content) {

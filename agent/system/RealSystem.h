@@ -20,8 +20,9 @@ public:
     /// @param beat         between two signs of life
     /// @param stateFolder  where files are stored
     /// @param watchedFile  empty for none
+    /// @param clientLock   a file that a program has locked while it runs; -1 for none
     RealSystem(const Ends& ends, std::chrono::microseconds beat, const std::string& stateFolder,
-               const std::string& watchedFile);
+               const std::string& watchedFile, int clientLock = -1);
 
     /// Gives the parent a sign of life. From then on wait() does so at each beat: who works, or
     /// waits for something that has an end, comes by there.
@@ -49,6 +50,7 @@ private:
     const std::chrono::microseconds m_beat;
     Clock::time_point m_beatDue = Clock::time_point::max();
     const std::string m_folder;
+    const int m_clientLock;
     std::optional<FolderWatch> m_watch;
     std::optional<Program> m_program; ///< that runs
     LineLimit m_lines;                ///< about messages that are lost

@@ -65,14 +65,15 @@ public:
     /// @return the next packet, which may be empty; nothing when there is none for now
     virtual std::optional<std::string> receive() = 0;
 
-    /// Starts a command line's program, in a process group of its own; one at a time.
-    /// @return whether it runs
+    /// Starts a command line's program, in a process group of its own, without a shell; one at a
+    /// time.
+    /// @return whether it was started
     virtual bool startProgram(const std::string& commandLine) = 0;
 
     /// Takes in what the program has said. @return how it ended; nothing while it runs
     virtual std::optional<ProgramEnd> collectProgram() = 0;
 
-    /// Ends the program with all that it has started.
+    /// Ends the program's process group.
     virtual void killProgram() = 0;
 
     /// Why a program of this name can't be run; empty when it can.

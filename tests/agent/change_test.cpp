@@ -180,7 +180,7 @@ void play(Site& site, const std::function<void(int)>& restart) {
         for (const auto& [action, result] : steps)
             EXPECT_EQ(result, act(site, action, restart)) << name << ": " << action;
         EXPECT_EQ(factory, site.sql(".dump")) << name;
-        EXPECT_FALSE(site.has("state/change.journal")) << name;
+        EXPECT_FALSE(site.has("state/dev/change.journal")) << name;
     }
 }
 
@@ -208,7 +208,7 @@ TEST(Journal, IsNotObeyedWhenItIsDamaged) {
     EXPECT_EQ("", site.request("3.1.0 s wan2 8.1.0 u 600"));
     const std::string after = site.sql(".dump");
     site.agent->end(SIGKILL);
-    const std::string journal = site.run("cat state/change.journal");
+    const std::string journal = site.run("cat state/dev/change.journal");
     ASSERT_GT(journal.size(), 100U);
 
     const std::size_t step = std::getenv("CORVANTA_FAULTS") != nullptr ? 1 : 41;
@@ -222,21 +222,22 @@ TEST(Journal, IsNotObeyedWhenItIsDamaged) {
     damaged.push_back(journal + "\n");
     // Whole, but of a version that is yet to come.
     damaged.push_back(
-        site.run("sed '$d; 1s/2$/3/' state/change.journal | tee next; echo end $(gzip -c "
+        site.run("sed '$d; 1s/2$/3/' state/dev/change.journal | tee next; echo end $(gzip -c "
                  "next | tail -c 8 | head -c 4 | od -An -tx4)"));
     for (const std::string& text : damaged) {
-        site.run("rm -f state/*.damaged");
-        site.write("state/change.journal", text);
+        site.run("rm -f state/dev/*.damaged");
+        site.write("state/dev/change.journal", text);
         site.startAgent("-m " + site.address + " -c agent.conf -s state " + kQuiet);
         site.patience = "0.3";
         EXPECT_TRUE(soon([&] { return site.get("1.6.0") == "Counter32: 1"; })) << text;
         EXPECT_EQ(IDLE, site.get("8.4.0")) << text;
-        EXPECT_EQ(text, site.run("cat state/change.journal.damaged"));
-        EXPECT_FALSE(site.has("state/change.journal")) << text;
+        EXPECT_EQ(text, site.run("cat state/dev/change.journal.damaged"));
+        EXPECT_FALSE(site.has("state/dev/change.journal")) << text;
         EXPECT_EQ(0, site.agent->end(SIGTERM)) << text;
         EXPECT_EQ(after, site.sql(".dump")) << text;
     }
-    site.write("state/change.journal", journal); // as it was, it is obeyed
+    // As it was it is obeyed, where earlier versions had it too.
+    site.write("state/change.journal", journal);
     site.startAlone(kQuiet);
     EXPECT_TRUE(soon([&] { return site.get("8.4.0") == IDLE; }));
     EXPECT_EQ(before, site.sql(".dump"));

@@ -301,7 +301,7 @@ private:
             point.answer = "no answer";
         const auto over = [&] {
             return point.answer != "no answer" || !m_site.agent->running() ||
-                   !m_site.has("state/change.journal");
+                   !m_site.has("state/dev/change.journal");
         };
         soon(over, kPatience);
     }

@@ -12,6 +12,7 @@ class Site : public Device, public Managers {
 public:
     /// @param options  of an agent that is started at once, by itself; none is when they are empty
     explicit Site(const std::string& options = "");
+    ~Site(); // sees that the sandbox has everything that its agents needed
 
     void startAgent(const std::string& options);
 
@@ -23,7 +24,7 @@ public:
     /// answer" where the agent was killed
     std::string request(const std::string& text, const std::string& seconds = kLong) const;
 
-    /// How many lines the agent itself has logged, but for one for each set.
+    /// How many lines the agent itself has logged, but for one for each set, and one for root.
     int logged() const;
 
     std::string tracer;            ///< what the agent is run by
