@@ -231,7 +231,8 @@ void Oracle::updated(Table table, const Record& row, std::size_t column, const C
         return;
     }
     change.restored = m_restoreWrote = true;
-    if (before.writer.kind == Kind::others && before.when <= row.read)
+    // A process that could not remove the journal leaves it to the next, which knows no better.
+    if (before.writer.kind == Kind::others && before.when <= row.read && !m_machine.disk.wasUnwell)
         fail("what others have written is overwritten while a change is taken back: " +
              std::string(shapeOf(table).name) + " " + row.text());
     const bool returned = row.inserted == now.writer || change.added.count(row.serial) != 0;
@@ -265,8 +266,11 @@ void Oracle::inserted(Table table, const Record& row) {
             const auto dead = m_dead.find(each.serial);
             return isLike(each) && (dead == m_dead.end() || dead->second.writer == kOthers);
         });
-    if (there > wanted && !std::any_of(change.removed.begin(), change.removed.end(),
-                                       [](const Removed& each) { return each.raced; }))
+    // What others remove while a set is about to, can come back with it.
+    const bool removedByOthers = m_othersRemoved.count(change.returned.back().content) != 0;
+    if (there > wanted && !removedByOthers &&
+        !std::any_of(change.removed.begin(), change.removed.end(),
+                     [](const Removed& each) { return each.raced; }))
         fail(wanted == 0 ? "taking back inserts a row that the change has not removed: " +
                                change.returned.back().content
                          : "a row has come back more than once: " + change.returned.back().content);
@@ -287,8 +291,10 @@ bool Oracle::dangles(Table table, const Record& row, const Change& change) const
 void Oracle::removed(Table table, const Record& row, const Writer& writer) {
     m_dead[row.serial] = {writer};
     valuesMayHaveChanged();
-    if (writer == kOthers)
+    if (writer == kOthers) {
+        m_othersRemoved.insert(contentOf(table, row, nullptr));
         return disturb();
+    }
     if (writer.change < 0)
         return fail("a row is removed without a set");
     Change& change = m_changes[static_cast<std::size_t>(writer.change)];

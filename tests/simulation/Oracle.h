@@ -133,9 +133,10 @@ private:
     int m_leftBehind = -1; ///< by the process before, if it has left any
     bool m_fresh = true;   ///< the process has told nothing so far
     agent::ChangeState m_state = agent::ChangeState::idle;
-    std::uint32_t m_counted = 0; ///< rows that were left alone, as the process tells
-    bool m_restoreWrote = false; ///< the process, to take something back
-    std::map<int, Death> m_dead; ///< rows, by serial
+    std::uint32_t m_counted = 0;           ///< rows that were left alone, as the process tells
+    bool m_restoreWrote = false;           ///< the process, to take something back
+    std::set<std::string> m_othersRemoved; ///< what these rows held
+    std::map<int, Death> m_dead;           ///< rows, by serial
     std::map<Place, std::vector<std::pair<Time, agent::Value>>> m_history;
     Values m_values;
     std::vector<Time> m_refreshes; ///< ends of good ones
