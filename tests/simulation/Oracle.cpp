@@ -210,8 +210,10 @@ std::string Oracle::contentOf(Table table, const Record& row, const Change* chan
 void Oracle::updated(Table table, const Record& row, std::size_t column, const Cell& before) {
     const Cell& now = row.cells[column];
     valuesMayHaveChanged();
-    if (now.writer == kOthers)
+    if (now.writer == kOthers) {
+        m_othersTouched.insert(row.serial);
         return disturb();
+    }
     if (now.writer.change < 0)
         return fail("a row is changed without a set");
     Change& change = m_changes[static_cast<std::size_t>(now.writer.change)];

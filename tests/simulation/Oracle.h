@@ -117,6 +117,7 @@ private:
     std::string isNotGone(int number, const Removed& removed, std::set<int>& claimed) const;
     std::string doesNotStay(int number) const;
     bool othersHave(agent::Table table, const Record& row) const;
+    bool hasOthers(const Record& row) const;
     bool othersUse(const Record& bridge, const Change& change) const;
     int leftAlone(int number) const;
     void restored(const agent::Snapshot& snapshot);
@@ -135,6 +136,7 @@ private:
     agent::ChangeState m_state = agent::ChangeState::idle;
     std::uint32_t m_counted = 0;           ///< rows that were left alone, as the process tells
     bool m_restoreWrote = false;           ///< the process, to take something back
+    std::set<int> m_othersTouched;         ///< rows, by serial
     std::set<std::string> m_othersRemoved; ///< what these rows held
     std::map<int, Death> m_dead;           ///< rows, by serial
     std::map<Place, std::vector<std::pair<Time, agent::Value>>> m_history;

@@ -23,12 +23,6 @@ std::string named(Table table, const Record& row) {
     return std::string(shapeOf(table).name) + " " + row.text();
 }
 
-/// Whether others have written any of a row.
-bool hasOthers(const Record& row) {
-    return std::any_of(row.cells.begin(), row.cells.end(),
-                       [](const Cell& cell) { return cell.writer == kOthers; });
-}
-
 /// What runs the library's commands on a database, without an agent.
 class Reference : public agent::System {
 public:
@@ -68,6 +62,11 @@ const Record* Oracle::live(Table table, int serial) const {
     const auto found = std::find_if(rows.begin(), rows.end(),
                                     [serial](const Record& row) { return row.serial == serial; });
     return found == rows.end() ? nullptr : &*found;
+}
+
+/// Whether others have written any of a row, at any time.
+bool Oracle::hasOthers(const Record& row) const {
+    return row.inserted == kOthers || m_othersTouched.count(row.serial) != 0;
 }
 
 /// Whether others have a row for the same subject.
@@ -137,9 +136,10 @@ std::string Oracle::isNotGone(int number) const {
         const Record* const row = live(table, serial);
         if (row == nullptr || claimed.count(serial) != 0)
             continue;
-        const bool only = std::all_of(row->cells.begin(), row->cells.end(), [&](const Cell& cell) {
-            return cell.writer.change == number && cell.writer.kind != Kind::others;
-        });
+        const bool only = !hasOthers(*row) &&
+                          std::all_of(row->cells.begin(), row->cells.end(), [&](const Cell& cell) {
+                              return cell.writer.change == number;
+                          });
         if (only && !(table == Table::bridge && othersUse(*row, change)))
             return "a row of a change is left: " + named(table, *row);
     }
