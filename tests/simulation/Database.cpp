@@ -117,8 +117,8 @@ std::optional<std::string> Database::run(const std::string& text, const Writer& 
         }
         for (std::size_t v = 0; v < values.size(); ++v) {
             const std::size_t column = columnOf(table, command.columns[v]);
-            if (row.cells[column].text == values[v])
-                continue; // nobody can see that this was written
+            if (row.cells[column].text == values[v] && writer == kOthers)
+                continue; // nobody can see that they have written
             const Cell before = std::exchange(row.cells[column], {values[v], writer, m_count});
             if (m_watcher != nullptr)
                 m_watcher->updated(table, row, column, before);

@@ -96,7 +96,8 @@ Result play(const History& history, std::string* trace = nullptr) {
 /// Cuts a history that fails down to the events that matter.
 History shrink(History history) {
     for (std::size_t size = history.events.size() / 2; size > 0; size /= 2) {
-        for (std::size_t at = 0; at + size <= history.events.size() && history.events.size() > 1;) {
+        for (std::size_t at = 0;
+             size < history.events.size() && at + size <= history.events.size();) {
             History shorter = history;
             const auto first = shorter.events.begin() + static_cast<std::ptrdiff_t>(at);
             const auto last = first + static_cast<std::ptrdiff_t>(size);
