@@ -212,6 +212,9 @@ void Oracle::updated(Table table, const Record& row, std::size_t column, const C
     valuesMayHaveChanged();
     if (now.writer == kOthers) {
         m_othersTouched.insert(row.serial);
+        Record was = row; // it is gone as what it was
+        was.cells[column] = before;
+        m_othersRemoved.insert(contentOf(table, was, nullptr));
         return disturb();
     }
     if (now.writer.change < 0)
@@ -233,12 +236,14 @@ void Oracle::updated(Table table, const Record& row, std::size_t column, const C
         return;
     }
     change.restored = m_restoreWrote = true;
-    // A process that could not remove the journal leaves it to the next, which knows no better.
-    if (before.writer.kind == Kind::others && before.when <= row.read && !m_machine.disk.wasUnwell)
+    // A process that was killed, or could not remove the journal, leaves it to the next, which
+    // can't tell what others wrote from the same value of the change.
+    if (before.writer.kind == Kind::others && before.when <= row.read && change.done &&
+        !m_machine.disk.wasUnwell)
         fail("what others have written is overwritten while a change is taken back: " +
              std::string(shapeOf(table).name) + " " + row.text());
     const bool returned = row.inserted == now.writer || change.added.count(row.serial) != 0;
-    if (cell == change.cells.end() && !returned && column != shapeOf(table).bridgeId)
+    if (change.done && cell == change.cells.end() && !returned && column != shapeOf(table).bridgeId)
         fail("taking back writes what the change has not written: " +
              std::string(shapeOf(table).name) + " " + row.text());
 }

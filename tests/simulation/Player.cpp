@@ -17,6 +17,7 @@ namespace {
 
 constexpr const char* kJournal = "/simulated/change.journal";
 constexpr seconds kSettled{150}; ///< by then everything has come to its end, once faults end
+constexpr seconds kQuiet{3};     ///< for that long, for messages may be on their way
 constexpr seconds kServed{60};   ///< likewise, and then a set is made
 constexpr seconds kStopped{11};  ///< by then it has, once it was asked to
 constexpr std::uint64_t kMostSteps = 1000000;
@@ -157,6 +158,7 @@ void Player::onStep() {
             heal();
             m_phase = Phase::settling;
             m_by = m_machine.now() + kSettled;
+            m_quietSince = m_machine.now();
         }
     }
 }
@@ -332,7 +334,11 @@ void Player::heal() {
 }
 
 void Player::settle() {
-    if (m_oracle.isIdle() && m_front && m_front->isIdle() && !m_machine.disk.has(kJournal)) {
+    const bool idle =
+        m_oracle.isIdle() && m_front && m_front->isIdle() && !m_machine.disk.has(kJournal);
+    if (!idle)
+        m_quietSince = m_machine.now();
+    if (m_machine.now() >= m_quietSince + kQuiet) {
         m_oracle.checkSettled();
         m_phase = Phase::probing;
         m_by = m_machine.now() + kServed;

@@ -56,6 +56,7 @@ private:
     int m_number = 0;
     Time m_networkWaits{}; ///< until then the network's process is frozen, or not there
     Time m_stopAsked{};
+    Time m_quietSince{};
     Time m_by{};                ///< when this phase must be over
     bool m_machineEnds = false; ///< both processes and the link begin anew
     bool m_powerFails = false;
