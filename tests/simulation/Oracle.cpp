@@ -228,17 +228,20 @@ void Oracle::updated(Table table, const Record& row, std::size_t column, const C
         const bool byOthers = before.writer.kind == Kind::others;
         const bool raced = byOthers && before.when > row.read;
         if (cell == change.cells.end() || (byOthers && !raced)) {
-            change.cells[{row.serial, column}] = {table, before.text, now.text, raced};
+            change.cells[{row.serial, column}] = {table, before.text, now.text, {now.text}, raced};
             return;
         }
         cell->second.last = now.text;
+        cell->second.own.insert(now.text);
         cell->second.raced = cell->second.raced || raced;
         return;
     }
     change.restored = m_restoreWrote = true;
     // A process that was killed, or could not remove the journal, leaves it to the next, which
-    // can't tell what others wrote from the same value of the change.
-    if (before.writer.kind == Kind::others && before.when <= row.read && change.done &&
+    // can't tell what others wrote from the same value of the change; nor can anybody who looks
+    // later.
+    const bool looksOwn = cell != change.cells.end() && cell->second.own.count(before.text) != 0;
+    if (before.writer.kind == Kind::others && before.when <= row.read && change.done && !looksOwn &&
         !m_machine.disk.wasUnwell)
         fail("what others have written is overwritten while a change is taken back: " +
              std::string(shapeOf(table).name) + " " + row.text());

@@ -66,8 +66,9 @@ private:
     struct Written {
         agent::Table table;
         std::string before;
-        std::string last;   ///< of the values that the change wrote
-        bool raced = false; ///< others had written something that the agent did not read
+        std::string last;          ///< of the values that the change wrote
+        std::set<std::string> own; ///< all of these
+        bool raced = false;        ///< others had written something that the agent did not read
     };
     struct Removed {
         agent::Table table;

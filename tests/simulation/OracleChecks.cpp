@@ -174,7 +174,8 @@ int Oracle::leftAlone(int number) const {
     for (const auto& [place, written] : change.cells)
         if (const Record* const row = live(written.table, place.first))
             if (const Cell& cell = row->cells[place.second];
-                cell.writer == kOthers && cell.text != written.before && cell.when <= row->read)
+                cell.writer == kOthers && cell.text != written.before &&
+                written.last != written.before && cell.when <= row->read)
                 rows.insert(place.first);
     for (const auto& [serial, table] : change.added) {
         const Record* const row = live(table, serial);
