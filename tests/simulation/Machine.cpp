@@ -184,8 +184,14 @@ void Machine::runClient(const std::string& command) {
     const Writer by = writer();
     const bool does = fault != ClientFault::killedBefore && fault != ClientFault::hangsBefore &&
                       fault != ClientFault::empty;
+    const bool lies =
+        fault == ClientFault::lies && by.kind == Writer::Kind::set &&
+        (command.find("updatekey") != command.npos || command.find("deletekey") != command.npos);
+    lied = lied || lies;
     if (m_now < lockedUntil)
         said = "Database locked\n";
+    else if (lies)
+        said = "Operation succeeded\n";
     else if (does)
         said = database.run(command, by);
     if (trace && (fault != ClientFault::none ||

@@ -30,7 +30,8 @@ enum class ClientFault {
     hangsAfter,
     empty,
     cut,
-    notStarted
+    notStarted,
+    lies, ///< says that it has done what it has not
 };
 
 /// A machine on which both processes of the agent run, one step at a time: a call of the process
@@ -67,6 +68,7 @@ public:
     Time lockedUntil{};
     milliseconds clientTime{3};
     ClientFault nextClient = ClientFault::none;
+    bool lied = false; ///< a client, at any time
     bool lineFails = false;
     agent::Clock::duration timeOfWait{
         -1};     ///< that the wait of this step takes; below 0: as it likes
