@@ -54,9 +54,9 @@ bool Journal::save(const Entry& entry) {
 }
 
 bool Journal::clear() {
-    if (!m_system.remove(kFile))
+    m_there = !m_system.remove(kFile);
+    if (m_there)
         return failed("remove");
-    m_there = false;
     return true;
 }
 

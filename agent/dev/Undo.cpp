@@ -114,8 +114,9 @@ bool Undo::plan(const Record& planned) {
         enter(State::performing);
         return true;
     }
-    if (state() != ChangeState::pending)
-        m_journal.clear();
+    // One that may be there all the same has to go before anything else is made.
+    if (state() != ChangeState::pending && !m_journal.clear())
+        revert(planned, RevertReason::none);
     return false;
 }
 

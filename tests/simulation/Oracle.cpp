@@ -23,6 +23,7 @@ void Oracle::fail(const std::string& what) {
 // ------------------------------------------------------------------------ the device's process
 
 void Oracle::received(const agent::Message& message) {
+    m_asksBack = m_asksBack || std::holds_alternative<agent::TakeBack>(message);
     const auto* request = std::get_if<agent::SetRequest>(&message);
     if (request == nullptr)
         return;
@@ -71,7 +72,7 @@ void Oracle::processEnded() {
     m_fresh = true;
     m_state = ChangeState::idle; // until the next one tells otherwise
     m_counted = 0;
-    m_restoreWrote = false;
+    m_restoreWrote = m_asksBack = false;
 }
 
 int Oracle::lastChange() const {
@@ -82,9 +83,10 @@ int Oracle::lastChange() const {
 void Oracle::enter(ChangeState next, const agent::Snapshot& snapshot) {
     if (next == ChangeState::restoring && m_state != ChangeState::restoring) {
         m_counted = snapshot.counters.rowsNotRestored;
-        m_restored = m_state == ChangeState::pending ? m_pending
-                     : m_fresh                       ? m_leftBehind
-                                                     : lastChange();
+        m_restored = m_state == ChangeState::pending   ? m_pending
+                     : m_fresh                         ? m_leftBehind
+                     : m_waiting.empty() || m_asksBack ? lastChange()
+                                                       : m_sets[m_waiting.front()].change;
     }
     if (next == ChangeState::pending && m_state != ChangeState::pending && !m_waiting.empty())
         m_pending = m_sets[m_waiting.front()].change; // none when there was nothing to do

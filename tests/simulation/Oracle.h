@@ -130,10 +130,11 @@ private:
     std::vector<std::uint64_t> m_waiting; ///< taken in by the process, without a result so far
     std::vector<Change> m_changes;
     std::uint64_t m_incarnation = 0; ///< of the process
-    int m_pending = -1;    ///< the change on trial; below 0 for one that had nothing to do
-    int m_restored = -1;   ///< the one that is taken back; likewise
-    int m_leftBehind = -1; ///< by the process before, if it has left any
-    bool m_fresh = true;   ///< the process has told nothing so far
+    int m_pending = -1;      ///< the change on trial; below 0 for one that had nothing to do
+    int m_restored = -1;     ///< the one that is taken back; likewise
+    int m_leftBehind = -1;   ///< by the process before, if it has left any
+    bool m_asksBack = false; ///< somebody who takes a set back that was made
+    bool m_fresh = true;     ///< the process has told nothing so far
     agent::ChangeState m_state = agent::ChangeState::idle;
     std::uint32_t m_counted = 0;           ///< rows that were left alone, as the process tells
     bool m_restoreWrote = false;           ///< the process, to take something back
