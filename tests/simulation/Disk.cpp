@@ -50,6 +50,7 @@ int Disk::open(const std::string& name, int flags, bool inOpenFolder) {
     if (fails())
         return -1;
     Descriptor opened;
+    opened.name = name;
     if (folderGone && !inOpenFolder) {
         errno = ENOENT;
         return -1;
@@ -71,6 +72,10 @@ int Disk::open(const std::string& name, int flags, bool inOpenFolder) {
     }
     m_open[m_next] = opened;
     return m_next++;
+}
+
+std::string Disk::inFolder(int descriptor, const char* name) const {
+    return m_open.at(descriptor).name + "/" + name;
 }
 
 long Disk::read(int descriptor, char* buffer, std::size_t size) {
@@ -190,16 +195,16 @@ int __wrap_close(int descriptor) {
     return descriptor >= kFirst ? disk->close(descriptor) : __real_close(descriptor);
 }
 int __wrap_openat(int folder, const char* name, int flags, mode_t mode) {
-    return folder >= kFirst ? disk->open(std::string(Disk::kFolder) + name, flags, true)
+    return folder >= kFirst ? disk->open(disk->inFolder(folder, name), flags, true)
                             : __real_openat(folder, name, flags, mode);
 }
 int __wrap_unlinkat(int folder, const char* name, int flags) {
-    return folder >= kFirst ? disk->remove(std::string(Disk::kFolder) + name)
+    return folder >= kFirst ? disk->remove(disk->inFolder(folder, name))
                             : __real_unlinkat(folder, name, flags);
 }
 int __wrap_renameat(int folder, const char* from, int newFolder, const char* to) {
     return folder >= kFirst
-               ? disk->rename(std::string(Disk::kFolder) + from, std::string(Disk::kFolder) + to)
+               ? disk->rename(disk->inFolder(folder, from), disk->inFolder(newFolder, to))
                : __real_renameat(folder, from, newFolder, to);
 }
 }

@@ -29,13 +29,15 @@ public:
     bool wasUnwell = false;  ///< at any time
 
     bool has(const std::string& name) const { return m_names.count(name) != 0; }
-    bool isEmpty() const { return m_names.empty(); }
+    std::size_t size() const { return m_names.size(); } ///< files
 
     /// Loses what was not flushed, or some of it.
     void cutPower(std::mt19937& random);
 
     // The calls, by file descriptors of its own; errno is set on a failure.
     int open(const std::string& name, int flags, bool inOpenFolder = false);
+    /// The name of a file in a folder that is open.
+    std::string inFolder(int descriptor, const char* name) const;
     long read(int descriptor, char* buffer, std::size_t size);
     long write(int descriptor, const char* text, std::size_t size);
     int flush(int descriptor);
@@ -52,7 +54,8 @@ private:
     /// A name and the file that it gets, or none; several go together.
     using FolderChange = std::vector<std::pair<std::string, std::shared_ptr<File>>>;
     struct Descriptor {
-        std::shared_ptr<File> file; ///< none for the folder
+        std::string name;
+        std::shared_ptr<File> file; ///< none for a folder
         std::size_t place = 0;
     };
 

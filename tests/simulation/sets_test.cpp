@@ -2,9 +2,10 @@
 // manager is told when the device's process dies, hangs or answers late, and when the request comes
 // again.
 
-#include "World.h"
+#include "Machine.h"
 
 #include "agent/Log.h"
+#include "agent/dev/Worker.h"
 #include "agent/net/Sets.h"
 #include "agent/system/Invariant.h"
 
@@ -12,16 +13,28 @@
 
 #include <algorithm>
 #include <chrono>
-#include <optional>
+#include <deque>
+#include <sstream>
 #include <string>
-#include <utility>
 
 using namespace agent;
 using namespace agent::net;
+using simulation::Machine;
 
 namespace {
 
 using std::chrono::seconds;
+
+/// A machine that does nothing by itself, and what is sent on it.
+struct Quiet : Machine {
+    Quiet() : Machine(false) {
+        onStep = onNetwork = [] {};
+        writer = [] { return simulation::kOthers; };
+        onSent = onReceived = onAsked = [this](const Message& message) { sent.push_back(message); };
+    }
+
+    std::deque<Message> sent;
+};
 
 class SetsTest : public testing::Test {
 protected:
@@ -32,7 +45,7 @@ protected:
         Snapshot snapshot;
         snapshot.model.values["cvVlanEnabled"][1] = {value, ""};
         snapshot.complete = complete;
-        snapshot.refreshed = world.now();
+        snapshot.refreshed = machine.now();
         snapshot.instances = listInstances(snapshot);
         const auto before = snapshots.take(snapshot);
         sets.take(snapshot, before.get());
@@ -53,7 +66,7 @@ protected:
         sets.begin({"a manager",
                     identity,
                     identity,
-                    world.now(),
+                    machine.now(),
                     {{instance.name, instance.object, Value{1, ""}, ErrorStatus::noError}}});
     }
 
@@ -68,14 +81,14 @@ protected:
         EXPECT_STREQ(nameOf(error), nameOf(sets.answer().error));
     }
 
-    const SetRequest& sent() const { return std::get<SetRequest>(world.sent.back()); }
+    const SetRequest& sent() const { return std::get<SetRequest>(machine.sent.back()); }
     void answer(Outcome outcome) { sets.take(SetResult{sent().id, outcome, Reason::none, 0}); }
 
     const Options options;
-    World world;
-    Link link{world};
-    Snapshots snapshots{options, world};
-    Sets sets{options, world, link, snapshots};
+    Quiet machine;
+    Link link{machine.network()};
+    Snapshots snapshots{options, machine.network()};
+    Sets sets{options, machine.network(), link, snapshots};
 };
 
 TEST_F(SetsTest, AnswersAsTheDeviceIsReadByTheNextProcess) {
@@ -110,21 +123,21 @@ TEST_F(SetsTest, GetsTheSameAnswerWhenItComesAgain) {
     sets.release(false);
     begin("another manager's");
     sets.release(true);
-    const std::size_t before = world.sent.size();
+    const std::size_t before = machine.sent.size();
     begin();
     sets.commit();
     expectAnswer(ErrorStatus::noError);
-    EXPECT_EQ(before, world.sent.size());
+    EXPECT_EQ(before, machine.sent.size());
     sets.release(true);
     EXPECT_EQ(1U, sets.refused());
 
-    world.wait({}, world.now() + seconds(60)); // long ago enough for another request of this number
+    machine.pass(seconds(60)); // long ago enough for another request of this number
     show(2);
     ask();
     answer(Outcome::done);
     const std::uint64_t id = sent().id;
     sets.takeBack(); // another part of the request has failed
-    EXPECT_EQ(id, std::get<TakeBack>(world.sent.back()).id);
+    EXPECT_EQ(id, std::get<TakeBack>(machine.sent.back()).id);
     sets.take(SetResult{id, Outcome::refused, Reason::none, 0});
     EXPECT_FALSE(sets.waits());
     sets.release(true);
@@ -132,38 +145,20 @@ TEST_F(SetsTest, GetsTheSameAnswerWhenItComesAgain) {
 }
 
 TEST_F(SetsTest, GivesUpOnAProcessThatHangs) {
-    const auto deadline = world.now() + options.setDeadline;
+    const auto deadline = machine.now() + options.setDeadline;
     ask();
     EXPECT_GT(deadline, sent().deadline); // so that it can tell before that it was late
     EXPECT_EQ(deadline, sets.giveUp());
     const std::uint64_t id = sent().id;
-    world.wait({}, deadline - seconds(1));
+    machine.pass(deadline - seconds(1) - machine.now());
     sets.checkTime();
     EXPECT_TRUE(sets.waits());
-    world.wait({}, deadline);
+    machine.pass(seconds(1));
     sets.checkTime();
     expectAnswer(ErrorStatus::genErr);
-    EXPECT_EQ(id, std::get<TakeBack>(world.sent.back()).id);  // should it make it all the same
-    sets.take(SetResult{id, Outcome::done, Reason::none, 0}); // too late
+    EXPECT_EQ(id, std::get<TakeBack>(machine.sent.back()).id); // should it make it all the same
+    sets.take(SetResult{id, Outcome::done, Reason::none, 0});  // too late
     expectAnswer(ErrorStatus::genErr);
-}
-
-/// Where the other process is not what it was any more.
-TEST(Lines, OfWhatIsNotUnderstoodAreLimited) {
-    struct Noise : World {
-        std::optional<std::string> receive() override { return "noise"; }
-    } noise;
-    Link link(noise);
-    openLog(true);
-    testing::internal::CaptureStderr();
-    for (const int minute : {1, 2}) {
-        for (int i = 0; i < 1000; ++i)
-            EXPECT_FALSE(link.receive());
-        noise.wait({}, noise.now() + std::chrono::minutes(minute));
-    }
-    const std::string text = testing::internal::GetCapturedStderr();
-    EXPECT_EQ(20 + 1 + 20, std::count(text.begin(), text.end(), '\n'));
-    EXPECT_NE(text.npos, text.find(" 980 more lines")) << text;
 }
 
 TEST_F(SetsTest, BreaksOffWhereItsStateDoesNotHold) {
@@ -171,6 +166,76 @@ TEST_F(SetsTest, BreaksOffWhereItsStateDoesNotHold) {
     ask();
     EXPECT_THROW(begin("another manager's"), BrokenInvariant);
     EXPECT_THROW(sets.commit(), BrokenInvariant);
+}
+
+/// Lines that have a text, of those that are logged meanwhile.
+template <class Do>
+long countLines(const std::string& text, Do action) {
+    openLog(true); // to standard error
+    testing::internal::CaptureStderr();
+    action();
+    std::istringstream log(testing::internal::GetCapturedStderr());
+    long lines = 0;
+    for (std::string line; std::getline(log, line);)
+        lines += line.find(text) != line.npos;
+    return lines;
+}
+
+// The other process may not be what it was any more: one that asks without end fills no log.
+
+TEST(Lines, OfWhatIsNotUnderstoodAreLimited) {
+    Quiet machine;
+    Link link(machine.device());
+    EXPECT_EQ(20 + 1 + 20, countLines("", [&] {
+                  for (const int minute : {1, 2}) {
+                      for (int i = 0; i < 1000; ++i) {
+                          machine.network().send("noise");
+                          EXPECT_FALSE(link.receive());
+                      }
+                      machine.pass(std::chrono::minutes(minute));
+                  }
+              }));
+}
+
+TEST(Lines, OfSetsThatAreTakenBackAreLimited) {
+    Quiet machine;
+    machine.options.foreground = true;
+    constexpr std::uint64_t kSets = 80; // on trial, and every other one takes it back
+    std::uint64_t asked = 0;
+    std::uint64_t incarnation = 0;
+    machine.onNetwork = [&] {
+        while (machine.network().receive())
+            ;
+    };
+    machine.onSent = [&](const Message& message) {
+        if (const auto* const hello = std::get_if<Hello>(&message))
+            incarnation = hello->incarnation;
+        const auto* const snapshot = std::get_if<Snapshot>(&message);
+        const auto* const result = std::get_if<SetResult>(&message);
+        if (result == nullptr && (asked != 0 || snapshot == nullptr || !snapshot->complete))
+            return;
+        EXPECT_TRUE(result == nullptr || result->outcome == Outcome::done) << asked;
+        if (asked == kSets)
+            return machine.askToStop();
+        SetRequest set{};
+        set.id = ++asked;
+        set.incarnation = incarnation;
+        set.deadline = machine.now() + seconds(4);
+        if (asked % 2 == 1) {
+            const auto object =
+                std::find_if(objects().begin(), objects().end(), [](const Object& each) {
+                    return each.label() == std::string("cvVlanEnabled");
+                });
+            set.changes = {{&*object, 1, {1, ""}, 0}};
+            set.trial = seconds(60);
+        } else {
+            set.verdict = Verdict::revert;
+        }
+        machine.network().send(pack(set));
+    };
+    EXPECT_EQ(20, countLines("taken back",
+                             [&] { dev::Worker(machine.options, machine.device()).run(); }));
+    EXPECT_EQ(kSets, asked);
 }
 
 } // namespace
