@@ -15,7 +15,10 @@ const char* const kClient =
     "[ ! -e runs ] || echo \"$1\" >>runs\n"
     "case $1 in *updatekey*) [ ! -e hold ] || { echo $$ >held; while [ -e held ]; do sleep 0.05; "
     "done; } ;; esac\n"
-    "exec " QUORLET " \"$@\"\n";
+    "real=" QUORLET "\n"
+    "[ ! -e fault ] || case $1 in *updatekey* | *insertkey* | *deletekey*)\n"
+    "    echo >>writes; [ $(wc -l <writes) != 5 ] || . ./fault ;; esac\n"
+    "exec $real \"$@\"\n";
 
 } // namespace
 

@@ -13,6 +13,9 @@
 ///     delay    every command takes that many seconds more
 ///     silent   no command answers
 ///     runs     gets a line for each command
+///     fault    is what the fifth command that changes something does, as lines for its shell:
+///     $real is
+///              the real client
 ///
 /// and notes in "sockets" those that it inherits.
 class Device {
