@@ -17,7 +17,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <climits>
 #include <csignal>
 #include <cstdio>
@@ -73,143 +72,68 @@ int side(const Site& site, const std::string& name) {
     return pid > 0 ? pid : INT_MAX; // that of nobody: 0 would mean this process and all beside it
 }
 
-/// An agent whose user is known by what is stored alone, with keys that only one engine ID fits.
-struct Survivor : Site {
-    Survivor() {
-        run("mkdir first; echo 'createUser corvantaOperator SHA \"auth passphrase\" AES \"priv "
-            "passphrase\"' >first/corvantad.conf; echo 'rwuser corvantaOperator' >agent.conf");
-        manager = kUser + "Operator -l authPriv";
-        environment += "SNMPCONFPATH=. ";
-        patience = "0.3";
-    }
-
-    /// A start with a state, under a tracer that may inject a fault. @return 0 when it comes to
-    /// serve
-    int start(const std::string& state, const std::string& injection) {
-        run("rm -rf state; cp -a " + state + " state; >agent.log");
-        tracer = "strace -f -qq -o trace.log ";
-        for (const char* name : {"", "/corvantad.conf", "/corvantad.0.conf", "/corvantad.conf.new",
-                                 "/new", "/new/corvantad.conf", "/cert_indexes"})
-            for (const char* place : {"/", "/net"})
-                tracer += std::string("-P $PWD/state") + place + name + ' ';
-        tracer += injection + ' ';
-        startAgent(options);
-        EXPECT_TRUE(
-            soon([&] { return !agent->running() || !run("grep started$ agent.log").empty(); }));
-        const int status = agent->running() ? 0 : agent->end(0);
-        agent.reset();
-        tracer.clear();
-        return status;
-    }
-
-    /// Whether the next start answers the user, as the same engine with more boots.
-    bool answers() {
-        startAgent(options);
-        std::string answer;
-        EXPECT_TRUE(soon([&] {
-            answer = tool("snmpget -Oqv", ".1.3.6.1.6.3.10.2.1.1.0 .1.3.6.1.6.3.10.2.1.2.0");
-            return answer[0] == '"';
-        })) << run("cat agent.log");
-        const std::size_t end = answer.rfind('"') + 1;
-        if (engine.empty()) {
-            engine = answer.substr(0, end);
-            captured = makeRequest(*this);
-        } else {
-            EXPECT_EQ(engine, answer.substr(0, end));
-            EXPECT_LT(1, std::atoi(answer.c_str() + end));
-            const std::string notInTimeWindows("\x2b\x06\x01\x06\x03\x0f\x01\x01\x02\x00", 10);
-            const Port replayer;
-            replayer.send(portOf(*this), captured);
-            EXPECT_NE(std::string::npos, replayer.receive(120000).find(notInTimeWindows));
-        }
-        agent->end(SIGKILL);
-        EXPECT_EQ("agent.lock\ndev\nnet\n", run("ls state")); // each process has what is its own
-        return !::testing::Test::HasFailure();
-    }
-
-    const std::string options = "-m " + address + " -c agent.conf -s state -i 60";
-    std::string engine;   ///< of the first start that has answered
-    std::string captured; ///< a packet to it
-};
-
-TEST(Field, TheIdentityOutlivesWhateverEndsAStart) {
-    Survivor site;
-    int points = 0;
-    for (const std::string state : {"first", "later", "older"}) {
-        EXPECT_EQ(0, site.start(state, ""));
-        std::istringstream calls(
-            site.run("sed -n 's/^\\([0-9]* *[a-z0-9]*\\)(.*/\\1/p' trace.log | "
-                     "sort | uniq -c"));
-        std::string process, call;
-        for (int count = 0; calls >> count >> process >> call;) {
-            std::cout << state << ": " << call << ' ' << count << '\n';
-            for (int n = 1; n <= count; ++n, ++points) {
-                const std::string point = call + ":signal=KILL:when=" + std::to_string(n);
-                SCOPED_TRACE(state + ": " + point);
-                EXPECT_NE(0, site.start(state, "-e inject=" + point)) << site.run("cat agent.log");
-                if (state == "first")
-                    site.engine.clear(); // there was none to keep
-                ASSERT_TRUE(site.answers());
-            }
-        }
-        if (state == "first") // 1.1.0 has left the last when it was killed, and 1.1.1 a part of it
-            site.run("mv state later; mkdir -p older/new older/cert_indexes; cd older; "
-                     "sed '/^#/d' ../later/net/corvantad.conf >corvantad.0.conf; "
-                     "head -n 1 corvantad.0.conf | tee corvantad.conf >new/corvantad.conf");
-    }
-    EXPECT_LT(40, points) << "the trace has missed calls";
-    for (const std::string fault :
-         {"write:error=ENOSPC", "fsync:error=EIO", "/^rename:error=ENOSPC"}) {
-        EXPECT_EQ(1, site.start("later", "-e inject=" + fault)) << fault;
-        EXPECT_NE("", site.run("grep 'cannot write corvantad.conf: ' agent.log"));
-        ASSERT_TRUE(site.answers()) << fault;
-    }
+/// What is stored alone knows the user, with keys that fit one engine ID only.
+TEST(Field, TheIdentityOutlivesAKill) {
+    Site site;
+    site.run("mkdir -p state; echo 'createUser corvantaOperator SHA \"auth passphrase\" AES \"priv "
+             "passphrase\"' >state/corvantad.conf; echo 'rwuser corvantaOperator' >agent.conf");
+    site.environment += "SNMPCONFPATH=. ";
+    site.manager = kUser + "Operator -l authPriv";
+    const auto engine = [&] {
+        site.startAlone("-i 60");
+        return site.tool("snmpget -Oqv", ".1.3.6.1.6.3.10.2.1.1.0 .1.3.6.1.6.3.10.2.1.2.0");
+    };
+    const std::string first = engine();
+    const std::size_t end = first.rfind('"') + 1; // of the ID; the number of boots follows
+    const std::string captured = makeRequest(site);
+    site.agent->end(SIGKILL);
+    EXPECT_EQ("agent.lock\ndev\nnet\n", site.run("ls state")); // each process has what is its own
+    const std::string second = engine();
+    EXPECT_EQ(first.substr(0, end), second.substr(0, end));
+    EXPECT_LT(std::atoi(first.c_str() + end), std::atoi(second.c_str() + end));
+    const std::string notInTimeWindows("\x2b\x06\x01\x06\x03\x0f\x01\x01\x02\x00", 10);
+    const Port replayer;
+    replayer.send(portOf(site), captured);
+    EXPECT_NE(std::string::npos, replayer.receive(120000).find(notInTimeWindows));
+    // A number that can't be stored isn't served.
+    site.agent.reset();
+    site.tracer = "strace -f -qq -o trace.log -P $PWD/state/net/corvantad.conf.new "
+                  "-e inject=write:error=ENOSPC ";
+    site.startAgent("-m " + site.address + " -c agent.conf -s state");
+    EXPECT_EQ(1, site.agent->end(0));
+    EXPECT_NE("", site.run("grep 'cannot write corvantad.conf: No space' agent.log"));
 }
 
-/// The database is locked for 10 s; $CORVANTA_LOCK says otherwise.
 TEST(Field, NoGetWaitsForASet) {
     Site site;
     const std::string datagrams = site.address;
     site.address = "udp:" + datagrams + ",tcp:" + datagrams;
-    site.startAgent("-m " + site.address + " -c agent.conf -s state -i 60 -d 5");
+    site.startAlone("-i 60 -l 600");
     site.address = datagrams;
-    site.awaitAgent();
     const std::string request = makeRequest(site);
     const std::string set = makeRequest(site, true);
-    const auto lock = site.lock();
-    const auto start = Clock::now();
+    site.write("hold", "");
     std::vector<std::thread> managers;
-    std::atomic<int> answered{0};
     for (const std::string transport : {"udp:", "udp:", "tcp:"})
         managers.emplace_back([&, transport] {
-            const std::string answer = output(
-                site.folder, site.environment + "snmpset -v2c -c test -r 0 -t 90 " + transport +
-                                 datagrams + " " + Site::oid("6.1.5.1") + " i 77");
-            // Those that wait behind the first aren't begun while it is taken back.
-            EXPECT_TRUE(answer.find("genError") != answer.npos ||
-                        answer.find("resourceUnavailable") != answer.npos)
-                << answer;
-            ++answered;
+            EXPECT_EQ("", Site::errorIn(output(site.folder,
+                                               site.environment + "snmpset -v2c -c test -r 0 -t " +
+                                                   kLong + " " + transport + datagrams + " " +
+                                                   Site::oid("6.1.5.1") + " i 77")));
         });
+    site.held(); // the first; the others wait behind it
     const Port other;
     const Port impatient;
-    int gets = 0; // before any set had its answer
-    while (answered < 3) {
+    for (int gets = 0; gets < 20; ++gets) {
         impatient.send(portOf(site), set); // again and again, without an answer
         other.send(portOf(site), request);
         EXPECT_NE("", other.receive(60000));
-        gets += answered == 0;
-        pause(5);
     }
+    EXPECT_EQ("32\n", site.sql("SELECT Vci FROM Atm WHERE Id=1"));
+    site.release("hold");
+    site.release("held");
     for (std::thread& manager : managers)
         manager.join();
-    EXPECT_GT(gets, 10);
-    // What waited behind the first has missed its deadline too, and was not begun: by now, one of
-    // them would have had a second deadline to wait for.
-    EXPECT_LT(msSince(start), 2 * 5000);
-    site.release("locked");
-    EXPECT_TRUE(soon([&] { return site.get("8.4.0") == "INTEGER: 1"; }));
-    EXPECT_EQ("32\n", site.sql("SELECT Vci FROM Atm WHERE Id=1"));
 }
 
 TEST(Field, ASlowDeviceIsNotOverstrained) {
@@ -223,15 +147,13 @@ TEST(Field, ASlowDeviceIsNotOverstrained) {
     EXPECT_EQ(before, site.sql(".dump"));
     EXPECT_EQ("", site.run("grep -e updatekey -e insertkey runs"));
     EXPECT_NE("", site.run("grep 'on this device: --set-deadline is shorter' agent.log"));
-    // A small one has the time.
-    EXPECT_TRUE(soon([&] { return site.set("6.1.5.1", "i 77").empty(); }));
 }
 
 TEST(Field, StopsInTimeAndLetsAChangeEnd) {
     for (const std::string what : {"stall", "locked", "hold"}) {
         const bool locked = what == "locked";
-        Site site("-i 60 -d 60 -l 60");
-        site.patience = "12";                             // there may be no answer
+        Site site("-i 60 -l 60");
+        site.patience = "1";                              // there may be no answer
         const auto lock = locked ? site.lock() : nullptr; // keeps it from reading
         site.write("runs", "");
         site.write(what == "stall" ? "stall" : "hold", "");
@@ -279,7 +201,7 @@ TEST(Field, WaitsForAClientOfBeforeAndForNothingElse) {
     start("1000");
     EXPECT_EQ(0, site.agent->end(SIGTERM)); // at once
     EXPECT_TRUE(fs::exists(client));
-    start("1");
+    start("5");
     EXPECT_TRUE(soon([&] { return !fs::exists(client); }));
     EXPECT_EQ("1\n", site.run("grep -c 'hangs and is killed' agent.log"));
     site.awaitAgent();
@@ -295,7 +217,7 @@ TEST(Field, WaitsForAClientOfBeforeAndForNothingElse) {
 
 TEST(Field, ASecondAgentOfOneMasterEnds) {
     Subagent site;
-    EXPECT_EQ("status 1\n", site.run("timeout 90 " ON_DEVICE " device " CORVANTAD
+    EXPECT_EQ("status 1\n", site.run("timeout 600 " ON_DEVICE " device " CORVANTAD
                                      " -f -x agentx -s second >second.log 2>&1; echo status $?"));
     EXPECT_NE("", site.run("grep 'another agent serves them' second.log"));
     EXPECT_EQ("INTEGER: 2", site.get("3.2.0"));
@@ -377,7 +299,7 @@ TEST(Field, AMasterThatWasAwayIsToldAfterwards) {
     site.awaitAgent();
     site.master->end(SIGKILL);
     site.setCircuit(false);
-    pause(3000);
+    EXPECT_TRUE(soon([&] { return !site.run("grep 'the master at' agent.log").empty(); }));
     site.startMaster();
     site.awaitAgent();
     EXPECT_EQ(1, sink.count(kDown, "VC8"));
@@ -387,7 +309,7 @@ TEST(Field, StrangersUseNothingUp) {
     Site site;
     const std::string datagrams = site.address;
     site.startAgent("-m udp:" + datagrams + ",tcp:" + datagrams +
-                    " -c agent.conf -s state -i 60 -d 60");
+                    " -c agent.conf -s state -i 60 -d 900");
     site.awaitAgent();
     const Port stranger;
     // The toolkit tells of it: the sender takes one byte.
@@ -440,7 +362,7 @@ TEST(Field, StrangersUseNothingUp) {
 TEST(Field, EitherSideMayDie) {
     Site site;
     site.confine = [] { signal(SIGCHLD, SIG_IGN); }; // as some who start it leave it
-    site.startAlone("-i 60 -d 60");
+    site.startAlone("-i 60");
     for (const std::string name : {"net", "dev"}) {
         const std::string process = "/proc/" + std::to_string(side(site, name));
         EXPECT_EQ("Threads:\t1\n", site.run("grep Threads " + process + "/status"));
@@ -462,54 +384,31 @@ TEST(Field, EitherSideMayDie) {
     EXPECT_TRUE(soon([&] { return !fs::exists(client); }));
     EXPECT_TRUE(soon([&] { return site.get("8.4.0") == "INTEGER: 1"; }));
     EXPECT_EQ(before, site.sql(".dump"));
-    // One that had nothing to do when it died. What it is asked after that nobody makes.
-    kill(side(site, "dev"), SIGKILL);
-    EXPECT_EQ("commitFailed", site.set("6.1.5.1", "i 78"));
-    EXPECT_EQ("", site.set("6.1.5.1", "i 77"));
     kill(side(site, "net"), SIGSEGV);
     site.awaitAgent();
-    EXPECT_EQ("", site.set("6.1.5.1", "i 32"));
+    EXPECT_EQ("", site.set("6.1.5.1", "i 77"));
     EXPECT_EQ("2\n", site.run("grep -c 'was ended by signal 11 and is started again' agent.log"));
     EXPECT_EQ(0, site.agent->end(SIGTERM));
 }
 
 TEST(Field, ARepeatedRequestIsAnsweredNotMadeAgain) {
-    Site site("-i 600 -a 6000 -d 60");
-    std::string first = packetsOf(site, "snmpset", Site::oid("6.1.5.1") + " i 77").back();
-    std::string second = first;
-    const Port one;
-    const Port other;
-    for (const bool queued : {false, true}) {
-        SCOPED_TRACE(queued);
-        second.back() = static_cast<char>(++first.back() + 20); // the value
-        site.run("rm -f runs; touch runs");
-        if (queued) {
-            site.write("stall", "");
-            one.send(portOf(site), first);
-            EXPECT_TRUE(soon([&] { return site.has("stalled"); }));
-            for (const Port* manager : {&other, &one, &other})
-                manager->send(portOf(site), manager == &one ? first : second);
-            EXPECT_NE("", site.get("6.1.5.1")); // they have come in before this
-            fs::remove(site.folder / "stall");
-        }
-        std::map<const Port*, std::string> answers;
-        for (const Port* manager : {&one, &other, &one, &other}) {
-            if (!queued)
-                manager->send(portOf(site), manager == &one ? first : second);
-            const std::string answer = manager->receive(60000);
-            EXPECT_NE("", answer);
-            EXPECT_EQ(answers.emplace(manager, answer).first->second, answer);
-        }
-        EXPECT_EQ("2\n", site.run("grep -c updatekey runs"));
-        EXPECT_EQ("INTEGER: " + std::to_string(second.back()), site.get("6.1.5.1"));
-    }
+    Site site("-i 600 -a 6000");
+    std::string request = packetsOf(site, "snmpset", Site::oid("6.1.5.1") + " i 77").back();
+    const Port manager;
+    site.write("runs", "");
     // Some managers give all their requests one Id.
     for (const int value : {40, 41, 40}) {
-        first.back() = static_cast<char>(value);
-        one.send(portOf(site), first);
-        EXPECT_NE("", one.receive(60000));
+        request.back() = static_cast<char>(value);
+        std::string answers[2];
+        for (std::string& answer : answers) {
+            manager.send(portOf(site), request);
+            answer = manager.receive(60000);
+        }
+        EXPECT_NE("", answers[0]);
+        EXPECT_EQ(answers[0], answers[1]);
         EXPECT_EQ("INTEGER: " + std::to_string(value), site.get("6.1.5.1"));
     }
+    EXPECT_EQ("3\n", site.run("grep -c updatekey runs"));
 }
 
 TEST(Field, TheLogTellsWhoChangedWhat) {
@@ -531,15 +430,18 @@ TEST(Field, TheLogTellsWhoChangedWhat) {
           std::tuple(
               "", "1.9.0", "i 1",
               ": .1.3.6.1.4.1.32473.1.1.1.9.0: refused: nothing has changed (notWritable), "),
-          std::tuple("v3", "6.1.4.1", "i 9 TRIAL 60",
-                     "cvCircuitVpi.1 1 -> 9, cvConfirmTimeout.0 -> 60: made, on trial for 60 s, "),
+          std::tuple(
+              "v3", "6.1.4.1", "i 9 TRIAL 600",
+              "cvCircuitVpi.1 1 -> 9, cvConfirmTimeout.0 -> 600: made, on trial for 600 s, "),
           std::tuple("", "8.3.0", "i 2",
                      ": cvChange.0 -> confirm: made, confirms set by corvantaOperator from UDP: "),
-          std::tuple("", "6.1.4.1", "i 1 TRIAL 60",
-                     "cvCircuitVpi.1 9 -> 1, cvConfirmTimeout.0 -> 60: made, on trial for 60 s, "),
-          std::tuple("", "8.3.0", "i 3",
-                     "cvCircuitVpi.1 9 -> 1, cvConfirmTimeout.0 -> 60: taken back, since a manager "
-                     "wanted it")}) {
+          std::tuple(
+              "", "6.1.4.1", "i 1 TRIAL 600",
+              "cvCircuitVpi.1 9 -> 1, cvConfirmTimeout.0 -> 600: made, on trial for 600 s, "),
+          std::tuple(
+              "", "8.3.0", "i 3",
+              "cvCircuitVpi.1 9 -> 1, cvConfirmTimeout.0 -> 600: taken back, since a manager "
+              "wanted it")}) {
         site.write("agent.log", "");
         site.manager = *manager != 0 ? kUser + "Operator -l authPriv" : community;
         std::string values = value;
@@ -553,7 +455,7 @@ TEST(Field, TheLogTellsWhoChangedWhat) {
     // However many sets a trial is of.
     for (int value = 40; value < 60; ++value)
         EXPECT_EQ("", site.set("6.1.5.1",
-                               "i " + std::to_string(value) + " " + Site::oid("8.1.0") + " u 60"));
+                               "i " + std::to_string(value) + " " + Site::oid("8.1.0") + " u 600"));
     EXPECT_EQ("", site.set("8.3.0", "i 3"));
     EXPECT_TRUE(
         soon([&] { return site.run("grep -c 'and more: taken back' agent.log") == "1\n"; }));
@@ -617,31 +519,6 @@ TEST(Field, AConfigurationOfBeforeIsSaidToShutTheAgentOut) {
     }));
 }
 
-TEST(Field, TheDoubtAboutASetIsNotAnothers) {
-    Site site;
-    const std::string datagrams = site.address;
-    site.address = "udp:" + datagrams + ",tcp:" + datagrams;
-    site.startAgent("-m " + site.address + " -c agent.conf -s state -i 600 -a 6000 -d 90");
-    site.address = datagrams;
-    site.awaitAgent();
-    const auto lock = site.lock();
-    site.write("runs", "");
-    {
-        Process first(site.folder, site.environment + "snmpset -v2c -c test -r 0 -t 60 tcp:" +
-                                       datagrams + " " + Site::oid("6.1.5.1") + " i 77");
-        EXPECT_TRUE(soon([&] { return fs::file_size(site.folder / "runs") > 0; }));
-        kill(side(site, "dev"), SIGKILL); // while it reads for the set, whose manager then goes
-        site.run("until grep -q 'is started again' agent.log; do sleep 0.05; done; >runs");
-        EXPECT_TRUE(soon([&] { return fs::file_size(site.folder / "runs") > 0; }, 60000));
-    }
-    EXPECT_EQ("INTEGER: 32", site.get("6.1.5.1")); // the new one has greeted before this
-    std::thread second([&] { EXPECT_EQ("", site.set("6.1.5.1", "i 78")); });
-    pause(500); // longer only makes it surer that the set has come in
-    fs::remove(site.folder / "locked");
-    second.join();
-    EXPECT_EQ("78\n", site.sql("SELECT Vci FROM Atm WHERE Id=1"));
-}
-
 TEST(Field, ASideThatDoesNotMoveIsReplaced) {
     Site site;
     const std::string path = site.folder.string() + "/notices";
@@ -683,13 +560,11 @@ TEST(Field, ASideThatDoesNotMoveIsReplaced) {
     EXPECT_TRUE(soon([&] { return !hears(sign, 6000); }));
     kill(site.agent->pid(), SIGCONT);
     EXPECT_TRUE(hears(sign, 120000));
-    for (const std::string noTime : {"0", "soon"}) { // nobody watches
-        EXPECT_EQ(0, site.agent->end(SIGTERM));
-        site.environment += "WATCHDOG_USEC=" + noTime + " ";
-        site.startAgent("-m " + site.address + " -c agent.conf -s state");
-        EXPECT_TRUE(hears("READY=1", 120000));
-        EXPECT_FALSE(hears(sign, 500)) << noTime;
-    }
+    EXPECT_EQ(0, site.agent->end(SIGTERM));
+    site.environment += "WATCHDOG_USEC=soon "; // nobody watches
+    site.startAgent("-m " + site.address + " -c agent.conf -s state");
+    EXPECT_TRUE(hears("READY=1", 120000));
+    EXPECT_FALSE(hears(sign, 500));
     close(notices);
 }
 
@@ -713,27 +588,13 @@ TEST(Field, AMasterIsAnsweredThoughTheDeviceSideIsFrozen) {
     site.master->end(SIGTERM);
     site.startMaster();
     site.startAgent("-x agentx -s state -d 15");
-    for (const bool thaws : {true, false}) {
-        SCOPED_TRACE(thaws);
-        site.awaitAgent();
-        site.write("hold", "");
-        std::thread manager([&] { EXPECT_EQ("(genError)", site.set("6.1.5.1", "i 77")); });
-        site.held();
-        const int frozen = side(site, "dev");
-        kill(frozen, SIGSTOP);
-        manager.join();
-        if (thaws) {
-            kill(frozen, SIGCONT);
-        } else {
-            EXPECT_NE("notWritable", site.set("6.1.5.2", "i 33"));
-            EXPECT_TRUE(
-                soon([&] { return !site.run("grep 'no sign of life' agent.log").empty(); }));
-        }
-        site.release("hold");
-        site.release("held");
-        EXPECT_TRUE(soon([&] { return site.set("6.1.5.2", "i 32").empty(); }));
-        EXPECT_EQ("32\n", site.sql("SELECT Vci FROM Atm WHERE Id=1"));
-    }
+    site.awaitAgent();
+    const int frozen = side(site, "dev");
+    kill(frozen, SIGSTOP);
+    EXPECT_EQ("(genError)", site.set("6.1.5.1", "i 77"));
+    kill(frozen, SIGCONT);
+    EXPECT_TRUE(soon([&] { return site.set("6.1.5.2", "i 33").empty(); }));
+    EXPECT_EQ("32\n", site.sql("SELECT Vci FROM Atm WHERE Id=1"));
 }
 
 TEST(Field, AUserOwnsItsState) {
@@ -764,7 +625,7 @@ TEST(Field, AUserOwnsItsState) {
                        "dev/change.journal change.journal net/change.journal; do echo forged "
                        ">state/$file && echo written; done' 2>/dev/null | cat"));
     // Where no state can be, nothing starts.
-    EXPECT_EQ("status 1\n", site.run("timeout 90 " ON_DEVICE " device " CORVANTAD
+    EXPECT_EQ("status 1\n", site.run("timeout 600 " ON_DEVICE " device " CORVANTAD
                                      " -f -x agentx -s /proc/none >none.log 2>&1; echo status $?"));
     EXPECT_NE("", site.run("grep 'cannot make the state folder /proc/none' none.log"));
 }
@@ -849,10 +710,8 @@ TEST(Field, WorksAsConfinedAsTheUnitSays) {
     EXPECT_EQ(0, site.agent->end(SIGTERM));
 }
 
-/// By default some thousand; $CORVANTA_PACKETS says how many.
 TEST(Field, MutatedPacketsHurtNobody) {
-    const char* const wanted = std::getenv("CORVANTA_PACKETS");
-    const int count = wanted != nullptr ? std::atoi(wanted) : 6000;
+    constexpr int kPackets = 3000;
     Site site;
     site.write("agent.conf", "rwcommunity test\ncreateUser corvantaOperator SHA 'auth passphrase' "
                              "AES 'priv passphrase'\n"
@@ -878,7 +737,7 @@ TEST(Field, MutatedPacketsHurtNobody) {
     const auto below = [&](std::size_t n) { return static_cast<std::size_t>(random() % n); };
     const Port stranger;
     int lost = 0;
-    for (int i = 0; i < count; ++i) {
+    for (int i = 0; i < kPackets; ++i) {
         std::string packet = seeds[below(seeds.size())];
         for (std::size_t left = 1 + below(4); left > 0; --left)
             switch (const std::size_t at = below(packet.size()); below(4)) {
@@ -906,8 +765,7 @@ TEST(Field, MutatedPacketsHurtNobody) {
             answered = answer.find(id) != answer.npos;
         lost += !answered;
     }
-    std::cout << count << " packets, " << lost << " without an answer to the next whole one\n";
-    EXPECT_EQ(0, lost);
+    EXPECT_EQ(0, lost) << "times, a whole packet had no answer";
     EXPECT_EQ(network, side(site, "net"));
 }
 

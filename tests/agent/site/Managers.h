@@ -25,16 +25,15 @@ public:
     /// @return what is said of an error: "wrongType"; empty without one
     std::string set(const std::string& object, const std::string& typeAndValue) const;
 
+    /// The error in what a tool prints, as set() returns it.
+    static std::string errorIn(const std::string& answer);
+
     static std::string oid(const std::string& object) { return ROOT_OID ".1." + object; }
 
     std::string address;
     std::string environment = "MIBS= ";
     std::string manager = "-v2c -c test";
     std::string patience = kLong; ///< in seconds
-
-protected:
-    /// The error in what a tool prints, as set() returns it.
-    static std::string errorIn(const std::string& answer);
 
 private:
     const fs::path& m_folder;
