@@ -36,7 +36,7 @@ public:
     void watch();
     bool hangs() const; ///< it was killed for that, and has not ended yet
 
-    /// In another child, who must not take in what is meant for the parent.
+    /// Called in the other child, which must not read what is meant for the parent.
     void forget();
 
     /// Asks it to stop, and kills it when it has not in time. To be called until it has ended; the

@@ -10,7 +10,7 @@ struct Options {
     std::string master; ///< address to listen at without a master; empty for a subagent
     std::string config;
     std::string state = "/var/lib/corvanta";
-    std::string user;          ///< who owns the device; empty for who starts it
+    std::string user;          ///< who owns the device; empty: the user that starts the agent
     std::string netUser;       ///< who faces the network; empty for the same
     std::string watchDatabase; ///< a file that changes whenever the database does; may be empty
     std::chrono::seconds interval{30};

@@ -31,7 +31,7 @@ struct Step {
 class Comparison {
 public:
     /// @param record what it finds out about its rows is noted there; outlives this
-    /// @param now    the tables of tablesToRestore(), or of some of them the touched rows alone
+    /// @param now    the tables that the record touches, or of some of them the touched rows alone
     /// @param unite  whether neighbours that have come back apart are made anew
     Comparison(Record& record, const Image& now, bool unite);
 

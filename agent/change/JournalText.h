@@ -18,11 +18,9 @@
 //                                      what became of it when it was put back (tried, givenUp, or
 //                                      back with its new Id)
 //     =br1|wanX                        its columns behind the Id, a line for each: "=" and what
-//     =0                               others had there ("~" for the Id of a bridge that came
-//     later, row 5 added                      "-" for that of none), or "+" where the row was not
-//     there;
-//                                      then what the change writes; separated by "|"
-//     +br2
+//     =0                               others had there ("~": Id of a bridge that came later,
+//     row 5 added                      "-": of none), or "+" where there was no row; then what
+//     +br2                             the change writes there; separated by "|"
 //     +0
 //     end 1c291ca3                     CRC-32 of all that comes before this line
 //

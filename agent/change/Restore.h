@@ -13,15 +13,15 @@
 //    One that others have written since is left, and the row is counted. A column that the change
 //    never wrote is never written.
 // 2. A row that the change has added goes. One in which others have written stays and is counted;
-//    so does a bridge that such a row, or one that others have added, is in.
+//    so does a bridge that still contains such a row, or one that others have added.
 // 3. A row that the change has removed comes back, with a new Id, and what refers to a bridge
 //    follows that. It does not come back, and is counted, when others have put a row for the same
 //    subject there or have removed its bridge. Once it is back, it is not put back a second time:
 //    it is others' to change or delete, and counted when they have.
 // 4. Neighbouring members of a bridge come back as neighbours, in their order. When somebody
 //    else's row has come between, they are made anew, a few times; then they stay and are counted.
-// 5. It can be broken off anywhere and gone on with by the next process, which has the journal
-//    only. So that says which rows are being put back before the first is, and their Ids after.
+// 5. It can be interrupted anywhere and resumed by the next process, which has the journal only.
+//    So that says which rows are being put back before the first is, and their Ids after.
 // 6. Each row is read right before it is written or removed, and left for another comparison when
 //    it is no longer what was decided on.
 namespace agent {

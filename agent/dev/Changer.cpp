@@ -102,7 +102,7 @@ Outcome Changer::decide(Transaction& set) {
     return set.late ? Outcome::refused : m_undo.confirm();
 }
 
-/// Whether the set is one that the other side may ask for: it could be somebody else by now.
+/// Whether the set is one that the other side may ask for: it may have been taken over.
 bool Changer::fits(const Transaction& set) const {
     const std::vector<Instance> instances = listInstances(m_board.next);
     return std::all_of(

@@ -64,7 +64,7 @@ public:
 
     Clock::time_point due() const;
 
-    /// What time asks for. @return whether the change that is taken back is back
+    /// Does what is due. @return whether nothing is left to take back
     bool step();
 
 private:

@@ -20,7 +20,7 @@ public:
 
 private:
     System& m_system;
-    LineLimit m_lines; ///< the other process could be somebody else by now
+    LineLimit m_lines; ///< the other process may have been taken over
 };
 
 } // namespace agent

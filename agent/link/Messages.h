@@ -35,7 +35,7 @@ enum class Outcome {
     late,         ///< it missed its deadline; nothing of it stays
     notUndone,    ///< it failed, and something of it could not be taken back
     undoing,      ///< it failed, and is being taken back
-    unavailable,  ///< while another change is pending, or being taken back
+    unavailable,  ///< now: another change is pending or taken back, or there is too little time
     inconsistent, ///< a verdict, or more time, without a change that is pending
 };
 

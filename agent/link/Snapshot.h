@@ -65,7 +65,7 @@ struct Instance {
 /// The state of managers' changes; the numbers are those of the MIB.
 enum class ChangeState { idle = 1, pending = 2, restoring = 3 };
 
-/// Why a change was taken back without its manager asking again; likewise.
+/// Why a change on trial was taken back; likewise.
 enum class RevertReason { none = 0, expired = 1, requested = 2, restarted = 3, failed = 4 };
 
 struct Trial {

@@ -6,8 +6,8 @@
 
 namespace agent::net {
 
-/// A system call that serving requests needs, in part where there are conditions: all of them have
-/// to hold. Of several lines for one call any does.
+/// A system call that serving requests needs; where there are conditions, only when all of them
+/// hold. Of several lines for one call any does.
 struct SystemCall {
     int number;
     std::vector<scmp_arg_cmp> conditions;

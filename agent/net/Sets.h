@@ -50,10 +50,10 @@ public:
     Sets(const Sets&) = delete;
     Sets& operator=(const Sets&) = delete;
 
-    /// Checks a request, and shows it the newest snapshot.
+    /// Checks a request against the newest snapshot.
     void begin(ManagerRequest request);
 
-    /// Has it performed.
+    /// Sends it to the device's process.
     void commit();
 
     /// Has it taken back after it was made.

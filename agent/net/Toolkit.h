@@ -41,8 +41,8 @@ private:
     Clock::time_point m_storeAgain; ///< after a failure
 };
 
-/// Ends the process where something does not hold that always has to, which the toolkit, being C,
-/// can't be left by an exception for. The parent starts it again.
+/// Ends the process on a broken invariant: an exception must not pass through the toolkit, which
+/// is C. The parent starts it again.
 [[noreturn]] void endProcess(const BrokenInvariant& broken);
 
 } // namespace agent::net

@@ -24,8 +24,8 @@ public:
     RealSystem(const Ends& ends, std::chrono::microseconds beat, const std::string& stateFolder,
                const std::string& watchedFile, int clientLock = -1);
 
-    /// Gives the parent a sign of life. From then on wait() does so at each beat: who works, or
-    /// waits for something that has an end, comes by there.
+    /// Gives the parent a sign of life. From then on wait() does so at each beat, which runs both
+    /// while the process works and while it is idle.
     void showLife();
 
     Clock::time_point now() const override { return Clock::now(); }

@@ -32,8 +32,9 @@ struct Spawn {
 /// Starts a program in a process group of its own, with all signals as they are by default. One
 /// that can't be executed says so on standard error, and ends as in a shell.
 ///
-/// The lock is the program's alone: what it starts has the file open, but not locked. So does the
-/// lock end with the program, whatever services it leaves behind, and tells its process meanwhile.
+/// The lock is the program's alone: what it starts has the file open, but not locked. So the lock
+/// ends with the program, whatever services it leaves behind, and meanwhile its holder's process ID
+/// can be asked for.
 ///
 /// @return the process; -1 when there is no room for one
 pid_t spawn(const Spawn& what);
