@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <stdexcept>
 
 namespace simulation {
 
@@ -14,6 +15,7 @@ namespace {
 constexpr std::size_t kMostPackets = 64; ///< that a process may fall behind
 constexpr milliseconds kTick{4};         ///< that the times of files move on by
 constexpr milliseconds kYoung{20};
+constexpr int kMostWaits = 100000; ///< one after the other, while no time passes
 
 /// What the DSL tool says of a line that carries.
 const char* const kRates = "Line Rate Information   Down      Up\n"
@@ -101,7 +103,10 @@ agent::System::Events Machine::Door::wait(const Events& wanted, Time until) {
     events.file = wanted.file && m.hasFileEvents && m.m_fileTouched;
     if (!events.message && !events.stop && !events.file && until > m.m_now) {
         m.m_now = until;
+        m.m_waits = 0;
         m.onNetwork();
+    } else if (++m.m_waits > kMostWaits) {
+        throw std::runtime_error("it waits without an end, and without passing time");
     }
     events.program = wanted.program && m.m_program && m.m_now >= m.m_program->ends;
     return events;

@@ -143,6 +143,7 @@ private:
     bool m_stops = false;
     bool m_stepping = false;
     std::uint64_t m_steps = 0;
+    int m_waits = 0;
     std::uint64_t m_operations = 0;
     Time m_fileChanged{};
     std::uint64_t m_fileSize = 0;
