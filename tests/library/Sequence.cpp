@@ -79,65 +79,57 @@ std::map<std::string, Answer> refusals(const Step& step) {
     return ways;
 }
 
-class Run {
-public:
-    explicit Run(const Sequence& sequence) : m_sequence(sequence) {}
+/** Calls the handler, with some commands refused, and compares everything. @return what ran */
+Course expect(const Sequence& sequence, const Refusals& refused) {
+    Course course = {sequence.before};
+    course.status = follow(sequence.steps, refused, course).value_or(0);
+    std::size_t at = 0;
+    const auto due = [&] {
+        return at < course.runs.size() ? course.runs[at].first->command : "the end";
+    };
+    platform.client = [&](const std::string& command) {
+        EXPECT_EQ(due(), command);
+        return due() == command ? course.runs[at++].second : notStarted;
+    };
+    platform.sleeps.clear();
+    State left = sequence.before;
+    fillCache(left);
+    const int status = sequence.handler(sequence.access, left);
+    for (int row = 1; row <= 16; ++row)
+        left.vlan[row] = mgmt_o.cache->vlan_intern[row].Enable;
+    for (int slot = 1; slot <= 8; ++slot)
+        left.slot[slot] = mgmt_o.cache->bridge[slot].intern_Id;
+    EXPECT_EQ("the end", due());
+    EXPECT_EQ(course.status, status);
+    EXPECT_EQ(course.left.show(), left.show());
+    EXPECT_EQ(course.log, platform.takeLog());
+    EXPECT_EQ(course.pauses, platform.sleeps);
+    EXPECT_EQ(course.failures, client_failures());
+    return course;
+}
 
-    /** Refuses, on top of what is refused, each command that runs then for the first time. */
-    void refuseEach(const Refusals& refused = {}) {
-        std::vector<const Step*> fresh;
-        for (const auto& [step, answer] : expect(refused).runs)
-            if (m_seen.insert(step).second)
-                fresh.push_back(step);
-        for (const Step* step : fresh)
-            for (const auto& [way, answer] : refusals(*step)) {
-                if (testing::Test::HasFailure())
-                    return;
-                SCOPED_TRACE(step->command + way);
-                Refusals more = refused;
-                more[step] = answer;
-                refuseEach(more);
-            }
-    }
-
-private:
-    /** Calls the handler, with some commands refused, and compares everything. */
-    Course expect(const Refusals& refused) const {
-        Course course = {m_sequence.before};
-        course.status = follow(m_sequence.steps, refused, course).value_or(0);
-        std::size_t at = 0;
-        const auto due = [&] {
-            return at < course.runs.size() ? course.runs[at].first->command : "the end";
-        };
-        platform.client = [&](const std::string& command) {
-            EXPECT_EQ(due(), command);
-            return due() == command ? course.runs[at++].second : notStarted;
-        };
-        platform.sleeps.clear();
-        State left = m_sequence.before;
-        fillCache(left);
-        const int status = m_sequence.handler(m_sequence.access, left);
-        for (int row = 1; row <= 16; ++row)
-            left.vlan[row] = mgmt_o.cache->vlan_intern[row].Enable;
-        for (int slot = 1; slot <= 8; ++slot)
-            left.slot[slot] = mgmt_o.cache->bridge[slot].intern_Id;
-        EXPECT_EQ("the end", due());
-        EXPECT_EQ(course.status, status);
-        EXPECT_EQ(course.left.show(), left.show());
-        EXPECT_EQ(course.log, platform.takeLog());
-        EXPECT_EQ(course.pauses, platform.sleeps);
-        EXPECT_EQ(course.failures, client_failures());
-        return course;
-    }
-
-    const Sequence& m_sequence;
-    std::set<const Step*> m_seen;
-};
+/** Refuses, on top of what is refused, each command that runs then for the first time. */
+void refuseMore(const Sequence& sequence, const Refusals& refused, std::set<const Step*>& seen) {
+    std::vector<const Step*> fresh;
+    for (const auto& [step, answer] : expect(sequence, refused).runs)
+        if (seen.insert(step).second)
+            fresh.push_back(step);
+    for (const Step* step : fresh)
+        for (const auto& [way, answer] : refusals(*step)) {
+            if (testing::Test::HasFailure())
+                return;
+            SCOPED_TRACE(step->command + way);
+            Refusals more = refused;
+            more[step] = answer;
+            refuseMore(sequence, more, seen);
+        }
+}
 
 } // namespace
 
 void refuseEach(const Sequence& sequence) {
-    Run(sequence).refuseEach();
+    std::set<const Step*> seen;
+    refuseMore(sequence, {}, seen);
 }
 
 } // namespace sequence

@@ -15,27 +15,16 @@
 // A handler's test is a table of the client commands that it must run, in order. All that has to
 // come of a refused command follows from the table: the status, the commands after it, the log, the
 // waits for the lock, and what is left in the outputs and the cache. Each command is refused in
-// every way.
+// every way. Switching ATM circuit 3 off reads it, deletes its node, whether that succeeds or not,
+// and writes it:
 //
-// An example to copy: switching ATM circuit 3 off reads it, deletes its node, and writes it. That
-// the node could not be deleted does not matter; any other failure ends the sequence with its
-// status.
+//     Sequence("AtmOff", atm, 2, {get(" selectkey Atm Id 3 Enabled ;").answers(1), // a number
+//                                 act(" deletekey NetworkSetupNode ...").ignored(), // logged
+//                                 act(" updatekey Atm Id 3 Enabled integer:0 ;")})
 //
-//     const Handler atm = [](access_type access, State& s) { // the call, on what it may change
-//         return AtmEnabled_snmp(access, &s.value, 3);
-//     };
-//     const Step readOn = get(" selectkey Atm Id 3 Enabled ;").answers(1); // has to be a number
-//     const Step deleteNode = // "act": is logged
-//         act(" deletekey NetworkSetupNode                   InterfaceName      wan3  ;")
-//             .ignored();
-//     const Step writeOff = act(" updatekey Atm Id 3 Enabled integer:0 ;");
-//
-// and in the list of sequences, where 2 is what is set, off:
-//
-//     Sequence("AtmOff", atm, 2, {readOn, deleteNode, writeOff}),
-//
-// What the call is given stands before the steps: a number, a text, or State(1).on({1, 2}) for VLAN
-// rows that are on and .bridges({...}) for bridges in the cache. Further words, each on a step:
+// where `atm` makes the call, and 2, off, is what it is given: a number, a text, or
+// State(1).on({1}) for VLAN rows that are on and .bridges({...}) for bridges in the cache. Words on
+// a step:
 //
 //     .answers(7, &State::bridge)    the answer is 7, and goes into that output
 //     .then(effect)                  changes the state when the command has succeeded

@@ -183,6 +183,7 @@ protected:
 };
 
 TEST_F(ReportTest, NamesTheStateOfEveryCircuit) {
+    const std::string x250(250, 'x');
     const struct {
         std::deque<Answer> answers;
         const char *circuits, *report;
@@ -194,6 +195,12 @@ TEST_F(ReportTest, NamesTheStateOfEveryCircuit) {
         {{notStarted}, "8", ""},
         {{"2\n", notStarted, "1|1|8\n", "2|1|9\n"}, "8", "VC8=1|VC9=2"},
         {{"2\n", "2\n", notStarted, "2\n", "2|1|9\n"}, "8", "VC0=2|VC9=2"},
+        // the third field, whatever it is, of 255 characters; two separators are one
+        {{"1\n", "1\n", "1|1|-8x\n"}, "8", "VC-8=2"},
+        {{"1\n", "1\n", "1||8|35\n"}, "8", "VC35=2"},
+        {{"1\n", "1\n", "a|b|c\n"}, "0", "VC0=1"},
+        {{"1\n", "1\n", "1|1|99999999999|2\n"}, "8", "VC2147483647=2"},
+        {{"1\n", "1\n", x250 + "|1|45\n"}, "8", "VC45=2"},
     };
     for (const auto& c : cases) {
         platform.circuits = std::string("VPI\n") + c.circuits;
@@ -205,9 +212,12 @@ TEST_F(ReportTest, NamesTheStateOfEveryCircuit) {
     platform.script(runsFor(std::vector<int>(300, 1)));
     EXPECT_EQ(300U * 15 - 1, taken(getLayer2IfStatus()).size());
     EXPECT_LOG();
-    platform.script({"2\n", "2\n", "1|1|8\n", "2\n", "Unknown row\n"});
-    EXPECT_EQ("", taken(getLayer2IfStatus())) << "a row with too few fields";
-    EXPECT_LOG(warned("fetch Layer2 interfaces states"));
+    for (const std::string& fewFields :
+         Lines{"||1|2||", "||", x250 + "xx|1|8\n", "Unknown row\n"}) {
+        platform.script({"2\n", "2\n", "1|1|8\n", "2\n", fewFields});
+        EXPECT_EQ("", taken(getLayer2IfStatus()));
+        EXPECT_LOG(warned("fetch Layer2 interfaces states"));
+    }
     const std::string size = "quorlet \"size Atm;\"", row = "quorlet \"selectrow Atm ";
     EXPECT_RUN(size, size, row + "0;\"", size, row + "1;\"");
 }
@@ -234,6 +244,13 @@ TEST_F(ReportTest, TracesEveryStep) {
 }
 
 TEST_F(ReportTest, KeyedReadsBeforeTheFirstReport) {
+    const struct {
+        Answer answer;
+        int status, value;
+    } cases[] = {{" -7 9\n8\n", 0, -7}, {"010", 0, 10},
+                 {"\n3\n", 1, 5},       {notStarted, 1, 5},
+                 {"2147483648", 1, 5},  {"2147483647", 0, INT_MAX},
+                 {"-2147483649", 1, 5}, {"-2147483648", 0, INT_MIN}};
     {
         SnmpConfigHandler handler;
         EXPECT_THROW(handler.getSpeedInfo(nullptr), std::logic_error);
@@ -241,15 +258,17 @@ TEST_F(ReportTest, KeyedReadsBeforeTheFirstReport) {
         handler.m_bVerbose = true;
         int value = 5;
         EXPECT_EQ(0, handler.getIntegerValue(value, "ATM", "Vpi", "Id", "3"));
-        EXPECT_EQ(5, value);
-        platform.script({"42\n", ""});
-        EXPECT_EQ(0, handler.getIntegerValue(value, "Atm", "Vpi", "Id", "3"));
-        EXPECT_EQ(42, value);
-        EXPECT_EQ((Lines{quorlet(" selectkey Atm Id 3 Vpi ; ")}), platform.commands);
+        EXPECT_RUN();
+        for (const auto& c : cases) {
+            platform.script({c.answer});
+            value = 5;
+            EXPECT_EQ(c.status, handler.getIntegerValue(value, "Atm", "Vpi", "Id", "3"));
+            EXPECT_EQ(c.value, value) << c.answer.text;
+            EXPECT_RUN(quorlet(" selectkey Atm Id 3 Vpi ; "));
+        }
         EXPECT_TRUE(handler.m_atmTable.m_bVerbose && Wrapper::getInstance()->m_bVerbose);
-        EXPECT_EQ(1, handler.getIntegerValue(value, "Atm", "Vpi", "Id", "3"));
     }
-    EXPECT_LOG("tracedo:SnmpCfgHdr: ~ConfigDBHandler: destruction",
+    EXPECT_LOG("error:Wrapper: popen error", "tracedo:SnmpCfgHdr: ~ConfigDBHandler: destruction",
                "tracedo:Table: ~Table: destruction");
 }
 

@@ -9,7 +9,6 @@
 #include "readers/Table.h"
 
 #include <array>
-#include <stdexcept>
 
 using namespace kavo::snmp;
 
@@ -185,34 +184,13 @@ TEST_F(TableTest, RefreshesTheCountForRowsBelowIt) {
     EXPECT_LOG(popenError, error + "read: could not popen " + row2);
 }
 
-TEST_F(TableTest, TakesTheVpiFromTheThirdField) {
-    table.m_iRowCount = 0;
-    const std::string x250(250, 'x'); // a line is cut after 255 characters
-    const struct {
-        std::string row;
-        const char* column;
-        int vpi;
-    } rows[] = {{"1|1|-8x\n", "VPI", -8},
-                {"1||8|35\n", "vpi", 35},
-                {"a|b|c\n", "Vpi", 0},
-                {"1|1|99999999999|2\n", "Vpi", INT_MAX},
-                {x250 + "|1|45\n", "Vpi", 45}};
-    for (const auto& [row, column, vpi] : rows) {
-        platform.script({row});
-        EXPECT_EQ(vpi, table.getIntegerValue(column, 0)) << row;
-    }
-    for (const std::string& row : {std::string("||1|2||"), std::string("||"), x250 + "xx|1|8\n"}) {
-        platform.script({row});
-        EXPECT_THROW(table.getIntegerValue("Vpi", 0), std::out_of_range) << row;
-    }
-    EXPECT_LOG();
-
+TEST_F(TableTest, HasTheVpiOfAtmOnly) {
     Table bridge("Bridge"), lower("atm");
     bridge.initialize(false);
     lower.initialize(false);
-    bridge.m_iRowCount = lower.m_iRowCount = 0;
+    bridge.m_iRowCount = lower.m_iRowCount = table.m_iRowCount = 0;
     platform.script({"1|2|3\n", "1|2|3\n", "1|2|3\n", ""});
-    EXPECT_EQ(3, lower.getIntegerValue("Vpi", 0));
+    EXPECT_EQ(3, lower.getIntegerValue("vPI", 0));
     EXPECT_EQ(0, bridge.getIntegerValue("Vpi", 0));
     EXPECT_EQ(0, table.getIntegerValue("Vci", 0));
     EXPECT_EQ(0, table.getIntegerValue("Vci", 2));
@@ -221,24 +199,6 @@ TEST_F(TableTest, TakesTheVpiFromTheThirdField) {
                warning + "getIntegerValue: unsupported column Vci in table Atm",
                error + "read: could not read programs output " + row2,
                warning + "read: could not read row 2 from table Atm");
-}
-
-TEST_F(TableTest, ReadsByKey) {
-    const struct {
-        Answer answer;
-        int status, value;
-    } cases[] = {{" -7 9\n8\n", 0, -7}, {"010", 0, 10},
-                 {"\n3\n", 1, 5},       {notStarted, 1, 5},
-                 {"2147483648", 1, 5},  {"2147483647", 0, INT_MAX},
-                 {"-2147483649", 1, 5}, {"-2147483648", 0, INT_MIN}};
-    for (const auto& c : cases) {
-        platform.script({c.answer});
-        int value = 5;
-        EXPECT_EQ(c.status, table.getIntegerValue(value, "Vpi", "Id", "3")) << c.answer.text;
-        EXPECT_EQ(c.value, value) << c.answer.text;
-        EXPECT_RUN(" quorlet \" selectkey Atm Id 3 Vpi ; \" ");
-    }
-    EXPECT_LOG(popenError);
 }
 
 using Rates = std::array<unsigned, 4>; // actual down, actual up, attainable down, attainable up
