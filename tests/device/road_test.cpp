@@ -8,15 +8,9 @@
 #include <csignal>
 #include <cstring>
 #include <fstream>
-#include <functional>
 #include <string>
 
-#include <unistd.h>
-
 namespace {
-
-int pauses = 0;
-std::function<void()> meanwhile; // what others do in a pause
 
 class RoadTest : public DeviceTest {
 protected:
@@ -26,8 +20,6 @@ protected:
     RoadTest() {
         setenv("CORVANTA_DEVICE", m_device.c_str(), 1);
         update_managed_objects();
-        pauses = 0;
-        meanwhile = [] {};
     }
 
     Lines sql(const std::string& statement) { return Database(database()).run(statement); }
@@ -105,23 +97,7 @@ TEST_F(RoadTest, AtmCircuitOfAHostThatIgnoresItsChildren) {
     std::signal(SIGCHLD, before);
 }
 
-TEST_F(RoadTest, VlanObject) {
-    EXPECT_EQ(CORVANTA_OK, set(VlanEnabled_snmp, true, 1));
-    EXPECT_EQ((Lines{"br1|eth0.101", "br1|wan1.101"}), members());
-    EXPECT_EQ((Lines{"br1", "eth0.101", "bridge:eth0.101", "wan1.101", "bridge:wan1.101"}),
-              nodes());
-    EXPECT_EQ(CORVANTA_OK, set(VlanDiscardTag_snmp, true, 1));
-    EXPECT_EQ((Lines{"br1|eth0.101", "br1|wan1"}), members());
-    EXPECT_EQ(1, get(VlanDiscardTag_snmp, 1));
-    EXPECT_EQ(CORVANTA_OK, set(VlanEnabled_snmp, false, 1));
-    // The node of the tagged interface, a member for a while, is nobody's to remove.
-    EXPECT_EQ(Lines{"bridge:wan1.101"}, nodes());
-    EXPECT_EQ(Lines{}, sql("SELECT * FROM BridgeInterface UNION ALL SELECT *, '', '' FROM Bridge"));
-    EXPECT_EQ(CORVANTA_UNKNOWN_ROW, set(VlanDiscardTag_snmp, false, 1));
-    EXPECT_EQ((Lines{"0", "1"}), sql("SELECT Enable FROM VLAN WHERE Id < 3"));
-}
-
-TEST_F(RoadTest, DefaultWanInterface) {
+TEST_F(RoadTest, DefaultWanInterfaceAndVlanObject) {
     // Without a bridge the discarding of untagged frames is a setting only.
     for (const bool discard : {true, false}) {
         EXPECT_EQ(CORVANTA_OK, set(VlanDiscardUntaggedFrames_snmp, discard));
@@ -142,6 +118,9 @@ TEST_F(RoadTest, DefaultWanInterface) {
 
     // The next bridge takes the interface back, from an object that it switches off.
     EXPECT_EQ(CORVANTA_OK, set(VlanEnabled_snmp, true, 2));
+    EXPECT_EQ((Lines{"br1|eth0.102", "br1|wan1.102"}), members());
+    EXPECT_EQ(CORVANTA_OK, set(VlanDiscardTag_snmp, true, 2));
+    EXPECT_EQ((Lines{"br1|eth0.102", "br1|wan3"}), members());
     EXPECT_EQ(CORVANTA_OK, name(VlanDefaultWanInterface, "wan3"));
     EXPECT_EQ(Lines{"0"}, sql("SELECT Enable FROM VLAN WHERE Id = 3"));
     EXPECT_EQ((Lines{"br2|eth0", "br2|wan3"}), members());
@@ -154,22 +133,4 @@ TEST_F(RoadTest, DefaultWanInterface) {
     EXPECT_EQ(Lines{}, sql("SELECT * FROM BridgeFilter"));
 }
 
-TEST_F(RoadTest, LockedDatabase) {
-    Database other(database());
-    other.run("BEGIN EXCLUSIVE");
-    meanwhile = [] {};
-    EXPECT_EQ(CORVANTA_LOCKED, set(AtmEnabled_snmp, true, 4));
-    EXPECT_EQ(19, pauses);
-    meanwhile = [&other] { other.run(pauses == 21 ? "ROLLBACK" : "SELECT 1"); };
-    EXPECT_EQ(CORVANTA_OK, set(AtmEnabled_snmp, true, 4));
-    EXPECT_EQ(21, pauses);
-    EXPECT_EQ(Lines{"1"}, sql("SELECT Enabled FROM Atm WHERE Id = 4"));
-}
-
 } // namespace
-
-extern "C" unsigned int sleep(unsigned int) {
-    ++pauses;
-    meanwhile();
-    return 0;
-}
