@@ -22,11 +22,9 @@ protected:
         update_managed_objects();
     }
 
-    Lines sql(const std::string& statement) { return Database(database()).run(statement); }
-
     /// The nodes of interfaces that the factory has not, and the members of bridges.
-    Lines nodes() { return sql("SELECT InterfaceName FROM NetworkSetupNode WHERE Id > 6"); }
-    Lines members() {
+    std::string nodes() { return sql("SELECT InterfaceName FROM NetworkSetupNode WHERE Id > 6"); }
+    std::string members() {
         return sql("SELECT Name, Interface FROM BridgeInterface JOIN Bridge b ON b.Id = BridgeId");
     }
 
@@ -89,10 +87,10 @@ TEST_F(RoadTest, AtmCircuitOfAHostThatIgnoresItsChildren) {
     EXPECT_EQ(2, get(AtmEnabled_snmp, 4));
     EXPECT_EQ(CORVANTA_OK, set(AtmEnabled_snmp, true, 4));
     EXPECT_EQ(1, get(AtmEnabled_snmp, 4));
-    EXPECT_EQ(Lines{"7|MPoA|wan4|SHDSL|4|1"}, sql("SELECT * FROM NetworkSetupNode WHERE Id > 6"));
+    EXPECT_EQ("7|MPoA|wan4|SHDSL|4|1\n", sql("SELECT * FROM NetworkSetupNode WHERE Id > 6"));
     EXPECT_EQ(CORVANTA_OK, set(AtmEnabled_snmp, false, 4));
-    EXPECT_EQ(Lines{"4|0|4|32|atm4|0"}, sql("SELECT * FROM Atm WHERE Id = 4"));
-    EXPECT_EQ(Lines{}, nodes());
+    EXPECT_EQ("4|0|4|32|atm4|0\n", sql("SELECT * FROM Atm WHERE Id = 4"));
+    EXPECT_EQ("", nodes());
     EXPECT_EQ(CORVANTA_UNKNOWN_ROW, set(AtmEnabled_snmp, true, 9));
     std::signal(SIGCHLD, before);
 }
@@ -106,31 +104,31 @@ TEST_F(RoadTest, DefaultWanInterfaceAndVlanObject) {
     EXPECT_EQ("", defaultWan());
     for (const std::string wan : {"wan2", "wan3"}) {
         EXPECT_EQ(CORVANTA_OK, name(VlanDefaultWanInterface, wan));
-        EXPECT_EQ((Lines{"br1|eth0", "br1|" + wan}), members());
+        EXPECT_EQ("br1|eth0\nbr1|" + wan + "\n", members());
     }
     EXPECT_EQ(CORVANTA_UNFIT, name(VlanDefaultWanInterface, "wan3;reboot"));
     EXPECT_EQ("wan3", defaultWan());
 
     // A VLAN object takes the interface: without a filter the bridge's deletion stops half way.
     EXPECT_EQ(CORVANTA_UNKNOWN_ROW, name(VlanWanInterface, "wan3", 2));
-    EXPECT_EQ(Lines{"wan3"}, sql("SELECT ParentIf FROM VLAN WHERE Id = 4"));
+    EXPECT_EQ("wan3\n", sql("SELECT ParentIf FROM VLAN WHERE Id = 4"));
     EXPECT_EQ("", defaultWan());
 
     // The next bridge takes the interface back, from an object that it switches off.
     EXPECT_EQ(CORVANTA_OK, set(VlanEnabled_snmp, true, 2));
-    EXPECT_EQ((Lines{"br1|eth0.102", "br1|wan1.102"}), members());
+    EXPECT_EQ("br1|eth0.102\nbr1|wan1.102\n", members());
     EXPECT_EQ(CORVANTA_OK, set(VlanDiscardTag_snmp, true, 2));
-    EXPECT_EQ((Lines{"br1|eth0.102", "br1|wan3"}), members());
+    EXPECT_EQ("br1|eth0.102\nbr1|wan3\n", members());
     EXPECT_EQ(CORVANTA_OK, name(VlanDefaultWanInterface, "wan3"));
-    EXPECT_EQ(Lines{"0"}, sql("SELECT Enable FROM VLAN WHERE Id = 3"));
-    EXPECT_EQ((Lines{"br2|eth0", "br2|wan3"}), members());
+    EXPECT_EQ("0\n", sql("SELECT Enable FROM VLAN WHERE Id = 3"));
+    EXPECT_EQ("br2|eth0\nbr2|wan3\n", members());
 
     // With a filter it goes whole.
     EXPECT_EQ(CORVANTA_OK, set(VlanDiscardUntaggedFrames_snmp, true));
-    EXPECT_EQ(Lines{"1|3||0|0"}, sql("SELECT * FROM BridgeFilter"));
+    EXPECT_EQ("1|3||0|0\n", sql("SELECT * FROM BridgeFilter"));
     EXPECT_EQ(CORVANTA_OK, name(VlanDefaultWanInterface, ""));
-    EXPECT_EQ(Lines{"br1"}, sql("SELECT Name FROM Bridge"));
-    EXPECT_EQ(Lines{}, sql("SELECT * FROM BridgeFilter"));
+    EXPECT_EQ("br1\n", sql("SELECT Name FROM Bridge"));
+    EXPECT_EQ("", sql("SELECT * FROM BridgeFilter"));
 }
 
 } // namespace
