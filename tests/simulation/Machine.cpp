@@ -15,6 +15,7 @@ namespace {
 constexpr std::size_t kMostPackets = 64; ///< that a process may fall behind
 constexpr milliseconds kTick{4};         ///< that the times of files move on by
 constexpr milliseconds kYoung{20};
+constexpr seconds kLonger{6};      ///< than a set may take
 constexpr int kMostWaits = 100000; ///< one after the other, while no time passes
 
 /// What the DSL tool says of a line that carries.
@@ -222,6 +223,9 @@ void Machine::runClient(const std::string& command) {
     case ClientFault::hangsBefore:
     case ClientFault::hangsAfter:
         m_program->ends = Time::max();
+        break;
+    case ClientFault::dawdles:
+        m_program->ends = m_now + kLonger;
         break;
     default:
         break;

@@ -31,7 +31,8 @@ enum class ClientFault {
     empty,
     cut,
     notStarted,
-    lies, ///< says that it has done what it has not
+    lies,    ///< says that it has done what it has not
+    dawdles, ///< works, longer than a set may take
 };
 
 /// A machine on which both processes of the agent run, one step at a time: a call of the process

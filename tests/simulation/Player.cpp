@@ -267,7 +267,7 @@ void Player::fireFault(const Event& event) {
         m_machine.lockedUntil = m_machine.now() + some(number % 2 == 0 ? 4000 : 40000);
         break;
     case What::clientFails:
-        m_machine.nextClient = static_cast<ClientFault>(1 + number % 8);
+        m_machine.nextClient = static_cast<ClientFault>(1 + number % 9);
         break;
     case What::slow:
         m_machine.clientTime = some(400);
