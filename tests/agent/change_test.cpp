@@ -153,7 +153,7 @@ TEST(Trial, IsTakenBackByASubagent) {
     Subagent site;
     play(site, 4, [&](int signal) { // what takes back is the same process
         site.agent->end(signal);
-        site.startAgent("-x agentx -s state -d 900");
+        site.startAgent("-x agentx -s state -d 900 -a 3600");
         site.awaitAgent();
     });
 }

@@ -96,9 +96,9 @@ void attempt(const Way& way) {
     const auto startAgain = [&] {
         site.agent.reset();
         site.startAlone(options);
-        site.patience = "1"; // who is asked may be the one that dies
+        site.patience = "10"; // who is asked may be the one that dies
     };
-    site.patience = "1";
+    site.patience = "10";
     if (*way.tracer != '\0')
         startAgain();
     EXPECT_TRUE(soon([&] {

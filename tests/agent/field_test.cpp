@@ -519,6 +519,31 @@ TEST(Field, AConfigurationOfBeforeIsSaidToShutTheAgentOut) {
     }));
 }
 
+TEST(Field, TheDoubtAboutASetIsNotAnothers) {
+    Site site;
+    const std::string datagrams = site.address;
+    site.address = "udp:" + datagrams + ",tcp:" + datagrams;
+    site.startAgent("-m " + site.address + " -c agent.conf -s state -i 600 -a 6000 -d 900");
+    site.address = datagrams;
+    site.awaitAgent();
+    const auto lock = site.lock();
+    site.write("runs", "");
+    {
+        Process first(site.folder, site.environment + "snmpset -v2c -c test -r 0 -t 900 tcp:" +
+                                       datagrams + " " + Site::oid("6.1.5.1") + " i 77");
+        EXPECT_TRUE(soon([&] { return fs::file_size(site.folder / "runs") > 0; }));
+        kill(side(site, "dev"), SIGKILL); // while it reads for the set, whose manager then goes
+        site.run("until grep -q 'is started again' agent.log; do sleep 0.05; done; >runs");
+        EXPECT_TRUE(soon([&] { return fs::file_size(site.folder / "runs") > 0; }));
+    }
+    EXPECT_EQ("INTEGER: 32", site.get("6.1.5.1")); // the new one has greeted before this
+    std::thread second([&] { EXPECT_EQ("", site.set("6.1.5.1", "i 78")); });
+    pause(500); // longer only makes it surer that the set has come in
+    fs::remove(site.folder / "locked");
+    second.join();
+    EXPECT_EQ("78\n", site.sql("SELECT Vci FROM Atm WHERE Id=1"));
+}
+
 TEST(Field, ASideThatDoesNotMoveIsReplaced) {
     Site site;
     const std::string path = site.folder.string() + "/notices";

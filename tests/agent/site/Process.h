@@ -22,7 +22,7 @@ inline void pause(int ms) {
 
 /// Tries until it holds; gives up after a time in which even a busy machine gets there.
 template <class Condition>
-bool soon(Condition condition, int ms = 120000) {
+bool soon(Condition condition, int ms = 600000) {
     for (const auto start = Clock::now(); !condition(); pause(50)) {
         if (msSince(start) > ms)
             return false;
