@@ -108,8 +108,9 @@ TEST(Field, NoGetWaitsForASet) {
     Site site;
     const std::string datagrams = site.address;
     site.address = "udp:" + datagrams + ",tcp:" + datagrams;
-    site.startAlone("-i 60 -l 600");
+    site.startAgent("-m " + site.address + " -c agent.conf -s state -i 60 -a 3600 -d 900 -l 600");
     site.address = datagrams;
+    site.awaitAgent();
     const std::string request = makeRequest(site);
     const std::string set = makeRequest(site, true);
     site.write("hold", "");
