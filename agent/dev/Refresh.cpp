@@ -155,7 +155,8 @@ void Refresh::end(bool failed, int status) {
         m_board.publish();
         return;
     }
-    if (m_reading.begun > m_accepted) // no set has come between
+    const bool alone = m_reading.begun > m_accepted; // no set has come between
+    if (alone)
         accept(m_reading.mark);
     if (m_reading.line) {
         ++m_board.next.counters.refreshesDone;
@@ -164,7 +165,8 @@ void Refresh::end(bool failed, int status) {
                                  " on this device: --set-deadline is shorter");
         m_board.next.complete = true;
         m_board.next.refreshed = now;
-        m_due = now + m_options.interval;
+        m_due =
+            now + (alone || m_watch ? m_options.interval : std::min(m_options.interval, kSettle));
     }
     m_board.show(m_image);
 }
