@@ -26,12 +26,30 @@ export async function open(profile, pictures) {
       "--disable-background-networking", "--disable-component-update", "--disable-sync", "--window-size=1400,900",
       `--user-data-dir=${profile}`] } } } });
   const devtools = (cmd, params) => call("POST", `/${sessionId}/goog/cdp/execute`, { cmd, params });
+  // The value of an expression in the page, also when it is a promise.
+  const look = expression => call("POST", `/${sessionId}/execute/sync`, { script: "return " + expression, args: [] });
   fs.mkdirSync(pictures, { recursive: true });
   return {
     devtools,
     go: url => call("POST", `/${sessionId}/url`, { url }),
-    // The value of an expression in the page, also when it is a promise.
-    look: expression => call("POST", `/${sessionId}/execute/sync`, { script: "return " + expression, args: [] }),
+    look,
+    // The rows of a table, or the figures of a list, by their first texts.
+    texts: async id => Object.fromEntries((await look(`[...document.querySelectorAll("#${id} tr, #${id} > div")]
+      .map(row => [...row.children].map(one => one.innerText))`)).map(([first, ...rest]) =>
+      [first.replace(/\n[^]*/, ""), rest.length > 1 ? rest : rest[0]])),
+    // Waits for what must be true soon: two scrapes, the rules and, when it draws by itself, the page's
+    // 15 seconds.
+    async soon(what, check, byItself = false) {
+      for (let tries = 90; ; --tries, await pause(500)) {
+        try {
+          if (!byItself) await look("draw()");
+          await check();
+          return console.log(`ok ${(performance.now() / 1000).toFixed(0).padStart(3)} s  ${what}`);
+        } catch (error) {
+          assert(tries > 0, what + ": " + error.message);
+        }
+      }
+    },
     // Types keys, those without a letter as the WebDriver standard has them.
     type: keys => call("POST", `/${sessionId}/actions`, { actions: [{ type: "key", id: "keyboard",
       actions: [...keys].flatMap(value => [{ type: "keyDown", value }, { type: "keyUp", value }]) }] }),

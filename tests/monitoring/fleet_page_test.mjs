@@ -7,7 +7,7 @@
 import assert from "node:assert/strict";
 import { execFileSync } from "node:child_process";
 import fs from "node:fs";
-import { open, pause } from "./browser.mjs";
+import { open } from "./browser.mjs";
 
 const [address, folder, alertmanager] = process.argv.slice(2), page = address + "?span=1h";
 const pageOf = router => address.replace(".html", "-router.html") + "?span=1h&instance=" + routers[router];
@@ -15,26 +15,8 @@ const routers = Object.fromEntries([...fs.readFileSync(folder + "/targets/fleet.
   .matchAll(/'(.*)'.*router: ([^}]*)/g)].map(([, address, name]) => [name, address]));
 const names = Object.keys(routers), second = names[1 % names.length], last = names.at(-1);
 
-const browser = await open(folder + "/browser", "build/fleet"), { go, look, shoot } = browser;
-// The rows of a table, or the figures of a list, by their first texts.
-const texts = async id => Object.fromEntries((await look(`[...document.querySelectorAll("#${id} tr, #${id} > div")]
-  .map(row => [...row.children].map(one => one.innerText))`)).map(([first, ...rest]) =>
-  [first.replace(/\n[^]*/, ""), rest.length > 1 ? rest : rest[0]]));
+const browser = await open(folder + "/browser", "build/fleet"), { go, look, shoot, texts, soon } = browser;
 const advice = () => look("byId('alerts').innerText");
-// Waits for what must be true soon: two scrapes, the rules and, when it draws by itself, the page's
-// 15 seconds.
-async function soon(what, check, byItself = false) {
-  for (let tries = 90; ; --tries, await pause(500)) {
-    try {
-      if (!byItself) await look("draw()");
-      await check();
-      return console.log(`ok ${(performance.now() / 1000).toFixed(0).padStart(3)} s  ${what}`);
-    } catch (error) {
-      assert(tries > 0, what + ": " + error.message);
-    }
-  }
-}
-
 const snmp = (tool, ...words) => execFileSync(tool, words, { encoding: "utf8", env: { ...process.env, SNMPCONFPATH: folder + "/snmp" } });
 // To the process that answers for the last router.
 const signal = name => execFileSync("pkill", [name, "-P", fs.readFileSync(`${folder}/${last}/pid`, "utf8").trim(), "corvantad-net"]);
@@ -75,7 +57,7 @@ async function fleetIsRight() {
   for (const [label, column] of [["All lines down", 2], ["All lines up", 3]]) assert.equal(totals[label][0], grouped(sum(right, column)) + " kbit/s");
   assert.equal(totals["Routers answering"], `${names.length} of ${names.length}`);
 }
-const exporter = Number(fs.readFileSync(folder + "/exporter.pid", "utf8"));
+const exporter = Number(fs.readFileSync(folder + "/exporter-0.pid", "utf8"));
 
 try {
   await go(page);

@@ -26,16 +26,16 @@ generator() {
 
 rules() {
     local name
-    cp -r "$monitoring"/{rules,prometheus.yml} "$source"/tests/monitoring/{rules,troubles,flapping,week}.yml .
-    promtool check config prometheus.yml
-    promtool test rules {rules,troubles,flapping,week}.yml
+    cp -r "$monitoring"/{rules,prometheus{,-above}.yml} "$source"/tests/monitoring/{rules,troubles,shards,flapping,week}.yml .
+    promtool check config prometheus.yml prometheus-above.yml
+    promtool test rules {rules,troubles,shards,flapping,week}.yml
     for what in alert summary action; do grep -c " $what:" rules/corvanta-alerts.yml; done | uniq | wc -l | grep -qx 1 ||
         fail "an alert does not say what to do"
     # Each of the rules is needed by a test; the quickest comes first.
     while read -r name; do
         cp "$monitoring"/rules/* rules
         sed -i -E "s/(alert|record): $name\$/\1: other/" rules/*.yml
-        for test in {rules,troubles,flapping,week}.yml; do
+        for test in {rules,troubles,shards,flapping,week}.yml; do
             promtool test rules "$test" >/dev/null 2>&1 || continue 2
         done
         fail "no test of $name"
