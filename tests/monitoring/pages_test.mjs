@@ -209,6 +209,26 @@ const DEEDS = {
     await look("(byId('span').value = '7d', byId('span').onchange())");
     assert.equal(await look("location.search"), "?instance=192.0.2.2%3A161&span=7d");
   },
+  async "the page above shards, while one is down"() {
+    const shards = [["up", 1, { job: "corvanta_shard", shard: "0", instance: "192.0.2.241:9090" }], ["up", 0, { shard: "1", instance: "192.0.2.242:9090", page: "https://w.example/1" }]];
+    const sums = [["routers:count", 10], ["routers_known:count", 4], ["routers_answering:sum", 4], ["routers_needing_you:count", 1], ["lines_known:count", 4],
+      ["circuits_enabled:sum", 40], ["circuits_known:sum", 16], ["circuits_down:sum", 1], ["actual_rate_down:sum", 20000], ["actual_rate_up:sum", 4000]];
+    const firing = [["ALERTS", 1, { alertname: "CorvantaCircuitDown", severity: "critical", instance: "192.0.2.1:161", router: "router-1", shard: "0", cvCircuitIndex: "2", cvCircuitVpi: "2", cvCircuitVci: "33" }]];
+    const told = new World({}).alert(undefined, "CorvantaShardDown", HOUR, { shard: "1", instance: "192.0.2.242:9090" });
+    world = { answer: (what, parameters) => what === "alerts" ? { alerts: [told] } : { resultType: "vector",
+      result: ({ u: shards, A: firing }[parameters.get("query")[0]] || [undefined, "0"].flatMap(shard => sums.map(([name, value]) => ["fleet:corvanta_" + name, value, { shard }])))
+        .map(([__name__, value, labels]) => ({ metric: { __name__, ...labels }, value: [0, String(value)] })) } };
+    for (const [width, dark] of [[1400, false], [1400, true], [390, false], [320, false]]) {
+      await browser.size(width, dark);
+      await go(root + "corvanta-shards.html");
+      await drawn();
+      assert.equal(await text("h1"), "1 of 10 routers needs you");
+      await inspect(`shards-${width}${dark ? "-dark" : ""}`);
+    }
+    assert.match(await text("#shards"), /shard 0[^]*4 of 10 answer[^]*shard 1[^]*does not answer[^]*none/);
+    assert.deepEqual(await look("[...document.querySelectorAll('table a')].map(one => one.href)"), ["http://192.0.2.241:9090/consoles/corvanta.html",
+      "https://w.example/1/consoles/corvanta.html", "http://192.0.2.241:9090/consoles/corvanta-router.html?instance=192.0.2.1%3A161#alerts"]);
+  },
   async "no width cuts anything off"() {
     for (const url of [fleet, router]) for (const width of [320, 700, 880, 1000, 2000]) {
       await show(url, { trouble: { circuitDown: HOUR, pending: [163] }, second: { silent: HOUR } }, width);

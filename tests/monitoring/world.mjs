@@ -6,7 +6,7 @@ export const MINUTE = 60, HOUR = 3600;
 const EXPORTER = "127.0.0.1:9116";
 
 // The texts of the alerts, from their rules.
-const RULES = Object.fromEntries(fs.readFileSync("monitoring/rules/corvanta-alerts.yml", "utf8").split("- alert: ").slice(1).map(rule => {
+const RULES = Object.fromEntries(["alerts", "above"].map(name => fs.readFileSync(`monitoring/rules/corvanta-${name}.yml`, "utf8")).join("").split("- alert: ").slice(1).map(rule => {
   const text = name => rule.match(new RegExp(`${name}: (?:&\\w+ )?(?:>-\\n((?: {10,}.*\\n)+)|"?(.*?)"?\\n)`))
     ?.slice(1).find(Boolean).replace(/\s+/g, " ").trim();
   const label = name => rule.match(new RegExp(`${name}: (\\w+)`))?.[1];

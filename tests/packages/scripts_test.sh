@@ -50,6 +50,8 @@ scripts/fleet
 scripts/fleet 3 4
 scripts/fleet 0
 scripts/fleet 501
+scripts/fleet --shards 10 3
+scripts/fleet --recorded 3
 scripts/fleet --seed
 scripts/fleet --seed x 3
 scripts/fresh demo elsewhere
