@@ -42,7 +42,7 @@ after=$(measured)
 
 both='job=~"corvanta|corvanta_health"'
 scrapes=$(total "sum(count_over_time(up{$both}[${seconds}s]))")
-answered=$(total "sum(sum_over_time(up{$both}[${seconds}s]))")
+lost=$(total "sum(count_over_time(up{$both}[${seconds}s])) - sum(sum_over_time(up{$both}[${seconds}s]))")
 slowest() { ask "$1" | sort -n | tail -n 1; } # of the shards
 for one in "${prometheis[@]}"; do curl -s -X POST "http://$one/api/v1/admin/tsdb/snapshot" >/dev/null; done
 chunks=$(du -sbc "$folder"/prometheus-?/snapshots/*/*/chunks | awk 'END { print $1 }')
@@ -50,7 +50,7 @@ index=$(du -sbc "$folder"/prometheus-?/snapshots/*/*/index | awk 'END { print $1
 echo
 printf '%s\n' '| routers | scrapes | lost | time of a scrape, ms: median, longest | agent: MiB | ms per round | refreshes, ms/s | exporter: MiB | ms per round | Prometheus: MiB | ms per round | IP packets per round | bytes per round |'
 { [ -n "$recorded" ] || tcpdump -r "$folder/packets" -n -e -q -tt 2>/dev/null | sed -n 's/ .* length \([0-9]*\): .*/ \1/p'; } | awk \
-    -v n="$count" -v scrapes="$scrapes" -v lost=$((scrapes - answered)) -v seconds="$seconds" \
+    -v n="$count" -v scrapes="$scrapes" -v lost="$lost" -v seconds="$seconds" \
     -v median="$(slowest "1000 * quantile(0.5, quantile_over_time(0.5, scrape_duration_seconds{job=\"corvanta\"}[${seconds}s]))")" \
     -v longest="$(slowest "1000 * max(max_over_time(scrape_duration_seconds{$both}[${seconds}s]))")" \
     -v memory="$(resident "$count" "${agents[@]}") $(resident 1 "${exporter_pids[@]}") $(resident 1 "${prometheus_pids[@]}") ${above_pid:+$(resident 1 "$above_pid")}" \
