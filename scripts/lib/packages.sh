@@ -3,7 +3,8 @@
 
 # Those that bring a service, by whose name it goes. It is neither started nor enabled: the scripts
 # run instances of their own.
-service_packages=(prometheus prometheus-alertmanager prometheus-snmp-exporter snmpd snmptrapd)
+service_packages=(prometheus prometheus-alertmanager prometheus-snmp-exporter prometheus-node-exporter
+    snmpd snmptrapd postgresql zabbix-server-pgsql)
 
 # Installs the packages of the list that are missing, saying so.
 need_packages() {
@@ -69,9 +70,12 @@ build_packages=(g++ cmake make ninja-build pkg-config libgtest-dev libsqlite3-de
 package_packages=(build-essential debhelper doxygen dpkg-dev fakeroot lintian)
 # What watching a fleet of agents takes besides, and looking at its page.
 # shellcheck disable=SC2034
-fleet_packages=(snmp curl prometheus prometheus-snmp-exporter prometheus-alertmanager)
+fleet_packages=(snmp snmptrapd curl prometheus prometheus-snmp-exporter prometheus-node-exporter prometheus-alertmanager)
 # shellcheck disable=SC2034
 page_packages=(chromium chromium-driver)
+# What trying the template for Zabbix takes besides.
+# shellcheck disable=SC2034
+zabbix_packages=(snmp snmpd procps curl postgresql zabbix-server-pgsql zabbix-frontend-php php-cli php-pgsql)
 # What the tests take besides.
 # shellcheck disable=SC2034
 test_packages=(git procps snmp snmpd snmptrapd smitools systemd strace abigail-tools valgrind

@@ -131,9 +131,19 @@ try {
   await go(page);
   await soon("the line carries again: mail tells it, the page is as before", async () => {
     assert.match(mail(), new RegExp(`^${last}: line is down: over since`, "m"));
-    assert.deepEqual(await held(last), []);
+    assert.deepEqual(await held(last), ["CorvantaCircuitFlapped"]); // as notifications told
     await fleetIsRight();
   });
+  write(names[0], "pvc", without(read(names[0], "pvc"), 8));
+  await soon("a notification of a circuit that closes", () =>
+    assert.match(fs.readFileSync(folder + "/notifications.log", "utf8"), /\(127\.\d+\.0\.1\): circuit VC8 is down\n/));
+  write(names[0], "pvc", list);
+  await soon("a flap is told, also where no scrape has seen it", async () =>
+    assert.match((await texts("routers"))[names[0]][0], /^warning circuit VC8 went down within 15 minutes and is up again/));
+  await go(pageOf(names[0]));
+  await soon("its router's page tells when", async () =>
+    assert.match(await look("byId('events').innerText"), /notification of [^\n]*: VC8 is up[^]*notification of [^\n]*: VC8 is down/));
+  await go(page);
   process.kill(exporter, "SIGSTOP");
   await soon("an exporter that is down is told once, at the top, and nobody is blamed", async () => {
     assert.match(await look("byId('notes').innerText"), /^critical the SNMP exporter does not answer.*\n+Nothing is known/);

@@ -10,7 +10,7 @@ cd "$work"
 
 generator() {
     local name
-    "$source/scripts/derive" --check snmp
+    "$source/scripts/derive" --check snmp zabbix
     # Every object that can be read is named, be it as one that is ignored.
     while read -r name; do
         grep -qw "$name" "$monitoring"/{generator,snmp}.yml || fail "not known: $name"
@@ -78,9 +78,10 @@ notifications() {
     local port said=0
     port=$(perl -MIO::Socket::INET -e 'print IO::Socket::INET->new(Proto => "udp", LocalAddr => "127.0.0.1")->sockport')
     user corvantaNotifier
-    sed "s|/usr/share.*|$monitoring/log-notification $work/log|" "$monitoring/snmptrapd-corvanta.conf" >trapd.conf
+    mkdir counted
+    sed "s|/usr/share/corvanta-monitoring|$monitoring|; s|/var/lib/.*|$work/counted $work/log|" "$monitoring/snmptrapd-corvanta.conf" >trapd.conf
     grep createUser agent.conf >>trapd.conf
-    echo "trapsess -Ci -v3 -l authPriv -u corvantaNotifier -a SHA -A $secret -x AES -X $secret 127.0.0.1:$port" >>agent.conf
+    echo "trapsess -Ci -t 60 -v3 -l authPriv -u corvantaNotifier -a SHA -A $secret -x AES -X $secret 127.0.0.1:$port" >>agent.conf
     export CORVANTA_BUILD=$build MIBDIRS=$smi:$source/agent/share
     "$source/scripts/on-device" device true
     told() { [ -e log ] && [ "$(wc -l <log)" -gt "$said" ]; }
@@ -96,7 +97,7 @@ notifications() {
         else
             sleep 1
             for reason in 1 4; do
-                snmpinform "127.0.0.1:$port" '' "$root.0.3" "$root.1.8.5.0" i $reason || fail "an inform is not acknowledged"
+                snmpinform -t 180 -r 0 "127.0.0.1:$port" '' "$root.0.3" "$root.1.8.5.0" i $reason || fail "an inform is not acknowledged"
             done
         fi
         soon told
@@ -106,6 +107,14 @@ notifications() {
     cat log
     sed 's/^[-0-9]* [:0-9]* //; s/: .*(.*): /: /' log | diff - <(printf '%s\n' 'warning: circuit VC8 is down' \
         'warning: a change was taken back: nobody confirmed it in time' 'warning: a change was taken back: a further request failed')
+    # Many at once, of a name that would end a label.
+    for _ in {1..20}; do
+        printf '%s\n' h 'UDP: [192.0.2.1]:161' '.1.3.6.1.6.3.1.1.4.1.0 x.2' 'x.1.1.4.1.2.1 "V"C}1' | "$monitoring/log-notification" --count counted log &
+    done
+    for series in 'kind="cvCircuitDown",interface="VC1"} 20' 'kind="cvCircuitDown",interface="VC8"} 1' 'kind="cvChangeReverted",interface=""} 2'; do
+        soon grep -q "_total.*$series\$" counted/notifications.prom
+    done
+    promtool check metrics <counted/notifications.prom
 }
 root=.1.3.6.1.4.1.$(sed -n 's/.*enterprises.*(\([0-9]*\)).*/\1/p' "$mib").1
 "$1"
