@@ -10,8 +10,8 @@ enum class Sandbox { none, callsOnly, whole };
 
 /// Leaves this process, for good, what serving requests needs and nothing else.
 ///
-/// It may make the calls of AllowedCalls; any other fails with EPERM, and the process goes on. Where
-/// the kernel has Landlock, it may use what is open, write in one folder, and read /etc.
+/// It may make the calls of AllowedCalls; any other fails with EPERM, and the process goes on.
+/// Where the kernel has Landlock, it may use what is open, write in one folder, and read /etc.
 /// @param folder  whose files it may write
 Sandbox enterSandbox(const std::string& folder);
 
