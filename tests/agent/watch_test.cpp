@@ -119,9 +119,9 @@ TEST_F(WatchTest, SeesWhatOthersChangeRightAfterASet) {
 
 TEST_F(WatchTest, TimesTheClientAnewBeforeASetIsRefused) {
     // The first client takes long, as when the device starts; the others don't.
-    site.run("sed -i '3i [ ! -e boot ] || { rm boot; sleep 30; }' bin/quorlet");
+    site.run("sed -i '3i [ ! -e boot ] || { rm boot; sleep 25; }' bin/quorlet");
     site.write("boot", "");
-    start("-i 600 -a 6000 -d 60");
+    start("-i 600 -a 6000 -d 50");
     EXPECT_EQ("1\n", site.run("grep -c 'a set can take' agent.log"));
     EXPECT_EQ("", site.set("7.1.2.5", "i 1"));
 }
