@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <sstream>
 
 namespace agent::net {
@@ -22,6 +23,12 @@ constexpr const char* kEngine = "oldEngineID 0x";
 constexpr const char* kUser = "usmUser ";
 constexpr const char* kNewUser = "createUser ";
 
+/// How the lines begin that are passed on as they are. The toolkit would take any other line of a
+/// configuration too, such as code to run: whoever takes over the process that faces the network
+/// can write the file, and the next start reads it before it is in its sandbox.
+constexpr const char* kKept[] = {
+    kUser, kNewUser, "psyslocation ", "psyscontact ", "psysname ", "pauthtrapenable ", "#"};
+
 bool begins(const std::string& text, const char* with) {
     return text.rfind(with, 0) == 0;
 }
@@ -37,8 +44,11 @@ struct Content {
                     std::max(boots, std::strtol(line.c_str() + std::strlen(kBoots), nullptr, 10));
             else if (begins(line, kEngine))
                 engine = ends ? line : ""; // an open end is no end
-            else
+            else if (line.empty() || std::any_of(std::begin(kKept), std::end(kKept),
+                                                 [&](auto kept) { return begins(line, kept); }))
                 others += line + '\n';
+            else
+                ++foreign;
             newUsers += begins(line, kNewUser) ? line + '\n' : "";
             hasUsers = hasUsers || begins(line, kUser);
         }
@@ -51,6 +61,7 @@ struct Content {
     long boots = 0;
     std::string engine; ///< the line with its ID
     std::string others;
+    int foreign = 0; ///< lines left out
     std::string newUsers;
     bool hasUsers = false;
 };
@@ -88,6 +99,9 @@ std::optional<std::string> Identity::load() {
     if (!read(m_system, kFile, text) && cannotRead(kFile))
         return std::nullopt;
     const Content own(text.value_or(""));
+    if (own.foreign > 0)
+        log(LOG_WARNING, std::string(kFile) + ": ignores " + std::to_string(own.foreign) +
+                             " lines that only a configuration file may have");
     Content best = own;
     m_leftovers.clear();
     for (const std::string& name : leftovers()) {

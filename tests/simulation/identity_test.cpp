@@ -206,6 +206,14 @@ TEST(IdentityTest, OutlivesAFaultAtEachCall) {
     EXPECT_LT(2000, points);
 }
 
+TEST(IdentityTest, ConfiguresNothing) {
+    Machine machine(false);
+    ASSERT_TRUE(machine.network().store("corvantad.conf", "[snmp] logOption f log\nperl 1;\n" +
+                                                              kStored + " rwcommunity public\n"));
+    EXPECT_EQ("usmUser operator key\nengineBoots 8\noldEngineID 0xe1\n",
+              Identity(machine.network()).load());
+}
+
 TEST(IdentityTest, IsNotReplacedByHalfOfIt) {
     Site site;
     ASSERT_TRUE(site.machine.network().store("corvantad.conf", kStored));
