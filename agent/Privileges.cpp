@@ -4,8 +4,11 @@
 #include "agent/StateFolder.h"
 
 #include <cerrno>
-#include <filesystem>
+#include <memory>
+#include <optional>
 
+#include <dirent.h>
+#include <fcntl.h>
 #include <grp.h>
 #include <pwd.h>
 #include <sys/prctl.h>
@@ -15,8 +18,6 @@
 namespace agent {
 
 namespace {
-
-namespace fs = std::filesystem;
 
 const std::string& netUser(const Options& options) {
     return options.netUser.empty() ? options.user : options.netUser;
@@ -32,21 +33,52 @@ bool failed(const std::string& name) {
     return false;
 }
 
-/// Makes a folder and all in it a user's. A file with another name elsewhere may be somebody
-/// else's; one that is gone by then was replaced by the process that it belongs to.
-bool give(const std::string& folder, uid_t user, gid_t group) {
-    std::error_code failed;
-    bool given = lchown(folder.c_str(), user, group) == 0;
-    for (fs::recursive_directory_iterator each(folder, failed), end; !failed && each != end;
-         each.increment(failed)) {
-        struct stat state {};
-        errno = 0;
-        const bool done = lstat(each->path().c_str(), &state) == 0 &&
-                          (S_ISDIR(state.st_mode) || state.st_nlink == 1) &&
-                          lchown(each->path().c_str(), user, group) == 0;
-        given = given && (done || errno == ENOENT);
-    }
-    return given && !failed;
+/// A descriptor that is closed with its owner.
+struct Descriptor {
+    explicit Descriptor(int opened) : number(opened) {}
+    ~Descriptor() { close(number); }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+
+    const int number;
+};
+
+/// Makes a file, or a folder and all in it, a user's. Meanwhile a process of the user that owns the
+/// folder around it may put a link in any place, so that nothing is done by its path. A file with
+/// another name elsewhere may be somebody else's; one that is gone was replaced by its process.
+bool give(int parent, const char* name, uid_t user, gid_t group) {
+    const Descriptor file(openat(parent, name, O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    struct stat state {};
+    if (file.number < 0)
+        return errno == ENOENT;
+    if (fstat(file.number, &state) != 0 || (!S_ISDIR(state.st_mode) && state.st_nlink != 1) ||
+        fchownat(file.number, "", user, group, AT_EMPTY_PATH) != 0)
+        return false;
+    if (!S_ISDIR(state.st_mode))
+        return true;
+    const std::unique_ptr<DIR, int (*)(DIR*)> list(
+        fdopendir(openat(file.number, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)), closedir);
+    bool given = list != nullptr;
+    while (const dirent* const each = given ? readdir(list.get()) : nullptr)
+        if (const std::string in = each->d_name; in != "." && in != "..")
+            given = give(dirfd(list.get()), each->d_name, user, group) && given;
+    return given;
+}
+
+/// Likewise one of the state folder's, as its process will look it up. @return the user's group
+std::optional<gid_t> giveFolder(const std::string& path, const std::string& name) {
+    const passwd* const user = find(name);
+    struct stat state {};
+    if (user != nullptr && give(AT_FDCWD, path.c_str(), user->pw_uid, user->pw_gid) &&
+        lstat(path.c_str(), &state) == 0 && S_ISDIR(state.st_mode))
+        return user->pw_gid;
+    failed(name);
+    return std::nullopt;
+}
+
+/// Whether there is somebody to give parts of the state to, and the right to do so.
+bool canGive(const Options& options) {
+    return geteuid() == 0 && !(options.user.empty() && options.netUser.empty());
 }
 
 bool become(const std::string& name) {
@@ -69,19 +101,17 @@ bool become(const std::string& name) {
 } // namespace
 
 bool giveState(const Options& options) {
-    if (geteuid() != 0 || (options.user.empty() && options.netUser.empty()))
+    if (!canGive(options))
         return true;
-    const passwd* user = find(netUser(options));
-    if (user == nullptr || !give(netFolder(options), user->pw_uid, user->pw_gid))
-        return failed(netUser(options));
-    const gid_t netGroup = user->pw_gid;
-    user = find(options.user);
-    if (user == nullptr || !give(devFolder(options), user->pw_uid, user->pw_gid))
-        return failed(options.user);
+    const auto netGroup = giveFolder(netFolder(options), netUser(options));
+    if (!netGroup || !giveFolder(devFolder(options), options.user))
+        return false;
+    const passwd* const user = find(options.user);
     // Who faces the network only gets through to its own folder.
-    const bool given = lchown(options.state.c_str(), user->pw_uid, netGroup) == 0 &&
-                       chmod(options.state.c_str(), options.netUser.empty() ? 0700 : 0710) == 0 &&
-                       lchown((options.state + "/agent.lock").c_str(), user->pw_uid, -1) == 0;
+    const Descriptor state(open(options.state.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const bool given = user != nullptr && fchown(state.number, user->pw_uid, *netGroup) == 0 &&
+                       fchmod(state.number, options.netUser.empty() ? 0700 : 0710) == 0 &&
+                       give(state.number, "agent.lock", user->pw_uid, gid_t(-1));
     return given || failed(options.user);
 }
 
@@ -90,7 +120,9 @@ bool becomeDevUser(const Options& options) {
 }
 
 bool becomeNetUser(const Options& options) {
-    return giveState(options) && become(netUser(options)); // with what was written until now
+    if (canGive(options) && !giveFolder(netFolder(options), netUser(options)))
+        return false; // with what was written until now
+    return become(netUser(options));
 }
 
 } // namespace agent

@@ -645,6 +645,13 @@ TEST(Field, AUserOwnsItsState) {
         }
         EXPECT_EQ(0, site.agent->end(SIGTERM));
     }
+    // Root follows no link of the device's user.
+    site.startAlone("-i 60 -u nobody -U daemon");
+    site.run("mkdir others; mv state/dev state/moved; ln -s $PWD/others state/dev");
+    kill(side(site, "net"), SIGKILL);
+    site.awaitAgent();
+    EXPECT_EQ("root\n", site.run("stat -c %U others; rm state/dev; mv state/moved state/dev"));
+    EXPECT_EQ(0, site.agent->end(SIGTERM));
     // Who faces the network can't have rows changed by a journal, whatever the kernel has.
     EXPECT_EQ("written\n",
               site.run("setpriv --reuid=daemon --regid=daemon --clear-groups sh -c 'for file in "

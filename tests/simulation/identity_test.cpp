@@ -207,11 +207,11 @@ TEST(IdentityTest, OutlivesAFaultAtEachCall) {
 }
 
 TEST(IdentityTest, ConfiguresNothing) {
-    Machine machine(false);
-    ASSERT_TRUE(machine.network().store("corvantad.conf", "[snmp] logOption f log\nperl 1;\n" +
-                                                              kStored + " rwcommunity public\n"));
+    Site site;
+    ASSERT_TRUE(site.machine.network().store("corvantad.conf", "[snmp] logOption f log\nperl 1;\n" +
+                                                                   kStored + " rwcommunity a\n"));
     EXPECT_EQ("usmUser operator key\nengineBoots 8\noldEngineID 0xe1\n",
-              Identity(machine.network()).load());
+              Identity(site.machine.network()).load());
 }
 
 TEST(IdentityTest, IsNotReplacedByHalfOfIt) {
