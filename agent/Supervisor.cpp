@@ -119,7 +119,8 @@ void Supervisor::watch() {
         notifyServiceManager("WATCHDOG=1");
 }
 
-/// Sees what has ended. One that ends by itself has logged why, and the agent ends with it.
+/// Sees what has ended. One that ends by itself has logged why, and the agent ends with it: as
+/// failed in any case, so that the service manager starts it again.
 void Supervisor::reap() {
     int status = 0;
     for (pid_t process; (process = waitpid(-1, &status, WNOHANG)) > 0;) {
@@ -130,8 +131,9 @@ void Supervisor::reap() {
         if (m_stopping)
             continue;
         if (WIFEXITED(status)) {
-            m_result = WEXITSTATUS(status);
+            m_result = std::max(1, WEXITSTATUS(status));
             m_stopping = true;
+            log(LOG_ERR, child.name() + std::string(" has ended: so does the agent"));
             continue;
         }
         const std::string text =
