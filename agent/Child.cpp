@@ -22,7 +22,7 @@ using std::chrono::seconds;
 constexpr int kStopChild = SIGUSR1; ///< what ends the whole group must not cut a change short
 constexpr seconds kPause{1};        ///< before what has died is started again
 constexpr int kSilence = 6;         ///< beats, longer than a slow disk keeps anybody
-constexpr int kNotReady = -1;
+constexpr int kStart = 24;          ///< likewise, before it is ready
 
 } // namespace
 
@@ -32,7 +32,8 @@ bool Child::start() {
     if (pipe2(alive.data(), O_CLOEXEC | O_NONBLOCK) != 0)
         return false;
     m_alive = alive[0];
-    m_silence = kNotReady;
+    m_silence = 0;
+    m_limit = kStart;
     m_process = fork();
     if (m_process != 0) {
         close(alive[1]);
@@ -55,18 +56,19 @@ bool Child::hear() {
     if (!running() || read(m_alive, signs.data(), signs.size()) <= 0)
         return false;
     m_silence = 0;
+    m_limit = kSilence;
     return true;
 }
 
 void Child::watch() {
-    if (hear() || !running() || m_silence == kNotReady || ++m_silence != kSilence)
+    if (hear() || !running() || ++m_silence != m_limit)
         return;
     log(LOG_ERR, std::string(m_name) + " gives no sign of life and is killed");
     kill(m_process, SIGKILL);
 }
 
 bool Child::hangs() const {
-    return running() && m_silence >= kSilence;
+    return running() && m_silence >= m_limit;
 }
 
 void Child::forget() {

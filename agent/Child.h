@@ -50,7 +50,8 @@ private:
     Work m_work;
     pid_t m_process = 0;
     int m_alive = -1;
-    int m_silence = 0; ///< beats since its last sign of life; below 0 before the first
+    int m_silence = 0; ///< beats since its start, or its last sign of life
+    int m_limit = 0;   ///< beats that it may be silent
     Clock::time_point m_due;
     Clock::time_point m_killAt; ///< unset while nobody has asked it to stop
 };
