@@ -64,7 +64,12 @@ void Child::watch() {
     if (hear() || !running() || ++m_silence != m_limit)
         return;
     log(LOG_ERR, std::string(m_name) + " gives no sign of life and is killed");
-    kill(m_process, SIGKILL);
+    killNow();
+}
+
+void Child::killNow() const {
+    if (running())
+        kill(m_process, SIGKILL);
 }
 
 bool Child::hangs() const {
@@ -91,7 +96,7 @@ void Child::stop(seconds time) {
     } else if (now >= m_killAt) {
         m_killAt = Clock::time_point::max();
         log(LOG_WARNING, std::string(m_name) + " does not stop and is killed");
-        kill(m_process, SIGKILL);
+        killNow();
     }
 }
 

@@ -36,6 +36,9 @@ public:
     void watch();
     bool hangs() const; ///< it was killed for that, and has not ended yet
 
+    /// Has it end at once; it is due again as after any other death.
+    void killNow() const;
+
     /// Called in the other child, which must not read what is meant for the parent.
     void forget();
 

@@ -61,14 +61,20 @@ int Supervisor::run() {
 bool Supervisor::open() {
     const bool detached = m_options.foreground || m_background.goToBackground();
     m_signals = openSignals({SIGTERM, SIGINT, SIGHUP, SIGCHLD});
-    // Packets, so that one that dies leaves no part of a message. The parent keeps both ends open:
-    // a process that is started again finds its own as it was.
-    if (!detached || m_signals < 0 ||
-        socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, m_link.data()) != 0)
+    if (!detached || m_signals < 0 || !openLink())
         fail("no descriptors");
     else if (!m_net.start())
         fail("no processes");
     return !m_stopping;
+}
+
+/// Packets, so that one that dies leaves no part of a message. The parent keeps both ends open: a
+/// process that is started again finds its own as it was.
+bool Supervisor::openLink() {
+    for (const int end : m_link)
+        if (end >= 0)
+            close(end);
+    return socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, m_link.data()) == 0;
 }
 
 void Supervisor::awaitEvents() const {
@@ -113,10 +119,23 @@ void Supervisor::watch() {
     m_beatDue = now + m_options.beat;
     if (!m_ready || m_stopping)
         return;
+    watchLink();
     m_net.watch();
     m_dev.watch();
     if (watchdogLimit() && !m_net.hangs() && !m_dev.hangs())
         notifyServiceManager("WATCHDOG=1");
+}
+
+/// A process that was taken over can shut the link down for its successors too. They get a new one.
+void Supervisor::watchLink() {
+    std::array<pollfd, 2> ends{{{m_link[0], POLLRDHUP, 0}, {m_link[1], POLLRDHUP, 0}}};
+    if (poll(ends.data(), ends.size(), 0) <= 0)
+        return;
+    log(LOG_ERR, "the link between the processes is shut down: both are started again");
+    if (!openLink())
+        fail("no descriptors");
+    m_net.killNow();
+    m_dev.killNow();
 }
 
 /// Sees what has ended. One that ends by itself has logged why, and the agent ends with it: as

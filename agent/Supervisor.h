@@ -27,10 +27,12 @@ public:
 
 private:
     bool open();
+    bool openLink();
     void awaitEvents() const;
     void readSignals();
     void becomeReady();
     void watch();
+    void watchLink();
     void reap();
     void startDue();
     bool stopChildren();
@@ -39,7 +41,7 @@ private:
     const Options& m_options;
     Background m_background;
     int m_signals = -1;
-    std::array<int, 2> m_link{};
+    std::array<int, 2> m_link{-1, -1};
     Child m_net;
     Child m_dev;
     std::chrono::steady_clock::time_point m_beatDue;

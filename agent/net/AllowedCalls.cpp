@@ -52,7 +52,12 @@ const std::vector<SystemCall> kAllowed = {
     {SCMP_SYS(getsockname), {}},
     {SCMP_SYS(getpeername), {}},
     {SCMP_SYS(getsockopt), {}},
-    {SCMP_SYS(setsockopt), {is(1, SOL_SOCKET)}},
+    // Not what would outlive the process on the link to the device's, such as a packet filter.
+    {SCMP_SYS(setsockopt), {is(1, SOL_SOCKET), is(2, SO_SNDBUF)}},
+    {SCMP_SYS(setsockopt), {is(1, SOL_SOCKET), is(2, SO_RCVBUF)}},
+    {SCMP_SYS(setsockopt), {is(1, SOL_SOCKET), is(2, SO_REUSEADDR)}},
+    {SCMP_SYS(setsockopt), {is(1, SOL_SOCKET), is(2, SO_BROADCAST)}},
+    {SCMP_SYS(setsockopt), {is(1, SOL_SOCKET), is(2, SO_KEEPALIVE)}},
     {SCMP_SYS(setsockopt), {is(1, IPPROTO_IP), is(2, IP_RECVERR)}}, // to look up names
     {SCMP_SYS(setsockopt), {is(1, IPPROTO_IPV6), is(2, IPV6_RECVERR)}},
     {SCMP_SYS(socket), {is(0, AF_UNIX)}},

@@ -111,6 +111,7 @@ TEST(Sandbox, AllowsCallsInPart) {
         {SYS_socket, AF_NETLINK, SOCK_RAW, 0, true},
         {SYS_socket, AF_PACKET, SOCK_RAW, 0, true},
         {SYS_setsockopt, -1, SOL_SOCKET, SO_SNDBUF, false},
+        {SYS_setsockopt, -1, SOL_SOCKET, SO_ATTACH_FILTER, true},
         {SYS_setsockopt, -1, IPPROTO_IP, 64, true}, // a table of the packet filter
         {SYS_mprotect, 0, 0, PROT_READ | PROT_WRITE, false},
         {SYS_mprotect, 0, 0, PROT_READ | PROT_EXEC, true},
