@@ -6,6 +6,7 @@
 
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <poll.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -40,6 +41,12 @@ bool isStream(int descriptor, unsigned& silence) {
     return true;
 }
 
+/// Whether it takes no answers: its manager doesn't read them.
+bool isFull(int descriptor) {
+    pollfd stream{descriptor, POLLOUT, 0};
+    return poll(&stream, 1, 0) == 0;
+}
+
 } // namespace
 
 Connections::Connections(const System& system) : m_system(system) {
@@ -62,9 +69,14 @@ void Connections::limit() {
     std::sort(connections.begin(), connections.end());
     for (std::size_t i = 0; i < connections.size(); ++i) {
         const auto& [silence, descriptor] = connections[i];
-        if (silence > kSilence || i >= kConnections)
+        if (silence > kSilence || i >= kConnections || isFull(descriptor))
             shutdown(descriptor, SHUT_RDWR); // the toolkit sees its end, and forgets it
     }
 }
 
 } // namespace agent::net
+
+/// As the toolkit calls it, whose sends would wait for ever for a manager that doesn't read.
+extern "C" int accept(int listener, sockaddr* peer, socklen_t* size) {
+    return accept4(listener, peer, size, SOCK_NONBLOCK | SOCK_CLOEXEC);
+}
