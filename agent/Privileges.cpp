@@ -95,10 +95,15 @@ bool become(const std::string& name) {
     if (initgroups(name.c_str(), user->pw_gid) != 0 || setgid(user->pw_gid) != 0 ||
         setuid(user->pw_uid) != 0)
         return failed(name);
+    keepMemoryPrivate(); // which the kernel has undone, or not, by the machine's settings
     return signal == 0 || (prctl(PR_SET_PDEATHSIG, signal) == 0 && getppid() == parent);
 }
 
 } // namespace
+
+void keepMemoryPrivate() {
+    prctl(PR_SET_DUMPABLE, 0);
+}
 
 bool giveState(const Options& options) {
     if (!canGive(options))

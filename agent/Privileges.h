@@ -4,6 +4,10 @@
 
 namespace agent {
 
+/// Keeps other processes of the same user out of the memory of this one, and of those it starts as
+/// processes of the agent: whoever takes over one could get into another by it.
+void keepMemoryPrivate();
+
 /// Gives each part of the state folder to the user who has to write it, where the options name any.
 /// Others than root have nothing to give.
 /// @return whether that could be done; else it is logged

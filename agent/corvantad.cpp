@@ -17,7 +17,6 @@
 #include <sstream>
 #include <string>
 
-#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -44,7 +43,6 @@ int serve(const Options& options, const agent::Ends& ends) {
 int work(const Options& options, const agent::Ends& ends) {
     if (!agent::becomeDevUser(options))
         return 1;
-    prctl(PR_SET_DUMPABLE, 0); // keeps other processes of the same user out of this one
     if (!options.foreground)
         agent::leaveTerminal();
     const int clientLock = agent::openClientLock(options);
@@ -79,6 +77,7 @@ void removeSockets(const std::string& addresses) {
 
 int main(int argc, char** argv) {
     Options options = agent::parseOptions(argc, argv);
+    agent::keepMemoryPrivate();
     agent::settleDescriptors();
     agent::keepTrace(options.verbose);
     agent::openLog(true); // what goes wrong now can still be seen
