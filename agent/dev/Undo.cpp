@@ -165,6 +165,8 @@ Outcome Undo::extend(seconds trial) {
 
 Outcome Undo::revert(Record record, RevertReason reason) {
     const std::uint32_t leftBefore = m_board.next.counters.rowsNotRestored;
+    if (state() == ChangeState::pending)
+        m_lastRecord = {}; // goes with it: taken back once more, it would undo what others write
     enter(State::restoring);
     m_tell = m_system.now();
     m_record = std::move(record);
