@@ -99,7 +99,7 @@ Outcome Changer::decide(Transaction& set) {
                                                                           : Outcome::done;
     }
     m_expire();
-    return set.late ? Outcome::refused : m_undo.confirm();
+    return set.late ? Outcome::refused : m_undo.confirm(set.request.id);
 }
 
 /// Whether the set is one that the other side may ask for: it may have been taken over.

@@ -144,11 +144,11 @@ void Undo::remember(std::uint64_t set, Record done) {
     m_lastRecord = std::move(done);
 }
 
-Outcome Undo::confirm() {
+Outcome Undo::confirm(std::uint64_t set) {
     if (!keep(m_record, {}, seconds(0)))
         return Outcome::refused;
     log(LOG_NOTICE, "the change that was pending stays");
-    m_record = {};
+    remember(set, std::exchange(m_record, {}));
     m_board.next.trial = {};
     m_board.publish();
     return Outcome::done;

@@ -56,7 +56,8 @@ public:
     /// Remembers the last set that stays, for takeBack().
     void remember(std::uint64_t set, Record done);
 
-    Outcome confirm();
+    /// @param set  which asks for it: whoever takes that back takes back what was pending
+    Outcome confirm(std::uint64_t set);
     Outcome extend(std::chrono::seconds trial);
     Outcome revert(Record record, RevertReason reason);
     Outcome revert(RevertReason reason) { return revert(std::move(m_record), reason); }
