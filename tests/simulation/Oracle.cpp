@@ -190,10 +190,35 @@ void Oracle::valuesMayHaveChanged() {
 }
 
 /// Somebody else is in the way of the sets under way.
-void Oracle::disturb() {
+void Oracle::disturb(Table table) {
     ++m_othersWrites;
+    if (table == Table::bridge || shapeOf(table).bridgeId != 0)
+        for (Change& change : m_changes)
+            change.bridgesByOthers = true;
     for (const std::uint64_t id : m_waiting)
         m_sets[id].disturbed = true;
+}
+
+/// The name of a bridge, as it was before a change where one is given.
+std::string Oracle::nameOfBridge(const std::string& id, const Change* change) const {
+    const auto is = [&id](const Record& bridge) { return bridge.cells[0].text == id; };
+    if (change != nullptr)
+        for (const Removed& removed : change->removed)
+            if (removed.table == Table::bridge && is(removed.row))
+                return removed.row.cells[1].text;
+    for (const Record& bridge : m_machine.database[Table::bridge])
+        if (is(bridge) && (change == nullptr || change->added.count(bridge.serial) == 0))
+            return bridge.cells[1].text;
+    return "gone";
+}
+
+constexpr const char* kInBridge = " in bridge ";
+
+/// Compares what contentOf() says of two rows.
+bool Oracle::areAlike(const std::string& one, const std::string& other, const Change& change) {
+    return change.bridgesByOthers
+               ? one.substr(0, one.find(kInBridge)) == other.substr(0, other.find(kInBridge))
+               : one == other;
 }
 
 /// A row without its Id, as it was before a change where one is given.
@@ -204,9 +229,11 @@ std::string Oracle::contentOf(Table table, const Record& row, const Change* chan
         for (std::size_t i = 1; i < row.cells.size(); ++i)
             if (const auto cell = change->cells.find({row.serial, i}); cell != change->cells.end())
                 before.cells[i].text = cell->second.before;
-    if (const std::size_t bridge = shapeOf(table).bridgeId; bridge != 0)
-        before.cells[bridge].text.clear(); // it may come back under another Id
-    return before.text();
+    const std::size_t bridge = shapeOf(table).bridgeId;
+    if (bridge == 0)
+        return before.text();
+    const std::string id = std::exchange(before.cells[bridge].text, ""); // it may get another
+    return before.text() + kInBridge + nameOfBridge(id, change);
 }
 
 void Oracle::updated(Table table, const Record& row, std::size_t column, const Cell& before) {
@@ -217,7 +244,7 @@ void Oracle::updated(Table table, const Record& row, std::size_t column, const C
         Record was = row; // it is gone as what it was
         was.cells[column] = before;
         m_othersRemoved.insert(contentOf(table, was, nullptr));
-        return disturb();
+        return disturb(table);
     }
     if (now.writer.change < 0)
         return fail("a row is changed without a set");
@@ -258,7 +285,7 @@ void Oracle::inserted(Table table, const Record& row) {
     if (row.inserted.kind == Kind::factory)
         return;
     if (row.inserted == kOthers)
-        return disturb();
+        return disturb(table);
     if (row.inserted.change < 0)
         return fail("a row is inserted without a set");
     Change& change = m_changes[static_cast<std::size_t>(row.inserted.change)];
@@ -270,7 +297,8 @@ void Oracle::inserted(Table table, const Record& row) {
     change.restored = m_restoreWrote = true;
     change.returned.push_back({table, row.serial, contentOf(table, row, nullptr)});
     const auto isLike = [&](const auto& other) {
-        return other.table == table && other.content == change.returned.back().content;
+        return other.table == table &&
+               areAlike(other.content, change.returned.back().content, change);
     };
     const auto wanted = std::count_if(change.removed.begin(), change.removed.end(), isLike);
     const auto there =
@@ -305,7 +333,7 @@ void Oracle::removed(Table table, const Record& row, const Writer& writer) {
     valuesMayHaveChanged();
     if (writer == kOthers) {
         m_othersRemoved.insert(contentOf(table, row, nullptr));
-        return disturb();
+        return disturb(table);
     }
     if (writer.change < 0)
         return fail("a row is removed without a set");

@@ -86,6 +86,7 @@ private:
         Fate fate = Fate::goes;
         bool done = false;     ///< so that the process knows which rows it has added
         bool restored = false; ///< or some of it
+        bool bridgesByOthers = false; ///< written since: nobody can say which one is which
         std::map<std::pair<int, std::size_t>, Written> cells; ///< by row's serial and column
         std::map<int, agent::Table> added;                    ///< rows, by serial
         std::vector<Removed> removed;
@@ -110,8 +111,10 @@ private:
     void enter(agent::ChangeState next, const agent::Snapshot& snapshot);
     void checkValues(const Set& set);
     void valuesMayHaveChanged();
-    void disturb();
+    void disturb(agent::Table table);
     std::string contentOf(agent::Table table, const Record& row, const Change* change) const;
+    std::string nameOfBridge(const std::string& id, const Change* change) const;
+    static bool areAlike(const std::string& one, const std::string& other, const Change& change);
     bool dangles(agent::Table table, const Record& row, const Change& change) const;
     const Record* live(agent::Table table, int serial) const;
     std::string isNotGone(int number) const;

@@ -92,7 +92,7 @@ bool Oracle::othersUse(const Record& bridge, const Change& change) const {
 std::string Oracle::isNotGone(int number, const Removed& removed, std::set<int>& claimed) const {
     const Change& change = m_changes[static_cast<std::size_t>(number)];
     for (const Returned& each : change.returned) {
-        if (each.table != removed.table || each.content != removed.content ||
+        if (each.table != removed.table || !areAlike(each.content, removed.content, change) ||
             claimed.count(each.serial) != 0)
             continue;
         const auto dead = m_dead.find(each.serial);
@@ -104,7 +104,7 @@ std::string Oracle::isNotGone(int number, const Removed& removed, std::set<int>&
     for (const auto& [serial, table] : change.added) { // made into what it replaced
         const Record* const row = table == removed.table ? live(table, serial) : nullptr;
         if (row == nullptr || claimed.count(serial) != 0 ||
-            contentOf(table, *row, nullptr) != removed.content)
+            !areAlike(contentOf(table, *row, nullptr), removed.content, change))
             continue;
         claimed.insert(serial);
         return "";
@@ -236,7 +236,7 @@ void Oracle::checkBridges() {
 
 void Oracle::checkSettled() {
     for (int number = 0; number < static_cast<int>(m_changes.size()); ++number) {
-        const auto& [fate, done, restored, cells, added, removed, returned] =
+        const auto& [fate, done, restored, bridgesByOthers, cells, added, removed, returned] =
             m_changes[static_cast<std::size_t>(number)];
         const std::string left = restored ? "" : isNotGone(number);
         const std::string lost = restored ? "it was taken back" : doesNotStay(number);
