@@ -59,11 +59,10 @@ void Comparison::learnBridges(const Standing& standing) {
         if (found != standing.rows.end())
             (trail->added ? m_added : m_bridges)
                 .insert({std::to_string(trail->id), found->second->columns[0]});
-        // Others have changed one whose removal can have been left out: it is still the bridge.
-        const auto row = m_now.find(Table::bridge, trail->id);
-        if (trail->returns() && !trail->sure && row != m_now[Table::bridge].end() &&
-            trail->isAbout(Table::bridge, *row))
-            m_bridges.insert({std::to_string(trail->id), row->columns[0]});
+        // What was in it comes back all the same: a bridge is known by its name.
+        else if (const Row* const other = inPlaceOf(Table::bridge, *trail, standing);
+                 other != nullptr && trail->returns())
+            m_bridges.insert({std::to_string(trail->id), other->columns[0]});
     }
 }
 
@@ -174,14 +173,20 @@ void Comparison::insert(Table table, Trail& trail) {
     m_steps.push_back(std::move(step));
 }
 
-/// Whether a row may be put back: others have put none for the same subject there since, and its
-/// bridge is there.
+/// Whether a row may be put back: nothing stands in its place, and its bridge is there.
 bool Comparison::canReturn(Table table, const Trail& trail, const Standing& standing) const {
+    const std::size_t bridge = shapeOf(table).bridgeId;
+    return (bridge == 0 || !isGone(trail.columns[bridge])) &&
+           inPlaceOf(table, trail, standing) == nullptr;
+}
+
+/// The row for the same subject that others have put there since, or the row itself, when they have
+/// changed it and its removal can have been left out; null for none.
+const Row* Comparison::inPlaceOf(Table table, const Trail& trail, const Standing& standing) const {
     const TableShape& shape = shapeOf(table);
     const Row row = wanted(table, trail);
-    if (shape.bridgeId != 0 && isGone(trail.columns[shape.bridgeId]))
-        return false;
-    return std::none_of(m_now[table].begin(), m_now[table].end(), [&](const Row& other) {
+    const Rows& rows = m_now[table];
+    const auto found = std::find_if(rows.begin(), rows.end(), [&](const Row& other) {
         if (standing.taken.count(&other) != 0 || !other.fits(table))
             return false;
         const auto same = [&](std::size_t column) {
@@ -191,6 +196,7 @@ bool Comparison::canReturn(Table table, const Trail& trail, const Standing& stan
         return itself || (isNew(table, other) && same(shape.subject) &&
                           (shape.bridgeId == 0 || same(shape.bridgeId)));
     });
+    return found == rows.end() ? nullptr : &*found;
 }
 
 /// Has neighbours made anew that came back apart. The first of them may be there without the

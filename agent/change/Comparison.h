@@ -65,6 +65,7 @@ private:
     bool takeAway(Table table, Trail& trail, const Row& now);
     void insert(Table table, Trail& trail);
     bool canReturn(Table table, const Trail& trail, const Standing& standing) const;
+    const Row* inPlaceOf(Table table, const Trail& trail, const Standing& standing) const;
     void unite(Table table, Standing& standing);
     void makeAnew(Table table, const std::vector<Trail*>& neighbours, Standing& standing);
     bool isHeld(const Row& bridge) const;
