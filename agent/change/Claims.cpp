@@ -145,7 +145,8 @@ void Comparison::claimById(Table table, Standing& standing) const {
 /// most.
 void Comparison::claimLost(Table table, Standing& standing) {
     for (const Trail* trail : standing.trails) {
-        if (!trail->added || trail->sure || m_foundLost || standing.rows.count(trail) != 0)
+        if (!trail->added || trail->sure || trail->told || m_foundLost ||
+            standing.rows.count(trail) != 0)
             continue;
         m_foundLost = lead(table, trail, standing, [&](const Row& row) {
             return !m_record[table].hadBefore(row.id()) && isWhole(table, *trail, row);

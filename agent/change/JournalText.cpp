@@ -49,7 +49,7 @@ std::string toLine(std::string_view word, const std::vector<int>& numbers) {
 std::string toLine(const Trail& trail) {
     std::string line = "row " + std::to_string(trail.id);
     line.append(trail.added ? " added" : "").append(trail.removed ? " removed" : "");
-    line.append(trail.sure ? " sure" : "");
+    line.append(trail.sure ? " sure" : "").append(trail.told ? " told" : "");
     if (trail.state == Return::tried)
         line.append(" tried");
     else if (trail.state == Return::givenUp)
@@ -89,6 +89,8 @@ std::optional<Trail> toTrail(std::string_view text) {
             trail.removed = true;
         } else if (word == "sure") {
             trail.sure = true;
+        } else if (word == "told") {
+            trail.told = true;
         } else if (word == "tried") {
             trail.state = Return::tried;
         } else if (word == "givenUp") {

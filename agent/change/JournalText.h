@@ -14,9 +14,10 @@
 //     others 1 2                       Ids of the rows that it had before, those below left out
 //     alike                            Ids of rows that look like those that were put back last
 //     row 3 removed sure back 4        a row: its Id, what the change does with it (added, removed,
-//                                      both or neither), whether all of that has been made, and
-//                                      what became of it when it was put back (tried, givenUp, or
-//                                      back with its new Id)
+//                                      both or neither), whether all of that has been made, or
+//                                      at least a new one's Id was told, and what became of it
+//                                      when it was put back (tried, givenUp, or back with its new
+//                                      Id)
 //     =br1|wanX                        its columns behind the Id, a line for each: "=" and what
 //     =0                               others had there ("~": Id of a bridge that came later,
 //     row 5 added                      "-": of none), or "+" where there was no row; then what

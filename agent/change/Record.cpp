@@ -136,7 +136,7 @@ void Record::alter(const Image& image, Table table, const Row& now, const Row& w
             chain = beginChain(image, table, now, i);
         if (!written)
             continue;
-        trail.sure = false;
+        trail.begin();
         if (!chain.isOwn(wanted.columns[i]))
             chain.own.push_back(wanted.columns[i]);
     }
@@ -157,7 +157,7 @@ void Record::remove(const Image& image, Table table, const Row& now) {
                     alter(image, each, row, row);
     }
     trail.removed = true;
-    trail.sure = false;
+    trail.begin();
 }
 
 void Record::settle() {

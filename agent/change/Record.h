@@ -52,6 +52,7 @@ struct Trail {
     bool added = false;
     bool removed = false;
     bool sure = false;          ///< all of it has been made; else it can have ended anywhere
+    bool told = false;          ///< a new row's Id, by the client: it has no other one
     std::vector<Chain> columns; ///< the first, of the Id, stays empty
     Return state = Return::none;
     int backId = 0;
@@ -61,6 +62,12 @@ struct Trail {
     bool returns() const { return removed && !added; }
     bool mayReturn() const { return state == Return::none || state == Return::tried; }
     bool writes() const; ///< whether any column
+
+    /// Something else is about to become of it.
+    void begin() {
+        told = told || (added && sure);
+        sure = false;
+    }
 
     /// Whether the row with its Id is the one that it is about.
     bool isAbout(Table table, const Row& row) const;

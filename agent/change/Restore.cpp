@@ -130,7 +130,7 @@ bool Restore::announce(const std::vector<Step>& steps) {
     for (const Step& step : steps) {
         const Table table = step.command.table;
         if (step.removes() && !step.putsBack())
-            step.trail->sure = false;
+            step.trail->begin();
         if (step.putsBack())
             step.trail->state = Return::tried;
         if (!step.inserts() || tables.has(table))
