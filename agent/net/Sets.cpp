@@ -88,6 +88,7 @@ void Sets::begin(ManagerRequest request) {
     m_answers.forget(m_request); // and its earlier ones of the same Id
     m_snapshots.showNewest();
     m_log.begin(m_request, m_snapshots.view(m_refused));
+    m_wentBack = false;
     m_set.emplace();
     m_set->id = m_nextId++;
     m_set->deadline = m_request.came + m_options.setDeadline - kTell;
@@ -219,14 +220,15 @@ void Sets::take(const SetResult& result) {
 void Sets::take(const Snapshot& snapshot, const Snapshot* before) {
     if (before != nullptr)
         m_log.reverts(*before, m_snapshots.newest());
+    m_wentBack = m_wentBack || snapshot.trial.state == ChangeState::restoring;
     if (m_inDoubt && snapshot.complete)
         end(judge());
 }
 
 /// Whether the set that is in doubt has come about. One on trial has not: nothing is pending when a
-/// process begins.
+/// process begins. Nor has a confirmation that came when the change was being taken back already.
 SetResult Sets::judge() const {
-    if (m_set->trial != seconds(0))
+    if (m_set->trial != seconds(0) || (m_set->verdict == Verdict::confirm && m_wentBack))
         return {m_set->id, Outcome::refused, Reason::failed, 0};
     if (const Change* missing = firstMissing(m_set->changes, m_snapshots.newest()))
         return {m_set->id, Outcome::refused, Reason::failed, missing->place};

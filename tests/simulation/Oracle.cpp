@@ -31,7 +31,8 @@ void Oracle::received(const agent::Message& message) {
     if (std::exchange(set.received, true))
         fail("a set is asked for twice");
     set.request = *request;
-    if (request->verdict != agent::Verdict::notGiven && m_state == ChangeState::pending)
+    set.pending = m_state == ChangeState::pending;
+    if (request->verdict != agent::Verdict::notGiven && set.pending)
         set.change = m_pending;
     if (request->incarnation == m_incarnation) // else it drops it
         m_waiting.push_back(request->id);
@@ -123,12 +124,14 @@ void Oracle::answered(std::uint64_t id, agent::net::ErrorStatus error) {
     ++seen[good ? "a set was made" : "a set was refused"];
     if (good && !set.done && set.request.trial != seconds(0))
         fail("noError for a trial that has not begun");
+    const bool confirms = set.request.verdict == agent::Verdict::confirm;
+    if (good && confirms && !set.pending)
+        fail("noError for a confirmation of what is not pending");
     if (good && !set.done)
         checkValues(set);
     if (set.change < 0)
         return;
     Change& change = m_changes[static_cast<std::size_t>(set.change)];
-    const bool confirms = set.request.verdict == agent::Verdict::confirm;
     if (good && (confirms || (set.request.trial == seconds(0) && !set.request.changes.empty())))
         change.fate = Fate::stays;
     else if (!good && (set.wrote || confirms))

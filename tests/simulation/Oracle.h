@@ -96,6 +96,7 @@ private:
         agent::SetRequest request;
         int change = -1;
         bool received = false;
+        bool pending = false; ///< there was something to decide on when it was received
         bool unanswered = false;
         bool wrote = false;
         bool done = false; ///< as the device's process says
