@@ -17,8 +17,8 @@
 // 3. A row that the change has removed comes back, with a new Id, and what refers to a bridge
 //    follows that. It does not come back, and is counted, when others have put a row for the same
 //    subject there or have removed its bridge; what was in a bridge comes back into one that others
-//    have given its name. Once it is back, it is not put back a second time: it is others' to change
-//    or delete, and counted when they have.
+//    have given its name. Once it is back, it is not put back a second time: it is others' to
+//    change or delete, and counted when they have.
 // 4. Neighbouring members of a bridge come back as neighbours, in their order. When somebody
 //    else's row has come between, they are made anew, a few times; then they stay and are counted.
 // 5. It can be interrupted anywhere and resumed by the next process, which has the journal only.

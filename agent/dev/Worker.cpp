@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <utility>
 
 namespace agent::dev {
 
@@ -138,22 +139,26 @@ void Worker::run() {
 
 /// Does one piece of what there is to do. @return whether there was any
 bool Worker::workIsDue() {
+    if (m_stopNow)
+        return false;
     const auto now = m_system.now();
-    const bool restores = m_undo.state() == ChangeState::restoring;
     // A set waits until everything has been read once.
-    if (!m_jobs.empty() && (m_board.next.complete || m_stopping)) {
+    const bool hasJob = !m_jobs.empty() && (m_board.next.complete || m_stopping);
+    // What is due gets its turn after each job: a taken-over network process can send jobs without
+    // end.
+    if (hasJob && !std::exchange(m_didJob, true)) {
         Job job = std::move(m_jobs.front());
         m_jobs.pop_front();
         doJob(std::move(job));
-    } else if (restores && (m_stopping || now >= m_undo.due())) {
-        if (m_stopNow)
-            return false;
+        return true;
+    }
+    m_didJob = false;
+    if (m_undo.state() == ChangeState::restoring && (m_stopping || now >= m_undo.due())) {
         if (!m_undo.step() && m_stopping)
             m_stopNow = true;
-    } else {
-        return !m_stopping && keepUp(now);
+        return true;
     }
-    return true;
+    return (!m_stopping && keepUp(now)) || hasJob;
 }
 
 /// Does one thing whose time has come. @return whether there was any

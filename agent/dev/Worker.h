@@ -49,6 +49,7 @@ private:
 
     std::deque<Job> m_jobs;
     LineLimit m_jobLines;             ///< about jobs, which could be asked for without end
+    bool m_didJob = false;            ///< just now
     Transaction* m_running = nullptr; ///< the set under way
     bool m_stopping = false;
     Clock::time_point m_stopBy;

@@ -111,7 +111,7 @@ private:
     std::optional<SetRequest> m_set;
     bool m_sent = false;
     bool m_inDoubt = false;
-    bool m_wentBack = false; ///< what was pending, since the request began
+    bool m_wentBack = false;    ///< what was pending, since the request began
     Clock::time_point m_giveUp; ///< when the device's process must have answered
     Answer m_answer;
 };

@@ -84,8 +84,8 @@ private:
     };
     struct Change {
         Fate fate = Fate::goes;
-        bool done = false;     ///< so that the process knows which rows it has added
-        bool restored = false; ///< or some of it
+        bool done = false;            ///< so that the process knows which rows it has added
+        bool restored = false;        ///< or some of it
         bool bridgesByOthers = false; ///< written since: nobody can say which one is which
         std::map<std::pair<int, std::size_t>, Written> cells; ///< by row's serial and column
         std::map<int, agent::Table> added;                    ///< rows, by serial

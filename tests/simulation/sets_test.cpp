@@ -238,4 +238,49 @@ TEST(Lines, OfSetsThatAreTakenBackAreLimited) {
     EXPECT_EQ(kSets, asked);
 }
 
+// Nor does one that keeps a job waiting hold up the end of a trial, or a stop.
+TEST(Jobs, WithoutEndLeaveTheRestItsTurn) {
+    Quiet machine;
+    int asked = 0;
+    int whenReverted = 0;
+    const auto ask = [&](std::uint64_t incarnation) {
+        SetRequest set{};
+        set.id = static_cast<std::uint64_t>(++asked);
+        set.incarnation = incarnation;
+        set.deadline = machine.now() + seconds(4);
+        set.trial = seconds(asked == 1 ? 5 : 0);
+        const auto object = std::find_if(objects().begin(), objects().end(), [](const Object& o) {
+            return o.label() == std::string("cvVlanEnabled");
+        });
+        set.changes = {
+            {&*object, 1, {1, ""}, 0}}; // refused, but for the first, as long as it is pending
+        machine.network().send(pack(set));
+    };
+    std::uint64_t incarnation = 0;
+    machine.onSent = [&](const Message& message) {
+        if (const auto* const hello = std::get_if<Hello>(&message))
+            incarnation = hello->incarnation;
+        const auto* const snapshot = std::get_if<Snapshot>(&message);
+        if (snapshot != nullptr && snapshot->trial.state == ChangeState::restoring &&
+            whenReverted == 0) {
+            whenReverted = asked;
+            machine.askToStop();
+        }
+        if (std::holds_alternative<SetResult>(message) && asked < 900) {
+            machine.pass(std::chrono::milliseconds(100));
+            ask(incarnation);
+        } else if (snapshot != nullptr && snapshot->complete && asked == 0) {
+            for (int i = 0; i < 3; ++i)
+                ask(incarnation);
+        }
+    };
+    machine.onNetwork = [&] {
+        while (machine.network().receive())
+            ;
+    };
+    dev::Worker(machine.options, machine.device()).run();
+    EXPECT_GT(100, whenReverted);
+    EXPECT_GT(300, asked);
+}
+
 } // namespace
