@@ -21,6 +21,7 @@ constexpr seconds kQuiet{3};     ///< for that long, for messages may be on thei
 constexpr seconds kServed{60};   ///< likewise, and then a set is made
 constexpr seconds kStopped{11};  ///< by then it has, once it was asked to
 constexpr std::uint64_t kMostSteps = 1000000;
+constexpr seconds kLook{5};    ///< at what is left by then, at most
 constexpr seconds kRestart{1}; ///< that the parent waits before it starts a process again
 
 const char* const kWans[] = {"wan1", "wan2", "wan3", "wan8", ""};
@@ -142,6 +143,7 @@ void Player::onStep() {
         m_oracle.fail("the agent comes to no end");
     if (!m_oracle.problem().empty())
         return end();
+    m_machine.timeOfWait = kLook;
     if (m_phase == Phase::settling)
         return settle();
     if (m_phase == Phase::probing)
