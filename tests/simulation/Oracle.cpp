@@ -69,6 +69,10 @@ void Oracle::processEnded() {
                    : m_state == ChangeState::restoring ? m_restored
                    : m_waiting.empty()                 ? lastChange()
                                                        : m_sets[m_waiting.front()].change;
+    if (!m_waiting.empty()) {
+        Set& set = m_sets[m_waiting.front()];
+        set.untold = set.wrote && !m_machine.disk.has("/simulated/change.journal");
+    }
     m_waiting.clear();
     m_fresh = true;
     m_state = ChangeState::idle; // until the next one tells otherwise
@@ -135,9 +139,10 @@ void Oracle::answered(std::uint64_t id, agent::net::ErrorStatus error) {
     if (good && (confirms || (set.request.trial == seconds(0) && !set.request.changes.empty())))
         change.fate = Fate::stays;
     else if (!good && (set.wrote || confirms))
-        change.fate = m_machine.disk.wasUnwell || error == agent::net::ErrorStatus::undoFailed
-                          ? Fate::either // what is left then, nobody can know
-                          : Fate::goes;
+        change.fate =
+            m_machine.disk.wasUnwell || set.untold || error == agent::net::ErrorStatus::undoFailed
+                ? Fate::either // what is left then, nobody can know
+                : Fate::goes;
 }
 
 /// Of a set that has been made, the rows hold the values now, unless others were in the way.
@@ -303,7 +308,15 @@ void Oracle::inserted(Table table, const Record& row) {
         return other.table == table &&
                areAlike(other.content, change.returned.back().content, change);
     };
-    const auto wanted = std::count_if(change.removed.begin(), change.removed.end(), isLike);
+    const auto wanted =
+        std::count_if(change.removed.begin(), change.removed.end(), [&](const Removed& each) {
+            const auto bare = [](const std::string& content) {
+                return content.substr(0, content.find(kInBridge));
+            };
+            // The bridge of a row that had none can be the change's own, as long as that is there.
+            return isLike(each) || (each.dangled && each.table == table &&
+                                    bare(each.content) == bare(change.returned.back().content));
+        });
     const auto there =
         std::count_if(change.returned.begin(), change.returned.end(), [&](const Returned& each) {
             const auto dead = m_dead.find(each.serial);

@@ -99,7 +99,8 @@ private:
         bool pending = false; ///< there was something to decide on when it was received
         bool unanswered = false;
         bool wrote = false;
-        bool done = false; ///< as the device's process says
+        bool done = false;   ///< as the device's process says
+        bool untold = false; ///< it was made, and the process died before it said so
         bool disturbed = false;
         std::optional<Database> before;
         std::string after;
