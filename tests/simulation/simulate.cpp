@@ -207,9 +207,3 @@ extern "C" FILE* fopen(const char*, const char*) {
     errno = ENOENT;
     return nullptr;
 }
-
-/// A process of the device calls initialize() once; here one after the other does, and the library
-/// drops the cache of the one before.
-extern "C" const char* __lsan_default_suppressions() {
-    return "leak:update_managed_objects\nleak:initialize";
-}
