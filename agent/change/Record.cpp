@@ -166,6 +166,16 @@ void Record::settle() {
             trail.sure = true;
 }
 
+void Record::doubtRemovals(const Record& before) {
+    for (const Table table : kAllTables) {
+        const auto& known = before[table].trails;
+        auto& trails = (*this)[table].trails;
+        for (std::size_t i = 0; i < trails.size(); ++i)
+            if (trails[i].removed && (i >= known.size() || !known[i].removed))
+                trails[i].begin();
+    }
+}
+
 void Record::renumber(Table table, std::size_t trail, int id) {
     auto& others = (*this)[table].others;
     others.erase(std::remove(others.begin(), others.end(), id), others.end()); // they had freed it

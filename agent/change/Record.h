@@ -108,6 +108,9 @@ public:
     /// All that was noted has been made.
     void settle();
 
+    /// Nobody knows whether the rows have gone that are removed here, and were not before.
+    void doubtRemovals(const Record& before);
+
     /// A new row has got another Id than it was noted with.
     void renumber(Table table, std::size_t trail, int id);
 

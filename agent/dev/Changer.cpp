@@ -243,6 +243,8 @@ void Changer::perform(Transaction& set, Plan plan) {
         log(LOG_WARNING,
             set.late ? "a set is late and is taken back"
                      : "a set has failed and is taken back, status " + std::to_string(set.status));
+        // A client can have said that it has removed a row that is still there.
+        done.doubtRemovals(m_undo.record());
         set.outcome =
             m_undo.revert(std::move(done), wasPending ? RevertReason::failed : RevertReason::none);
     }
