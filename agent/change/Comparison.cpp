@@ -241,7 +241,7 @@ void Comparison::makeAnew(Table table, const std::vector<Trail*>& neighbours, St
     }
 }
 
-/// Whether a row is in a bridge that stays there, and that came or was changed since.
+/// Whether a row is in a bridge that stays there: others have put it there, or left it with the Id.
 bool Comparison::isHeld(const Row& bridge) const {
     for (const Table table : kAllTables) {
         const std::size_t column = shapeOf(table).bridgeId;
@@ -249,7 +249,7 @@ bool Comparison::isHeld(const Row& bridge) const {
             continue;
         for (const Row& row : m_now[table])
             if (row.fits(table) && row.columns[column] == bridge.columns[0] &&
-                m_leaving.count(&row) == 0 && !m_record[table].hadBefore(row.id()))
+                m_leaving.count(&row) == 0)
                 return true;
     }
     return false;

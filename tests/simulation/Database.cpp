@@ -58,6 +58,10 @@ std::string Record::text() const {
 
 void Database::makeFactory() {
     const Writer factory;
+    if (m_reusesIds)
+        for (const char* const row :
+             {"NetworkSetupNode Type", "NetworkSetupNode Type", "StatusNetifConfig Name"})
+            run(std::string("insertkey ") + row + " text:spare;", factory);
     for (int n = 1; n <= 8; ++n) {
         const std::string number = std::to_string(n);
         const std::string on = n <= 3 || n == 8 ? "1" : "0";
@@ -76,6 +80,10 @@ void Database::makeFactory() {
     }
     run("insertkey VLANSingleParams DiscardUntaggedFrames integer:0;", factory);
     run("insertkey StatusNetifConfig Name text:eth0;", factory);
+    // Holes in the Ids: the client numbers new rows otherwise than a rehearsal does.
+    for (const char* const table : {"NetworkSetupNode Type", "StatusNetifConfig Name"})
+        if (m_reusesIds)
+            run(std::string("deletekey ") + table + " spare;", factory);
 }
 
 std::optional<std::string> Database::run(const std::string& text, const Writer& writer) try {
@@ -119,7 +127,8 @@ std::optional<std::string> Database::run(const std::string& text, const Writer& 
             const std::size_t column = columnOf(table, command.columns[v]);
             if (row.cells[column].text == values[v] && writer == kOthers)
                 continue; // nobody can see that they have written
-            const Cell before = std::exchange(row.cells[column], {values[v], writer, m_count});
+            const std::string own = writer == kOthers ? row.cells[column].own : values[v];
+            const Cell before = std::exchange(row.cells[column], {values[v], writer, m_count, own});
             if (m_watcher != nullptr)
                 m_watcher->updated(table, row, column, before);
         }
@@ -147,10 +156,11 @@ std::string Database::insert(Table table, const std::vector<std::string>& column
     row.serial = ++m_serial;
     row.inserted = writer;
     for (const agent::Column& column : shapeOf(table).columns)
-        row.cells.push_back({column.text ? "" : "0", writer, m_count});
+        row.cells.push_back({column.text ? "" : "0", writer, m_count, column.text ? "" : "0"});
     row.cells[0].text = std::to_string(freeId(table));
     for (std::size_t i = 0; i < columns.size(); ++i)
-        row.cells[columnOf(table, columns[i])].text = values[i];
+        row.cells[columnOf(table, columns[i])].text = row.cells[columnOf(table, columns[i])].own =
+            values[i];
     ++m_writes;
     Records& all = rows(table);
     const auto place =

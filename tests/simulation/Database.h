@@ -27,6 +27,7 @@ struct Cell {
     std::string text;
     Writer writer;
     std::uint64_t when = 0; ///< on the database's own count of reads and writes
+    std::string own;        ///< what the agent has written there last
 };
 
 struct Record {
@@ -72,6 +73,7 @@ public:
     std::string meaning() const;
 
     void watch(Watcher* watcher) { m_watcher = watcher; }
+    std::uint64_t count() const { return m_count; }
     std::uint64_t writes() const { return m_writes; }
 
 private:

@@ -46,8 +46,27 @@ constexpr Kind kTable[kKinds] = {
     {What::wait, "nothing, for a while", 16},
 };
 
+/// What a history has most of.
+enum class Theme {
+    any,
+    brief,   ///< few events, close together
+    crowded, ///< others write within each set and each taking back
+    calm,    ///< others and readers, while the database is watched
+};
+
 bool isOthers(What what) {
     return what == What::othersUpdate || what == What::othersRemove || what == What::othersInsert;
+}
+
+unsigned weightIn(Theme theme, const Kind& kind, bool others) {
+    if (isOthers(kind.what))
+        return !others ? 0 : theme == Theme::crowded ? 6 * kind.weight : kind.weight;
+    const bool shown = kind.what == What::read || kind.what == What::wait;
+    if (theme == Theme::calm)
+        return shown ? 3 * kind.weight : kind.what <= What::onTrial ? kind.weight / 4 : 0;
+    const bool stalls =
+        kind.what == What::freezeDevice || kind.what == What::jump || kind.what == What::killDevice;
+    return theme == Theme::brief && stalls ? 6 * kind.weight : kind.weight;
 }
 
 } // namespace
@@ -65,23 +84,31 @@ History historyOf(std::uint64_t seed) {
     history.fileEvents = below(4) != 0;
     history.reusesIds = below(3) == 0;
     history.clientTime = below(5) == 0 ? 40 : 3;
-    const bool others = below(3) != 0;
+    history.spread = static_cast<unsigned>(1 + below(3));
+    constexpr Theme kThemes[] = {Theme::any, Theme::any, Theme::brief, Theme::crowded, Theme::calm};
+    const Theme theme = kThemes[below(5)];
+    const bool others = below(3) != 0 || theme == Theme::crowded || theme == Theme::calm;
+    history.watches = history.watches || theme == Theme::calm;
     unsigned total = 0;
     for (const Kind& kind : kTable)
-        total += isOthers(kind.what) && !others ? 0 : kind.weight;
-    for (int left = 3 + below(20); left > 0; --left) {
+        total += weightIn(theme, kind, others);
+    const int most = theme == Theme::brief ? 4 : 20;
+    const unsigned close = theme == Theme::crowded ? 12 : 40;
+    for (int left = 3 + below(most); left > 0; --left) {
         auto pick = static_cast<unsigned>(below(total));
         const Kind* kind = kTable;
         for (;; ++kind) {
-            const unsigned weight = isOthers(kind->what) && !others ? 0 : kind->weight;
+            const unsigned weight = weightIn(theme, *kind, others);
             if (pick < weight)
                 break;
             pick -= weight;
         }
         Event event{kind->what, 0, 0, static_cast<unsigned>(random())};
         // Many things happen while a set is under way, some in between.
-        event.steps = below(3) == 0 ? below(40) : below(900);
-        if (below(4) == 0)
+        const bool near =
+            theme == Theme::any || theme == Theme::calm ? below(3) == 0 : below(4) != 0;
+        event.steps = near ? below(close) : below(900);
+        if (below(theme == Theme::calm ? 2 : 4) == 0)
             event.pause = below(3) == 0 ? below(40000) : below(3000);
         history.events.push_back(event);
     }

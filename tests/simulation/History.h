@@ -57,7 +57,8 @@ struct History {
     bool watches = false;
     bool fileEvents = true;
     bool reusesIds = false;
-    int clientTime = 3; ///< milliseconds
+    int clientTime = 3;  ///< milliseconds
+    unsigned spread = 3; ///< of how many units sets are, so that they meet
     std::vector<Event> events;
 };
 

@@ -31,6 +31,7 @@ void Oracle::received(const agent::Message& message) {
     if (std::exchange(set.received, true))
         fail("a set is asked for twice");
     set.request = *request;
+    set.when = m_machine.database.count();
     set.pending = m_state == ChangeState::pending;
     if (request->verdict != agent::Verdict::notGiven && set.pending)
         set.change = m_pending;
@@ -109,6 +110,7 @@ Writer Oracle::writer() {
         const bool joins = m_state == ChangeState::pending;
         if (!joins || m_pending < 0) {
             m_changes.emplace_back();
+            m_changes.back().since = set.when;
         }
         set.change = joins && m_pending >= 0 ? m_pending : lastChange();
         if (joins)
@@ -118,6 +120,13 @@ Writer Oracle::writer() {
         set.before.emplace(m_machine.database);
     }
     return {Kind::set, set.change};
+}
+
+/// A set has read what others had written before it came, where it writes itself.
+void Oracle::checkRead(const Record& row, const Set& set) {
+    for (const Cell& cell : row.cells)
+        if (cell.writer == kOthers && cell.when > row.read && cell.when <= set.when)
+            fail("a set writes where it has not read what others have: " + row.text());
 }
 
 // ------------------------------------------------------------------------------------ managers
@@ -248,7 +257,7 @@ void Oracle::updated(Table table, const Record& row, std::size_t column, const C
     const Cell& now = row.cells[column];
     valuesMayHaveChanged();
     if (now.writer == kOthers) {
-        m_othersTouched.insert(row.serial);
+        m_othersTouched[row.serial] = now.when;
         Record was = row; // it is gone as what it was
         was.cells[column] = before;
         m_othersRemoved.insert(contentOf(table, was, nullptr));
@@ -259,6 +268,9 @@ void Oracle::updated(Table table, const Record& row, std::size_t column, const C
     Change& change = m_changes[static_cast<std::size_t>(now.writer.change)];
     const auto cell = change.cells.find({row.serial, column});
     if (now.writer.kind == Kind::set) {
+        Record was = row;
+        was.cells[column] = before;
+        checkRead(was, m_sets[m_waiting.front()]);
         m_sets[m_waiting.front()].wrote = true;
         if (change.added.count(row.serial) != 0)
             return;
@@ -355,6 +367,7 @@ void Oracle::removed(Table table, const Record& row, const Writer& writer) {
         return fail("a row is removed without a set");
     Change& change = m_changes[static_cast<std::size_t>(writer.change)];
     if (writer.kind == Kind::set) {
+        checkRead(row, m_sets[m_waiting.front()]);
         m_sets[m_waiting.front()].wrote = true;
         if (change.added.count(row.serial) == 0) {
             const bool raced =
@@ -367,10 +380,18 @@ void Oracle::removed(Table table, const Record& row, const Writer& writer) {
         return;
     }
     change.restored = m_restoreWrote = true;
-    for (const Cell& cell : row.cells)
-        if (cell.writer == kOthers && cell.when <= row.read)
+    for (const Cell& cell :
+         row.cells) // a value of the change's own tells nobody that others wrote it
+        if (cell.writer == kOthers && cell.when <= row.read &&
+            (row.inserted == kOthers || cell.text != cell.own))
             fail("a row that others have written is removed while a change is taken back: " +
                  std::string(shapeOf(table).name) + " " + row.text());
+    for (const Table each : {Table::bridgeInterface, Table::bridgeFilter})
+        for (const Record& member : m_machine.database[each])
+            if (table == Table::bridge && member.cells[1].text == row.cells[0].text &&
+                member.cells[1].writer == kOthers && member.cells[1].when > row.cells[0].when &&
+                member.cells[1].when <= member.read)
+                fail("a bridge that others use is removed: " + row.text());
     const bool returned = row.inserted == writer;
     if (change.added.count(row.serial) == 0 && !returned && row.inserted.kind != Kind::others)
         fail("taking back removes a row that the change has not added: " +

@@ -86,6 +86,8 @@ private:
         Fate fate = Fate::goes;
         bool done = false;            ///< so that the process knows which rows it has added
         bool restored = false;        ///< or some of it
+        std::uint64_t since = 0;      ///< when its first set was received
+        bool counted = false;         ///< rows of it were left alone
         bool bridgesByOthers = false; ///< written since: nobody can say which one is which
         std::map<std::pair<int, std::size_t>, Written> cells; ///< by row's serial and column
         std::map<int, agent::Table> added;                    ///< rows, by serial
@@ -96,7 +98,8 @@ private:
         agent::SetRequest request;
         int change = -1;
         bool received = false;
-        bool pending = false; ///< there was something to decide on when it was received
+        std::uint64_t when = 0; ///< likewise, on the database's count
+        bool pending = false;   ///< there was something to decide on when it was received
         bool unanswered = false;
         bool wrote = false;
         bool done = false;   ///< as the device's process says
@@ -122,12 +125,14 @@ private:
     std::string isNotGone(int number) const;
     std::string isNotGone(int number, const Removed& removed, std::set<int>& claimed) const;
     std::string doesNotStay(int number) const;
-    bool othersHave(agent::Table table, const Record& row) const;
+    bool othersHave(agent::Table table, const Record& row, const Change& change) const;
     bool hasOthers(const Record& row) const;
     bool othersUse(const Record& bridge, const Change& change) const;
     int leftAlone(int number) const;
     void restored(const agent::Snapshot& snapshot);
     void checkBridges();
+    bool mayBeApart(const Record& lan, const Record& wan) const;
+    void checkRead(const Record& row, const Set& set);
 
     Machine& m_machine;
     std::string m_problem;
@@ -141,15 +146,18 @@ private:
     bool m_asksBack = false; ///< somebody who takes a set back that was made
     bool m_fresh = true;     ///< the process has told nothing so far
     agent::ChangeState m_state = agent::ChangeState::idle;
-    std::uint32_t m_counted = 0;           ///< rows that were left alone, as the process tells
-    bool m_restoreWrote = false;           ///< the process, to take something back
-    std::set<int> m_othersTouched;         ///< rows, by serial
-    std::set<std::string> m_othersRemoved; ///< what these rows held
-    std::map<int, Death> m_dead;           ///< rows, by serial
+    std::uint32_t m_counted = 0; ///< rows that were left alone, as the process tells
+    bool m_restoreWrote = false; ///< the process, to take something back
+    std::map<int, std::uint64_t> m_othersTouched; ///< rows, by serial, and when last
+    std::set<std::string> m_othersRemoved;        ///< what these rows held
+    std::map<int, Death> m_dead;                  ///< rows, by serial
     std::map<Place, std::vector<std::pair<Time, agent::Value>>> m_history;
     Values m_values;
     std::vector<Time> m_refreshes; ///< ends of good ones
     std::uint64_t m_othersWrites = 0;
 };
+
+/// Whether the library alone sets a value.
+bool libraryMakes(Database database, const Place& place, const agent::Value& value);
 
 } // namespace simulation

@@ -69,13 +69,15 @@ bool Oracle::hasOthers(const Record& row) const {
     return row.inserted == kOthers || m_othersTouched.count(row.serial) != 0;
 }
 
-/// Whether others have a row for the same subject.
-bool Oracle::othersHave(Table table, const Record& row) const {
+/// Whether others have put a row for the same subject there since a change began.
+bool Oracle::othersHave(Table table, const Record& row, const Change& change) const {
     const std::size_t subject = shapeOf(table).subject;
     const Records& rows = m_machine.database[table];
     return std::any_of(rows.begin(), rows.end(), [&](const Record& each) {
         return (subject == 0 || each.cells[subject].text == row.cells[subject].text) &&
-               hasOthers(each);
+               ((each.inserted == kOthers && each.cells[0].when > change.since) ||
+                (hasOthers(each) && m_othersTouched.count(each.serial) != 0 &&
+                 m_othersTouched.at(each.serial) > change.since));
     });
 }
 
@@ -109,7 +111,7 @@ std::string Oracle::isNotGone(int number, const Removed& removed, std::set<int>&
         claimed.insert(serial);
         return "";
     }
-    if (removed.raced || othersHave(removed.table, removed.row) || removed.dangled)
+    if (removed.raced || othersHave(removed.table, removed.row, change) || removed.dangled)
         return "";
     return "a row has not come back: " + named(removed.table, removed.row);
 }
@@ -199,7 +201,9 @@ void Oracle::restored(const agent::Snapshot& snapshot) {
     const int number = m_restored;
     if (number < 0)
         return; // one on trial that had nothing to do
-    m_changes[static_cast<std::size_t>(number)].restored = true;
+    Change& change = m_changes[static_cast<std::size_t>(number)];
+    change.restored = true;
+    change.counted = change.counted || counted > 0;
     if (const std::string left = isNotGone(number); !left.empty())
         fail("of a change that was taken back: " + left);
     if (counted > 0)
@@ -208,6 +212,14 @@ void Oracle::restored(const agent::Snapshot& snapshot) {
         fail("a row is left alone, but not counted");
     if (counted > 0 && m_othersWrites == 0 && !m_machine.lied)
         fail("a row is counted as left alone, though nobody else has written");
+}
+
+/// Others can have come between, where it was counted.
+bool Oracle::mayBeApart(const Record& lan, const Record& wan) const {
+    if (m_othersWrites == 0)
+        return false;
+    return !(lan.inserted == wan.inserted) || lan.inserted.change < 0 ||
+           m_changes[static_cast<std::size_t>(lan.inserted.change)].counted;
 }
 
 void Oracle::checkBridges() {
@@ -226,9 +238,9 @@ void Oracle::checkBridges() {
             if (table == Table::bridgeInterface && ours) {
                 const bool isLan = row.cells[2].text.compare(0, 4, "eth0") == 0;
                 if (!isLan && lan != nullptr && lan->cells[1].text == row.cells[1].text &&
-                    lan->id() + 1 != row.id() && m_othersWrites == 0)
+                    lan->id() + 1 != row.id() && !mayBeApart(*lan, row))
                     fail("the members of a bridge are apart: " + lan->text() + ", " + row.text());
-                lan = isLan ? &row : lan;
+                lan = isLan ? &row : nullptr;
             }
         }
     }
@@ -236,18 +248,32 @@ void Oracle::checkBridges() {
 
 void Oracle::checkSettled() {
     for (int number = 0; number < static_cast<int>(m_changes.size()); ++number) {
-        const auto& [fate, done, restored, bridgesByOthers, cells, added, removed, returned] =
-            m_changes[static_cast<std::size_t>(number)];
-        const std::string left = restored ? "" : isNotGone(number);
-        const std::string lost = restored ? "it was taken back" : doesNotStay(number);
-        if (fate == Fate::goes && !left.empty())
+        const Change& change = m_changes[static_cast<std::size_t>(number)];
+        const std::string left = change.restored ? "" : isNotGone(number);
+        const std::string lost = change.restored ? "it was taken back" : doesNotStay(number);
+        if (change.fate == Fate::goes && !left.empty())
             fail("of a set that failed: " + left);
-        else if (fate == Fate::stays && !lost.empty())
+        else if (change.fate == Fate::stays && !lost.empty())
             fail("of a set that was answered noError: " + lost);
         else if (!left.empty() && !lost.empty())
             fail("of a set without an answer: " + left + "; " + lost);
     }
     checkBridges();
+}
+
+bool libraryMakes(Database database, const Place& place, const agent::Value& value) {
+    const Records& members = database[Table::bridgeInterface];
+    if (!members.empty() && members.back().id() != static_cast<int>(members.size()))
+        return false; // there may be no place for neighbours
+    database.watch(nullptr);
+    Reference reference(database);
+    agent::dev::Programs programs(reference, seconds(1), [](Time) {});
+    agent::dev::answerLibraryFrom(&programs);
+    update_managed_objects();
+    const bool made = agent::dev::write(*place.first, place.second, value) == CORVANTA_OK;
+    agent::dev::answerLibraryFrom(nullptr);
+    const Values now = valuesOf(database);
+    return made && now.count(place) != 0 && now.at(place) == value;
 }
 
 void Oracle::checkAgainstLibrary() {

@@ -26,9 +26,9 @@ constexpr seconds kRestart{1}; ///< that the parent waits before it starts a pro
 
 const char* const kWans[] = {"wan1", "wan2", "wan3", "wan8", ""};
 
-/// One of the objects that can be set, and a value for it. Few units, so that sets meet.
-std::pair<Place, agent::Value> assignment(std::mt19937& random) {
-    const int unit = 1 + static_cast<int>(random() % 3);
+/// One of the objects that can be set, and a value for it.
+std::pair<Place, agent::Value> assignment(std::mt19937& random, unsigned units) {
+    const int unit = 1 + static_cast<int>(random() % units);
     const long truth = 1 + static_cast<long>(random() % 2);
     const std::string wan = kWans[random() % std::size(kWans)];
     switch (random() % 8) {
@@ -49,13 +49,19 @@ std::pair<Place, agent::Value> assignment(std::mt19937& random) {
     }
 }
 
-/// A column that others change, and what they write there.
-std::string columnAndValue(Table table, unsigned number) {
+/// A column that others change, and what they write there: often what the agent writes, too.
+std::string columnAndValue(const Database& database, Table table, unsigned number) {
+    constexpr const char* kNames[] = {"other", "br1",      "br2",      "eth0",
+                                      "wan1",  "eth0.101", "wan1.101", "wan2"};
     const auto& columns = agent::shapeOf(table).columns;
+    const std::size_t bridge = agent::shapeOf(table).bridgeId;
+    const Records& bridges = database[Table::bridge];
+    if (bridge != 0 && !bridges.empty() && number % 2 == 0)
+        return "BridgeId integer:" + std::to_string(bridges[number / 8 % bridges.size()].id());
     const std::size_t column = 1 + number % (columns.size() - 1);
-    const bool text = columns[column].text;
-    return std::string(columns[column].name) + (text ? " text:other" : " integer:") +
-           std::to_string(number / 8 % 3);
+    return std::string(columns[column].name) +
+           (columns[column].text ? std::string(" text:") + kNames[number / 64 % std::size(kNames)]
+                                 : " integer:" + std::to_string(number / 8 % 3));
 }
 
 } // namespace
@@ -94,6 +100,12 @@ Result Player::play() {
     }
     if (m_oracle.problem().empty())
         m_oracle.checkAgainstLibrary();
+    const bool refused =
+        m_before && m_front && m_front->lastAnswer() == agent::net::ErrorStatus::commitFailed;
+    if (m_oracle.problem().empty() && refused &&
+        libraryMakes(*m_before, m_last.first, m_last.second))
+        m_oracle.fail(std::string("a set is refused that the library makes: ") +
+                      m_last.first.first->label());
     return {m_oracle.problem(), m_machine.operations(), m_oracle.seen};
 }
 
@@ -202,8 +214,11 @@ Request Player::requestOf(const Event& event) {
         request.trial = 1 + static_cast<long>(random() % 30);
         break;
     default:
-        for (auto left = 1 + (random() % 2) * (random() % 5); left > 0; --left)
-            request.values.push_back(assignment(random));
+        if (!m_requests.empty() && random() % 4 == 0) // the same once more
+            request.values = m_requests[random() % m_requests.size()].values;
+        else
+            for (auto left = 1 + (random() % 2) * (random() % 5); left > 0; --left)
+                request.values.push_back(assignment(random, m_history.spread));
         if (event.what == What::onTrial)
             request.trial = 1 + static_cast<long>(random() % 30);
         request.restFails = event.what == What::setWithRest;
@@ -221,10 +236,15 @@ void Player::fireManager(const Event& event) {
             m_front->get(place);
         return;
     }
+    constexpr std::size_t kRemembered = 3;
     if (event.what != What::repeat)
-        m_lastRequest = requestOf(event);
-    if (m_lastRequest)
-        m_front->ask(*m_lastRequest);
+        m_requests.push_back(requestOf(event));
+    if (m_requests.size() > kRemembered)
+        m_requests.erase(m_requests.begin());
+    if (event.what != What::repeat)
+        m_front->ask(m_requests.back());
+    else if (!m_requests.empty())
+        m_front->ask(m_requests[event.number % m_requests.size()]);
 }
 
 void Player::others(const std::string& command) {
@@ -241,22 +261,27 @@ void Player::fireOthers(const Event& event) {
     auto table = static_cast<Table>(random() % agent::kTables);
     const auto touched = m_oracle.touchedRows();
     int id = 0;
-    if (!touched.empty() && random() % 3 != 0)
+    if (random() % 3 == 0) // one row goes, and another comes
+        table = m_othersTable;
+    if (random() % 4 == 0) // where an Id matters
+        table = Table::bridgeInterface;
+    if (!touched.empty() && event.what != What::othersInsert && random() % 3 != 0)
         std::tie(table, id) = touched[random() % touched.size()];
     else if (const Records& rows = m_machine.database[table]; !rows.empty())
         id = rows[random() % rows.size()].id();
+    m_othersTable = table;
     // Rows that the agent's objects stand for stay: a device has these always.
     const bool fixed = table == Table::vlan || table == Table::vlanParams || table == Table::atm;
     const std::string name(agent::shapeOf(table).name);
     const auto number = static_cast<unsigned>(random());
     if (event.what == What::othersInsert) {
         if (!fixed)
-            others("insertkey " + name + " " + columnAndValue(table, number));
+            others("insertkey " + name + " " + columnAndValue(m_machine.database, table, number));
     } else if (event.what == What::othersRemove && !fixed) {
         others("deletekey " + name + " Id " + std::to_string(id));
     } else {
         others("updatekey " + name + " Id " + std::to_string(id) + " " +
-               columnAndValue(table, number));
+               columnAndValue(m_machine.database, table, number));
     }
 }
 
@@ -342,6 +367,7 @@ void Player::settle() {
         m_quietSince = m_machine.now();
     if (m_machine.now() >= m_quietSince + kQuiet) {
         m_oracle.checkSettled();
+        fireManager({What::read});
         m_phase = Phase::probing;
         m_by = m_machine.now() + kServed;
     } else if (m_machine.now() > m_by) {
@@ -353,14 +379,24 @@ void Player::settle() {
 void Player::probe() {
     if (!m_front->isIdle())
         return;
-    if (m_probed && m_front->lastAnswer() == agent::net::ErrorStatus::noError) {
+    const bool made = m_front->lastAnswer() == agent::net::ErrorStatus::noError;
+    if (m_before) {
+        if (made)
+            m_before.reset();
         m_oracle.checkSettled();
         return end();
     }
-    if (m_machine.now() > m_by)
-        return m_oracle.fail("no set is made any more");
     Request request;
     request.number = ++m_number;
+    if (m_probed && made) { // one more, of any kind
+        std::mt19937 random(static_cast<unsigned>(m_history.seed));
+        m_last = assignment(random, m_history.spread);
+        request.values.push_back(m_last);
+        m_before.emplace(m_machine.database);
+        return m_front->ask(request);
+    }
+    if (m_machine.now() > m_by)
+        return m_oracle.fail("no set is made any more");
     request.values.push_back(
         {{&objectCalled("cvCircuitVci"), 4}, {100 + static_cast<long>(m_number), ""}});
     m_front->ask(request);

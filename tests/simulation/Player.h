@@ -52,7 +52,8 @@ private:
     std::size_t m_next = 0;        ///< event
     std::uint64_t m_lastSteps = 0; ///< when the one before was fired
     std::optional<Time> m_fireAt;
-    std::optional<Request> m_lastRequest;
+    std::vector<Request> m_requests; ///< the last ones
+    agent::Table m_othersTable{};    ///< that others wrote last
     int m_number = 0;
     Time m_networkWaits{}; ///< until then the network's process is frozen, or not there
     Time m_stopAsked{};
@@ -61,6 +62,8 @@ private:
     bool m_machineEnds = false; ///< both processes and the link begin anew
     bool m_powerFails = false;
     bool m_probed = false;
+    std::optional<Database> m_before; ///< a set whose outcome the library tells
+    std::pair<Place, agent::Value> m_last;
 };
 
 } // namespace simulation
