@@ -76,7 +76,7 @@ page_packages=(chromium chromium-driver)
 # What trying the template for Zabbix takes besides.
 # shellcheck disable=SC2034
 zabbix_packages=(snmp snmpd procps curl postgresql zabbix-server-pgsql zabbix-frontend-php php-cli php-pgsql)
-# What the tests take besides.
+# What the tests take besides, apart from those of packages and pages.
 # shellcheck disable=SC2034
-test_packages=(git procps snmp snmpd snmptrapd smitools systemd strace abigail-tools valgrind
-    "${package_packages[@]}" "${fleet_packages[@]}" "${page_packages[@]}")
+test_packages=(git procps snmp snmpd snmptrapd smitools systemd strace abigail-tools valgrind doxygen
+    "${fleet_packages[@]}")

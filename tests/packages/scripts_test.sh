@@ -59,6 +59,7 @@ scripts/fuzz
 scripts/fuzz 1s
 scripts/on-device
 scripts/on-device /tmp/nowhere
+scripts/test --all more
 END
 
 # Bold is for terminals, and for who wants it.
