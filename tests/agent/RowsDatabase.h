@@ -4,7 +4,6 @@
 #include "agent/change/Restore.h"
 #include "agent/change/Stage.h"
 
-#include <functional>
 #include <optional>
 #include <string>
 
@@ -22,11 +21,8 @@ public:
     std::string journal;
     int until = -1;         ///< so many things are done before the process ends; -1 for no end
     bool endsAfter = false; ///< whether the last command is run, unanswered
-    std::function<void()> others = [] {}; ///< what they do before each reading
 
     bool read(agent::Image& image, agent::Table table) override {
-        if (until != 0)
-            others();
         if (!goesOn())
             return false;
         image[table] = rows[table];

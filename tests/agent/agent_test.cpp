@@ -9,7 +9,6 @@
 #include <csignal>
 #include <iterator>
 #include <sstream>
-#include <thread>
 #include <utility>
 
 namespace {
@@ -140,7 +139,7 @@ TEST(Agent, ServesTheTreeAsASubagent) {
 
     // The master goes away without a word and comes back.
     site.master->end(SIGKILL);
-    EXPECT_TRUE(soon([&] { return !site.run("grep 'the master at' agent.log").empty(); }));
+    site.awaitLog("the master at");
     site.startMaster();
     site.awaitAgent();
     EXPECT_EQ("", site.set("6.1.5.1", "i 33"));
@@ -209,33 +208,8 @@ TEST(Agent, ShowsAWalkOneSnapshot) {
     EXPECT_TRUE(soon([&] { return pause(1200), next() != before; }));
 }
 
-TEST(Agent, WaitsForALockedDatabase) {
-    Site site("-i 1");
-    const auto lock = site.lock();
-    site.write("runs", "");
-    EXPECT_TRUE(soon([&] { return site.runs() > 0; })); // a refresh hangs
-    EXPECT_EQ("INTEGER: 32", site.get("6.1.5.1"));
-    std::thread other([&] { pause(1500), site.release("locked"); });
-    EXPECT_EQ("", site.set("3.1.0", "s wan2")); // doesn't take the lock for missing rows
-    other.join();
-    EXPECT_EQ("br1\n", site.sql("SELECT Name FROM Bridge"));
-}
-
-TEST(Agent, TakesBackWhatIsMadeAfterTheDeadline) {
-    Site site("-i 60 -d 10");
-    site.write("hold", "");
-    EXPECT_EQ("(genError)", site.set("6.1.5.1", "i 77"));
-    for (const std::string vci : {"32\n", "77\n"}) { // before it, and before it is taken back
-        site.held();
-        EXPECT_EQ(vci, site.sql("SELECT Vci FROM Atm WHERE Id=1"));
-        site.release("held");
-    }
-    EXPECT_TRUE(soon([&] { return site.sql("SELECT Vci FROM Atm WHERE Id=1") == "32\n"; }));
-    EXPECT_TRUE(soon([&] { return site.get("6.1.5.1") == "INTEGER: 32"; }));
-}
-
-TEST(Agent, ServesNoOldValues) {
-    Site site("-i 1 -a 3");
+TEST(Agent, ServesNoOldValuesAndCountsClientsThatHang) {
+    Site site("-i 1 -a 3 -l 5");
     site.write("silent", "");
     EXPECT_TRUE(soon([&] { return site.get("6.1.5.1").empty(); }));
     EXPECT_EQ("(genError)", site.set("6.1.5.1", "i 77"));
@@ -246,10 +220,6 @@ TEST(Agent, ServesNoOldValues) {
     fs::remove(site.folder / "silent");
     EXPECT_TRUE(soon([&] { return site.get("6.1.5.1") == "INTEGER: 32"; }));
     EXPECT_LT(site.logged(), 8) << site.run("cat agent.log");
-}
-
-TEST(Agent, KillsAndCountsClientsThatHang) {
-    Site site("-i 1 -l 5");
     site.write("stall", "");
     EXPECT_TRUE(soon([&] { return site.get("1.5.0") != "Counter32: 0"; }));
 }

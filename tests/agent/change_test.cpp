@@ -79,35 +79,12 @@ const Scenario kScenarios[] = {
         {"6.1.2.4 i 1 3.1.0 s wan4 8.1.0 u 600", ""},
         {"SIGTERM", ""},
     }},
-    {"leaves its rows alone that others have changed", {
-        {"7.1.2.1 i 1 6.1.5.1 i 77 8.1.0 u 600", ""},
-        {"sql UPDATE Atm SET Vci=99 WHERE Id=1;"
-         " UPDATE NetworkSetupNode SET Enable=0 WHERE InterfaceName='eth0.101'", ""},
-        {"8.3.0 i 3", ""},
-        {"8.4.0", IDLE},
-        {"sql SELECT Vci FROM Atm WHERE Id=1", "99\n"},
-        {"sql SELECT InterfaceName FROM NetworkSetupNode WHERE Id>6", "eth0.101\n"},
-        {"1.7.0", "Counter32: 2"},
-        {"6.1.5.1 i 32", ""},
-        {"sql DELETE FROM NetworkSetupNode WHERE Id>6", ""},
-    }},
     {"fails in part, when no bridge is free any more", {
         {"sql INSERT INTO Bridge (Name) VALUES ('br1'), ('br2'), ('br3'), ('br4'), ('br5'), ('br6'), ('br7'), ('br8')", ""},
         {"6.1.5.1 i 77 6.1.5.1 i 78 7.1.3.1 i 1 7.1.2.1 i 1", "commitFailed"},
         {"6.1.5.1", "INTEGER: 32"},
         {"sql SELECT Vci FROM Atm WHERE Id=1; SELECT Enable FROM VLAN WHERE Id<=2", "32\n0\n1\n"},
         {"sql DELETE FROM Bridge", ""},
-    }},
-    {"rows that do not belong together are read all the same", {
-        {"sql INSERT INTO Bridge VALUES (50, 'br4', 0), (51, 'br4', 0); INSERT INTO BridgeFilter VALUES (5, 99, '', 0, 0);"
-         " INSERT INTO BridgeInterface VALUES (60, 77, 'wan5', 0, 0), (70, 51, 'eth0', 0, 0); DELETE FROM VLAN WHERE Id=4", ""},
-        {"6.1.5.1 i 33", ""}, // reads everything again
-        {"until 7.1.4.2", "No Such Instance currently exists at this OID"},
-        {"6.1.5.1", "INTEGER: 33"},
-        {"1.2.0", "Counter32: 0"},
-        {"6.1.5.1 i 32", ""},
-        {"sql DELETE FROM Bridge; DELETE FROM BridgeFilter; DELETE FROM BridgeInterface;"
-         " INSERT INTO VLAN VALUES (4, 1, 'wan1.102', 'wan1')", ""},
     }},
 };
 // clang-format on
@@ -151,11 +128,7 @@ TEST(Trial, IsTakenBackUnlessItIsConfirmed) {
 
 TEST(Trial, IsTakenBackByASubagent) {
     Subagent site;
-    play(site, 4, [&](int signal) { // what takes back is the same process
-        site.agent->end(signal);
-        site.startAgent("-x agentx -s state -d 900 -a 3600");
-        site.awaitAgent();
-    });
+    play(site, 2, {}); // what takes back is the same process
 }
 
 TEST(Journal, IsNotObeyedWhenItIsDamaged) {
@@ -170,7 +143,7 @@ TEST(Journal, IsNotObeyedWhenItIsDamaged) {
     flipped[50] ^= 1;
     // The last one is whole, but of a version that is yet to come.
     for (const std::string& text :
-         {std::string(), journal.substr(0, journal.size() - 1), flipped,
+         {flipped,
           site.run("sed '$d; 1s/2$/3/' state/dev/change.journal | tee next; echo end $(gzip -c "
                    "next | tail -c 8 | head -c 4 | od -An -tx4)")}) {
         site.run("rm -f state/dev/*.damaged");

@@ -6,9 +6,7 @@
 
 #include <fstream>
 #include <iterator>
-#include <optional>
 #include <string>
-#include <utility>
 #include <vector>
 
 using namespace agent;
@@ -115,34 +113,6 @@ TEST(ColumnsTest, GoBackAmongWhatOthersWrite) {
         database.journal = toText({true, record});
         EXPECT_EQ(leftAlone, restore(database, record)) << commands.back();
         EXPECT_EQ(answer, run(database.rows, left)) << commands.back();
-    }
-}
-
-TEST(ColumnsTest, AreNotPutBackTwice) {
-    // Others delete what has just come back, or change it.
-    for (const std::string other :
-         {"deletekey StatusNetifConfig Name a", "updatekey StatusNetifConfig Name a Name text:b"}) {
-        RowsDatabase database;
-        run(database.rows, "insertkey StatusNetifConfig Name text:a");
-        Record record;
-        run(database.rows, "deletekey StatusNetifConfig Name a", &record);
-        record.settle();
-        bool done = false;
-        database.others = [&] {
-            const bool back = !database.rows[Table::netif].empty();
-            if (std::exchange(done, back) || !back)
-                return;
-            run(database.rows, other);
-            database.until = 0; // and the next process goes on
-        };
-        Image image;
-        EXPECT_EQ(std::nullopt, takeBack(record, image, database));
-        const Rows left = database.rows[Table::netif];
-        database.until = -1;
-        database.others = [] {};
-        record = toEntry(database.journal)->record;
-        EXPECT_EQ(1, takeBack(record, image, database));
-        EXPECT_EQ(left, database.rows[Table::netif]) << other;
     }
 }
 

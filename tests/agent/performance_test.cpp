@@ -133,22 +133,6 @@ TEST(PerformanceTest, TranslatesTheIdsOfNewRows) {
     }
 }
 
-TEST(PerformanceTest, EndsWhereANewIdCannotBeRemembered) {
-    Image database;
-    Image image;
-    Stage rehearsal(image);
-    Stage stage(database);
-    int runs = 0;
-    stage.perform(
-        rehearsal.written(), [&](const std::string&) { return std::to_string(7 + runs++) + "\n"; },
-        [](const Rehearsed&, int) { return false; });
-    for (Stage* const on : {&rehearsal, &stage})
-        for (int i = 0; i < 2; ++i)
-            on->answer(" quorlet \" insertkey StatusNetifConfig Name text:new ;\" ");
-    EXPECT_EQ(1, runs);
-    EXPECT_FALSE(stage.isWhole());
-}
-
 TEST(PerformanceTest, RunsNothingThatWasNotRehearsed) {
     const char* const rehearsed = "updatekey Bridge Id 1 Stp integer:1";
     const std::pair<const char*, int> cases[] = {

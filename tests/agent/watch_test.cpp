@@ -105,27 +105,6 @@ TEST_F(WatchTest, ReadsAtTheIntervalWhatItCannotWatch) {
     EXPECT_TRUE(soon([&] { return site.run("grep -c 'is watched again' agent.log") == "1\n"; }));
 }
 
-TEST_F(WatchTest, SeesWhatOthersChangeRightAfterASet) {
-    start();
-    // Late in the second after which the agent reads again, what the set has read back left out.
-    for (const int ms : {800, 900}) {
-        ASSERT_EQ("", site.set("3.1.0", "s wan2"));
-        pause(ms);
-        site.sql("UPDATE BridgeInterface SET Interface='other' WHERE Interface='wan2'");
-        EXPECT_TRUE(soon([&] { return site.get("3.1.0") == "STRING: \"other\""; })) << ms;
-        ASSERT_EQ("", site.set("3.1.0", "s ''"));
-    }
-}
-
-TEST_F(WatchTest, TimesTheClientAnewBeforeASetIsRefused) {
-    // The first client takes long, as when the device starts; the others don't.
-    site.run("sed -i '3i [ ! -e boot ] || { rm boot; sleep 25; }' bin/quorlet");
-    site.write("boot", "");
-    start("-i 600 -a 6000 -d 50");
-    EXPECT_EQ("1\n", site.run("grep -c 'a set can take' agent.log"));
-    EXPECT_EQ("", site.set("7.1.2.5", "i 1"));
-}
-
 TEST_F(WatchTest, ReadsABurstOnce) {
     start();
     const int before = runs();

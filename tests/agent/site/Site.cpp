@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <sstream>
 
 Site::Site(const std::string& options) : Managers(folder) {
@@ -62,6 +63,17 @@ std::string Site::request(const std::string& text, const std::string& seconds) c
     return answer.empty() ? "no answer" : errorIn(answer);
 }
 
+void Site::addOperator() {
+    write("agent.conf", "rwcommunity test\ncreateUser corvantaOperator SHA 'auth passphrase' AES "
+                        "'priv passphrase'\nrwuser corvantaOperator\n");
+    environment += "SNMPCONFPATH=. ";
+}
+
+void Site::awaitLog(const std::string& pattern) const {
+    const std::string command = "grep \"" + pattern + "\" agent.log";
+    EXPECT_TRUE(soon([&] { return !run(command).empty(); })) << pattern << run("cat agent.log");
+}
+
 int Site::logged() const {
     return std::stoi(run("grep :corvantad: agent.log | grep -vc -e ' set by ' -e 'runs as root'"));
 }
@@ -82,6 +94,8 @@ Subagent::Subagent() {
 }
 
 void Subagent::startMaster() {
+    if (master && master->pid() > 0)
+        master->end(SIGTERM);
     master = std::make_unique<Process>(
         folder, environment + "SNMP_PERSISTENT_DIR=snmpd " SNMPD
                               " -f -Lo -C -I -smux -c master.conf >>master.log 2>&1");

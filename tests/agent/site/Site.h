@@ -24,6 +24,12 @@ public:
     /// answer" where the agent was killed
     std::string request(const std::string& text, const std::string& seconds = kLong) const;
 
+    /// Lets the operator of the shipped access rules ask the agent, and the community.
+    void addOperator();
+
+    /// Waits for a line in the agent's log. @param pattern  as grep takes it
+    void awaitLog(const std::string& pattern) const;
+
     /// How many lines the agent itself has logged, but for one for each set, and one for root.
     int logged() const;
 
@@ -37,7 +43,7 @@ class Subagent : public Site {
 public:
     Subagent();
 
-    void startMaster();
+    void startMaster(); ///< instead of the one that runs
 
     std::unique_ptr<Process> master;
 };
