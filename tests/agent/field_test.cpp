@@ -142,6 +142,22 @@ TEST(Field, ASlowDeviceIsNotOverstrained) {
     EXPECT_NE("", site.run("grep 'on this device: --set-deadline is shorter' agent.log"));
 }
 
+TEST(Field, AStopLetsAWriteEnd) {
+    Site site("-i 60 -l 60");
+    site.patience = "1"; // there may be no answer
+    site.write("hold", "");
+    std::thread manager([&] { site.set("6.1.5.1", "i 77"); });
+    site.held();
+    kill(-site.agent->pid(), SIGINT); // as from a terminal, to the clients too
+    kill(site.agent->pid(), SIGTERM);
+    pause(300);
+    site.release("hold");
+    site.release("held");
+    EXPECT_EQ(0, site.agent->end(SIGTERM));
+    EXPECT_EQ("77\n", site.sql("SELECT Vci FROM Atm WHERE Id=1"));
+    manager.join();
+}
+
 TEST(Field, WaitsForAClientOfBeforeAndForNothingElse) {
     Site site;
     // At its first command the client starts a service, as a web interface's may.
