@@ -9,6 +9,7 @@
 
 #include <poll.h>
 #include <seccomp.h>
+#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -475,6 +476,18 @@ TEST(Field, TellsTheServiceManagerThatItMoves) {
     close(notices);
 }
 
+TEST(Field, TheLogTellsWhoCouldWriteWhat) {
+    Site site;
+    site.confine = [] { // as on a kernel without Landlock
+        const scmp_filter_ctx filter = seccomp_init(SCMP_ACT_ALLOW);
+        seccomp_rule_add(filter, SCMP_ACT_ERRNO(ENOSYS), SCMP_SYS(landlock_create_ruleset), 0);
+        seccomp_load(filter);
+    };
+    site.startAlone("-i 60");
+    EXPECT_EQ("1\n", site.run("grep -c 'without Landlock.*--net-user' agent.log"));
+    EXPECT_EQ(geteuid() == 0 ? "1\n" : "0\n", site.run("grep -c 'runs as root: --user' agent.log"));
+}
+
 /// snmpd would drop an agent that doesn't answer, and with it the objects.
 TEST(Field, AMasterIsAnsweredThoughTheDeviceSideIsFrozen) {
     Subagent site;
@@ -559,13 +572,22 @@ void confineAs(const std::map<std::string, Packets>& unit) {
                 calls.insert(call);
     }
     const scmp_filter_ctx filter = seccomp_init(SCMP_ACT_ERRNO(EPERM));
-    calls.erase("socket"); // but for RestrictAddressFamilies
+    const auto allow = [&](const char* call, auto... conditions) {
+        seccomp_rule_add(filter, SCMP_ACT_ALLOW, seccomp_syscall_resolve_name(call),
+                         sizeof...(conditions), conditions...);
+    };
+    for (const char* special : {"mmap", "mprotect", "pkey_mprotect", "socket"})
+        calls.erase(special);
     for (const std::string& call : calls)
-        if (const int number = seccomp_syscall_resolve_name(call.c_str()); number >= 0)
-            seccomp_rule_add(filter, SCMP_ACT_ALLOW, number, 0);
+        if (seccomp_syscall_resolve_name(call.c_str()) >= 0)
+            allow(call.c_str());
+    // RestrictAddressFamilies and MemoryDenyWriteExecute
     for (const int family : {AF_UNIX, AF_INET, AF_INET6})
-        seccomp_rule_add(filter, SCMP_ACT_ALLOW, SCMP_SYS(socket), 1,
-                         SCMP_A0(SCMP_CMP_EQ, static_cast<scmp_datum_t>(family)));
+        allow("socket", SCMP_A0(SCMP_CMP_EQ, static_cast<scmp_datum_t>(family)));
+    for (const int access : {0, PROT_WRITE, PROT_EXEC})
+        allow("mmap", SCMP_A2(SCMP_CMP_MASKED_EQ, PROT_WRITE | PROT_EXEC,
+                              static_cast<scmp_datum_t>(access)));
+    allow("mprotect", SCMP_A2(SCMP_CMP_MASKED_EQ, PROT_EXEC, 0));
     umask(static_cast<mode_t>(std::stoi(unit.at("UMask").at(0), nullptr, 8)));
     for (int capability = 0; prctl(PR_CAPBSET_DROP, capability) == 0; ++capability) {
     }
