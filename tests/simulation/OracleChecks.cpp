@@ -142,7 +142,8 @@ std::string Oracle::isNotGone(int number) const {
                           std::all_of(row->cells.begin(), row->cells.end(), [&](const Cell& cell) {
                               return cell.writer.change == number;
                           });
-        if (only && !(table == Table::bridge && othersUse(*row, change)))
+        // What had to stay for others' sake was counted, though they may have gone since.
+        if (only && !(table == Table::bridge && (change.counted || othersUse(*row, change))))
             return "a row of a change is left: " + named(table, *row);
     }
     return "";

@@ -269,6 +269,14 @@ void Player::fireOthers(const Event& event) {
         std::tie(table, id) = touched[random() % touched.size()];
     else if (const Records& rows = m_machine.database[table]; !rows.empty())
         id = rows[random() % rows.size()].id();
+    if (!m_requests.empty() && !m_requests.back().values.empty() && random() % 4 == 0) {
+        // what the last set is about
+        const auto& [object, row] = m_requests.back().values.front().first;
+        for (const Table each : agent::kAllTables)
+            if (object->tables().has(each) && each != Table::vlanParams)
+                table = each;
+        id = table != Table::vlan ? std::max(row, 1) : 2 * row - static_cast<int>(random() % 2);
+    }
     m_othersTable = table;
     // Rows that the agent's objects stand for stay: a device has these always.
     const bool fixed = table == Table::vlan || table == Table::vlanParams || table == Table::atm;
