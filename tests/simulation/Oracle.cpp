@@ -370,7 +370,9 @@ void Oracle::removed(Table table, const Record& row, const Writer& writer) {
     if (writer.kind == Kind::set) {
         checkRead(row, m_sets[m_waiting.front()]);
         m_sets[m_waiting.front()].wrote = true;
-        if (change.added.count(row.serial) == 0) {
+        const std::size_t subject = shapeOf(table).subject; // by another one it is another row
+        if (change.added.count(row.serial) == 0 ||
+            (subject != 0 && row.cells[subject].writer == kOthers)) {
             const bool raced =
                 std::any_of(row.cells.begin(), row.cells.end(), [&row](const Cell& cell) {
                     return cell.writer == kOthers && cell.when > row.read;

@@ -50,7 +50,8 @@ std::pair<Place, agent::Value> assignment(std::mt19937& random, unsigned units) 
 }
 
 /// A column that others change, and what they write there: often what the agent writes, too.
-std::string columnAndValue(const Database& database, Table table, unsigned number) {
+/// A new row is theirs alone: after a kill, one like the change's would pass for that.
+std::string columnAndValue(const Database& database, Table table, unsigned number, bool inserts) {
     constexpr const char* kNames[] = {"other", "br1",      "br2",      "eth0",
                                       "wan1",  "eth0.101", "wan1.101", "wan2"};
     const auto& columns = agent::shapeOf(table).columns;
@@ -60,8 +61,9 @@ std::string columnAndValue(const Database& database, Table table, unsigned numbe
         return "BridgeId integer:" + std::to_string(bridges[number / 8 % bridges.size()].id());
     const std::size_t column = 1 + number % (columns.size() - 1);
     return std::string(columns[column].name) +
-           (columns[column].text ? std::string(" text:") + kNames[number / 64 % std::size(kNames)]
-                                 : " integer:" + std::to_string(number / 8 % 3));
+           (columns[column].text
+                ? std::string(" text:") + kNames[inserts ? 0 : number / 64 % std::size(kNames)]
+                : " integer:" + std::to_string(number / 8 % 3));
 }
 
 } // namespace
@@ -284,12 +286,13 @@ void Player::fireOthers(const Event& event) {
     const auto number = static_cast<unsigned>(random());
     if (event.what == What::othersInsert) {
         if (!fixed)
-            others("insertkey " + name + " " + columnAndValue(m_machine.database, table, number));
+            others("insertkey " + name + " " +
+                   columnAndValue(m_machine.database, table, number, true));
     } else if (event.what == What::othersRemove && !fixed) {
         others("deletekey " + name + " Id " + std::to_string(id));
     } else {
         others("updatekey " + name + " Id " + std::to_string(id) + " " +
-               columnAndValue(m_machine.database, table, number));
+               columnAndValue(m_machine.database, table, number, false));
     }
 }
 

@@ -91,21 +91,6 @@ protected:
     Sets sets{options, machine.network(), link, snapshots};
 };
 
-TEST_F(SetsTest, AnswersAsTheDeviceIsReadByTheNextProcess) {
-    for (const bool made : {true, false}) {
-        ask(made ? "first" : "second");
-        restart(made ? 1 : 2);
-        show(1, false); // of the process before, in truth
-        EXPECT_TRUE(sets.waits());
-        show(made ? 1 : 2);
-        expectAnswer(made ? ErrorStatus::noError : ErrorStatus::commitFailed);
-        sets.release(!made);
-    }
-    ask("third");
-    restart(3, true);
-    expectAnswer(ErrorStatus::genErr);
-}
-
 TEST_F(SetsTest, IsInDoubtOnlyOnceItWasSent) {
     begin();
     restart(1);
@@ -115,50 +100,6 @@ TEST_F(SetsTest, IsInDoubtOnlyOnceItWasSent) {
     EXPECT_TRUE(sets.waits()); // for what the new process has yet to make
     answer(Outcome::done);
     expectAnswer(ErrorStatus::noError);
-}
-
-TEST_F(SetsTest, GetsTheSameAnswerWhenItComesAgain) {
-    ask();
-    answer(Outcome::done);
-    sets.release(false);
-    begin("another manager's");
-    sets.release(true);
-    const std::size_t before = machine.sent.size();
-    begin();
-    sets.commit();
-    expectAnswer(ErrorStatus::noError);
-    EXPECT_EQ(before, machine.sent.size());
-    sets.release(true);
-    EXPECT_EQ(1U, sets.refused());
-
-    machine.pass(seconds(60)); // long ago enough for another request of this number
-    show(2);
-    ask();
-    answer(Outcome::done);
-    const std::uint64_t id = sent().id;
-    sets.takeBack(); // another part of the request has failed
-    EXPECT_EQ(id, std::get<TakeBack>(machine.sent.back()).id);
-    sets.take(SetResult{id, Outcome::refused, Reason::none, 0});
-    EXPECT_FALSE(sets.waits());
-    sets.release(true);
-    ask(); // noError would not be true any more
-}
-
-TEST_F(SetsTest, GivesUpOnAProcessThatHangs) {
-    const auto deadline = machine.now() + options.setDeadline;
-    ask();
-    EXPECT_GT(deadline, sent().deadline); // so that it can tell before that it was late
-    EXPECT_EQ(deadline, sets.giveUp());
-    const std::uint64_t id = sent().id;
-    machine.pass(deadline - seconds(1) - machine.now());
-    sets.checkTime();
-    EXPECT_TRUE(sets.waits());
-    machine.pass(seconds(1));
-    sets.checkTime();
-    expectAnswer(ErrorStatus::genErr);
-    EXPECT_EQ(id, std::get<TakeBack>(machine.sent.back()).id); // should it make it all the same
-    sets.take(SetResult{id, Outcome::done, Reason::none, 0});  // too late
-    expectAnswer(ErrorStatus::genErr);
 }
 
 TEST_F(SetsTest, BreaksOffWhereItsStateDoesNotHold) {
