@@ -74,6 +74,11 @@ void Oracle::processEnded() {
         Set& set = m_sets[m_waiting.front()];
         set.untold = set.wrote && !m_machine.disk.has("/simulated/change.journal");
     }
+    // One that was late for its manager alone can be made, with no journal yet to take it back.
+    for (Change& change : m_changes)
+        if (change.fate == Fate::goes && change.done && !change.restored &&
+            !m_machine.disk.has("/simulated/change.journal"))
+            change.fate = Fate::either;
     m_waiting.clear();
     m_fresh = true;
     m_state = ChangeState::idle; // until the next one tells otherwise

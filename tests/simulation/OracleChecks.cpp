@@ -76,7 +76,7 @@ bool Oracle::othersHave(Table table, const Record& row, const Change& change) co
     return std::any_of(rows.begin(), rows.end(), [&](const Record& each) {
         return (subject == 0 || each.cells[subject].text == row.cells[subject].text) &&
                ((each.inserted == kOthers && each.cells[0].when > change.since) ||
-                (hasOthers(each) && m_othersTouched.count(each.serial) != 0 &&
+                (m_othersTouched.count(each.serial) != 0 &&
                  m_othersTouched.at(each.serial) > change.since));
     });
 }

@@ -1,6 +1,4 @@
-// A set request in the process that faces the network, without network and toolkit: what its
-// manager is told when the device's process dies, hangs or answers late, and when the request comes
-// again.
+// A set request in the process that faces the network: what the simulation does not play.
 
 #include "Machine.h"
 
@@ -38,23 +36,16 @@ struct Quiet : Machine {
 
 class SetsTest : public testing::Test {
 protected:
-    SetsTest() { show(2); }
+    SetsTest() { show(); }
 
-    /// The device's process has read everything. @param value  of cvVlanEnabled.1
-    void show(int value, bool complete = true) {
+    /// The device's process has read everything.
+    void show() {
         Snapshot snapshot;
-        snapshot.model.values["cvVlanEnabled"][1] = {value, ""};
-        snapshot.complete = complete;
+        snapshot.model.values["cvVlanEnabled"][1] = {2, ""};
+        snapshot.complete = true;
         snapshot.refreshed = machine.now();
         snapshot.instances = listInstances(snapshot);
-        const auto before = snapshots.take(snapshot);
-        sets.take(snapshot, before.get());
-    }
-
-    /// The device's process has been started again.
-    void restart(std::uint64_t incarnation, bool takesBack = false) {
-        snapshots.take(Hello{incarnation, takesBack});
-        sets.take(Hello{incarnation, takesBack});
+        sets.take(snapshot, snapshots.take(snapshot).get());
     }
 
     void begin(const std::string& identity = "first") {
@@ -70,20 +61,6 @@ protected:
                     {{instance.name, instance.object, Value{1, ""}, ErrorStatus::noError}}});
     }
 
-    void ask(const std::string& identity = "first") {
-        begin(identity);
-        sets.commit();
-        ASSERT_TRUE(sets.waits());
-    }
-
-    void expectAnswer(ErrorStatus error) {
-        EXPECT_FALSE(sets.waits());
-        EXPECT_STREQ(nameOf(error), nameOf(sets.answer().error));
-    }
-
-    const SetRequest& sent() const { return std::get<SetRequest>(machine.sent.back()); }
-    void answer(Outcome outcome) { sets.take(SetResult{sent().id, outcome, Reason::none, 0}); }
-
     const Options options;
     Quiet machine;
     Link link{machine.network()};
@@ -93,18 +70,22 @@ protected:
 
 TEST_F(SetsTest, IsInDoubtOnlyOnceItWasSent) {
     begin();
-    restart(1);
+    snapshots.take(Hello{1, false}); // the device's process has been started again
+    sets.take(Hello{1, false});
     sets.commit();
-    EXPECT_EQ(1U, sent().incarnation);
-    show(2);
+    const auto& sent = std::get<SetRequest>(machine.sent.back());
+    EXPECT_EQ(1U, sent.incarnation);
+    show();
     EXPECT_TRUE(sets.waits()); // for what the new process has yet to make
-    answer(Outcome::done);
-    expectAnswer(ErrorStatus::noError);
+    sets.take(SetResult{sent.id, Outcome::done, Reason::none, 0});
+    EXPECT_FALSE(sets.waits());
+    EXPECT_EQ(ErrorStatus::noError, sets.answer().error);
 }
 
 TEST_F(SetsTest, BreaksOffWhereItsStateDoesNotHold) {
     EXPECT_THROW(sets.commit(), BrokenInvariant);
-    ask();
+    begin();
+    sets.commit();
     EXPECT_THROW(begin("another manager's"), BrokenInvariant);
     EXPECT_THROW(sets.commit(), BrokenInvariant);
 }
