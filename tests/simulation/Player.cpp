@@ -50,8 +50,7 @@ std::pair<Place, agent::Value> assignment(std::mt19937& random, unsigned units) 
 }
 
 /// A column that others change, and what they write there: often what the agent writes, too.
-/// A new row is theirs alone: after a kill, one like the change's would pass for that.
-std::string columnAndValue(const Database& database, Table table, unsigned number, bool inserts) {
+std::string columnAndValue(const Database& database, Table table, unsigned number, bool names) {
     constexpr const char* kNames[] = {"other", "br1",      "br2",      "eth0",
                                       "wan1",  "eth0.101", "wan1.101", "wan2"};
     const auto& columns = agent::shapeOf(table).columns;
@@ -62,7 +61,7 @@ std::string columnAndValue(const Database& database, Table table, unsigned numbe
     const std::size_t column = 1 + number % (columns.size() - 1);
     return std::string(columns[column].name) +
            (columns[column].text
-                ? std::string(" text:") + kNames[inserts ? 0 : number / 64 % std::size(kNames)]
+                ? std::string(" text:") + kNames[names ? number / 64 % std::size(kNames) : 0]
                 : " integer:" + std::to_string(number / 8 % 3));
 }
 
@@ -283,16 +282,17 @@ void Player::fireOthers(const Event& event) {
     // Rows that the agent's objects stand for stay: a device has these always.
     const bool fixed = table == Table::vlan || table == Table::vlanParams || table == Table::atm;
     const std::string name(agent::shapeOf(table).name);
-    const auto number = static_cast<unsigned>(random());
+    // After a kill, a new name that the set was to write would pass for the set's.
+    const bool names = event.what != What::othersInsert && !m_machine.disk.has(kJournal);
+    const std::string what =
+        columnAndValue(m_machine.database, table, static_cast<unsigned>(random()), names);
     if (event.what == What::othersInsert) {
         if (!fixed)
-            others("insertkey " + name + " " +
-                   columnAndValue(m_machine.database, table, number, true));
+            others("insertkey " + name + " " + what);
     } else if (event.what == What::othersRemove && !fixed) {
         others("deletekey " + name + " Id " + std::to_string(id));
     } else {
-        others("updatekey " + name + " Id " + std::to_string(id) + " " +
-               columnAndValue(m_machine.database, table, number, false));
+        others("updatekey " + name + " Id " + std::to_string(id) + " " + what);
     }
 }
 
