@@ -127,8 +127,7 @@ std::optional<std::string> Database::run(const std::string& text, const Writer& 
             const std::size_t column = columnOf(table, command.columns[v]);
             if (row.cells[column].text == values[v] && writer == kOthers)
                 continue; // nobody can see that they have written
-            const std::string own = writer == kOthers ? row.cells[column].own : values[v];
-            const Cell before = std::exchange(row.cells[column], {values[v], writer, m_count, own});
+            const Cell before = std::exchange(row.cells[column], {values[v], writer, m_count});
             if (m_watcher != nullptr)
                 m_watcher->updated(table, row, column, before);
         }
@@ -156,11 +155,10 @@ std::string Database::insert(Table table, const std::vector<std::string>& column
     row.serial = ++m_serial;
     row.inserted = writer;
     for (const agent::Column& column : shapeOf(table).columns)
-        row.cells.push_back({column.text ? "" : "0", writer, m_count, column.text ? "" : "0"});
+        row.cells.push_back({column.text ? "" : "0", writer, m_count});
     row.cells[0].text = std::to_string(freeId(table));
     for (std::size_t i = 0; i < columns.size(); ++i)
-        row.cells[columnOf(table, columns[i])].text = row.cells[columnOf(table, columns[i])].own =
-            values[i];
+        row.cells[columnOf(table, columns[i])].text = values[i];
     ++m_writes;
     Records& all = rows(table);
     const auto place =

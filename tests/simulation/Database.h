@@ -27,7 +27,6 @@ struct Cell {
     std::string text;
     Writer writer;
     std::uint64_t when = 0; ///< on the database's own count of reads and writes
-    std::string own;        ///< what the agent has written there last
 };
 
 struct Record {

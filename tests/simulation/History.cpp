@@ -107,7 +107,7 @@ History historyOf(std::uint64_t seed) {
         // Many things happen while a set is under way, some in between.
         const bool near =
             theme == Theme::any || theme == Theme::calm ? below(3) == 0 : below(4) != 0;
-        event.steps = near ? below(close) : below(900);
+        event.steps = near ? below(below(4) == 0 ? 4 : close) : below(900);
         if (below(theme == Theme::calm ? 2 : 4) == 0)
             event.pause = below(3) == 0 ? below(40000) : below(3000);
         history.events.push_back(event);

@@ -74,6 +74,11 @@ void Oracle::processEnded() {
         Set& set = m_sets[m_waiting.front()];
         set.untold = set.wrote && !m_machine.disk.has("/simulated/change.journal");
     }
+    // One that was late for its manager alone can be made, with no journal yet to take it back.
+    for (Change& change : m_changes)
+        if (change.fate == Fate::goes && change.done && !change.restored &&
+            !m_machine.disk.has("/simulated/change.journal"))
+            change.fate = Fate::either;
     m_waiting.clear();
     m_fresh = true;
     m_state = ChangeState::idle; // until the next one tells otherwise
@@ -273,7 +278,7 @@ void Oracle::updated(Table table, const Record& row, std::size_t column, const C
         checkRead(was, m_sets[m_waiting.front()]);
         m_sets[m_waiting.front()].wrote = true;
         if (change.added.count(row.serial) != 0)
-            return;
+            return void(change.own.emplace(table, row.text()));
         const bool byOthers = before.writer.kind == Kind::others;
         const bool raced = byOthers && before.when > row.read;
         if (cell == change.cells.end() || (byOthers && !raced)) {
@@ -312,6 +317,7 @@ void Oracle::inserted(Table table, const Record& row) {
     if (row.inserted.kind == Kind::set) {
         m_sets[m_waiting.front()].wrote = true;
         change.added[row.serial] = table;
+        change.own.emplace(table, row.text());
         return;
     }
     change.restored = m_restoreWrote = true;
@@ -369,7 +375,9 @@ void Oracle::removed(Table table, const Record& row, const Writer& writer) {
     if (writer.kind == Kind::set) {
         checkRead(row, m_sets[m_waiting.front()]);
         m_sets[m_waiting.front()].wrote = true;
-        if (change.added.count(row.serial) == 0) {
+        const std::size_t subject = shapeOf(table).subject; // by another one it is another row
+        if (change.added.count(row.serial) == 0 ||
+            (subject != 0 && row.cells[subject].writer == kOthers)) {
             const bool raced =
                 std::any_of(row.cells.begin(), row.cells.end(), [&row](const Cell& cell) {
                     return cell.writer == kOthers && cell.when > row.read;
@@ -380,10 +388,16 @@ void Oracle::removed(Table table, const Record& row, const Writer& writer) {
         return;
     }
     change.restored = m_restoreWrote = true;
-    for (const Cell& cell :
-         row.cells) // a value of the change's own tells nobody that others wrote it
-        if (cell.writer == kOthers && cell.when <= row.read &&
-            (row.inserted == kOthers || cell.text != cell.own))
+    // What looks like the change's own tells nobody that others wrote it.
+    // A process that was killed within the set need not know the Id either.
+    const std::string text = row.text();
+    const std::size_t from = change.done ? 0 : text.find('|');
+    const bool looksOwn = std::any_of(change.own.begin(), change.own.end(), [&](const auto& own) {
+        return own.first == table &&
+               own.second.substr(change.done ? 0 : own.second.find('|')) == text.substr(from);
+    });
+    for (const Cell& cell : row.cells)
+        if (cell.writer == kOthers && cell.when <= row.read && !looksOwn)
             fail("a row that others have written is removed while a change is taken back: " +
                  std::string(shapeOf(table).name) + " " + row.text());
     for (const Table each : {Table::bridgeInterface, Table::bridgeFilter})

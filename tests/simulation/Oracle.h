@@ -91,6 +91,7 @@ private:
         bool bridgesByOthers = false; ///< written since: nobody can say which one is which
         std::map<std::pair<int, std::size_t>, Written> cells; ///< by row's serial and column
         std::map<int, agent::Table> added;                    ///< rows, by serial
+        std::set<std::pair<agent::Table, std::string>> own; ///< all that these rows have been
         std::vector<Removed> removed;
         std::vector<Returned> returned;
     };

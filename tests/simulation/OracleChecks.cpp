@@ -76,7 +76,7 @@ bool Oracle::othersHave(Table table, const Record& row, const Change& change) co
     return std::any_of(rows.begin(), rows.end(), [&](const Record& each) {
         return (subject == 0 || each.cells[subject].text == row.cells[subject].text) &&
                ((each.inserted == kOthers && each.cells[0].when > change.since) ||
-                (hasOthers(each) && m_othersTouched.count(each.serial) != 0 &&
+                (m_othersTouched.count(each.serial) != 0 &&
                  m_othersTouched.at(each.serial) > change.since));
     });
 }
@@ -142,7 +142,8 @@ std::string Oracle::isNotGone(int number) const {
                           std::all_of(row->cells.begin(), row->cells.end(), [&](const Cell& cell) {
                               return cell.writer.change == number;
                           });
-        if (only && !(table == Table::bridge && othersUse(*row, change)))
+        // What had to stay for others' sake was counted, though they may have gone since.
+        if (only && !(table == Table::bridge && (change.counted || othersUse(*row, change))))
             return "a row of a change is left: " + named(table, *row);
     }
     return "";

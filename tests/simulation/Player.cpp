@@ -50,7 +50,7 @@ std::pair<Place, agent::Value> assignment(std::mt19937& random, unsigned units) 
 }
 
 /// A column that others change, and what they write there: often what the agent writes, too.
-std::string columnAndValue(const Database& database, Table table, unsigned number) {
+std::string columnAndValue(const Database& database, Table table, unsigned number, bool names) {
     constexpr const char* kNames[] = {"other", "br1",      "br2",      "eth0",
                                       "wan1",  "eth0.101", "wan1.101", "wan2"};
     const auto& columns = agent::shapeOf(table).columns;
@@ -60,8 +60,9 @@ std::string columnAndValue(const Database& database, Table table, unsigned numbe
         return "BridgeId integer:" + std::to_string(bridges[number / 8 % bridges.size()].id());
     const std::size_t column = 1 + number % (columns.size() - 1);
     return std::string(columns[column].name) +
-           (columns[column].text ? std::string(" text:") + kNames[number / 64 % std::size(kNames)]
-                                 : " integer:" + std::to_string(number / 8 % 3));
+           (columns[column].text
+                ? std::string(" text:") + kNames[names ? number / 64 % std::size(kNames) : 0]
+                : " integer:" + std::to_string(number / 8 % 3));
 }
 
 } // namespace
@@ -269,19 +270,29 @@ void Player::fireOthers(const Event& event) {
         std::tie(table, id) = touched[random() % touched.size()];
     else if (const Records& rows = m_machine.database[table]; !rows.empty())
         id = rows[random() % rows.size()].id();
+    if (!m_requests.empty() && !m_requests.back().values.empty() && random() % 4 == 0) {
+        // what the last set is about
+        const auto& [object, row] = m_requests.back().values.front().first;
+        for (const Table each : agent::kAllTables)
+            if (object->tables().has(each) && each != Table::vlanParams)
+                table = each;
+        id = table != Table::vlan ? std::max(row, 1) : 2 * row - static_cast<int>(random() % 2);
+    }
     m_othersTable = table;
     // Rows that the agent's objects stand for stay: a device has these always.
     const bool fixed = table == Table::vlan || table == Table::vlanParams || table == Table::atm;
     const std::string name(agent::shapeOf(table).name);
-    const auto number = static_cast<unsigned>(random());
+    // After a kill, a new name that the set was to write would pass for the set's.
+    const bool names = event.what != What::othersInsert && !m_machine.disk.has(kJournal);
+    const std::string what =
+        columnAndValue(m_machine.database, table, static_cast<unsigned>(random()), names);
     if (event.what == What::othersInsert) {
         if (!fixed)
-            others("insertkey " + name + " " + columnAndValue(m_machine.database, table, number));
+            others("insertkey " + name + " " + what);
     } else if (event.what == What::othersRemove && !fixed) {
         others("deletekey " + name + " Id " + std::to_string(id));
     } else {
-        others("updatekey " + name + " Id " + std::to_string(id) + " " +
-               columnAndValue(m_machine.database, table, number));
+        others("updatekey " + name + " Id " + std::to_string(id) + " " + what);
     }
 }
 

@@ -1,6 +1,4 @@
-// A set request in the process that faces the network, without network and toolkit: what its
-// manager is told when the device's process dies, hangs or answers late, and when the request comes
-// again.
+// A set request in the process that faces the network: what the simulation does not play.
 
 #include "Machine.h"
 
@@ -38,23 +36,16 @@ struct Quiet : Machine {
 
 class SetsTest : public testing::Test {
 protected:
-    SetsTest() { show(2); }
+    SetsTest() { show(); }
 
-    /// The device's process has read everything. @param value  of cvVlanEnabled.1
-    void show(int value, bool complete = true) {
+    /// The device's process has read everything.
+    void show() {
         Snapshot snapshot;
-        snapshot.model.values["cvVlanEnabled"][1] = {value, ""};
-        snapshot.complete = complete;
+        snapshot.model.values["cvVlanEnabled"][1] = {2, ""};
+        snapshot.complete = true;
         snapshot.refreshed = machine.now();
         snapshot.instances = listInstances(snapshot);
-        const auto before = snapshots.take(snapshot);
-        sets.take(snapshot, before.get());
-    }
-
-    /// The device's process has been started again.
-    void restart(std::uint64_t incarnation, bool takesBack = false) {
-        snapshots.take(Hello{incarnation, takesBack});
-        sets.take(Hello{incarnation, takesBack});
+        sets.take(snapshot, snapshots.take(snapshot).get());
     }
 
     void begin(const std::string& identity = "first") {
@@ -70,20 +61,6 @@ protected:
                     {{instance.name, instance.object, Value{1, ""}, ErrorStatus::noError}}});
     }
 
-    void ask(const std::string& identity = "first") {
-        begin(identity);
-        sets.commit();
-        ASSERT_TRUE(sets.waits());
-    }
-
-    void expectAnswer(ErrorStatus error) {
-        EXPECT_FALSE(sets.waits());
-        EXPECT_STREQ(nameOf(error), nameOf(sets.answer().error));
-    }
-
-    const SetRequest& sent() const { return std::get<SetRequest>(machine.sent.back()); }
-    void answer(Outcome outcome) { sets.take(SetResult{sent().id, outcome, Reason::none, 0}); }
-
     const Options options;
     Quiet machine;
     Link link{machine.network()};
@@ -91,79 +68,24 @@ protected:
     Sets sets{options, machine.network(), link, snapshots};
 };
 
-TEST_F(SetsTest, AnswersAsTheDeviceIsReadByTheNextProcess) {
-    for (const bool made : {true, false}) {
-        ask(made ? "first" : "second");
-        restart(made ? 1 : 2);
-        show(1, false); // of the process before, in truth
-        EXPECT_TRUE(sets.waits());
-        show(made ? 1 : 2);
-        expectAnswer(made ? ErrorStatus::noError : ErrorStatus::commitFailed);
-        sets.release(!made);
-    }
-    ask("third");
-    restart(3, true);
-    expectAnswer(ErrorStatus::genErr);
-}
-
 TEST_F(SetsTest, IsInDoubtOnlyOnceItWasSent) {
     begin();
-    restart(1);
+    snapshots.take(Hello{1, false}); // the device's process has been started again
+    sets.take(Hello{1, false});
     sets.commit();
-    EXPECT_EQ(1U, sent().incarnation);
-    show(2);
+    const auto& sent = std::get<SetRequest>(machine.sent.back());
+    EXPECT_EQ(1U, sent.incarnation);
+    show();
     EXPECT_TRUE(sets.waits()); // for what the new process has yet to make
-    answer(Outcome::done);
-    expectAnswer(ErrorStatus::noError);
-}
-
-TEST_F(SetsTest, GetsTheSameAnswerWhenItComesAgain) {
-    ask();
-    answer(Outcome::done);
-    sets.release(false);
-    begin("another manager's");
-    sets.release(true);
-    const std::size_t before = machine.sent.size();
-    begin();
-    sets.commit();
-    expectAnswer(ErrorStatus::noError);
-    EXPECT_EQ(before, machine.sent.size());
-    sets.release(true);
-    EXPECT_EQ(1U, sets.refused());
-
-    machine.pass(seconds(60)); // long ago enough for another request of this number
-    show(2);
-    ask();
-    answer(Outcome::done);
-    const std::uint64_t id = sent().id;
-    sets.takeBack(); // another part of the request has failed
-    EXPECT_EQ(id, std::get<TakeBack>(machine.sent.back()).id);
-    sets.take(SetResult{id, Outcome::refused, Reason::none, 0});
+    sets.take(SetResult{sent.id, Outcome::done, Reason::none, 0});
     EXPECT_FALSE(sets.waits());
-    sets.release(true);
-    ask(); // noError would not be true any more
-}
-
-TEST_F(SetsTest, GivesUpOnAProcessThatHangs) {
-    const auto deadline = machine.now() + options.setDeadline;
-    ask();
-    EXPECT_GT(deadline, sent().deadline); // so that it can tell before that it was late
-    EXPECT_EQ(deadline, sets.giveUp());
-    const std::uint64_t id = sent().id;
-    machine.pass(deadline - seconds(1) - machine.now());
-    sets.checkTime();
-    EXPECT_TRUE(sets.waits());
-    machine.pass(seconds(1));
-    sets.checkTime();
-    expectAnswer(ErrorStatus::genErr);
-    EXPECT_EQ(id, std::get<TakeBack>(machine.sent.back()).id); // should it make it all the same
-    sets.take(SetResult{id, Outcome::done, Reason::none, 0});  // too late
-    expectAnswer(ErrorStatus::genErr);
+    EXPECT_EQ(ErrorStatus::noError, sets.answer().error);
 }
 
 TEST_F(SetsTest, BreaksOffWhereItsStateDoesNotHold) {
     EXPECT_THROW(sets.commit(), BrokenInvariant);
-    ask();
+    begin();
+    sets.commit();
     EXPECT_THROW(begin("another manager's"), BrokenInvariant);
     EXPECT_THROW(sets.commit(), BrokenInvariant);
 }
