@@ -13,17 +13,7 @@
 namespace simulation {
 
 /// Knows what has to hold. It sees each write with its writer, what managers asked for and what
-/// they were told, and says what is wrong.
-///
-/// The promises:
-///
-///     a set that was answered noError is in the rows, and stays until somebody sets it anew
-///     of a set that was answered with an error nothing is left once the agent has settled
-///     of one without an answer, all or nothing
-///     what others have written, and the agent has read since, is never changed or removed
-///     a row that has to be left alone for that is counted
-///     the members of a bridge are neighbours, and none is left of a bridge that is gone
-///     a value that is shown was true at some moment since the last but one good refresh
+/// they were told, and says which promise of docs/reliability.md is broken.
 class Oracle : public Watcher {
 public:
     explicit Oracle(Machine& machine);
@@ -91,7 +81,7 @@ private:
         bool bridgesByOthers = false; ///< written since: nobody can say which one is which
         std::map<std::pair<int, std::size_t>, Written> cells; ///< by row's serial and column
         std::map<int, agent::Table> added;                    ///< rows, by serial
-        std::set<std::pair<agent::Table, std::string>> own; ///< all that these rows have been
+        std::set<std::pair<agent::Table, std::string>> own;   ///< all that these rows have been
         std::vector<Removed> removed;
         std::vector<Returned> returned;
     };
