@@ -4,6 +4,7 @@
 #include "agent/change/Restore.h"
 
 #include <array>
+#include <charconv>
 #include <cstdint>
 #include <cstdio>
 
@@ -13,8 +14,8 @@ namespace {
 
 constexpr std::string_view kHeading = "corvantad change 2\n";
 constexpr std::string_view kHeading1 = "corvantad change 1\n";
-constexpr std::string_view kSet = "set\n";
-constexpr std::string_view kPending = "pending\n";
+constexpr std::string_view kSet = "set";
+constexpr std::string_view kPending = "pending";
 constexpr std::string_view kEnd = "end ";
 constexpr std::size_t kEndSize = kEnd.size() + 8 + 1;
 constexpr std::string_view kKinds = "=~-"; ///< of what others had, in the order of Names
@@ -140,7 +141,8 @@ bool isWhole(const Record& record) {
 
 std::string toText(const Entry& entry) {
     std::string text(kHeading);
-    text.append(entry.pending ? kPending : kSet).append(toLines(entry.record));
+    text.append(entry.pending ? kPending : kSet).append(" ").append(std::to_string(entry.set));
+    text.append("\n").append(toLines(entry.record));
     return text + std::string(kEnd) + checksumOf(text) + "\n";
 }
 
@@ -154,8 +156,13 @@ std::optional<Entry> toEntry(std::string_view text) {
     const bool version1 = skip(body, kHeading1);
     if (!version1 && !skip(body, kHeading))
         return std::nullopt;
-    entry.pending = skip(body, kPending);
-    if (!entry.pending && !skip(body, kSet))
+    std::string_view set = cut(body, '\n');
+    const std::string_view word = cut(set, ' ');
+    entry.pending = word == kPending;
+    if (!entry.pending && word != kSet)
+        return std::nullopt;
+    const auto number = std::from_chars(set.data(), set.data() + set.size(), entry.set);
+    if (number.ptr != set.data() + set.size() || set.empty() != version1)
         return std::nullopt;
     auto record = version1 ? toRecordOfVersion1(body, entry.pending) : toRecord(body);
     if (!record || !canBeRestored(*record))

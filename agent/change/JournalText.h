@@ -2,6 +2,7 @@
 
 #include "agent/change/Record.h"
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -9,7 +10,7 @@
 // A journal, as it is on disk:
 //
 //     corvantad change 2
-//     set                              or "pending"
+//     set 81                           or "pending", and the number of the set
 //     table Bridge                     for each table that the change concerns, in their order:
 //     others 1 2                       Ids of the rows that it had before, those below left out
 //     alike                            Ids of rows that look like those that were put back last
@@ -33,6 +34,7 @@ namespace agent {
 struct Entry {
     bool pending = false; ///< the change was whole and waited for confirmation
     Record record;
+    std::uint64_t set = 0; ///< the last that it is of; 0 for none that anybody could ask about
 };
 
 /// A journal's text, with its version and its checksum.

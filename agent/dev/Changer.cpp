@@ -203,7 +203,7 @@ void Changer::perform(Transaction& set, Plan plan) {
     Tables current;
     FileWatch::Mark mark;
     if (writes) {
-        if (!m_undo.plan(plan.record)) {
+        if (!m_undo.plan(set.request.id, plan.record)) {
             set.status = CORVANTA_FAILED;
             return;
         }
@@ -211,9 +211,9 @@ void Changer::perform(Transaction& set, Plan plan) {
         Stage stage(image, &done);
         stage.perform(
             plan.script, [this](const std::string& line) { return m_programs.runClient(line); },
-            [this, &plan](const Rehearsed& row, int id) {
+            [this, &set, &plan](const Rehearsed& row, int id) {
                 plan.record.renumber(row.command.table, row.trail, id);
-                return m_undo.replan(plan.record);
+                return m_undo.replan(set.request.id, plan.record);
             });
         set.status = play(set, stage);
         mark = m_refresh.mark();
@@ -227,7 +227,7 @@ void Changer::perform(Transaction& set, Plan plan) {
     }
     if (set.status == CORVANTA_OK) {
         m_expire(); // the last time that anybody may stop waiting
-        if (!set.late && !m_undo.keep(plan.record, done, set.request.trial))
+        if (!set.late && !m_undo.keep(set.request.id, plan.record, done, set.request.trial))
             set.status = CORVANTA_FAILED;
     }
     if (set.status == CORVANTA_OK && !set.late) {

@@ -12,6 +12,7 @@ namespace {
 
 constexpr const char* kFile = "change.journal";
 constexpr const char* kAside = "change.journal.damaged";
+constexpr const char* kKept = "change.made";
 
 constexpr std::chrono::minutes kTell{1}; ///< between two lines that say the same
 
@@ -54,10 +55,26 @@ bool Journal::save(const Entry& entry) {
 }
 
 bool Journal::clear() {
-    m_there = !m_system.remove(kFile);
+    m_there = !(m_system.remove(kKept) && m_system.remove(kFile));
     if (m_there)
         return failed("remove");
     return true;
+}
+
+bool Journal::keep() {
+    if (!m_there)
+        return true;
+    m_there = !m_system.rename(kFile, kKept);
+    if (m_there)
+        return failed("put aside");
+    return true;
+}
+
+std::optional<Entry> Journal::kept() {
+    std::optional<std::string> text;
+    if (!m_system.load(kKept, text) || !text)
+        return std::nullopt;
+    return toEntry(*text);
 }
 
 } // namespace agent::dev

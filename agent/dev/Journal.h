@@ -9,7 +9,8 @@ namespace agent::dev {
 
 /// The file that says how to take back the change that is under way or pending. It survives
 /// whatever ends this program: it is completely there before the first row changes, and gone before
-/// anybody is told that the change stays.
+/// anybody is told that the change stays. That of the last set that stays is kept under another
+/// name, for the next process: a manager can still wait for its answer.
 class Journal {
 public:
     explicit Journal(System& system) : m_system(system) {}
@@ -21,8 +22,14 @@ public:
     /// Replaces the journal. @return whether it is safely there
     bool save(const Entry& entry);
 
-    /// @return whether it is safely gone
+    /// @return whether it is safely gone, and what was put aside before it
     bool clear();
+
+    /// Puts it aside as that of the last set that stays. @return whether it safely is
+    bool keep();
+
+    /// What was put aside, by any process; nothing when there is none.
+    std::optional<Entry> kept();
 
     bool foundDamaged() const { return m_damaged; }
 

@@ -82,6 +82,9 @@ bool Undo::readJournal() {
         log(LOG_WARNING, entry->pending ? "a change was pending at the end: it is taken back"
                                         : "a change was half done at the end: it is taken back");
         m_record = std::move(entry->record);
+    } else if (auto kept = m_journal.kept()) {
+        kept->record.settle();
+        remember(kept->set, std::move(kept->record));
     }
     m_board.next.counters.journalsDamaged = m_journal.foundDamaged() ? 1 : 0;
     return true;
@@ -109,8 +112,8 @@ void Undo::enter(State next) {
     m_state = next;
 }
 
-bool Undo::plan(const Record& planned) {
-    if (m_journal.save({false, planned})) {
+bool Undo::plan(std::uint64_t set, const Record& planned) {
+    if (m_journal.save({false, planned, set})) {
         enter(State::performing);
         return true;
     }
@@ -120,15 +123,15 @@ bool Undo::plan(const Record& planned) {
     return false;
 }
 
-bool Undo::replan(const Record& planned) {
-    return m_journal.save({false, planned});
+bool Undo::replan(std::uint64_t set, const Record& planned) {
+    return m_journal.save({false, planned, set});
 }
 
-bool Undo::keep(const Record& planned, Record done, seconds trial) {
-    const bool kept = trial != seconds(0) ? m_journal.save({true, done}) : m_journal.clear();
+bool Undo::keep(std::uint64_t set, const Record& planned, Record done, seconds trial) {
+    const bool kept = trial != seconds(0) ? m_journal.save({true, done, set}) : m_journal.keep();
     if (!kept) {
         if (!planned.empty())
-            m_journal.save({false, planned}); // which can have gone all the same
+            m_journal.save({false, planned, set}); // which can have gone all the same
         return false;
     }
     enter(trial != seconds(0) ? State::pending : State::idle);
@@ -145,7 +148,7 @@ void Undo::remember(std::uint64_t set, Record done) {
 }
 
 Outcome Undo::confirm(std::uint64_t set) {
-    if (!keep(m_record, {}, seconds(0)))
+    if (!m_journal.save({true, m_record, set}) || !keep(set, m_record, {}, seconds(0)))
         return Outcome::refused;
     log(LOG_NOTICE, "the change that was pending stays");
     remember(set, std::exchange(m_record, {}));
@@ -188,7 +191,7 @@ Outcome Undo::takeBack(std::uint64_t set) {
     if (state() == ChangeState::pending) {
         outcome = revert(RevertReason::failed);
     } else if (state() == ChangeState::idle && !m_lastRecord.empty()) {
-        m_unsaved = !m_journal.save({false, m_lastRecord}); // it may be later
+        m_unsaved = !m_journal.save({false, m_lastRecord, set}); // it may be later
         outcome = revert(std::move(m_lastRecord), RevertReason::none);
     }
     return outcome == Outcome::refused && state() == ChangeState::idle ? Outcome::refused

@@ -24,7 +24,8 @@ namespace agent::dev {
 ///
 /// What holds in each state, and is checked whenever one is entered:
 ///
-///     idle        there is no journal: nothing takes anything back
+///     idle        there is no journal: nothing takes anything back; that of the last set that stays
+///                 is kept for takeBack()
 ///     performing  the journal is there, whole, and tells how to take back all that the set may do
 ///     pending     the same for all that has been done on trial since nothing was pending
 ///     restoring   the same for what is being taken back, or the journal cannot be looked at yet;
@@ -40,18 +41,19 @@ public:
     Undo& operator=(const Undo&) = delete;
 
     bool foundHalfDone() const { return m_found; } ///< at the start
+    std::uint64_t last() const { return m_last; }  ///< set that stays, be it of the process before
     ChangeState state() const { return m_board.next.trial.state; }
     const Record& record() const { return m_record; } ///< of what is pending
 
     /// Before the first row changes. @return whether the journal is safely there
-    bool plan(const Record& planned);
+    bool plan(std::uint64_t set, const Record& planned);
 
     /// The same while it is performed: a row has got another Id than was planned.
-    bool replan(const Record& planned);
+    bool replan(std::uint64_t set, const Record& planned);
 
     /// The point of no return of a change that is whole: it is pending, or stays.
     /// @return whether it is; else it has to be taken back
-    bool keep(const Record& planned, Record done, std::chrono::seconds trial);
+    bool keep(std::uint64_t set, const Record& planned, Record done, std::chrono::seconds trial);
 
     /// Remembers the last set that stays, for takeBack().
     void remember(std::uint64_t set, Record done);

@@ -73,7 +73,7 @@ System::Events Worker::wait(System::Events wanted, Clock::time_point until) {
 }
 
 void Worker::greet() {
-    m_link.send(Hello{m_incarnation, m_undo.foundHalfDone()});
+    m_link.send(Hello{m_incarnation, m_undo.foundHalfDone(), m_undo.last()});
     m_board.publish();
 }
 

@@ -77,6 +77,7 @@ struct SetResult {
 struct Hello {
     std::uint64_t incarnation = 0; ///< tells one process that owns the device from the next
     bool takesBack = false;        ///< whether it has found a change that was half done
+    std::uint64_t made = 0;        ///< else the last set that stays, be it of the process before
 };
 
 using Message = std::variant<Hello, SetRequest, TakeBack, SetResult, Snapshot>;

@@ -11,7 +11,7 @@ namespace {
 using std::chrono::seconds;
 
 constexpr std::chrono::milliseconds kTell{250}; ///< of the deadline, to be told that it was missed
-constexpr seconds kDoubt{10}; ///< longer than that, for the next process to tell what is there
+constexpr seconds kReading{10}; ///< longer than that, for the next process to read the device
 
 } // namespace
 
@@ -43,8 +43,8 @@ void Sets::enter(State next) {
 
 bool Sets::holds(State state) const {
     const bool good = m_answer.error == ErrorStatus::noError;
-    if (m_inDoubt)
-        return false; // it begins later than these states, and ends before the next one
+    if (m_made)
+        return false; // it begins later than `performing`, and ends before the next state
     switch (state) {
     case State::idle:
     case State::repeated:
@@ -88,7 +88,6 @@ void Sets::begin(ManagerRequest request) {
     m_answers.forget(m_request); // and its earlier ones of the same Id
     m_snapshots.showNewest();
     m_log.begin(m_request, m_snapshots.view(m_refused));
-    m_wentBack = false;
     m_set.emplace();
     m_set->id = m_nextId++;
     m_set->deadline = m_request.came + m_options.setDeadline - kTell;
@@ -188,7 +187,7 @@ void Sets::release(bool refused) {
         ++m_refused;
     m_set.reset();
     m_sent = false;
-    m_inDoubt = false;
+    m_made = false;
     enter(State::idle);
 }
 
@@ -203,13 +202,10 @@ void Sets::take(const Hello& hello) {
     if (hello.incarnation == m_incarnation)
         return;
     m_incarnation = hello.incarnation;
-    // A journal takes back what the process before had under way. Without one, the set was either
-    // not begun or is done, which the device will show.
-    m_inDoubt = waits() && !hello.takesBack;
-    if (m_inDoubt && !m_options.master.empty()) // a master would not wait
-        m_giveUp = m_set->deadline + kDoubt;
-    if (waits() && hello.takesBack)
-        end({m_set->id, Outcome::undoing, Reason::failed, 0});
+    if (const auto late = std::exchange(m_late, 0); late != 0 && late == hello.made)
+        m_link.send(TakeBack{late, m_incarnation}); // the process before has not done it
+    if (waits())
+        judge(hello);
 }
 
 void Sets::take(const SetResult& result) {
@@ -220,33 +216,41 @@ void Sets::take(const SetResult& result) {
 void Sets::take(const Snapshot& snapshot, const Snapshot* before) {
     if (before != nullptr)
         m_log.reverts(*before, m_snapshots.newest());
-    m_wentBack = m_wentBack || snapshot.trial.state == ChangeState::restoring;
-    if (m_inDoubt && snapshot.complete)
-        end(judge());
+    if (m_made && snapshot.complete)
+        end({m_set->id, Outcome::done, Reason::none, 0});
 }
 
-/// Whether the set that is in doubt has come about. One on trial has not: nothing is pending when a
-/// process begins. Nor has a confirmation that came when the change was being taken back already.
-SetResult Sets::judge() const {
-    if (m_set->trial != seconds(0) || (m_set->verdict == Verdict::confirm && m_wentBack))
-        return {m_set->id, Outcome::refused, Reason::failed, 0};
-    if (const Change* missing = firstMissing(m_set->changes, m_snapshots.newest()))
-        return {m_set->id, Outcome::refused, Reason::failed, missing->place};
-    return {m_set->id, Outcome::done, Reason::none, 0};
+/// What has become of the set that the process before was asked for, or to take back.
+void Sets::judge(const Hello& hello) {
+    const bool isLast = hello.made == m_set->id;
+    // Nothing is pending when a process begins: be it that a manager wanted it to end, or not.
+    const bool ends = m_set->verdict == Verdict::none || m_set->verdict == Verdict::revert;
+    if (hello.takesBack) {
+        end({m_set->id, Outcome::undoing, Reason::failed, 0});
+    } else if (m_state == State::takingBack && isLast) {
+        m_link.send(TakeBack{m_set->id, m_incarnation});
+    } else if (m_state == State::performing && (isLast || ends)) {
+        m_made = true;
+        if (!m_options.master.empty()) // snmpd would not wait
+            m_giveUp = m_set->deadline + kReading;
+    } else {
+        end({m_set->id, Outcome::refused, Reason::failed, 0});
+    }
 }
 
 void Sets::checkTime() {
     if (!waits() || m_system.now() < m_giveUp)
         return;
-    // The device's process does not move. Should it have made the set, or yet make it, it is told
-    // what the manager is.
+    // The device's process does not move, or has not read the device yet. Should it have made the
+    // set, or yet make it, it is told what the manager is.
     if (m_state == State::performing)
-        m_link.send(TakeBack{m_set->id, m_set->incarnation});
+        m_link.send(TakeBack{m_set->id, m_incarnation});
+    m_late = m_set->id;
     end({m_set->id, Outcome::late, Reason::failed, 0});
 }
 
 void Sets::end(const SetResult& result) {
-    m_inDoubt = false;
+    m_made = false;
     m_snapshots.showNewest();
     if (m_state == State::takingBack) {
         // The manager is told of the part that failed first, unless taking back fails too.

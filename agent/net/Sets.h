@@ -38,9 +38,10 @@ namespace agent::net {
 ///     failed      the answer is an error
 ///     repeated    there is no set, but the answer that was given to it before
 ///
-/// When the device process dies without a journal, nothing says what has become of the set. It is
-/// then in doubt, in `performing` or `takingBack`, until the next process has read the device. With
-/// a journal the set is taken back.
+/// When the device's process dies, the next one says what has become of the set: it takes it back,
+/// or it is the last that was made, or it was not made. One that was made stays in `performing`
+/// until the device has been read, so that its values are shown once it is answered. One that was
+/// answered late, and was made all the same, the next process is asked to take back.
 ///
 /// A master that ends takes the request with it: begin() is legal in every state but those that
 /// wait for the device's process, and ends what was there before.
@@ -93,7 +94,7 @@ private:
     ErrorStatus check(const Assignment& assignment, std::size_t place);
     ErrorStatus checkTrial() const;
     bool isEmpty() const;
-    SetResult judge() const;
+    void judge(const Hello& hello);
     void end(const SetResult& result);
 
     const Options& m_options;
@@ -110,8 +111,8 @@ private:
     ManagerRequest m_request;
     std::optional<SetRequest> m_set;
     bool m_sent = false;
-    bool m_inDoubt = false;
-    bool m_wentBack = false;    ///< what was pending, since the request began
+    bool m_made = false;        ///< as the next process says, which has yet to read the device
+    std::uint64_t m_late = 0;   ///< the last set whose wait ended before its result came
     Clock::time_point m_giveUp; ///< when the device's process must have answered
     Answer m_answer;
 };

@@ -70,15 +70,6 @@ void Oracle::processEnded() {
                    : m_state == ChangeState::restoring ? m_restored
                    : m_waiting.empty()                 ? lastChange()
                                                        : m_sets[m_waiting.front()].change;
-    if (!m_waiting.empty()) {
-        Set& set = m_sets[m_waiting.front()];
-        set.untold = set.wrote && !m_machine.disk.has("/simulated/change.journal");
-    }
-    // One that was late for its manager alone can be made, with no journal yet to take it back.
-    for (Change& change : m_changes)
-        if (change.fate == Fate::goes && change.done && !change.restored &&
-            !m_machine.disk.has("/simulated/change.journal"))
-            change.fate = Fate::either;
     m_waiting.clear();
     m_fresh = true;
     m_state = ChangeState::idle; // until the next one tells otherwise
@@ -154,7 +145,7 @@ void Oracle::answered(std::uint64_t id, agent::net::ErrorStatus error) {
         change.fate = Fate::stays;
     else if (!good && (set.wrote || confirms))
         change.fate =
-            m_machine.disk.wasUnwell || set.untold || error == agent::net::ErrorStatus::undoFailed
+            m_machine.disk.wasUnwell || error == agent::net::ErrorStatus::undoFailed
                 ? Fate::either // what is left then, nobody can know
                 : Fate::goes;
 }

@@ -94,7 +94,6 @@ private:
         bool unanswered = false;
         bool wrote = false;
         bool done = false;   ///< as the device's process says
-        bool untold = false; ///< it was made, and the process died before it said so
         bool disturbed = false;
         std::optional<Database> before;
         std::string after;
