@@ -24,8 +24,8 @@ namespace agent::dev {
 ///
 /// What holds in each state, and is checked whenever one is entered:
 ///
-///     idle        there is no journal: nothing takes anything back; that of the last set that stays
-///                 is kept for takeBack()
+///     idle        there is no journal: nothing takes anything back; that of the last set that
+///                 stays is kept for takeBack()
 ///     performing  the journal is there, whole, and tells how to take back all that the set may do
 ///     pending     the same for all that has been done on trial since nothing was pending
 ///     restoring   the same for what is being taken back, or the journal cannot be looked at yet;

@@ -93,7 +93,7 @@ private:
         bool pending = false;   ///< there was something to decide on when it was received
         bool unanswered = false;
         bool wrote = false;
-        bool done = false;   ///< as the device's process says
+        bool done = false; ///< as the device's process says
         bool disturbed = false;
         std::optional<Database> before;
         std::string after;
