@@ -93,7 +93,8 @@ private:
         bool pending = false;   ///< there was something to decide on when it was received
         bool unanswered = false;
         bool wrote = false;
-        bool done = false; ///< as the device's process says
+        bool done = false;   ///< as the device's process says
+        bool untold = false; ///< its values were there when the process ended that it was sent to
         bool disturbed = false;
         std::optional<Database> before;
         std::string after;
@@ -104,7 +105,7 @@ private:
 
     int lastChange() const;
     void enter(agent::ChangeState next, const agent::Snapshot& snapshot);
-    void checkValues(const Set& set);
+    bool valuesAreThere(const Set& set) const;
     void valuesMayHaveChanged();
     void disturb(agent::Table table);
     std::string contentOf(agent::Table table, const Record& row, const Change* change) const;
