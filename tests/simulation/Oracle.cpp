@@ -159,9 +159,8 @@ bool Oracle::valuesAreThere(const Set& set) const {
     std::map<Place, agent::Value> wanted; // of several for one object the last counts
     for (const agent::Change& change : set.request.changes)
         wanted[{change.object, change.row}] = change.value;
-    return std::all_of(wanted.begin(), wanted.end(), [&now](const auto& each) {
-        return now.at(each.first) == each.second;
-    });
+    return std::all_of(wanted.begin(), wanted.end(),
+                       [&now](const auto& each) { return now.at(each.first) == each.second; });
 }
 
 void Oracle::unanswered(std::uint64_t id) {

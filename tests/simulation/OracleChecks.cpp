@@ -242,6 +242,8 @@ void Oracle::checkBridges() {
                     lan->id() + 1 != row.id() && !mayBeApart(*lan, row))
                     fail("the members of a bridge are apart: " + lan->text() + ", " + row.text());
                 lan = isLan ? &row : nullptr;
+            } else if (lan != nullptr && lan->cells[1].text == row.cells[1].text) {
+                lan = nullptr; // its neighbour has become somebody else's
             }
         }
     }
