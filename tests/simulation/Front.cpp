@@ -138,7 +138,7 @@ void Front::finish() {
 
 void Front::answer(ErrorStatus error) {
     const auto before = m_answers.find(m_current->identity);
-    if (before != m_answers.end() && m_machine.now() - before->second.when < kSameAnswer &&
+    if (before != m_answers.end() && m_current->came - before->second.when < kSameAnswer &&
         !m_current->request.restFails) {
         ++m_oracle.seen["a repeated request got its answer"];
         if (before->second.error != error)
