@@ -41,8 +41,10 @@ void Oracle::received(const agent::Message& message) {
 
 void Oracle::sent(const agent::Message& message) {
     if (const auto* result = std::get_if<agent::SetResult>(&message)) {
-        m_waiting.erase(std::remove(m_waiting.begin(), m_waiting.end(), result->id),
-                        m_waiting.end());
+        const auto waited = std::remove(m_waiting.begin(), m_waiting.end(), result->id);
+        if (waited == m_waiting.end())
+            m_asksBack = false; // the set has had its result: this is that of taking it back
+        m_waiting.erase(waited, m_waiting.end());
         if (result->outcome == agent::Outcome::late)
             ++seen["a set was late"];
         Set& set = m_sets[result->id];
