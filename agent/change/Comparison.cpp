@@ -109,8 +109,18 @@ bool Comparison::isLeft(Table table, Trail& trail, const Standing& standing) {
 /// Whether others have renamed a row that the change has added, or put one of theirs in its place:
 /// only the first for a row of which nobody knows whether it was added at all.
 bool Comparison::isTheirs(Table table, const Trail& trail, const Standing& standing) const {
-    const auto row = m_now.find(table, trail.id);
-    if (row == m_now[table].end() || !row->fits(table) || isReplaced(table, trail))
+    const std::size_t subject = shapeOf(table).subject;
+    const std::size_t bridge = shapeOf(table).bridgeId;
+    const auto isOwnIn = [&](const Row& each, std::size_t column) {
+        return column == 0 || isOwn(table, trail, column, each.columns[column]);
+    };
+    const Rows& rows = m_now[table];
+    const auto row = std::find_if(rows.begin(), rows.end(), [&](const Row& each) {
+        if (trail.id != 0 || !each.fits(table))
+            return each.id() == trail.id;
+        return isNew(table, each) && isOwnIn(each, subject) && isOwnIn(each, bridge);
+    });
+    if (row == rows.end() || !row->fits(table) || isReplaced(table, trail))
         return false;
     const bool taken =
         std::any_of(standing.rows.begin(), standing.rows.end(), [row](const auto& each) {
@@ -118,8 +128,7 @@ bool Comparison::isTheirs(Table table, const Trail& trail, const Standing& stand
         });
     if (taken)
         return false;
-    const std::size_t subject = shapeOf(table).subject;
-    return trail.sure ? !trail.removed : isOwn(table, trail, subject, row->columns[subject]);
+    return trail.sure ? !trail.removed : isOwnIn(*row, subject);
 }
 
 /// Has the columns go back that still have one of the change's values.

@@ -148,9 +148,8 @@ void Oracle::answered(std::uint64_t id, agent::net::ErrorStatus error) {
     if (good && (confirms || (set.request.trial == seconds(0) && !set.request.changes.empty())))
         change.fate = Fate::stays;
     else if (!good && (set.wrote || confirms))
-        change.fate = m_machine.disk.wasUnwell || error == agent::net::ErrorStatus::undoFailed
-                          ? Fate::either // what is left then, nobody can know
-                          : Fate::goes;
+        change.fate = m_machine.disk.wasUnwell ? Fate::either // what is left, nobody can know
+                                               : Fate::goes;
 }
 
 /// Whether the rows hold what a set asks for, unless others were in the way.
