@@ -19,7 +19,7 @@ namespace {
 // clang-format off
 #define SET "6.1.5.1 i 77 6.1.2.4 i 1 3.1.0 s wan2 7.1.2.1 i 1"
 #define DO_IT "$real \"$@\""
-#define DISK_FULL "strace -f -qq -o trace.log -P $PWD/state/dev/change.journal.new -e inject=write:error=ENOSPC:when="
+#define DISK_FULL "strace -f --seccomp-bpf -qq -o trace.log -e trace=write -P $PWD/state/dev/change.journal.new -e inject=write:error=ENOSPC:when="
 
 const char* const kTrial = SET " 8.1.0 u 600";
 
