@@ -49,6 +49,8 @@ void Oracle::sent(const agent::Message& message) {
             ++seen["a set was late"];
         Set& set = m_sets[result->id];
         set.done = result->outcome == agent::Outcome::done;
+        if (result->outcome == agent::Outcome::late)
+            m_late = set.change; // is taken back, while the next set may wait
         if (set.done && !valuesAreThere(set))
             fail("a set is called made, but the rows don't say so");
         if (set.done && set.change >= 0)
@@ -79,6 +81,7 @@ void Oracle::processEnded() {
     m_state = ChangeState::idle; // until the next one tells otherwise
     m_counted = 0;
     m_restoreWrote = m_asksBack = false;
+    m_late = -1;
 }
 
 int Oracle::lastChange() const {
@@ -91,9 +94,12 @@ void Oracle::enter(ChangeState next, const agent::Snapshot& snapshot) {
         m_counted = snapshot.counters.rowsNotRestored;
         m_restored = m_state == ChangeState::pending   ? m_pending
                      : m_fresh                         ? m_leftBehind
+                     : m_late >= 0                     ? m_late
                      : m_waiting.empty() || m_asksBack ? lastChange()
                                                        : m_sets[m_waiting.front()].change;
     }
+    if (next != ChangeState::idle)
+        m_late = -1;
     if (next == ChangeState::pending && m_state != ChangeState::pending && !m_waiting.empty())
         m_pending = m_sets[m_waiting.front()].change; // none when there was nothing to do
     m_fresh = false;

@@ -133,6 +133,7 @@ private:
     std::uint64_t m_incarnation = 0; ///< of the process
     int m_pending = -1;      ///< the change on trial; below 0 for one that had nothing to do
     int m_restored = -1;     ///< the one that is taken back; likewise
+    int m_late = -1;         ///< of a set that was late, until it is taken back
     int m_leftBehind = -1;   ///< by the process before, if it has left any
     bool m_asksBack = false; ///< somebody who takes a set back that was made
     bool m_fresh = true;     ///< the process has told nothing so far
