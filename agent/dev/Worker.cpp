@@ -142,8 +142,9 @@ bool Worker::workIsDue() {
     if (m_stopNow)
         return false;
     const auto now = m_system.now();
-    // A set waits until everything has been read once.
-    const bool hasJob = !m_jobs.empty() && (m_board.next.complete || m_stopping);
+    // A set waits until everything has been read once; to take one back reads what it needs.
+    const bool hasJob = !m_jobs.empty() && (m_board.next.complete || m_stopping ||
+                                            std::holds_alternative<TakeBack>(m_jobs.front()));
     // What is due gets its turn after each job: a taken-over network process can send jobs without
     // end.
     if (hasJob && !std::exchange(m_didJob, true)) {

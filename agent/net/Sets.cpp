@@ -202,13 +202,16 @@ void Sets::take(const Hello& hello) {
     if (hello.incarnation == m_incarnation)
         return;
     m_incarnation = hello.incarnation;
-    if (const auto late = std::exchange(m_late, 0); late != 0 && late == hello.made)
-        m_link.send(TakeBack{late, m_incarnation}); // the process before has not done it
+    if (m_late.count(hello.made) != 0)
+        m_link.send(TakeBack{hello.made, m_incarnation}); // the process before has not done it
+    m_late.clear();
     if (waits())
         judge(hello);
 }
 
 void Sets::take(const SetResult& result) {
+    if (result.outcome != Outcome::done) // it moves, and has come as far as that
+        m_late.erase(m_late.begin(), m_late.upper_bound(result.id));
     if (waits() && result.id == m_set->id)
         end(result);
 }
@@ -245,7 +248,7 @@ void Sets::checkTime() {
     // set, or yet make it, it is told what the manager is.
     if (m_state == State::performing)
         m_link.send(TakeBack{m_set->id, m_incarnation});
-    m_late = m_set->id;
+    m_late.insert(m_set->id);
     end({m_set->id, Outcome::late, Reason::failed, 0});
 }
 

@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <set>
 
 namespace agent::net {
 
@@ -111,9 +112,9 @@ private:
     ManagerRequest m_request;
     std::optional<SetRequest> m_set;
     bool m_sent = false;
-    bool m_made = false;        ///< as the next process says, which has yet to read the device
-    std::uint64_t m_late = 0;   ///< the last set whose wait ended before its result came
-    Clock::time_point m_giveUp; ///< when the device's process must have answered
+    bool m_made = false;            ///< as the next process says, which has yet to read the device
+    std::set<std::uint64_t> m_late; ///< sets that may be made all the same
+    Clock::time_point m_giveUp;     ///< when the device's process must have answered
     Answer m_answer;
 };
 

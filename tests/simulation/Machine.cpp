@@ -267,7 +267,12 @@ bool Machine::Door::remove(const std::string& name) {
 
 bool Machine::Door::rename(const std::string& name, const std::string& newName) {
     ++m.m_operations;
-    return agent::renameFile(Disk::kFolder + name, Disk::kFolder + newName);
+    const bool renamed = agent::renameFile(Disk::kFolder + name, Disk::kFolder + newName);
+    if (const auto frozen = std::exchange(m.killsOnceKept, std::nullopt); frozen && !m.m_killed) {
+        m.pass(*frozen);
+        m.kill();
+    }
+    return renamed;
 }
 
 std::optional<agent::FileState> Machine::Door::watchedFile() {

@@ -74,6 +74,9 @@ public:
     agent::Clock::duration timeOfWait{
         -1};     ///< that the wait of this step takes; below 0: as it likes
     void kill(); ///< the device's process
+    /// Kills it once it has put a file aside, which tells that a set stays; after it was frozen for
+    /// this time.
+    std::optional<seconds> killsOnceKept;
     void askToStop() { m_stops = true; }
     void restart(); ///< it begins anew, or the machine does
     void forgetPackets();

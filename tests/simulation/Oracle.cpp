@@ -23,7 +23,9 @@ void Oracle::fail(const std::string& what) {
 // ------------------------------------------------------------------------ the device's process
 
 void Oracle::received(const agent::Message& message) {
-    m_asksBack = m_asksBack || std::holds_alternative<agent::TakeBack>(message);
+    if (const auto* back = std::get_if<agent::TakeBack>(&message))
+        if (back->incarnation == m_incarnation) // else it drops it
+            m_asksBack = back->id;
     const auto* request = std::get_if<agent::SetRequest>(&message);
     if (request == nullptr)
         return;
@@ -43,13 +45,14 @@ void Oracle::sent(const agent::Message& message) {
     if (const auto* result = std::get_if<agent::SetResult>(&message)) {
         const auto waited = std::remove(m_waiting.begin(), m_waiting.end(), result->id);
         if (waited == m_waiting.end())
-            m_asksBack = false; // the set has had its result: this is that of taking it back
+            m_asksBack.reset(); // the set has had its result: this is that of taking it back
         m_waiting.erase(waited, m_waiting.end());
         if (result->outcome == agent::Outcome::late)
             ++seen["a set was late"];
         Set& set = m_sets[result->id];
         set.done = result->outcome == agent::Outcome::done;
-        if (result->outcome == agent::Outcome::late)
+        if (result->outcome == agent::Outcome::late && set.wrote &&
+            m_state != ChangeState::restoring)
             m_late = set.change; // is taken back, while the next set may wait
         if (set.done && !valuesAreThere(set))
             fail("a set is called made, but the rows don't say so");
@@ -59,6 +62,8 @@ void Oracle::sent(const agent::Message& message) {
             set.after = m_machine.database.meaning();
     } else if (const auto* hello = std::get_if<agent::Hello>(&message)) {
         m_incarnation = hello->incarnation;
+        if (m_machine.disk.broken || m_machine.disk.folderGone)
+            nobodyAsksBack();
     } else if (const auto* snapshot = std::get_if<agent::Snapshot>(&message)) {
         if (m_refreshes.empty() || snapshot->refreshed > m_refreshes.back())
             m_refreshes.push_back(snapshot->refreshed);
@@ -80,8 +85,18 @@ void Oracle::processEnded() {
     m_fresh = true;
     m_state = ChangeState::idle; // until the next one tells otherwise
     m_counted = 0;
-    m_restoreWrote = m_asksBack = false;
+    m_restoreWrote = false;
+    m_asksBack.reset();
     m_late = -1;
+}
+
+/// A set that was answered late, and made all the same, stays: the network's process has ended, or
+/// the device's could not see as it began what the one before had made.
+void Oracle::nobodyAsksBack() {
+    for (Change& change : m_changes)
+        if (change.fate == Fate::goes && !change.restored &&
+            !m_machine.disk.has("/simulated/change.journal"))
+            change.fate = Fate::either;
 }
 
 int Oracle::lastChange() const {
@@ -92,11 +107,12 @@ int Oracle::lastChange() const {
 void Oracle::enter(ChangeState next, const agent::Snapshot& snapshot) {
     if (next == ChangeState::restoring && m_state != ChangeState::restoring) {
         m_counted = snapshot.counters.rowsNotRestored;
-        m_restored = m_state == ChangeState::pending   ? m_pending
-                     : m_fresh                         ? m_leftBehind
-                     : m_late >= 0                     ? m_late
-                     : m_waiting.empty() || m_asksBack ? lastChange()
-                                                       : m_sets[m_waiting.front()].change;
+        m_restored = m_state == ChangeState::pending ? m_pending
+                     : m_fresh                       ? m_leftBehind
+                     : m_late >= 0                   ? m_late
+                     : m_asksBack                    ? m_sets[*m_asksBack].change
+                     : m_waiting.empty()             ? lastChange()
+                                                     : m_sets[m_waiting.front()].change;
     }
     if (next != ChangeState::idle)
         m_late = -1;

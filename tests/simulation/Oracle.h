@@ -22,6 +22,7 @@ public:
     void received(const agent::Message& message);
     void sent(const agent::Message& message);
     void processEnded();
+    void nobodyAsksBack();
     Writer writer();
 
     // What managers are told.
@@ -30,7 +31,9 @@ public:
     void shown(const Place& place, const agent::Value& value, Time refreshed);
 
     /// Whether the agent has nothing left to do.
-    bool isIdle() const { return m_state == agent::ChangeState::idle && m_waiting.empty(); }
+    bool isIdle() const {
+        return m_state == agent::ChangeState::idle && m_waiting.empty() && !m_asksBack;
+    }
     agent::ChangeState state() const { return m_state; }
 
     /// Checks what has to hold once nothing is left to do.
@@ -131,12 +134,12 @@ private:
     std::vector<std::uint64_t> m_waiting; ///< taken in by the process, without a result so far
     std::vector<Change> m_changes;
     std::uint64_t m_incarnation = 0; ///< of the process
-    int m_pending = -1;      ///< the change on trial; below 0 for one that had nothing to do
-    int m_restored = -1;     ///< the one that is taken back; likewise
-    int m_late = -1;         ///< of a set that was late, until it is taken back
-    int m_leftBehind = -1;   ///< by the process before, if it has left any
-    bool m_asksBack = false; ///< somebody who takes a set back that was made
-    bool m_fresh = true;     ///< the process has told nothing so far
+    int m_pending = -1;    ///< the change on trial; below 0 for one that had nothing to do
+    int m_restored = -1;   ///< the one that is taken back; likewise
+    int m_late = -1;       ///< of a set that was late, until it is taken back
+    int m_leftBehind = -1; ///< by the process before, if it has left any
+    std::optional<std::uint64_t> m_asksBack; ///< a set that was made, and is to be taken back
+    bool m_fresh = true;                     ///< the process has told nothing so far
     agent::ChangeState m_state = agent::ChangeState::idle;
     std::uint32_t m_counted = 0; ///< rows that were left alone, as the process tells
     bool m_restoreWrote = false; ///< the process, to take something back

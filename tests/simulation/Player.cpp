@@ -147,6 +147,7 @@ void Player::runNetwork() {
 }
 
 void Player::killNetwork() {
+    m_oracle.nobodyAsksBack();
     m_front.reset();
     m_networkWaits = m_machine.now() + kRestart;
 }
@@ -320,7 +321,10 @@ void Player::fireFault(const Event& event) {
         m_machineEnds = true;
         [[fallthrough]];
     case What::killDevice:
-        m_machine.kill();
+        if (event.what == What::killDevice && number % 4 == 0)
+            m_machine.killsOnceKept = seconds(number % 8 == 0 ? 20 : 0);
+        else
+            m_machine.kill();
         break;
     case What::killNetwork:
         killNetwork();
@@ -364,6 +368,7 @@ void Player::heal() {
     m_machine.lockedUntil = {};
     m_machine.clientTime = milliseconds(m_history.clientTime);
     m_machine.nextClient = ClientFault::none;
+    m_machine.killsOnceKept.reset();
     m_machine.lineFails = false;
     m_machine.disk.full = m_machine.disk.broken = m_machine.disk.folderGone = false;
     m_networkWaits = std::min(m_networkWaits, m_machine.now() + kRestart);
