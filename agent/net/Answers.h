@@ -2,7 +2,8 @@
 
 #include "agent/net/ManagerRequest.h"
 
-#include <deque>
+#include <cstddef>
+#include <list>
 #include <optional>
 #include <string>
 
@@ -13,7 +14,14 @@ namespace agent::net {
 /// not be made twice.
 class Answers {
 public:
-    void remember(const ManagerRequest& request, const Answer& answer, Clock::time_point now);
+    /// Makes room for one more, for which those to sets that were refused before anything happened
+    /// may be forgotten, the oldest first.
+    /// @return whether there is room; else a set had better not be made
+    bool makeRoom(const ManagerRequest& request);
+
+    /// @param asked  whether the device's process was asked for the set: it may have been made
+    void remember(const ManagerRequest& request, const Answer& answer, Clock::time_point now,
+                  bool asked);
 
     /// The answer to the same request, given within the minute before this one; nothing without
     /// one.
@@ -32,8 +40,14 @@ private:
         std::string identity;
         Answer answer;
         Clock::time_point when;
+        bool asked;
     };
-    std::deque<Entry> m_entries; ///< in order of time
+    using Entries = std::list<Entry>;
+
+    Entries::iterator erase(Entries::iterator entry);
+
+    Entries m_entries; ///< in order of time
+    std::size_t m_bytes = 0;
 };
 
 } // namespace agent::net

@@ -96,7 +96,7 @@ void Sets::begin(ManagerRequest request) {
         enter(State::checked);
         return;
     }
-    m_answers.remember(m_request, m_answer, m_system.now());
+    m_answers.remember(m_request, m_answer, m_system.now(), false);
     m_log.end("refused: nothing has changed", m_answer.error);
     enter(State::failed);
 }
@@ -110,7 +110,11 @@ Answer Sets::check() {
             return {error, place};
         ++place;
     }
-    return {checkTrial(), 0};
+    if (const ErrorStatus error = checkTrial(); error != ErrorStatus::noError)
+        return {error, 0};
+    // Its answer could not be kept, so that its repetition would be made once more.
+    return {m_answers.makeRoom(m_request) ? ErrorStatus::noError : ErrorStatus::resourceUnavailable,
+            0};
 }
 
 ErrorStatus Sets::check(const Assignment& assignment, std::size_t place) {
@@ -266,7 +270,7 @@ void Sets::end(const SetResult& result) {
         return;
     }
     m_answer = {errorOf(result), result.place};
-    m_answers.remember(m_request, m_answer, m_system.now());
+    m_answers.remember(m_request, m_answer, m_system.now(), m_sent);
     m_log.end(*m_set, result);
     enter(m_answer.error == ErrorStatus::noError ? State::made : State::failed);
 }

@@ -48,7 +48,7 @@ protected:
         sets.take(snapshot, snapshots.take(snapshot).get());
     }
 
-    void begin(const std::string& identity = "first") {
+    void begin(const std::string& identity = "first", ErrorStatus error = ErrorStatus::noError) {
         const Instance& instance =
             *std::find_if(snapshots.newest().instances.begin(), snapshots.newest().instances.end(),
                           [](const Instance& each) {
@@ -58,7 +58,20 @@ protected:
                     identity,
                     identity,
                     machine.now(),
-                    {{instance.name, instance.object, Value{1, ""}, ErrorStatus::noError}}});
+                    {{instance.name, instance.object, Value{1, ""}, error}}});
+    }
+
+    /// From its check to its answer.
+    ErrorStatus make(const std::string& identity) {
+        begin(identity);
+        if (sets.answer().error == ErrorStatus::noError)
+            sets.commit();
+        if (sets.waits())
+            sets.take(SetResult{std::get<SetRequest>(machine.sent.back()).id, Outcome::done,
+                                Reason::none, 0});
+        const ErrorStatus error = sets.answer().error;
+        sets.release(error != ErrorStatus::noError);
+        return error;
     }
 
     const Options options;
@@ -88,6 +101,30 @@ TEST_F(SetsTest, BreaksOffWhereItsStateDoesNotHold) {
     sets.commit();
     EXPECT_THROW(begin("another manager's"), BrokenInvariant);
     EXPECT_THROW(sets.commit(), BrokenInvariant);
+}
+
+TEST_F(SetsTest, IsNotMadeAgainHoweverManyCameBetween) {
+    const std::string much(100000, '.');
+    EXPECT_EQ(ErrorStatus::noError, make("first"));
+    for (int i = 0; i < 1000; ++i)
+        EXPECT_EQ(ErrorStatus::noError, make(std::to_string(i)));
+    int made = 0;
+    while (made < 1000 && make(much + std::to_string(made)) == ErrorStatus::noError)
+        ++made;
+    EXPECT_GT(1000, made); // memory has a bound, at which nothing more is made
+    const std::size_t sent = machine.sent.size();
+    EXPECT_EQ(ErrorStatus::resourceUnavailable, make(much + "another"));
+    EXPECT_EQ(ErrorStatus::noError, make("first"));
+    EXPECT_EQ(sent, machine.sent.size());
+
+    machine.pass(seconds(60));
+    show();
+    sets.forgetAnswers(machine.now());
+    for (int i = 0; i < 100; ++i) { // a manager that is mistaken keeps no other from sets
+        begin(much + std::to_string(i), ErrorStatus::wrongValue);
+        sets.release(true);
+    }
+    EXPECT_EQ(ErrorStatus::noError, make(much + "another"));
 }
 
 /// Lines that have a text, of those that are logged meanwhile.
