@@ -15,6 +15,17 @@ namespace agent::net {
 
 namespace {
 
+/// Of the sets that wait: hundreds of single values, or several times all that can be set.
+constexpr std::size_t kMostBytes = 1 << 20;
+
+/// What a request's variables take in memory. The toolkit has them twice.
+std::size_t sizeOf(const netsnmp_pdu& request) {
+    std::size_t size = 0;
+    for (const auto* each = request.variables; each != nullptr; each = each->next_variable)
+        size += 2 * (sizeof *each + each->val_len);
+    return size;
+}
+
 /// Whether the connection that a request came over is closed. To be asked before the toolkit's next
 /// round, which forgets the connection and may put another one in its place.
 bool hasHungUp(const netsnmp_agent_session& asked) {
@@ -57,12 +68,20 @@ bool HeldRequests::release() {
     const auto before = std::exchange(m_kept, {});
     netsnmp_processing_set = nullptr;
     const bool dropped = dropDelegated();
+    std::size_t size = 0;
     for (auto** place = &netsnmp_agent_queued_list; *place != nullptr;) {
         netsnmp_agent_session* const kept = *place;
-        if (hasHungUp(*kept)) {
+        const bool isSet = kept->pdu->command == SNMP_MSG_SET;
+        // One too many gets no answer, as if it were lost: it may repeat one that waits, whose
+        // manager would take an error for its end.
+        const bool tooMany = isSet && size >= kMostBytes;
+        if (tooMany)
+            m_lines.log(now, LOG_WARNING, "a set is dropped, since too many others wait");
+        if (tooMany || hasHungUp(*kept)) {
             *place = kept->next;
             free_agent_snmp_session(kept);
-        } else if (kept->pdu->command == SNMP_MSG_SET) {
+        } else if (isSet) {
+            size += sizeOf(*kept->pdu);
             const auto came = before.find(kept);
             m_kept[kept] = came == before.end() ? now : came->second;
             place = &kept->next;

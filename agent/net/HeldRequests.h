@@ -1,5 +1,6 @@
 #pragma once
 
+#include "agent/Log.h"
 #include "agent/system/System.h"
 
 #include <net-snmp/net-snmp-config.h>
@@ -14,8 +15,9 @@ namespace agent::net {
 
 /// The requests that wait while a set is performed: the set's own, and the sets behind it.
 ///
-/// Left alone, the toolkit would keep every request until the set is done: gets too, and those of
-/// managers that have disconnected. Its queue has no interface, so this reaches into it.
+/// Left alone, the toolkit would keep every request until the set is done: gets too, those of
+/// managers that have disconnected, and sets without end. Its queue has no interface, so this
+/// reaches into it.
 class HeldRequests {
 public:
     explicit HeldRequests(const System& system) : m_system(system) {}
@@ -40,7 +42,8 @@ public:
     bool hasDelegated() const { return m_delegated != nullptr; }
 
     /// To be called between two rounds of the toolkit: has it handle the gets that it has kept, and
-    /// drops the requests of managers that have disconnected.
+    /// drops the requests of managers that have disconnected, and the newest sets when too many
+    /// wait.
     /// @return whether the request that is set aside was dropped
     bool release();
 
@@ -57,6 +60,7 @@ private:
     const System& m_system;
     netsnmp_delegated_cache* m_delegated = nullptr;
     std::map<const netsnmp_agent_session*, Clock::time_point> m_kept; ///< and when they came
+    LineLimit m_lines; ///< about sets that are dropped
 };
 
 } // namespace agent::net

@@ -123,6 +123,11 @@ TEST(Field, NoGetWaitsForASet) {
         other.send(portOf(site), request);
         EXPECT_NE("", other.receive(60000));
     }
+    EXPECT_TRUE(soon([&] { // nor does what waits grow without end
+        for (int sets = 0; sets < 50; ++sets)
+            impatient.send(portOf(site), set);
+        return site.run("grep -c 'too many others wait' agent.log") != "0\n";
+    }));
     EXPECT_EQ("32\n", site.sql("SELECT Vci FROM Atm WHERE Id=1"));
     site.release("hold");
     site.release("held");
