@@ -60,6 +60,11 @@ std::string printable(std::string text, std::size_t length) {
 }
 
 void LineLimit::log(Time now, int priority, const std::string& text, const char* file, int line) {
+    if (!leavesOut(now, file, line))
+        writeLine(priority, text, file, line);
+}
+
+bool LineLimit::leavesOut(Time now, const char* file, int line) {
     if (now >= m_end) {
         if (m_lines > kLines)
             writeLine(LOG_WARNING,
@@ -69,8 +74,7 @@ void LineLimit::log(Time now, int priority, const std::string& text, const char*
         m_end = now + kPeriod;
         m_lines = 0;
     }
-    if (++m_lines <= kLines)
-        writeLine(priority, text, file, line);
+    return ++m_lines > kLines;
 }
 
 LimitedLog::LimitedLog(LineLimit& limit, LineLimit::Time now) : m_limit(limit), m_now(now) {
@@ -82,7 +86,9 @@ LimitedLog::~LimitedLog() {
 }
 
 bool wantsLine(int priority) {
-    return !quiet && (priority <= LOG_WARNING || trace);
+    if (quiet || priority > LOG_WARNING)
+        return !quiet && trace;
+    return limited == nullptr || !limited->leavesOut();
 }
 
 QuietLibrary::QuietLibrary() {

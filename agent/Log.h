@@ -32,12 +32,16 @@ public:
     void log(Time now, int priority, const std::string& text, const char* file = __builtin_FILE(),
              int line = __builtin_LINE());
 
+    /// Counts a line that somebody else is about to write. @return whether it is to be left out
+    bool leavesOut(Time now, const char* file = __builtin_FILE(), int line = __builtin_LINE());
+
 private:
     Time m_end;
     int m_lines = 0;
 };
 
-/// Has all that log() is given pass a limit, while it exists.
+/// Has all that log() is given pass a limit while it exists, and warnings of the library. A line
+/// that must not be left out with the others has a LineLimit of its own.
 class LimitedLog {
 public:
     LimitedLog(LineLimit& limit, LineLimit::Time now);
@@ -48,6 +52,7 @@ public:
     void log(int priority, const std::string& text, const char* file, int line) {
         m_limit.log(m_now, priority, text, file, line);
     }
+    bool leavesOut() { return m_limit.leavesOut(m_now); }
 
 private:
     LineLimit& m_limit;

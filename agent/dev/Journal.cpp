@@ -1,7 +1,5 @@
 #include "agent/dev/Journal.h"
 
-#include "agent/Log.h"
-
 #include <cerrno>
 #include <cstring>
 #include <string>
@@ -24,7 +22,7 @@ bool Journal::failed(const std::string& what) {
     if (const auto now = m_system.now(); line != m_told || now >= m_tell) {
         m_told = line;
         m_tell = now + kTell;
-        log(LOG_ERR, line);
+        m_lines.log(now, LOG_ERR, line);
     }
     return false;
 }
@@ -39,8 +37,9 @@ bool Journal::load(std::optional<Entry>& entry) {
     m_there = entry.has_value();
     if (!text || entry)
         return true;
-    log(LOG_ERR, std::string(kFile) + " is damaged or of another version: a change may be half " +
-                     "done; kept as " + kAside);
+    m_lines.log(m_system.now(), LOG_ERR,
+                std::string(kFile) + " is damaged or of another version: a change may be half " +
+                    "done; kept as " + kAside);
     m_damaged = true;
     if (!m_system.rename(kFile, kAside))
         failed("keep aside");

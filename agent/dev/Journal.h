@@ -1,5 +1,6 @@
 #pragma once
 
+#include "agent/Log.h"
 #include "agent/change/JournalText.h"
 #include "agent/system/System.h"
 
@@ -44,6 +45,7 @@ private:
     bool m_there = false;
     std::string m_told;       ///< the last line about a failure
     Clock::time_point m_tell; ///< and when to log it again
+    LineLimit m_lines;        ///< which are never left out with others
 };
 
 } // namespace agent::dev

@@ -238,7 +238,8 @@ bool Undo::restore() {
         m_retry = now + kRetry;
         if (now >= m_tell) {
             m_tell = now + kTell;
-            log(LOG_WARNING, "a change cannot be taken back yet; it is tried again until it can");
+            m_lines.log(now, LOG_WARNING,
+                        "a change cannot be taken back yet; it is tried again until it can");
         }
         return false;
     }

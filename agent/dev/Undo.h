@@ -1,5 +1,6 @@
 #pragma once
 
+#include "agent/Log.h"
 #include "agent/dev/Journal.h"
 #include "agent/dev/Refresh.h"
 
@@ -94,6 +95,7 @@ private:
     std::optional<int> m_leftAlone; ///< rows, once all others are back and only the journal is left
     Clock::time_point m_retry;      ///< when to try again
     Clock::time_point m_tell;       ///< when to log again that it can't be taken back yet
+    LineLimit m_lines;              ///< about that, which are never left out with others
     std::uint64_t m_last = 0;       ///< the last set that was made
     Record m_lastRecord;            ///< and how to take it back
 };

@@ -155,7 +155,7 @@ bool Worker::workIsDue() {
     }
     m_didJob = false;
     if (m_undo.state() == ChangeState::restoring && (m_stopping || now >= m_undo.due())) {
-        if (!m_undo.step() && m_stopping)
+        if (!stepUndo() && m_stopping)
             m_stopNow = true;
         return true;
     }
@@ -165,7 +165,7 @@ bool Worker::workIsDue() {
 /// Does one thing whose time has come. @return whether there was any
 bool Worker::keepUp(Clock::time_point now) {
     if (now >= m_undo.due())
-        m_undo.step();
+        stepUndo();
     else if (m_refresh.lookIsDue(now))
         m_refresh.look();
     else if (m_refresh.stepIsDue(now))
@@ -173,6 +173,11 @@ bool Worker::keepUp(Clock::time_point now) {
     else
         return false;
     return true;
+}
+
+bool Worker::stepUndo() {
+    const LimitedLog limited(m_jobLines, m_system.now());
+    return m_undo.step();
 }
 
 void Worker::doJob(Job job) {

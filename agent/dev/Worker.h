@@ -33,6 +33,7 @@ private:
     void stopNow();
     bool workIsDue();
     bool keepUp(Clock::time_point now);
+    bool stepUndo();
     void doJob(Job job);
 
     const Options& m_options;
@@ -48,7 +49,8 @@ private:
     Changer m_changer;
 
     std::deque<Job> m_jobs;
-    LineLimit m_jobLines;             ///< about jobs, which could be asked for without end
+    LineLimit m_jobLines;             ///< about jobs, which could be asked for without end, and
+                                      ///< about taking back what they have changed
     bool m_didJob = false;            ///< just now
     Transaction* m_running = nullptr; ///< the set under way
     bool m_stopping = false;

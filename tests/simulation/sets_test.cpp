@@ -157,44 +157,52 @@ TEST(Lines, OfWhatIsNotUnderstoodAreLimited) {
 }
 
 TEST(Lines, OfSetsThatAreTakenBackAreLimited) {
-    Quiet machine;
-    machine.options.foreground = true;
-    constexpr std::uint64_t kSets = 80; // on trial, and every other one takes it back
-    std::uint64_t asked = 0;
-    std::uint64_t incarnation = 0;
-    machine.onNetwork = [&] {
-        while (machine.network().receive())
-            ;
-    };
-    machine.onSent = [&](const Message& message) {
-        if (const auto* const hello = std::get_if<Hello>(&message))
-            incarnation = hello->incarnation;
-        const auto* const snapshot = std::get_if<Snapshot>(&message);
-        const auto* const result = std::get_if<SetResult>(&message);
-        if (result == nullptr && (asked != 0 || snapshot == nullptr || !snapshot->complete))
-            return;
-        EXPECT_TRUE(result == nullptr || result->outcome == Outcome::done) << asked;
-        if (asked == kSets)
-            return machine.askToStop();
-        SetRequest set{};
-        set.id = ++asked;
-        set.incarnation = incarnation;
-        set.deadline = machine.now() + seconds(4);
-        if (asked % 2 == 1) {
-            const auto object =
-                std::find_if(objects().begin(), objects().end(), [](const Object& each) {
-                    return each.label() == std::string("cvVlanEnabled");
-                });
-            set.changes = {{&*object, 1, {1, ""}, 0}};
-            set.trial = seconds(60);
-        } else {
-            set.verdict = Verdict::revert;
-        }
-        machine.network().send(pack(set));
-    };
-    EXPECT_EQ(20, countLines("taken back",
-                             [&] { dev::Worker(machine.options, machine.device()).run(); }));
-    EXPECT_EQ(kSets, asked);
+    const auto object = std::find_if(objects().begin(), objects().end(), [](const Object& each) {
+        return each.label() == std::string("cvVlanEnabled");
+    });
+    // On trial, and every other one takes that back; or each trial ends by itself, in a second.
+    for (const bool expires : {false, true}) {
+        Quiet machine;
+        machine.options.foreground = true;
+        const std::uint64_t kSets = expires ? 30 : 80;
+        std::uint64_t asked = 0;
+        std::uint64_t incarnation = 0;
+        bool restores = false;
+        machine.onNetwork = [&] {
+            while (machine.network().receive())
+                ;
+        };
+        machine.onSent = [&](const Message& message) {
+            if (const auto* const hello = std::get_if<Hello>(&message))
+                incarnation = hello->incarnation;
+            const auto* const snapshot = std::get_if<Snapshot>(&message);
+            const auto* const result = std::get_if<SetResult>(&message);
+            EXPECT_TRUE(result == nullptr || result->outcome == Outcome::done) << asked;
+            const bool before = restores;
+            if (snapshot != nullptr)
+                restores = snapshot->trial.state == ChangeState::restoring;
+            const bool next = expires ? before && !restores : result != nullptr;
+            if (!next && (asked != 0 || snapshot == nullptr || !snapshot->complete))
+                return;
+            if (asked == kSets)
+                return machine.askToStop();
+            SetRequest set{};
+            set.id = ++asked;
+            set.incarnation = incarnation;
+            set.deadline = machine.now() + seconds(4);
+            if (expires || asked % 2 == 1) {
+                set.changes = {{&*object, 1, {1, ""}, 0}};
+                set.trial = seconds(expires ? 1 : 60);
+            } else {
+                set.verdict = Verdict::revert;
+            }
+            machine.network().send(pack(set));
+        };
+        EXPECT_EQ(20, countLines("taken back",
+                                 [&] { dev::Worker(machine.options, machine.device()).run(); }))
+            << expires;
+        EXPECT_EQ(kSets, asked);
+    }
 }
 
 // Nor does one that keeps a job waiting hold up the end of a trial, or a stop.
