@@ -9,9 +9,11 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <memory>
 #include <thread>
 #include <utility>
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -55,27 +57,71 @@ const char* placeOf(const std::string& name) {
     return ofTheEngine ? kNet : nullptr;
 }
 
+using Folder = std::unique_ptr<DIR, int (*)(DIR*)>;
+
+/// @return null, with errno, where there is none
+Folder openFolder(int parent, const std::string& name, int flags) {
+    const int descriptor = openat(parent, name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | flags);
+    return {descriptor < 0 ? nullptr : fdopendir(descriptor), closedir};
+}
+
+/// Does something with each name in a folder, as long as it can. @return whether it always could
+template <class Do>
+bool forEach(const Folder& folder, Do what) {
+    for (;;) {
+        errno = 0;
+        const dirent* const each = readdir(folder.get());
+        if (each == nullptr)
+            return errno == 0;
+        if (const std::string name = each->d_name; name != "." && name != ".." && !what(name))
+            return false;
+    }
+}
+
+/// Removes a file, or a folder and all in it.
+bool removeAll(int parent, const std::string& name) {
+    if (unlinkat(parent, name.c_str(), 0) == 0)
+        return true;
+    if (errno != EISDIR)
+        return false;
+    const Folder folder = openFolder(parent, name, O_NOFOLLOW);
+    const auto remove = [&](const std::string& in) { return removeAll(dirfd(folder.get()), in); };
+    return folder && forEach(folder, remove) && unlinkat(parent, name.c_str(), AT_REMOVEDIR) == 0;
+}
+
+/// Moves a file, or a folder, to the place of one with its name.
+bool move(int from, int to, const std::string& name) {
+    const auto tryIt = [&] { return renameat(from, name.c_str(), to, name.c_str()) == 0; };
+    if (tryIt())
+        return true;
+    for (const int inTheWay : {ENOTEMPTY, EEXIST, ENOTDIR, EISDIR})
+        if (errno == inTheWay)
+            return removeAll(to, name) && tryIt();
+    return false;
+}
+
 /// Moves what an earlier version has left to where it is now. It was written last, whatever is
-/// there.
+/// there. Where root does that, these folders are other users', who may put a link in any place
+/// meanwhile: so each is opened once, and nothing in it is done by its path.
 /// @return what is wrong; empty when nothing is
 std::string takeOver(const std::string& path) {
+    const Folder state = openFolder(AT_FDCWD, path, 0);
+    const int from = state ? dirfd(state.get()) : -1;
+    const Folder net = openFolder(from, std::string(".") + kNet, O_NOFOLLOW);
+    const Folder dev = openFolder(from, std::string(".") + kDev, O_NOFOLLOW);
+    if (!state || !net || !dev)
+        return "cannot open the state folder " + problem(path);
     bool moved = false;
-    std::error_code failed;
-    for (const auto& file : fs::directory_iterator(path, failed)) {
-        const std::string name = file.path().filename();
+    const bool all = forEach(state, [&](const std::string& name) {
         const char* const place = placeOf(name);
-        if (place == nullptr)
-            continue;
-        const fs::path to = fs::path(path + place) / name;
-        if (file.is_directory(failed))
-            fs::remove_all(to, failed); // only an empty one would make room
-        if (std::rename(file.path().c_str(), to.c_str()) != 0)
-            return "cannot move " + problem(file.path());
-        moved = true;
-    }
-    if (failed ||
-        (moved && !(syncFolder(path + kDev) && syncFolder(path + kNet) && syncFolder(path))))
-        return "cannot take over the state folder " + problem(path);
+        moved = moved || place != nullptr;
+        return place == nullptr || move(from, dirfd((place == kNet ? net : dev).get()), name);
+    });
+    if (!all)
+        return "cannot move what an earlier version has left in " + problem(path);
+    for (const Folder* const each : {&net, &dev, &state})
+        if (moved && fsync(dirfd(each->get())) != 0)
+            return "cannot take over the state folder " + problem(path);
     return "";
 }
 

@@ -158,8 +158,10 @@ TEST(Journal, IsNotObeyedWhenItIsDamaged) {
     }
     // As it was it is obeyed, where earlier versions had it too.
     site.write("state/change.journal", journal);
+    site.run("mkdir -p state/new/one state/net/new/other state/dev/change.journal/in/the/way");
     site.startAlone(kQuiet);
     EXPECT_TRUE(soon([&] { return site.get("8.4.0") == IDLE; }));
+    EXPECT_EQ("one\n", site.run("ls state/net/new; ls state | grep -e new -e change"));
     EXPECT_EQ(before, site.sql(".dump"));
 }
 
