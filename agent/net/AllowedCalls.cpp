@@ -53,6 +53,8 @@ const std::vector<SystemCall> kAllowed = {
     {SCMP_SYS(getpeername), {}},
     {SCMP_SYS(getsockopt), {}},
     // Not what would outlive the process on the link to the device's, such as a packet filter.
+    // Sizes are for configurations that name some, and harmless on the link: the other end doesn't
+    // depend on them and takes no packet that is too long, and the next process sets its own.
     {SCMP_SYS(setsockopt), {is(1, SOL_SOCKET), is(2, SO_SNDBUF)}},
     {SCMP_SYS(setsockopt), {is(1, SOL_SOCKET), is(2, SO_RCVBUF)}},
     {SCMP_SYS(setsockopt), {is(1, SOL_SOCKET), is(2, SO_REUSEADDR)}},

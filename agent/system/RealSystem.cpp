@@ -21,6 +21,7 @@ namespace agent {
 namespace {
 
 constexpr const char* kCircuitList = "/proc/net/atm/pvc";
+constexpr int kLinkSize = 128 * 1024; ///< of an end's buffer; a message is shorter
 constexpr long kClockStep = 20000000; ///< nanoseconds; file times move on in steps below this
 
 bool isYoung(const struct stat& state) {
@@ -38,6 +39,8 @@ RealSystem::RealSystem(const Ends& ends, std::chrono::microseconds beat,
                        const std::string& stateFolder, const std::string& watchedFile,
                        int clientLock)
     : m_ends(ends), m_beat(beat), m_folder(stateFolder + "/"), m_clientLock(clientLock) {
+    // The process before may have been taken over, and have left its end next to no room.
+    setsockopt(ends.link, SOL_SOCKET, SO_SNDBUF, &kLinkSize, sizeof kLinkSize);
     if (!watchedFile.empty())
         m_watch.emplace(watchedFile);
 }
@@ -79,8 +82,9 @@ std::optional<std::string> RealSystem::receive() {
         recv(m_ends.link, nullptr, 0, MSG_PEEK | MSG_TRUNC | MSG_DONTWAIT); // its whole length
     if (size < 0)
         return std::nullopt;
-    std::string packet(static_cast<std::size_t>(size), '\0');
-    if (recv(m_ends.link, packet.data(), packet.size(), MSG_DONTWAIT) != size)
+    // One that is cut is not understood. A buffer can be made to hold much more.
+    std::string packet(static_cast<std::size_t>(std::min<ssize_t>(size, kLinkSize)), '\0');
+    if (recv(m_ends.link, packet.data(), packet.size(), MSG_DONTWAIT) < 0)
         return std::nullopt;
     return packet; // an empty one is taken out too
 }

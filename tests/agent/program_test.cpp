@@ -1,15 +1,19 @@
-// How the agent starts the device's programs.
+// How the agent starts the device's programs, and what it hears of its other process.
 
 #include "agent/system/CommandLine.h"
 #include "agent/system/Program.h"
+#include "agent/system/RealSystem.h"
 #include "agent/system/Spawn.h"
 
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
@@ -121,6 +125,27 @@ TEST(Program, LeavesNothingOfTheAgentsToAService) {
     const pid_t service = std::atoi(said.substr(signals.size()).c_str());
     ASSERT_LT(1, service);
     EXPECT_EQ(0, kill(service, SIGTERM));
+}
+
+TEST(Link, HasRoomWhateverTheProcessBeforeHasDone) {
+    int ends[2];
+    ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends));
+    const int none = 0;
+    ASSERT_EQ(0, setsockopt(ends[0], SOL_SOCKET, SO_SNDBUF, &none, sizeof none));
+    RealSystem next({ends[0], -1, -1}, std::chrono::seconds(1), ".", "");
+    RealSystem other({ends[1], -1, -1}, std::chrono::seconds(1), ".", "");
+    const std::string message(100000, '.');
+    next.send(message);
+    EXPECT_EQ(message, other.receive());
+    // More than a message has, where the system allows that.
+    const int much = 4000000;
+    setsockopt(ends[0], SOL_SOCKET, SO_SNDBUF, &much, sizeof much);
+    if (send(ends[0], std::string(1000000, '.').data(), 1000000, 0) > 0) {
+        EXPECT_GT(200000U, other.receive().value_or(message + message).size());
+    }
+    EXPECT_FALSE(other.receive());
+    close(ends[0]);
+    close(ends[1]);
 }
 
 } // namespace
