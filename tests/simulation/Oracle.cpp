@@ -25,7 +25,7 @@ void Oracle::fail(const std::string& what) {
 void Oracle::received(const agent::Message& message) {
     if (const auto* back = std::get_if<agent::TakeBack>(&message))
         if (back->incarnation == m_incarnation) // else it drops it
-            m_asksBack = back->id;
+            m_jobs.push_back({back->id, true});
     const auto* request = std::get_if<agent::SetRequest>(&message);
     if (request == nullptr)
         return;
@@ -38,15 +38,16 @@ void Oracle::received(const agent::Message& message) {
     if (request->verdict != agent::Verdict::notGiven && set.pending)
         set.change = m_pending;
     if (request->incarnation == m_incarnation) // else it drops it
-        m_waiting.push_back(request->id);
+        m_jobs.push_back({request->id, false});
 }
 
 void Oracle::sent(const agent::Message& message) {
     if (const auto* result = std::get_if<agent::SetResult>(&message)) {
-        const auto waited = std::remove(m_waiting.begin(), m_waiting.end(), result->id);
-        if (waited == m_waiting.end())
-            m_asksBack.reset(); // the set has had its result: this is that of taking it back
-        m_waiting.erase(waited, m_waiting.end());
+        // A set can be asked back before it has its own result, which comes first.
+        const auto job = std::find_if(m_jobs.begin(), m_jobs.end(),
+                                      [result](const Job& each) { return each.set == result->id; });
+        if (job != m_jobs.end())
+            m_jobs.erase(job);
         if (result->outcome == agent::Outcome::late)
             ++seen["a set was late"];
         Set& set = m_sets[result->id];
@@ -77,16 +78,15 @@ void Oracle::sent(const agent::Message& message) {
 void Oracle::processEnded() {
     m_leftBehind = m_state == ChangeState::pending     ? m_pending
                    : m_state == ChangeState::restoring ? m_restored
-                   : m_waiting.empty()                 ? lastChange()
-                                                       : m_sets[m_waiting.front()].change;
-    if (!m_waiting.empty())
-        m_sets[m_waiting.front()].untold = valuesAreThere(m_sets[m_waiting.front()]);
-    m_waiting.clear();
+                                                       : changeOfJob();
+    for (const Job& job : m_jobs)
+        if (!job.back)
+            m_sets[job.set].untold = valuesAreThere(m_sets[job.set]);
+    m_jobs.clear();
     m_fresh = true;
     m_state = ChangeState::idle; // until the next one tells otherwise
     m_counted = 0;
     m_restoreWrote = false;
-    m_asksBack.reset();
     m_late = -1;
 }
 
@@ -103,6 +103,11 @@ int Oracle::lastChange() const {
     return static_cast<int>(m_changes.size()) - 1;
 }
 
+/// The change that the process is at, or else was at last.
+int Oracle::changeOfJob() {
+    return m_jobs.empty() ? lastChange() : m_sets[m_jobs.front().set].change;
+}
+
 /// What the process says that its change is at.
 void Oracle::enter(ChangeState next, const agent::Snapshot& snapshot) {
     if (next == ChangeState::restoring && m_state != ChangeState::restoring) {
@@ -110,14 +115,12 @@ void Oracle::enter(ChangeState next, const agent::Snapshot& snapshot) {
         m_restored = m_state == ChangeState::pending ? m_pending
                      : m_fresh                       ? m_leftBehind
                      : m_late >= 0                   ? m_late
-                     : m_asksBack                    ? m_sets[*m_asksBack].change
-                     : m_waiting.empty()             ? lastChange()
-                                                     : m_sets[m_waiting.front()].change;
+                                                     : changeOfJob();
     }
     if (next != ChangeState::idle)
         m_late = -1;
-    if (next == ChangeState::pending && m_state != ChangeState::pending && !m_waiting.empty())
-        m_pending = m_sets[m_waiting.front()].change; // none when there was nothing to do
+    if (next == ChangeState::pending && m_state != ChangeState::pending && !m_jobs.empty())
+        m_pending = m_sets[m_jobs.front().set].change; // none when there was nothing to do
     m_fresh = false;
     m_state = next;
 }
@@ -125,9 +128,9 @@ void Oracle::enter(ChangeState next, const agent::Snapshot& snapshot) {
 Writer Oracle::writer() {
     if (m_state == ChangeState::restoring)
         return {Kind::restore, m_restored};
-    if (m_waiting.empty())
+    if (m_jobs.empty() || m_jobs.front().back)
         return {Kind::restore, -1}; // a read, else wrong
-    Set& set = m_sets[m_waiting.front()];
+    Set& set = m_sets[m_jobs.front().set];
     if (set.change < 0) {
         const bool joins = m_state == ChangeState::pending;
         if (!joins || m_pending < 0) {
@@ -231,8 +234,9 @@ void Oracle::disturb(Table table) {
     if (table == Table::bridge || shapeOf(table).bridgeId != 0)
         for (Change& change : m_changes)
             change.bridgesByOthers = true;
-    for (const std::uint64_t id : m_waiting)
-        m_sets[id].disturbed = true;
+    for (const Job& job : m_jobs)
+        if (!job.back)
+            m_sets[job.set].disturbed = true;
 }
 
 /// The name of a bridge, as it was before a change where one is given.
@@ -289,8 +293,8 @@ void Oracle::updated(Table table, const Record& row, std::size_t column, const C
     if (now.writer.kind == Kind::set) {
         Record was = row;
         was.cells[column] = before;
-        checkRead(was, m_sets[m_waiting.front()]);
-        m_sets[m_waiting.front()].wrote = true;
+        checkRead(was, m_sets[m_jobs.front().set]);
+        m_sets[m_jobs.front().set].wrote = true;
         if (change.added.count(row.serial) != 0)
             return void(change.own.emplace(table, row.text()));
         const bool byOthers = before.writer.kind == Kind::others;
@@ -329,7 +333,7 @@ void Oracle::inserted(Table table, const Record& row) {
         return fail("a row is inserted without a set");
     Change& change = m_changes[static_cast<std::size_t>(row.inserted.change)];
     if (row.inserted.kind == Kind::set) {
-        m_sets[m_waiting.front()].wrote = true;
+        m_sets[m_jobs.front().set].wrote = true;
         change.added[row.serial] = table;
         change.own.emplace(table, row.text());
         return;
@@ -387,8 +391,8 @@ void Oracle::removed(Table table, const Record& row, const Writer& writer) {
         return fail("a row is removed without a set");
     Change& change = m_changes[static_cast<std::size_t>(writer.change)];
     if (writer.kind == Kind::set) {
-        checkRead(row, m_sets[m_waiting.front()]);
-        m_sets[m_waiting.front()].wrote = true;
+        checkRead(row, m_sets[m_jobs.front().set]);
+        m_sets[m_jobs.front().set].wrote = true;
         const std::size_t subject = shapeOf(table).subject; // by another one it is another row
         if (change.added.count(row.serial) == 0 ||
             (subject != 0 && row.cells[subject].writer == kOthers)) {
@@ -438,6 +442,14 @@ std::vector<std::pair<Table, int>> Oracle::touchedRows() const {
     for (const auto& [serial, table] : change.added)
         if (const Record* row = live(table, serial))
             rows.emplace_back(table, row->id());
+    return rows;
+}
+
+std::vector<std::pair<Table, Record>> Oracle::removedRows() const {
+    std::vector<std::pair<Table, Record>> rows;
+    if (!m_changes.empty())
+        for (const Removed& removed : m_changes.back().removed)
+            rows.emplace_back(removed.table, removed.row);
     return rows;
 }
 

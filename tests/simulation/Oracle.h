@@ -31,9 +31,7 @@ public:
     void shown(const Place& place, const agent::Value& value, Time refreshed);
 
     /// Whether the agent has nothing left to do.
-    bool isIdle() const {
-        return m_state == agent::ChangeState::idle && m_waiting.empty() && !m_asksBack;
-    }
+    bool isIdle() const { return m_state == agent::ChangeState::idle && m_jobs.empty(); }
     agent::ChangeState state() const { return m_state; }
 
     /// Checks what has to hold once nothing is left to do.
@@ -48,6 +46,9 @@ public:
 
     /// Rows that the change under way has touched, for those who want to be in its way.
     std::vector<std::pair<agent::Table, int>> touchedRows() const;
+
+    /// Those that it has removed, as they were.
+    std::vector<std::pair<agent::Table, Record>> removedRows() const;
 
     void updated(agent::Table table, const Record& row, std::size_t column,
                  const Cell& before) override;
@@ -105,8 +106,13 @@ private:
     struct Death {
         Writer writer;
     };
+    struct Job {
+        std::uint64_t set;
+        bool back; ///< it is to be taken back; else made
+    };
 
     int lastChange() const;
+    int changeOfJob();
     void enter(agent::ChangeState next, const agent::Snapshot& snapshot);
     bool valuesAreThere(const Set& set) const;
     void valuesMayHaveChanged();
@@ -131,15 +137,14 @@ private:
     Machine& m_machine;
     std::string m_problem;
     std::map<std::uint64_t, Set> m_sets;
-    std::vector<std::uint64_t> m_waiting; ///< taken in by the process, without a result so far
+    std::vector<Job> m_jobs; ///< of the process, in its order, without a result so far
     std::vector<Change> m_changes;
     std::uint64_t m_incarnation = 0; ///< of the process
     int m_pending = -1;    ///< the change on trial; below 0 for one that had nothing to do
     int m_restored = -1;   ///< the one that is taken back; likewise
     int m_late = -1;       ///< of a set that was late, until it is taken back
     int m_leftBehind = -1; ///< by the process before, if it has left any
-    std::optional<std::uint64_t> m_asksBack; ///< a set that was made, and is to be taken back
-    bool m_fresh = true;                     ///< the process has told nothing so far
+    bool m_fresh = true;   ///< the process has told nothing so far
     agent::ChangeState m_state = agent::ChangeState::idle;
     std::uint32_t m_counted = 0; ///< rows that were left alone, as the process tells
     bool m_restoreWrote = false; ///< the process, to take something back

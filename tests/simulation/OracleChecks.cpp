@@ -195,7 +195,6 @@ int Oracle::leftAlone(int number) const {
 /// A change has been taken back, as the process says.
 void Oracle::restored(const agent::Snapshot& snapshot) {
     ++seen["a change was taken back"];
-    m_asksBack.reset();
     if (m_machine.disk.wasUnwell && !m_restoreWrote)
         return; // the process could not see for a while whether there was anything
     const int counted = static_cast<int>(snapshot.counters.rowsNotRestored - m_counted);

@@ -65,6 +65,16 @@ std::string columnAndValue(const Database& database, Table table, unsigned numbe
                 : " integer:" + std::to_string(number / 8 % 3));
 }
 
+/// All columns of a row but its Id, as the client takes them.
+std::string columnsOf(Table table, const Record& row) {
+    std::string text;
+    const auto& columns = agent::shapeOf(table).columns;
+    for (std::size_t i = 1; i < columns.size(); ++i)
+        text += " " + std::string(columns[i].name) + (columns[i].text ? " text:" : " integer:") +
+                row.cells[i].text;
+    return text;
+}
+
 } // namespace
 
 Player::Player(const History& history, std::function<void(const std::string&)> trace)
@@ -101,12 +111,11 @@ Result Player::play() {
     }
     if (m_oracle.problem().empty())
         m_oracle.checkAgainstLibrary();
-    const bool refused =
-        m_before && m_front && m_front->lastAnswer() == agent::net::ErrorStatus::commitFailed;
-    if (m_oracle.problem().empty() && refused &&
-        libraryMakes(*m_before, m_last.first, m_last.second))
-        m_oracle.fail(std::string("a set is refused that the library makes: ") +
-                      m_last.first.first->label());
+    for (const Probe& probe : m_probes)
+        if (m_oracle.problem().empty() && probe.error == agent::net::ErrorStatus::commitFailed &&
+            libraryMakes(probe.before, probe.assignment.first, probe.assignment.second))
+            m_oracle.fail(std::string("a set is refused that the library makes: ") +
+                          probe.assignment.first.first->label());
     return {m_oracle.problem(), m_machine.operations(), m_oracle.seen};
 }
 
@@ -266,7 +275,7 @@ void Player::fireOthers(const Event& event) {
     if (random() % 3 == 0) // one row goes, and another comes
         table = m_othersTable;
     if (random() % 4 == 0) // where an Id matters
-        table = Table::bridgeInterface;
+        table = random() % 2 == 0 ? Table::bridgeInterface : Table::bridge;
     if (!touched.empty() && event.what != What::othersInsert && random() % 3 != 0)
         std::tie(table, id) = touched[random() % touched.size()];
     else if (const Records& rows = m_machine.database[table]; !rows.empty())
@@ -287,7 +296,12 @@ void Player::fireOthers(const Event& event) {
     const bool names = event.what != What::othersInsert && !m_machine.disk.has(kJournal);
     const std::string what =
         columnAndValue(m_machine.database, table, static_cast<unsigned>(random()), names);
-    if (event.what == What::othersInsert) {
+    const auto removed = m_oracle.removedRows();
+    if (event.what == What::othersInsert && !removed.empty() && random() % 3 == 0) {
+        const auto& [from, row] =
+            removed[random() % removed.size()]; // what goes is put there again
+        others("insertkey " + std::string(agent::shapeOf(from).name) + columnsOf(from, row));
+    } else if (event.what == What::othersInsert) {
         if (!fixed)
             others("insertkey " + name + " " + what);
     } else if (event.what == What::othersRemove && !fixed) {
@@ -391,24 +405,24 @@ void Player::settle() {
     }
 }
 
-/// A set is made by then, whatever has happened before.
+/// A set is made by then, whatever has happened before, and then some of any kind.
 void Player::probe() {
+    constexpr std::size_t kProbes = 4;
     if (!m_front->isIdle())
         return;
     const bool made = m_front->lastAnswer() == agent::net::ErrorStatus::noError;
-    if (m_before) {
-        if (made)
-            m_before.reset();
+    if (!m_probes.empty())
+        m_probes.back().error = m_front->lastAnswer().value_or(agent::net::ErrorStatus::noError);
+    if (m_probes.size() == kProbes) {
         m_oracle.checkSettled();
         return end();
     }
     Request request;
     request.number = ++m_number;
-    if (m_probed && made) { // one more, of any kind
-        std::mt19937 random(static_cast<unsigned>(m_history.seed));
-        m_last = assignment(random, m_history.spread);
-        request.values.push_back(m_last);
-        m_before.emplace(m_machine.database);
+    if (!m_probes.empty() || (m_probed && made)) {
+        std::mt19937 random(static_cast<unsigned>(m_history.seed + m_probes.size()));
+        m_probes.push_back({m_machine.database, assignment(random, m_history.spread), {}});
+        request.values.push_back(m_probes.back().assignment);
         return m_front->ask(request);
     }
     if (m_machine.now() > m_by)

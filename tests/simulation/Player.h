@@ -62,8 +62,13 @@ private:
     bool m_machineEnds = false; ///< both processes and the link begin anew
     bool m_powerFails = false;
     bool m_probed = false;
-    std::optional<Database> m_before; ///< a set whose outcome the library tells
-    std::pair<Place, agent::Value> m_last;
+    /// A last set, and the database before it: its outcome has to be the library's.
+    struct Probe {
+        Database before;
+        std::pair<Place, agent::Value> assignment;
+        agent::net::ErrorStatus error;
+    };
+    std::vector<Probe> m_probes;
 };
 
 } // namespace simulation
