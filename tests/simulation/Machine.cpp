@@ -69,7 +69,7 @@ void Machine::kill() {
 }
 
 void Machine::restart() {
-    m_killed = m_stops = false;
+    m_killed = m_stops = lookFailed = false;
     m_program.reset();
 }
 
@@ -252,7 +252,9 @@ void Machine::Door::killProgram() {
 
 bool Machine::Door::load(const std::string& name, std::optional<std::string>& content) {
     ++m.m_operations;
-    return agent::loadFile(Disk::kFolder + name, content);
+    const bool looked = agent::loadFile(Disk::kFolder + name, content);
+    m.lookFailed = m.lookFailed || !looked;
+    return looked;
 }
 
 bool Machine::Door::store(const std::string& name, const std::string& content) {

@@ -69,7 +69,8 @@ public:
     Time lockedUntil{};
     milliseconds clientTime{3};
     ClientFault nextClient = ClientFault::none;
-    bool lied = false; ///< a client, at any time
+    bool lied = false;       ///< a client, at any time
+    bool lookFailed = false; ///< of the process: for a file, as it began or later
     bool lineFails = false;
     agent::Clock::duration timeOfWait{
         -1};     ///< that the wait of this step takes; below 0: as it likes

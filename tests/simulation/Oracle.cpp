@@ -63,7 +63,7 @@ void Oracle::sent(const agent::Message& message) {
             set.after = m_machine.database.meaning();
     } else if (const auto* hello = std::get_if<agent::Hello>(&message)) {
         m_incarnation = hello->incarnation;
-        if (m_machine.disk.broken || m_machine.disk.folderGone)
+        if (m_machine.lookFailed)
             nobodyAsksBack();
     } else if (const auto* snapshot = std::get_if<agent::Snapshot>(&message)) {
         if (m_refreshes.empty() || snapshot->refreshed > m_refreshes.back())
