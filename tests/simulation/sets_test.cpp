@@ -1,6 +1,7 @@
 // A set request in the process that faces the network: what the simulation does not play.
 
 #include "Machine.h"
+#include "Values.h"
 
 #include "agent/Log.h"
 #include "agent/dev/Worker.h"
@@ -9,15 +10,17 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <chrono>
 #include <deque>
+#include <functional>
 #include <sstream>
 #include <string>
+#include <utility>
 
 using namespace agent;
 using namespace agent::net;
 using simulation::Machine;
+using simulation::objectCalled;
 
 namespace {
 
@@ -49,16 +52,14 @@ protected:
     }
 
     void begin(const std::string& identity = "first", ErrorStatus error = ErrorStatus::noError) {
-        const Instance& instance =
-            *std::find_if(snapshots.newest().instances.begin(), snapshots.newest().instances.end(),
-                          [](const Instance& each) {
-                              return each.object->label() == std::string("cvVlanEnabled");
-                          });
+        const Object& object = objectCalled("cvVlanEnabled");
+        Oid name = object.name();
+        name.push_back(1);
         sets.begin({"a manager",
                     identity,
                     identity,
                     machine.now(),
-                    {{instance.name, instance.object, Value{1, ""}, error}}});
+                    {{name, &object, Value{1, ""}, error}}});
     }
 
     /// From its check to its answer.
@@ -156,98 +157,97 @@ TEST(Lines, OfWhatIsNotUnderstoodAreLimited) {
               }));
 }
 
-TEST(Lines, OfSetsThatAreTakenBackAreLimited) {
-    const auto object = std::find_if(objects().begin(), objects().end(), [](const Object& each) {
-        return each.label() == std::string("cvVlanEnabled");
-    });
-    // On trial, and every other one takes that back; or each trial ends by itself, in a second.
-    for (const bool expires : {false, true}) {
-        Quiet machine;
-        machine.options.foreground = true;
-        const std::uint64_t kSets = expires ? 30 : 80;
-        std::uint64_t asked = 0;
-        std::uint64_t incarnation = 0;
-        bool restores = false;
-        machine.onNetwork = [&] {
-            while (machine.network().receive())
+/// The network's side of a process that it does not trust any more: sends sets of its own.
+struct Taken : Quiet {
+    Taken() {
+        onNetwork = [this] {
+            while (network().receive())
                 ;
         };
-        machine.onSent = [&](const Message& message) {
+        onSent = [this](const Message& message) {
             if (const auto* const hello = std::get_if<Hello>(&message))
                 incarnation = hello->incarnation;
             const auto* const snapshot = std::get_if<Snapshot>(&message);
             const auto* const result = std::get_if<SetResult>(&message);
-            EXPECT_TRUE(result == nullptr || result->outcome == Outcome::done) << asked;
-            const bool before = restores;
-            if (snapshot != nullptr)
-                restores = snapshot->trial.state == ChangeState::restoring;
-            const bool next = expires ? before && !restores : result != nullptr;
-            if (!next && (asked != 0 || snapshot == nullptr || !snapshot->complete))
-                return;
-            if (asked == kSets)
-                return machine.askToStop();
-            SetRequest set{};
-            set.id = ++asked;
-            set.incarnation = incarnation;
-            set.deadline = machine.now() + seconds(4);
-            if (expires || asked % 2 == 1) {
-                set.changes = {{&*object, 1, {1, ""}, 0}};
-                set.trial = seconds(expires ? 1 : 60);
-            } else {
-                set.verdict = Verdict::revert;
-            }
-            machine.network().send(pack(set));
+            if (snapshot != nullptr && told)
+                told(*snapshot);
+            if (result != nullptr || (asked == 0 && snapshot != nullptr && snapshot->complete))
+                next(result);
+        };
+    }
+
+    /// Asks for a VLAN on trial, or for the end of that.
+    void ask(seconds trial, Verdict verdict = Verdict::notGiven) {
+        SetRequest set{};
+        set.id = ++asked;
+        set.incarnation = incarnation;
+        set.deadline = now() + seconds(4);
+        set.trial = trial;
+        set.verdict = verdict;
+        if (verdict == Verdict::notGiven)
+            set.changes = {{&objectCalled("cvVlanEnabled"), 1, {1, ""}, 0}};
+        network().send(pack(set));
+    }
+
+    std::uint64_t asked = 0;
+    std::uint64_t incarnation = 0;
+    std::function<void(const SetResult*)> next; ///< null once the device has been read
+    std::function<void(const Snapshot&)> told;
+};
+
+TEST(Lines, OfSetsThatAreTakenBackAreLimited) {
+    // On trial, and every other one takes that back; or each trial ends by itself, in a second.
+    for (const bool expires : {false, true}) {
+        Taken machine;
+        machine.options.foreground = true;
+        const std::uint64_t kSets = expires ? 30 : 80;
+        const auto ask = [&] {
+            if (machine.asked == kSets)
+                machine.askToStop();
+            else if (expires || machine.asked % 2 == 0)
+                machine.ask(seconds(expires ? 1 : 60));
+            else
+                machine.ask(seconds(0), Verdict::revert);
+        };
+        machine.next = [&](const SetResult* result) {
+            EXPECT_TRUE(result == nullptr || result->outcome == Outcome::done) << machine.asked;
+            if (result == nullptr || !expires)
+                ask();
+        };
+        bool restores = false;
+        machine.told = [&](const Snapshot& snapshot) {
+            const bool now = snapshot.trial.state == ChangeState::restoring;
+            if (std::exchange(restores, now) && !now && expires)
+                ask();
         };
         EXPECT_EQ(20, countLines("taken back",
                                  [&] { dev::Worker(machine.options, machine.device()).run(); }))
             << expires;
-        EXPECT_EQ(kSets, asked);
+        EXPECT_EQ(kSets, machine.asked);
     }
 }
 
 // Nor does one that keeps a job waiting hold up the end of a trial, or a stop.
 TEST(Jobs, WithoutEndLeaveTheRestItsTurn) {
-    Quiet machine;
-    int asked = 0;
-    int whenReverted = 0;
-    const auto ask = [&](std::uint64_t incarnation) {
-        SetRequest set{};
-        set.id = static_cast<std::uint64_t>(++asked);
-        set.incarnation = incarnation;
-        set.deadline = machine.now() + seconds(4);
-        set.trial = seconds(asked == 1 ? 5 : 0);
-        const auto object = std::find_if(objects().begin(), objects().end(), [](const Object& o) {
-            return o.label() == std::string("cvVlanEnabled");
-        });
-        set.changes = {
-            {&*object, 1, {1, ""}, 0}}; // refused, but for the first, as long as it is pending
-        machine.network().send(pack(set));
+    Taken machine;
+    std::uint64_t whenReverted = 0;
+    machine.told = [&](const Snapshot& snapshot) {
+        if (snapshot.trial.state != ChangeState::restoring || whenReverted != 0)
+            return;
+        whenReverted = machine.asked;
+        machine.askToStop();
     };
-    std::uint64_t incarnation = 0;
-    machine.onSent = [&](const Message& message) {
-        if (const auto* const hello = std::get_if<Hello>(&message))
-            incarnation = hello->incarnation;
-        const auto* const snapshot = std::get_if<Snapshot>(&message);
-        if (snapshot != nullptr && snapshot->trial.state == ChangeState::restoring &&
-            whenReverted == 0) {
-            whenReverted = asked;
-            machine.askToStop();
-        }
-        if (std::holds_alternative<SetResult>(message) && asked < 900) {
+    machine.next = [&](const SetResult* result) {
+        if (result == nullptr)
+            machine.ask(seconds(5));
+        for (int more = result == nullptr ? 2 : 1; more > 0 && machine.asked < 900; --more) {
             machine.pass(std::chrono::milliseconds(100));
-            ask(incarnation);
-        } else if (snapshot != nullptr && snapshot->complete && asked == 0) {
-            for (int i = 0; i < 3; ++i)
-                ask(incarnation);
+            machine.ask(seconds(0)); // refused, as long as the first one is pending
         }
-    };
-    machine.onNetwork = [&] {
-        while (machine.network().receive())
-            ;
     };
     dev::Worker(machine.options, machine.device()).run();
-    EXPECT_GT(100, whenReverted);
-    EXPECT_GT(300, asked);
+    EXPECT_GT(100U, whenReverted);
+    EXPECT_GT(300U, machine.asked);
 }
 
 } // namespace
