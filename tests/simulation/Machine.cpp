@@ -185,7 +185,6 @@ std::string Machine::stamp() const {
 void Machine::runClient(const std::string& command) {
     const ClientFault fault = std::exchange(nextClient, ClientFault::none);
     agent::ProgramEnd& end = m_program->end;
-    m_program->command = command;
     std::optional<std::string> said;
     const Writer by = writer();
     const bool does = fault != ClientFault::killedBefore && fault != ClientFault::hangsBefore &&
@@ -193,6 +192,8 @@ void Machine::runClient(const std::string& command) {
     const bool lies =
         fault == ClientFault::lies && by.kind == Writer::Kind::set &&
         (command.find("updatekey") != command.npos || command.find("deletekey") != command.npos);
+    if (fault == ClientFault::lies && !lies)
+        nextClient = fault; // waits for what it can lie about
     lied = lied || lies;
     if (m_now < lockedUntil)
         said = "Database locked\n";
@@ -264,17 +265,25 @@ bool Machine::Door::store(const std::string& name, const std::string& content) {
 
 bool Machine::Door::remove(const std::string& name) {
     ++m.m_operations;
-    return agent::removeFile(Disk::kFolder + name);
+    const bool removed = agent::removeFile(Disk::kFolder + name);
+    m.journalGoes(name);
+    return removed;
 }
 
 bool Machine::Door::rename(const std::string& name, const std::string& newName) {
     ++m.m_operations;
     const bool renamed = agent::renameFile(Disk::kFolder + name, Disk::kFolder + newName);
-    if (const auto frozen = std::exchange(m.killsOnceKept, std::nullopt); frozen && !m.m_killed) {
-        m.pass(*frozen);
-        m.kill();
-    }
+    m.journalGoes(name);
     return renamed;
+}
+
+void Machine::journalGoes(const std::string& name) {
+    if (name != "change.journal" || m_killed)
+        return;
+    if (const auto frozen = std::exchange(killsOnceGone, std::nullopt)) {
+        pass(*frozen);
+        kill();
+    }
 }
 
 std::optional<agent::FileState> Machine::Door::watchedFile() {

@@ -75,9 +75,9 @@ public:
     agent::Clock::duration timeOfWait{
         -1};     ///< that the wait of this step takes; below 0: as it likes
     void kill(); ///< the device's process
-    /// Kills it once it has put a file aside, which tells that a set stays; after it was frozen for
-    /// this time.
-    std::optional<seconds> killsOnceKept;
+    /// Kills it once its journal is gone: put aside, since a set stays, or removed, since nothing
+    /// is left to take back; after it was frozen for this time.
+    std::optional<seconds> killsOnceGone;
     void askToStop() { m_stops = true; }
     void restart(); ///< it begins anew, or the machine does
     void forgetPackets();
@@ -128,13 +128,12 @@ private:
         std::optional<std::string> receive() override;
     };
     struct Program {
-        std::string command;
         agent::ProgramEnd end;
         Time ends;
-        bool writesAtTheEnd = false;
     };
 
     void step();
+    void journalGoes(const std::string& name);
     void runClient(const std::string& command);
 
     Time m_now{std::chrono::hours(1)};

@@ -138,6 +138,7 @@ Writer Oracle::writer() {
             m_changes.back().since = set.when;
         }
         set.change = joins && m_pending >= 0 ? m_pending : lastChange();
+        m_changes[static_cast<std::size_t>(set.change)].done = false;
         if (joins)
             m_pending = set.change;
         if (set.unanswered && set.request.trial == seconds(0))
@@ -340,6 +341,8 @@ void Oracle::inserted(Table table, const Record& row) {
     }
     change.restored = m_restoreWrote = true;
     change.returned.push_back({table, row.serial, contentOf(table, row, nullptr)});
+    if (isBesideOthers(table, row, change))
+        fail("a row comes back beside one that others have put there: " + row.text());
     const auto isLike = [&](const auto& other) {
         return other.table == table &&
                areAlike(other.content, change.returned.back().content, change);
@@ -443,6 +446,10 @@ std::vector<std::pair<Table, int>> Oracle::touchedRows() const {
         if (const Record* row = live(table, serial))
             rows.emplace_back(table, row->id());
     return rows;
+}
+
+std::size_t Oracle::returnedRows() const {
+    return m_changes.empty() ? 0 : m_changes.back().returned.size();
 }
 
 std::vector<std::pair<Table, Record>> Oracle::removedRows() const {

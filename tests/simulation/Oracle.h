@@ -50,6 +50,9 @@ public:
     /// Those that it has removed, as they were.
     std::vector<std::pair<agent::Table, Record>> removedRows() const;
 
+    /// How many rows of it have been put back.
+    std::size_t returnedRows() const;
+
     void updated(agent::Table table, const Record& row, std::size_t column,
                  const Cell& before) override;
     void inserted(agent::Table table, const Record& row) override;
@@ -78,7 +81,7 @@ private:
     };
     struct Change {
         Fate fate = Fate::goes;
-        bool done = false;            ///< so that the process knows which rows it has added
+        bool done = false; ///< so are all its sets: the process knows which rows they have added
         bool restored = false;        ///< or some of it
         std::uint64_t since = 0;      ///< when its first set was received
         bool counted = false;         ///< rows of it were left alone
@@ -126,6 +129,7 @@ private:
     std::string isNotGone(int number, const Removed& removed, std::set<int>& claimed) const;
     std::string doesNotStay(int number) const;
     bool othersHave(agent::Table table, const Record& row, const Change& change) const;
+    bool isBesideOthers(agent::Table table, const Record& row, const Change& change) const;
     bool hasOthers(const Record& row) const;
     bool othersUse(const Record& bridge, const Change& change) const;
     int leftAlone(int number) const;

@@ -81,6 +81,20 @@ bool Oracle::othersHave(Table table, const Record& row, const Change& change) co
     });
 }
 
+/// Whether the agent has seen that others have put a row there since, for the same subject.
+bool Oracle::isBesideOthers(Table table, const Record& row, const Change& change) const {
+    const agent::TableShape& shape = shapeOf(table);
+    const Records& rows = m_machine.database[table];
+    return std::any_of(rows.begin(), rows.end(), [&](const Record& other) {
+        return other.inserted == kOthers && other.cells[0].when > change.since &&
+               other.cells[0].when <= other.read &&
+               other.cells[shape.subject].text == row.cells[shape.subject].text &&
+               other.cells[shape.bridgeId].text == row.cells[shape.bridgeId].text &&
+               std::all_of(other.cells.begin(), other.cells.end(),
+                           [](const Cell& cell) { return cell.writer == kOthers; });
+    });
+}
+
 /// Whether there is something in a bridge that the change has not put there alone: it has to stay.
 bool Oracle::othersUse(const Record& bridge, const Change& change) const {
     for (const Table table : {Table::bridgeInterface, Table::bridgeFilter})

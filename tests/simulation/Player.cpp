@@ -167,6 +167,10 @@ void Player::onStep() {
     if (!m_oracle.problem().empty())
         return end();
     m_machine.timeOfWait = kLook;
+    if (m_comesBetween && m_oracle.returnedRows() > *m_comesBetween) {
+        m_comesBetween.reset();
+        others("insertkey BridgeInterface BridgeId integer:1 Interface text:other");
+    }
     if (m_phase == Phase::settling)
         return settle();
     if (m_phase == Phase::probing)
@@ -297,13 +301,19 @@ void Player::fireOthers(const Event& event) {
     const std::string what =
         columnAndValue(m_machine.database, table, static_cast<unsigned>(random()), names);
     const auto removed = m_oracle.removedRows();
-    if (event.what == What::othersInsert && !removed.empty() && random() % 3 == 0) {
+    if (event.what == What::othersInsert && random() % 4 == 0) {
+        m_comesBetween = m_oracle.returnedRows(); // once the next one is put back
+    } else if (event.what == What::othersInsert && !removed.empty() && random() % 3 == 0) {
         const auto& [from, row] =
             removed[random() % removed.size()]; // what goes is put there again
         others("insertkey " + std::string(agent::shapeOf(from).name) + columnsOf(from, row));
     } else if (event.what == What::othersInsert) {
+        // Without a name it would pass for one that a set is about to give its name.
         if (!fixed)
-            others("insertkey " + name + " " + what);
+            others("insertkey " + name + " " + what +
+                   (table == Table::bridgeInterface && what.compare(0, 8, "BridgeId") == 0
+                        ? " Interface text:other"
+                        : ""));
     } else if (event.what == What::othersRemove && !fixed) {
         others("deletekey " + name + " Id " + std::to_string(id));
     } else {
@@ -336,7 +346,7 @@ void Player::fireFault(const Event& event) {
         [[fallthrough]];
     case What::killDevice:
         if (event.what == What::killDevice && number % 4 == 0)
-            m_machine.killsOnceKept = seconds(number % 8 == 0 ? 20 : 0);
+            m_machine.killsOnceGone = seconds(number % 8 == 0 ? 20 : 0);
         else
             m_machine.kill();
         break;
@@ -382,7 +392,8 @@ void Player::heal() {
     m_machine.lockedUntil = {};
     m_machine.clientTime = milliseconds(m_history.clientTime);
     m_machine.nextClient = ClientFault::none;
-    m_machine.killsOnceKept.reset();
+    m_machine.killsOnceGone.reset();
+    m_comesBetween.reset();
     m_machine.lineFails = false;
     m_machine.disk.full = m_machine.disk.broken = m_machine.disk.folderGone = false;
     m_networkWaits = std::min(m_networkWaits, m_machine.now() + kRestart);
