@@ -18,7 +18,7 @@ namespace simulation {
 struct Request {
     int manager = 0;
     int number = 0; ///< no two of a manager's have the same, unless it repeats one
-    std::vector<std::pair<Place, agent::Value>> values;
+    std::vector<Assignment> values;
     std::optional<long> trial;
     agent::Verdict verdict = agent::Verdict::notGiven;
     bool restFails = false; ///< something else in the packet, which another agent has to set

@@ -161,7 +161,10 @@ private:
     std::uint64_t m_othersWrites = 0;
 };
 
-/// Whether the library alone sets a value.
+/// Has the library alone set values.
+void makeWithLibrary(Database& database, const std::vector<Assignment>& assignments);
+
+/// Whether it sets one.
 bool libraryMakes(Database database, const Place& place, const agent::Value& value);
 
 } // namespace simulation

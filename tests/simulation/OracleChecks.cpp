@@ -55,6 +55,26 @@ private:
     std::optional<std::string> m_said;
 };
 
+/// The library at work on a database, without an agent.
+class Library {
+public:
+    explicit Library(Database& database) : m_reference(database) {
+        agent::dev::answerLibraryFrom(&m_programs);
+    }
+    ~Library() { agent::dev::answerLibraryFrom(nullptr); }
+    Library(const Library&) = delete;
+    Library& operator=(const Library&) = delete;
+
+    bool makes(const agent::Object& object, int row, const agent::Value& value) {
+        update_managed_objects();
+        return agent::dev::write(object, row, value) == CORVANTA_OK;
+    }
+
+private:
+    Reference m_reference;
+    agent::dev::Programs m_programs{m_reference, seconds(1), [](Time) {}};
+};
+
 } // namespace
 
 const Record* Oracle::live(Table table, int serial) const {
@@ -277,17 +297,19 @@ void Oracle::checkSettled() {
     checkBridges();
 }
 
+void makeWithLibrary(Database& database, const std::vector<Assignment>& assignments) {
+    Library library(database);
+    initialize(false);
+    for (const auto& [place, value] : assignments)
+        library.makes(*place.first, place.second, value);
+}
+
 bool libraryMakes(Database database, const Place& place, const agent::Value& value) {
     const Records& members = database[Table::bridgeInterface];
     if (!members.empty() && members.back().id() != static_cast<int>(members.size()))
         return false; // there may be no place for neighbours
     database.watch(nullptr);
-    Reference reference(database);
-    agent::dev::Programs programs(reference, seconds(1), [](Time) {});
-    agent::dev::answerLibraryFrom(&programs);
-    update_managed_objects();
-    const bool made = agent::dev::write(*place.first, place.second, value) == CORVANTA_OK;
-    agent::dev::answerLibraryFrom(nullptr);
+    const bool made = Library(database).makes(*place.first, place.second, value);
     const Values now = valuesOf(database);
     return made && now.count(place) != 0 && now.at(place) == value;
 }
@@ -299,14 +321,8 @@ void Oracle::checkAgainstLibrary() {
         ++seen["a set was compared with the library"];
         Database database = *set.before;
         database.watch(nullptr);
-        Reference reference(database);
-        agent::dev::Programs programs(reference, seconds(1), [](Time) {});
-        agent::dev::answerLibraryFrom(&programs);
-        for (const agent::Change& change : set.request.changes) {
-            update_managed_objects();
-            agent::dev::write(*change.object, change.row, change.value);
-        }
-        agent::dev::answerLibraryFrom(nullptr);
+        for (const agent::Change& change : set.request.changes)
+            Library(database).makes(*change.object, change.row, change.value);
         if (database.meaning() != set.after)
             fail("noError, but the set is not whole; the library makes of it:\n" +
                  database.meaning() + "instead of:\n" + set.after);

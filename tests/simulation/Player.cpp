@@ -27,7 +27,7 @@ constexpr seconds kRestart{1}; ///< that the parent waits before it starts a pro
 const char* const kWans[] = {"wan1", "wan2", "wan3", "wan8", ""};
 
 /// One of the objects that can be set, and a value for it.
-std::pair<Place, agent::Value> assignment(std::mt19937& random, unsigned units) {
+Assignment assignment(std::mt19937& random, unsigned units) {
     const int unit = 1 + static_cast<int>(random() % units);
     const long truth = 1 + static_cast<long>(random() % 2);
     const std::string wan = kWans[random() % std::size(kWans)];
@@ -47,6 +47,19 @@ std::pair<Place, agent::Value> assignment(std::mt19937& random, unsigned units) 
     default:
         return {{&objectCalled("cvVlanEnabled"), unit}, {truth, ""}};
     }
+}
+
+/// The machine's database, on half of the devices as an operator has configured it.
+Machine& configured(Machine& machine, const History& history) {
+    std::mt19937 random(static_cast<unsigned>(history.seed));
+    std::vector<Assignment> assignments;
+    for (unsigned unit = 1; unit <= history.spread; ++unit)
+        if (random() % 2 == 0)
+            assignments.push_back({{&objectCalled("cvVlanEnabled"), unit}, {1, ""}});
+    assignments.push_back({{&objectCalled("cvDefaultWanInterface"), 0}, {0, "wan2"}});
+    if (random() % 2 == 0)
+        makeWithLibrary(machine.database, assignments);
+    return machine;
 }
 
 /// A column that others change, and what they write there: often what the agent writes, too.
@@ -78,7 +91,7 @@ std::string columnsOf(Table table, const Record& row) {
 } // namespace
 
 Player::Player(const History& history, std::function<void(const std::string&)> trace)
-    : m_history(history), m_machine(history.reusesIds), m_oracle(m_machine) {
+    : m_history(history), m_machine(history.reusesIds), m_oracle(configured(m_machine, history)) {
     m_machine.trace = std::move(trace);
     m_machine.options.watchDatabase = history.watches ? "database" : "";
     m_machine.hasFileEvents = history.fileEvents;

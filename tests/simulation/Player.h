@@ -66,7 +66,7 @@ private:
     /// A last set, and the database before it: its outcome has to be the library's.
     struct Probe {
         Database before;
-        std::pair<Place, agent::Value> assignment;
+        Assignment assignment;
         agent::net::ErrorStatus error;
     };
     std::vector<Probe> m_probes;

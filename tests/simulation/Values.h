@@ -10,6 +10,7 @@
 namespace simulation {
 
 using Place = std::pair<const agent::Object*, int>; ///< an object and its row
+using Assignment = std::pair<Place, agent::Value>;
 using Values = std::map<Place, agent::Value>;
 
 /// The objects that managers can set on the device.
