@@ -314,8 +314,11 @@ void Oracle::updated(Table table, const Record& row, std::size_t column, const C
     // can't tell what others wrote from the same value of the change; nor can anybody who looks
     // later.
     const bool looksOwn = cell != change.cells.end() && cell->second.own.count(before.text) != 0;
+    // What others have put into a bridge follows it where it comes back with another Id.
+    const bool follows = column == shapeOf(table).bridgeId &&
+                         nameOfBridge(before.text, &change) == nameOfBridge(now.text, nullptr);
     if (before.writer.kind == Kind::others && before.when <= row.read && change.done && !looksOwn &&
-        !m_machine.disk.wasUnwell)
+        !follows && !m_machine.disk.wasUnwell)
         fail("what others have written is overwritten while a change is taken back: " +
              std::string(shapeOf(table).name) + " " + row.text());
     const bool returned = row.inserted == now.writer || change.added.count(row.serial) != 0;
