@@ -2,7 +2,6 @@
 // masters that go away, strangers. On the stand-in device, with the stock SNMP tools.
 
 #include "tests/agent/site/Port.h"
-#include "tests/agent/site/Sink.h"
 #include "tests/agent/site/Site.h"
 
 #include <gtest/gtest.h>
@@ -14,7 +13,6 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <climits>
@@ -70,6 +68,13 @@ int side(const Site& site, const std::string& name) {
         site.run("pgrep -P " + std::to_string(site.agent->pid()) + " corvantad-" + name).c_str());
     EXPECT_GT(pid, 0) << name;
     return pid > 0 ? pid : INT_MAX; // that of nobody: 0 would mean this process and all beside it
+}
+
+/// Lets everybody in. @return whether nobody can then run the client, as it can't in root's folders
+bool admitsNobody(const Site& site) {
+    site.run("chmod -R a+rwX .");
+    return site.run("setpriv --reuid=nobody --clear-groups test -x " QUORLET " && echo so") ==
+           "so\n";
 }
 
 /// What is stored alone knows the user, with keys that fit one engine ID only.
@@ -129,8 +134,7 @@ TEST(Field, NoGetWaitsForASet) {
         return site.run("grep -c 'too many others wait' agent.log") != "0\n";
     }));
     EXPECT_EQ("32\n", site.sql("SELECT Vci FROM Atm WHERE Id=1"));
-    site.release("hold");
-    site.release("held");
+    site.letGo();
     for (std::thread& manager : managers)
         manager.join();
 }
@@ -157,8 +161,7 @@ TEST(Field, AStopLetsAWriteEnd) {
     kill(-site.agent->pid(), SIGINT); // as from a terminal, to the clients too
     kill(site.agent->pid(), SIGTERM);
     pause(300);
-    site.release("hold");
-    site.release("held");
+    site.letGo();
     EXPECT_EQ(0, site.agent->end(SIGTERM));
     EXPECT_EQ("77\n", site.sql("SELECT Vci FROM Atm WHERE Id=1"));
     manager.join();
@@ -294,13 +297,15 @@ TEST(Field, StrangersUseNothingUp) {
                                 16);
     for (int i = 0; i < 5000; ++i)
         stranger.send(portOf(site), noMessage);
-    std::vector<int> silent;
     const sockaddr_in address = Port::loopback(portOf(site));
-    for (int i = 0; i < 600; ++i) {
-        silent.push_back(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-        connect(silent.back(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
-        pause(3); // the agent takes some at a time
-    }
+    const auto call = [&](int blocking) {
+        const int caller = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | blocking, 0);
+        connect(caller, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+        return caller;
+    };
+    std::vector<int> silent;
+    for (int i = 0; i < 600; ++i, pause(3)) // the agent takes some at a time
+        silent.push_back(call(SOCK_NONBLOCK));
     for (const std::string transport : {"udp:", "tcp:"}) {
         site.address = transport + datagrams;
         EXPECT_EQ("INTEGER: 32", site.get("6.1.5.1")) << transport;
@@ -318,18 +323,12 @@ TEST(Field, StrangersUseNothingUp) {
     const std::string set = makeRequest(site, true);
     const std::string refreshes = site.get("1.1.0"); // a set is followed by one
     site.write("hold", "");
-    const auto call = [&] {
-        const int caller = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        EXPECT_EQ(0, connect(caller, reinterpret_cast<const sockaddr*>(&address), sizeof address));
-        return caller;
-    };
-    const int first = call();
+    const int first = call(0);
     EXPECT_LT(0, send(first, set.data(), set.size(), 0));
     site.held();
     close(first);
-    const int second = call();
-    site.release("hold");
-    site.release("held");
+    const int second = call(0);
+    site.letGo();
     EXPECT_TRUE(soon([&] { return site.get("1.1.0") != refreshes; }));
     pollfd waiting{second, POLLIN, 0};
     EXPECT_EQ(0, poll(&waiting, 1, 500));
@@ -418,11 +417,10 @@ TEST(Field, TheLogTellsWhyNothingWorks) {
 /// With the configuration of 1.0, changed and kept, snmpd lets no user in.
 TEST(Field, AConfigurationOfBeforeIsSaidToShutTheAgentOut) {
     Subagent site;
-    site.run("chmod -R a+rwX .; sed '/^agentXPerms/d' " SNMPD_CONF
-             " >old.conf; sed -i 's,includeFile.*,includeFile '$PWD/old.conf, master.conf");
-    if (site.run("setpriv --reuid=nobody --clear-groups test -x " QUORLET " 2>&1; echo $?") !=
-        "0\n")
+    if (!admitsNobody(site))
         GTEST_SKIP() << "needs root, and a client that everybody can run";
+    site.run("sed '/^agentXPerms/d' " SNMPD_CONF " >old.conf; sed -i "
+             "'s,includeFile.*,includeFile '$PWD/old.conf, master.conf");
     site.agent->end(SIGTERM);
     site.startMaster();
     EXPECT_TRUE(soon([&] { return site.has("agentx"); }));
@@ -512,10 +510,7 @@ TEST(Field, AMasterIsAnsweredThoughTheDeviceSideIsFrozen) {
 
 TEST(Field, AUserOwnsItsState) {
     Site site;
-    site.run("chmod -R a+rwX .");
-    // In a folder that is root's alone, nobody could not run the client.
-    if (site.run("setpriv --reuid=nobody --clear-groups test -x " QUORLET " 2>&1; echo $?") !=
-        "0\n")
+    if (!admitsNobody(site))
         GTEST_SKIP() << "needs root, and a client that everybody can run";
     site.confine = [] { signal(SIGCHLD, SIG_IGN); }; // as some who start it leave it
     for (const std::string net : {"nobody", "daemon"}) {
@@ -547,15 +542,16 @@ TEST(Field, AUserOwnsItsState) {
     EXPECT_NE("", site.run("grep 'cannot make the state folder /proc/none' none.log"));
 }
 
-/// Adds the calls of a group as the service manager knows them, those of its groups included.
-void addCalls(const std::string& group, std::set<std::string>& calls) {
+/// Adds what a name of the service manager stands for: a call, or those of a group and its groups.
+void addCalls(const std::string& name, std::set<std::string>& calls) {
+    if (name[0] != '@') {
+        calls.insert(name);
+        return;
+    }
     std::istringstream names(
-        output(".", "systemd-analyze syscall-filter " + group + " | sed '1d; s/#.*//'"));
-    for (std::string name; names >> name;)
-        if (name[0] == '@')
-            addCalls(name, calls);
-        else
-            calls.insert(name);
+        output(".", "systemd-analyze syscall-filter " + name + " | sed '1d; s/#.*//'"));
+    for (std::string each; names >> each;)
+        addCalls(each, calls);
 }
 
 /// Puts the process under what the unit says, as far as a process can do that to itself.
@@ -566,15 +562,12 @@ void confineAs(const std::map<std::string, Packets>& unit) {
         std::set<std::string> named;
         std::istringstream words(line.substr(out));
         for (std::string word; words >> word;)
-            if (word[0] == '@')
-                addCalls(word, named);
-            else
-                named.insert(word);
-        for (const std::string& call : named)
-            if (out)
+            addCalls(word, named);
+        if (out)
+            for (const std::string& call : named)
                 calls.erase(call);
-            else
-                calls.insert(call);
+        else
+            calls.merge(named);
     }
     const scmp_filter_ctx filter = seccomp_init(SCMP_ACT_ERRNO(EPERM));
     const auto allow = [&](const char* call, auto... conditions) {

@@ -19,14 +19,12 @@ protected:
         settled();
     }
 
-    int runs() const { return site.runs(); }
-
     /// Until no client has run for longer than the agent lets any change wait. @return the runs
     int settled() const {
         int before = -1;
         auto since = Clock::now();
         soon([&] {
-            const int now = runs();
+            const int now = site.runs();
             if (now != before)
                 since = Clock::now();
             before = now;
@@ -49,16 +47,16 @@ protected:
 
 TEST_F(WatchTest, CostsNoClientWhileNothingChanges) {
     start("-i 1");
-    const int before = runs();
+    const int before = site.runs();
     EXPECT_TRUE(soon([&] { return std::stoi(site.get("1.1.0").substr(11)) > 4; }));
-    EXPECT_EQ(before, runs());
+    EXPECT_EQ(before, site.runs());
     // An unchanged file is as good as read: the age does not just grow.
     EXPECT_TRUE(soon([&] { return std::stoi(site.get("1.3.0").substr(9)) < 3; }));
     // Everything after a while all the same.
     site.agent.reset();
     site.startAlone("-w device/config.db -i 1 --full-interval 2");
-    const int restarted = runs();
-    EXPECT_TRUE(soon([&] { return runs() >= restarted + 80; }));
+    const int restarted = site.runs();
+    EXPECT_TRUE(soon([&] { return site.runs() >= restarted + 80; }));
 }
 
 TEST_F(WatchTest, SeesEachChangeOfTheDatabase) {
@@ -107,13 +105,13 @@ TEST_F(WatchTest, ReadsAtTheIntervalWhatItCannotWatch) {
 
 TEST_F(WatchTest, ReadsABurstOnce) {
     start();
-    const int before = runs();
+    const int before = site.runs();
     const auto begin = Clock::now();
     // Thousands of changes a second that say nothing new.
     site.run("perl -e 'for (1 .. 20000) { utime undef, undef, \"device/config.db\" }'");
     const int seconds = msSince(begin) / 1000 + 1;
     EXPECT_LE(settled() - before, 41 * (seconds + 2));
-    EXPECT_GE(runs() - before, 40);
+    EXPECT_GE(site.runs() - before, 40);
     // And its own changes not at all, what it has read back left out.
     const int then = settled();
     EXPECT_EQ("", site.set("6.1.2.4", "i 1"));

@@ -43,17 +43,14 @@ std::string Device::sql(const std::string& statement) const {
     return run("sqlite3 -batch device/config.db '.timeout 5000' \"" + statement + "\"");
 }
 
-std::unique_ptr<Process> Device::lock() const {
-    write("lock.sql", ".timeout 60000\nBEGIN EXCLUSIVE;\n.shell touch locked; while [ -e "
-                      "locked ]; do sleep 0.05; done\nCOMMIT;\n");
-    auto process = std::make_unique<Process>(folder, "sqlite3 device/config.db <lock.sql");
-    EXPECT_TRUE(soon([this] { return has("locked"); }));
-    return process;
-}
-
 int Device::held() const {
     EXPECT_TRUE(soon([this] { return has("held") && fs::file_size(folder / "held") > 0; }));
     return std::atoi(run("cat held").c_str());
+}
+
+void Device::letGo() const {
+    release("hold");
+    release("held");
 }
 
 int Device::runs() const {

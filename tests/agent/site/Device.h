@@ -2,7 +2,6 @@
 
 #include "tests/agent/site/Process.h"
 
-#include <memory>
 #include <string>
 
 /// The stand-in device, in a temporary folder, with a client between the agent and the real one. It
@@ -13,9 +12,8 @@
 ///     delay    every command takes that many seconds more
 ///     silent   no command answers
 ///     runs     gets a line for each command
-///     fault    is what the fifth command that changes something does, as lines for its shell:
-///     $real is
-///              the real client
+///     fault    is what the fifth command that changes something does, as lines for its shell;
+///              $real is the real client
 ///
 /// and notes in "sockets" those that it inherits.
 class Device {
@@ -35,11 +33,11 @@ public:
 
     std::string sql(const std::string& statement) const;
 
-    /// Holds the database from another process, until release("locked").
-    std::unique_ptr<Process> lock() const;
-
     /// Waits for a client that is held. @return its process
     int held() const;
+
+    /// Lets a client that is held go on, and those that come after it.
+    void letGo() const;
 
     /// How often the client has run since "runs" was written.
     int runs() const;

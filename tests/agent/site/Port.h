@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tests/agent/site/Device.h"
+
 #include <netinet/in.h>
 
 #include <string>
@@ -21,4 +23,20 @@ public:
 
     const int descriptor;
     int number = 0;
+};
+
+constexpr int kUp = 1;
+constexpr int kDown = 2;
+
+/// Where an agent's notifications arrive.
+class Sink : public Port {
+public:
+    /// Lets agents that are started in the folder send theirs here.
+    explicit Sink(const Device& device);
+
+    /// Waits for those of a kind, 0 for coldStart, with a text in them. @param any  whether there
+    /// has to be one. @return how many there were until none came for longer than the agent waits
+    int count(int kind, const std::string& text = "", bool any = true) const;
+
+    mutable std::string last;
 };

@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <csignal>
-#include <cstdio>
 
 std::string output(const fs::path& folder, const std::string& command) {
     std::string text;

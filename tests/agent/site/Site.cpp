@@ -7,7 +7,7 @@
 #include <csignal>
 #include <sstream>
 
-Site::Site(const std::string& options) : Managers(folder) {
+Site::Site(const std::string& options) {
     address = "127.0.0.1:" + std::to_string(Port().number);
     write("agent.conf", "rwcommunity test 127.0.0.1\n");
     if (!options.empty())
@@ -46,6 +46,28 @@ void Site::awaitAgent() {
         return get("3.2.0") == "INTEGER: 2";
     })) << run("cat agent.log");
     patience = kLong;
+}
+
+std::string Site::tool(const std::string& command, const std::string& arguments) const {
+    return output(folder, environment + command + " " + manager + " -r 0 -t " + patience + " -On " +
+                              address + " " + arguments);
+}
+
+std::string Site::get(const std::string& object) const {
+    const std::string answer = tool("snmpget", oid(object));
+    const std::size_t value = answer.find(" = ") + 3;
+    return value < 3 ? "" : answer.substr(value, answer.size() - value - 1);
+}
+
+std::string Site::set(const std::string& object, const std::string& typeAndValue) const {
+    return errorIn(tool("snmpset", oid(object) + " " + typeAndValue));
+}
+
+std::string Site::errorIn(const std::string& answer) {
+    const std::size_t reason = answer.find("Reason: ") + 8;
+    if (reason >= 8)
+        return answer.substr(reason, answer.find_first_of(" \n", reason) - reason);
+    return answer.find(" = ") == answer.npos ? answer : "";
 }
 
 std::string Site::request(const std::string& text, const std::string& seconds) const {
