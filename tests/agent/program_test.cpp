@@ -41,48 +41,43 @@ ProgramEnd run(const std::string& commandLine, int lock = -1) {
 }
 
 TEST(CommandLine, IsAProgramAndItsOneArgument) {
-    const struct {
-        const char* text;
-        const char* program; ///< null: the line is refused
-        const char* argument;
-    } cases[] = {
+    const char* const cases[][3] = {
         {"quorlet \"size Atm;\"", "quorlet", "size Atm;"},
         {" quorlet \"  selectrow Atm 3  ;\" ", "quorlet", "  selectrow Atm 3  ;"},
         {"quorlet \"text:*'&<>()!|#~ \xe9\"", "quorlet", "text:*'&<>()!|#~ \xe9"},
         {"quorlet \"\"", "quorlet", ""},
         {"vellstat info", "vellstat", "info"},
         {"  vellstat   -v1.2_x ", "vellstat", "-v1.2_x"},
-        {"", nullptr, ""},
-        {"quorlet", nullptr, ""},
-        {"quorlet ", nullptr, ""},
-        {"\"quorlet\" \"size Atm;\"", nullptr, ""},
-        {"/bin/quorlet \"size Atm;\"", nullptr, ""},
-        {"quorlet\"size Atm;\"", nullptr, ""},
-        {"quorlet \"size Atm;", nullptr, ""},
-        {"quorlet \"", nullptr, ""},
-        {"quorlet \"size Atm;\"x", nullptr, ""},
-        {"quorlet \"size Atm;\" >all", nullptr, ""},
-        {"quorlet \"size\" \"Atm;\"", nullptr, ""},
-        {"quorlet \"size $HOME;\"", nullptr, ""},
-        {"quorlet \"size `id`;\"", nullptr, ""},
-        {"quorlet \"size \\x;\"", nullptr, ""},
-        {"quorlet \"size\nAtm;\"", nullptr, ""},
-        {"quorlet 'size Atm;'", nullptr, ""},
-        {"quorlet size Atm", nullptr, ""},
-        {"vellstat info;id", nullptr, ""},
-        {"vellstat info 2>&1", nullptr, ""},
-        {"vellstat $x", nullptr, ""},
-        {"vellstat *", nullptr, ""},
-        {"A=b vellstat", nullptr, ""},
     };
     for (const auto& [text, program, argument] : cases) {
         const auto line = CommandLine::parse(text);
-        EXPECT_EQ(program != nullptr, line.has_value()) << text;
-        if (line && program != nullptr) {
-            EXPECT_EQ(program, line->program) << text;
-            EXPECT_EQ(argument, line->argument) << text;
-        }
+        ASSERT_TRUE(line) << text;
+        EXPECT_EQ(program, line->program) << text;
+        EXPECT_EQ(argument, line->argument) << text;
     }
+    for (const char* const refused : {"",
+                                      "quorlet",
+                                      "quorlet ",
+                                      "\"quorlet\" \"size Atm;\"",
+                                      "/bin/quorlet \"size Atm;\"",
+                                      "quorlet\"size Atm;\"",
+                                      "quorlet \"size Atm;",
+                                      "quorlet \"",
+                                      "quorlet \"size Atm;\"x",
+                                      "quorlet \"size Atm;\" >all",
+                                      "quorlet \"size\" \"Atm;\"",
+                                      "quorlet \"size $HOME;\"",
+                                      "quorlet \"size `id`;\"",
+                                      "quorlet \"size \\x;\"",
+                                      "quorlet \"size\nAtm;\"",
+                                      "quorlet 'size Atm;'",
+                                      "quorlet size Atm",
+                                      "vellstat info;id",
+                                      "vellstat info 2>&1",
+                                      "vellstat $x",
+                                      "vellstat *",
+                                      "A=b vellstat"})
+        EXPECT_FALSE(CommandLine::parse(refused)) << refused;
 }
 
 TEST(Program, EndsAsAShellWouldSay) {
