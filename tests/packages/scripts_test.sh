@@ -29,37 +29,22 @@ for script in scripts/* .ci/run; do
     check 2 1 "$script" --nowhere
     [ "$script" = scripts/on-device ] || check 2 1 "$script" 1 2 3 4 5 # takes a command with its own
 done
-while read -ra words; do
-    check 2 1 "${words[@]}"
+while IFS='|' read -ra uses; do # of one script, each with its own mistake
+    for words in "${uses[@]:1}"; do
+        # shellcheck disable=SC2086 # words
+        check 2 1 "scripts/${uses[0]}" $words
+    done
 done <<'END'
-scripts/abi
-scripts/abi check more
-scripts/abi names
-scripts/abi prune
-scripts/bench
-scripts/bench nothing
-scripts/bench library none
-scripts/bench agent 1 2
-scripts/bench agent 10 3 4
-scripts/bench watch 300 0
-scripts/bench watch 300 1 1
-scripts/check-build
-scripts/demo --stay more
-scripts/derive --check more
-scripts/fleet
-scripts/fleet 3 4
-scripts/fleet 0
-scripts/fleet 501
-scripts/fleet --shards 10 3
-scripts/fleet --recorded 3
-scripts/fleet --seed
-scripts/fleet --seed x 3
-scripts/fresh demo elsewhere
-scripts/fuzz
-scripts/fuzz 1s
-scripts/on-device
-scripts/on-device /tmp/nowhere
-scripts/test --all more
+abi||check more|names|prune
+bench||nothing|library none|agent 1 2|agent 10 3 4|watch 300 0|watch 300 1 1
+check-build||
+demo|--stay more
+derive|--check more
+fleet||3 4|0|501|--shards 10 3|--recorded 3|--seed|--seed x 3
+fresh|demo elsewhere
+fuzz||1s
+on-device||/tmp/nowhere
+test|--all more
 END
 
 # Bold is for terminals, and for who wants it.
