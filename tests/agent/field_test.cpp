@@ -32,10 +32,6 @@ namespace {
 
 using Packets = std::vector<std::string>;
 
-int portOf(const Site& site) {
-    return std::stoi(site.address.substr(site.address.find(':') + 1));
-}
-
 /// What a tool sends, in order: as it tells itself, sixteen bytes a line.
 Packets packetsOf(const Site& site, const std::string& command, const std::string& arguments) {
     Packets packets;
@@ -98,7 +94,7 @@ TEST(Field, TheIdentityOutlivesAKill) {
     EXPECT_LT(std::atoi(first.c_str() + end), std::atoi(second.c_str() + end));
     const std::string notInTimeWindows("\x2b\x06\x01\x06\x03\x0f\x01\x01\x02\x00", 10);
     const Port replayer;
-    replayer.send(portOf(site), captured);
+    replayer.send(site.port, captured);
     EXPECT_NE(std::string::npos, replayer.receive(120000).find(notInTimeWindows));
 }
 
@@ -124,13 +120,13 @@ TEST(Field, NoGetWaitsForASet) {
     const Port other;
     const Port impatient;
     for (int gets = 0; gets < 20; ++gets) {
-        impatient.send(portOf(site), set); // again and again, without an answer
-        other.send(portOf(site), request);
+        impatient.send(site.port, set); // again and again, without an answer
+        other.send(site.port, request);
         EXPECT_NE("", other.receive(60000));
     }
     EXPECT_TRUE(soon([&] { // nor does what waits grow without end
         for (int sets = 0; sets < 50; ++sets)
-            impatient.send(portOf(site), set);
+            impatient.send(site.port, set);
         return site.run("grep -c 'too many others wait' agent.log") != "0\n";
     }));
     EXPECT_EQ("32\n", site.sql("SELECT Vci FROM Atm WHERE Id=1"));
@@ -211,17 +207,17 @@ TEST(Field, AnUndoThatFailsIsTold) {
     Subagent site;
     // snmpd itself serves what fails in the same request, once the agent's part is made and
     // changed.
-    site.write("fails",
-               "#!/bin/sh\ncd " + site.folder.string() +
-                   "\n[ $1 = -s ] || { echo $2; echo integer; echo 1; exit; }\nuntil [ $(sqlite3 "
-                   "device/config.db 'SELECT Vci FROM Atm "
-                   "WHERE Id=1') = 77 ] && [ ! -e state/dev/change.journal ]; do sleep 0.1; done\n"
-                   "[ ! -e meddle ] || sqlite3 -cmd '.timeout 5000' device/config.db 'UPDATE Atm "
-                   "SET Vci=99 WHERE "
-                   "Id=1'\necho not-writable\n");
-    site.run("mkdir -p snmpd; chmod +x fails; echo 'pass .1.3.6.1.4.1.8072.9999.7 ./fails\nview "
-             "corvanta included "
-             ".1.3.6.1.4.1.8072' >>master.conf");
+    site.write("fails", "#!/bin/sh\ncd " + site.folder.string() + R"sh(
+[ $1 = -s ] || { echo $2; echo integer; echo 1; exit; }
+vci() { sqlite3 -cmd '.timeout 5000' device/config.db "$1 WHERE Id=1"; }
+until [ "$(vci 'SELECT Vci FROM Atm')" = 77 ] && [ ! -e state/dev/change.journal ]
+do sleep 0.1; done
+[ ! -e meddle ] || vci 'UPDATE Atm SET Vci=99'
+echo not-writable
+)sh");
+    site.run(
+        "mkdir -p snmpd; chmod +x fails; printf '%s\\n' 'pass .1.3.6.1.4.1.8072.9999.7 ./fails' "
+        "'view corvanta included .1.3.6.1.4.1.8072' >>master.conf");
     site.startMaster();
     site.awaitAgent();
     const std::string both = "i 77 .1.3.6.1.4.1.8072.9999.7.0 i 1";
@@ -296,8 +292,8 @@ TEST(Field, StrangersUseNothingUp) {
     const std::string noMessage("\x30\x0e\x02\x01\x03\x30\x09\x02\x01\x01\x02\x01\x01\x04\x01\x04",
                                 16);
     for (int i = 0; i < 5000; ++i)
-        stranger.send(portOf(site), noMessage);
-    const sockaddr_in address = Port::loopback(portOf(site));
+        stranger.send(site.port, noMessage);
+    const sockaddr_in address = Port::loopback(site.port);
     const auto call = [&](int blocking) {
         const int caller = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | blocking, 0);
         connect(caller, reinterpret_cast<const sockaddr*>(&address), sizeof address);
@@ -345,7 +341,7 @@ TEST(Field, ARepeatedRequestIsAnsweredNotMadeAgain) {
         request.back() = static_cast<char>(value);
         std::string answers[2];
         for (std::string& answer : answers) {
-            manager.send(portOf(site), request);
+            manager.send(site.port, request);
             answer = manager.receive(60000);
         }
         EXPECT_NE("", answers[0]);
@@ -654,12 +650,12 @@ TEST(Field, MutatedPacketsHurtNobody) {
                 packet.insert(at, 1 + below(40), static_cast<char>(random()));
             else
                 packet[at] = static_cast<char>(random());
-        stranger.send(portOf(site), packet);
+        stranger.send(site.port, packet);
         while (!stranger.receive(0).empty()) {
         }
         if (i % 50 != 49)
             continue;
-        stranger.send(portOf(site), whole); // nothing of those before is left
+        stranger.send(site.port, whole); // nothing of those before is left
         bool answered = false;
         for (std::string answer; !answered && !(answer = stranger.receive(60000)).empty();)
             answered = answer.find(id) != answer.npos;

@@ -7,8 +7,7 @@
 #include <csignal>
 #include <sstream>
 
-Site::Site(const std::string& options) {
-    address = "127.0.0.1:" + std::to_string(Port().number);
+Site::Site(const std::string& options) : port(Port().number) {
     write("agent.conf", "rwcommunity test 127.0.0.1\n");
     if (!options.empty())
         startAlone(options);

@@ -53,7 +53,8 @@ public:
     /// How many lines the agent itself has logged, but for one for each set, and one for root.
     int logged() const;
 
-    std::string address;
+    const int port; ///< of managers' requests
+    std::string address = "127.0.0.1:" + std::to_string(port);
     std::string environment = "MIBS= ";
     std::string manager = "-v2c -c test";
     std::string patience = kLong;  ///< of managers, in seconds
