@@ -134,24 +134,6 @@ TEST(Agent, ServesTheTreeAsASubagent) {
         EXPECT_NE(std::string::npos, site.tool(command, Site::oid(arguments)).find(answer))
             << manager << " " << command << " " << arguments;
     }
-    site.manager = own;
-    site.patience = kLong;
-
-    // The master goes away without a word and comes back.
-    site.master->end(SIGKILL);
-    site.awaitLog("the master at");
-    site.startMaster();
-    site.awaitAgent();
-    EXPECT_EQ("", site.set("6.1.5.1", "i 33"));
-    EXPECT_LT(site.logged(), 8) << site.run("cat agent.log");
-
-    // The agent is started first.
-    site.master.reset();
-    site.agent.reset();
-    site.startAgent("-x agentx -s state");
-    pause(500);
-    site.startMaster();
-    site.awaitAgent();
 }
 
 TEST(Agent, RefusesWhatDoesNotFitAndChangesNothing) {

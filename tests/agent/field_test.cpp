@@ -270,15 +270,21 @@ TEST(Field, AMasterThatWasAwayIsToldAfterwards) {
     const Sink sink(site); // what it writes to agent.conf, snmpd reads too
     site.run("cat agent.conf >>master.conf");
     site.agent->end(SIGTERM);
+    site.master->end(SIGTERM);
+    site.write("agent.log", "");
+    site.startAgent("-x agentx -s state -n -i 1"); // before its master
+    site.awaitLog("the master at");
     site.startMaster();
-    site.startAgent("-x agentx -s state -n -i 1");
     site.awaitAgent();
+    site.write("agent.log", "");
     site.master->end(SIGKILL);
     site.setCircuit(false);
     site.awaitLog("the master at");
     site.startMaster();
     site.awaitAgent();
     EXPECT_EQ(1, sink.count(kDown, "VC8"));
+    EXPECT_EQ("", site.set("6.1.5.1", "i 33"));
+    EXPECT_LT(site.logged(), 8) << site.run("cat agent.log");
 }
 
 TEST(Field, StrangersUseNothingUp) {
