@@ -15,7 +15,7 @@ namespace {
 /// What is done, and what comes of it.
 struct Step {
     const char* action; ///< a set's objects with types and values, an object that is read, or:
-                        ///< "until OBJECT", "sql STATEMENT", "SIGNAL" and a start
+                        ///< "until OBJECT", "sql STATEMENT", "restart"
     const char* result; ///< an error, a value, rows
 };
 
@@ -54,15 +54,6 @@ const Scenario kScenarios[] = {
         {"8.2.0", "Gauge32: 0"},
         {"3.1.0", "\"\""},
     }},
-    {"is confirmed", {
-        {"3.1.0 s wan2 8.1.0 u 600", ""},
-        {"8.3.0 i 2", ""},
-        {"8.4.0", IDLE},
-        {"8.3.0 i 3", "inconsistentValue"},
-        {"SIGKILL", ""},
-        {"3.1.0", "STRING: \"wan2\""},
-        {"3.1.0 s ''", ""},
-    }},
     {"is reverted, with another manager's part", {
         {"7.1.4.1 s wan2 7.1.2.1 i 1 8.1.0 u 600", ""},
         {"3.1.0 s wan2", "resourceUnavailable"},
@@ -77,7 +68,7 @@ const Scenario kScenarios[] = {
     }},
     {"is reverted at the start after a stop", {
         {"6.1.2.4 i 1 3.1.0 s wan4 8.1.0 u 600", ""},
-        {"SIGTERM", ""},
+        {"restart", ""},
     }},
     {"fails in part, when no bridge is free any more", {
         {"sql INSERT INTO Bridge (Name) VALUES ('br1'), ('br2'), ('br3'), ('br4'), ('br5'), ('br6'), ('br7'), ('br8')", ""},
@@ -90,7 +81,7 @@ const Scenario kScenarios[] = {
 // clang-format on
 
 std::string act(Site& site, const std::string& action, const std::string& result,
-                const std::function<void(int)>& restart) {
+                const std::function<void()>& restart) {
     const std::size_t blank = action.find(' ');
     const std::string word = action.substr(0, blank);
     const std::string rest = blank == action.npos ? "" : action.substr(blank + 1);
@@ -100,14 +91,14 @@ std::string act(Site& site, const std::string& action, const std::string& result
         soon([&] { return site.get(rest) == result; });
         return site.get(rest);
     }
-    if (word == "SIGTERM" || word == "SIGKILL") {
-        restart(word == "SIGTERM" ? SIGTERM : SIGKILL);
+    if (word == "restart") {
+        restart();
         return soon([&] { return site.get("8.4.0") == IDLE; }) ? "" : "never";
     }
     return rest.empty() ? site.get(word) : site.request(action);
 }
 
-void play(Site& site, std::size_t scenarios, const std::function<void(int)>& restart) {
+void play(Site& site, std::size_t scenarios, const std::function<void()>& restart) {
     const std::string factory = site.sql(".dump");
     for (const Scenario* scenario = kScenarios; scenario != kScenarios + scenarios; ++scenario) {
         SCOPED_TRACE(scenario->name);
@@ -120,8 +111,8 @@ void play(Site& site, std::size_t scenarios, const std::function<void(int)>& res
 
 TEST(Trial, IsTakenBackUnlessItIsConfirmed) {
     Site site(kQuiet);
-    play(site, std::size(kScenarios), [&](int signal) {
-        site.agent->end(signal);
+    play(site, std::size(kScenarios), [&] {
+        site.agent->end(SIGTERM);
         site.startAlone(kQuiet);
     });
 }
