@@ -99,7 +99,7 @@ TEST_F(ReadersTest, AtmFileMissingOrLong) {
         file.initialize(false);
         EXPECT_FALSE(file.m_bInitalized);
         for (std::size_t size = 400; size <= 1023; ++size) { // of a file, no more is read
-            platform.circuits = "VPI\n8\n" + std::string(size - 6, '\n');
+            platform.circuits = "VPI\n8\n" + std::string(size - 6, ' ');
             file.initialize(true);
             EXPECT_EQ("tracedo:AtmFile: initialize: file read in:\n" + platform.circuits.text,
                       platform.takeLog().at(1));
