@@ -416,10 +416,18 @@ void Oracle::removed(Table table, const Record& row, const Writer& writer) {
     // A process that was killed within the set need not know the Id either.
     const std::string text = row.text();
     const std::size_t from = change.done ? 0 : text.find('|');
-    const bool looksOwn = std::any_of(change.own.begin(), change.own.end(), [&](const auto& own) {
-        return own.first == table &&
-               own.second.substr(change.done ? 0 : own.second.find('|')) == text.substr(from);
-    });
+    // Nor does what has the Id, too, of a row that the change has removed.
+    const bool looksOwn =
+        std::any_of(change.own.begin(), change.own.end(),
+                    [&](const auto& own) {
+                        return own.first == table &&
+                               own.second.substr(change.done ? 0 : own.second.find('|')) ==
+                                   text.substr(from);
+                    }) ||
+        std::any_of(change.removed.begin(), change.removed.end(), [&](const Removed& each) {
+            return each.table == table && each.row.id() == row.id() &&
+                   areAlike(each.content, contentOf(table, row, nullptr), change);
+        });
     for (const Cell& cell : row.cells)
         if (cell.writer == kOthers && cell.when <= row.read && !looksOwn &&
             !m_machine.disk.wasUnwell) // as above: the journal can have stayed
