@@ -143,8 +143,7 @@ bool Undo::keep(std::uint64_t set, const Record& planned, Record done, seconds t
 }
 
 void Undo::remember(std::uint64_t set, Record done) {
-    m_last = set;
-    m_lastRecord = std::move(done);
+    m_last = {set, std::move(done)};
 }
 
 Outcome Undo::confirm(std::uint64_t set) {
@@ -169,7 +168,7 @@ Outcome Undo::extend(seconds trial) {
 Outcome Undo::revert(Record record, RevertReason reason) {
     const std::uint32_t leftBefore = m_board.next.counters.rowsNotRestored;
     if (state() == ChangeState::pending)
-        m_lastRecord = {}; // goes with it: taken back once more, it would undo what others write
+        m_last.record = {}; // goes with it: taken back once more, it would undo what others write
     enter(State::restoring);
     m_tell = m_system.now();
     m_record = std::move(record);
@@ -184,15 +183,15 @@ Outcome Undo::revert(Record record, RevertReason reason) {
 }
 
 Outcome Undo::takeBack(std::uint64_t set) {
-    if (set != m_last)
+    if (set != m_last.set)
         return Outcome::notUndone;
-    m_last = 0;
+    m_last.set = 0;
     Outcome outcome = Outcome::refused;
     if (state() == ChangeState::pending) {
         outcome = revert(RevertReason::failed);
-    } else if (state() == ChangeState::idle && !m_lastRecord.empty()) {
-        m_unsaved = !m_journal.save({false, m_lastRecord, set}); // it may be later
-        outcome = revert(std::move(m_lastRecord), RevertReason::none);
+    } else if (state() == ChangeState::idle && !m_last.record.empty()) {
+        m_unsaved = !m_journal.save({false, m_last.record, set}); // it may be later
+        outcome = revert(std::move(m_last.record), RevertReason::none);
     }
     return outcome == Outcome::refused && state() == ChangeState::idle ? Outcome::refused
                                                                        : Outcome::notUndone;

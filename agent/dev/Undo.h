@@ -42,7 +42,9 @@ public:
     Undo& operator=(const Undo&) = delete;
 
     bool foundHalfDone() const { return m_found; } ///< at the start
-    std::uint64_t last() const { return m_last; }  ///< set that stays, be it of the process before
+    std::uint64_t last() const {
+        return m_last.set;
+    } ///< set that stays, be it of the process before
     ChangeState state() const { return m_board.next.trial.state; }
     const Record& record() const { return m_record; } ///< of what is pending
 
@@ -73,6 +75,10 @@ public:
 
 private:
     enum class State { idle, performing, pending, restoring };
+    struct Made {
+        std::uint64_t set = 0;
+        Record record; ///< of how to take it back
+    };
 
     void enter(State next);
     bool readJournal();
@@ -96,8 +102,7 @@ private:
     Clock::time_point m_retry;      ///< when to try again
     Clock::time_point m_tell;       ///< when to log again that it can't be taken back yet
     LineLimit m_lines;              ///< about that, which are never left out with others
-    std::uint64_t m_last = 0;       ///< the last set that was made
-    Record m_lastRecord;            ///< and how to take it back
+    Made m_last;                    ///< that stays, and can be taken back
 };
 
 } // namespace agent::dev
