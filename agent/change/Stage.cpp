@@ -199,8 +199,11 @@ void Stage::apply(const Command& command, const Rows& matching, Row row) {
     if (m_script != nullptr && m_record != nullptr)
         m_record->settle();
     Rows& rows = m_image[command.table];
-    if (command.verb == Command::Verb::insert)
-        rows.push_back(std::move(row));
+    if (command.verb == Command::Verb::insert) { // where the database has it: the first one counts
+        const auto behind = std::find_if(rows.begin(), rows.end(),
+                                         [&](const Row& each) { return each.id() > row.id(); });
+        rows.insert(behind, std::move(row));
+    }
     for (const Row& each : matching) {
         const auto place = m_image.find(command.table, each.id());
         if (command.verb == Command::Verb::remove)
