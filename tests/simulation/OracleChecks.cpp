@@ -109,7 +109,8 @@ bool Oracle::isBesideOthers(Table table, const Record& row, const Change& change
         return other.inserted == kOthers && other.cells[0].when > change.since &&
                other.cells[0].when <= other.read &&
                other.cells[shape.subject].text == row.cells[shape.subject].text &&
-               other.cells[shape.bridgeId].text == row.cells[shape.bridgeId].text &&
+               (shape.bridgeId == 0 ||
+                other.cells[shape.bridgeId].text == row.cells[shape.bridgeId].text) &&
                std::all_of(other.cells.begin(), other.cells.end(),
                            [](const Cell& cell) { return cell.writer == kOthers; });
     });
