@@ -189,9 +189,9 @@ void Machine::runClient(const std::string& command) {
     const Writer by = writer();
     const bool does = fault != ClientFault::killedBefore && fault != ClientFault::hangsBefore &&
                       fault != ClientFault::empty;
-    const bool lies =
-        fault == ClientFault::lies && by.kind == Writer::Kind::set &&
-        (command.find("updatekey") != command.npos || command.find("deletekey") != command.npos);
+    const auto has = [&command](const char* verb) { return command.find(verb) != command.npos; };
+    const bool lies = fault == ClientFault::lies && by.kind == Writer::Kind::set &&
+                      (has("deletekey") || (has("updatekey") && m_steps % 2 == 0));
     if (fault == ClientFault::lies && !lies)
         nextClient = fault; // waits for what it can lie about
     lied = lied || lies;

@@ -459,8 +459,12 @@ std::vector<std::pair<Table, int>> Oracle::touchedRows() const {
     return rows;
 }
 
-std::size_t Oracle::returnedRows() const {
-    return m_changes.empty() ? 0 : m_changes.back().returned.size();
+long Oracle::returnedMembers() const {
+    if (m_changes.empty())
+        return 0;
+    const auto& returned = m_changes.back().returned;
+    return std::count_if(returned.begin(), returned.end(),
+                         [](const Returned& each) { return each.table == Table::bridgeInterface; });
 }
 
 std::vector<std::pair<Table, Record>> Oracle::removedRows() const {

@@ -50,8 +50,8 @@ public:
     /// Those that it has removed, as they were.
     std::vector<std::pair<agent::Table, Record>> removedRows() const;
 
-    /// How many rows of it have been put back.
-    std::size_t returnedRows() const;
+    /// How many members of bridges have been put back of it.
+    long returnedMembers() const;
 
     void updated(agent::Table table, const Record& row, std::size_t column,
                  const Cell& before) override;

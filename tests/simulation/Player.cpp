@@ -180,9 +180,9 @@ void Player::onStep() {
     if (!m_oracle.problem().empty())
         return end();
     m_machine.timeOfWait = kLook;
-    if (m_comesBetween && m_oracle.returnedRows() > *m_comesBetween) {
-        m_comesBetween.reset();
-        others("insertkey BridgeInterface BridgeId integer:1 Interface text:other");
+    if (m_comesBetween && m_oracle.returnedMembers() % 2 == 1) {
+        m_comesBetween = false;
+        others("insertkey BridgeInterface BridgeId integer:99 Interface text:other");
     }
     if (m_phase == Phase::settling)
         return settle();
@@ -315,7 +315,7 @@ void Player::fireOthers(const Event& event) {
         columnAndValue(m_machine.database, table, static_cast<unsigned>(random()), names);
     const auto removed = m_oracle.removedRows();
     if (event.what == What::othersInsert && random() % 4 == 0) {
-        m_comesBetween = m_oracle.returnedRows(); // once the next one is put back
+        m_comesBetween = true;
     } else if (event.what == What::othersInsert && !removed.empty() && random() % 3 == 0) {
         const auto& [from, row] =
             removed[random() % removed.size()]; // what goes is put there again
@@ -406,7 +406,7 @@ void Player::heal() {
     m_machine.clientTime = milliseconds(m_history.clientTime);
     m_machine.nextClient = ClientFault::none;
     m_machine.killsOnceGone.reset();
-    m_comesBetween.reset();
+    m_comesBetween = false;
     m_machine.lineFails = false;
     m_machine.disk.full = m_machine.disk.broken = m_machine.disk.folderGone = false;
     m_networkWaits = std::min(m_networkWaits, m_machine.now() + kRestart);

@@ -52,9 +52,9 @@ private:
     std::size_t m_next = 0;        ///< event
     std::uint64_t m_lastSteps = 0; ///< when the one before was fired
     std::optional<Time> m_fireAt;
-    std::vector<Request> m_requests;           ///< the last ones
-    agent::Table m_othersTable{};              ///< that others wrote last
-    std::optional<std::size_t> m_comesBetween; ///< others write once more rows are back than these
+    std::vector<Request> m_requests; ///< the last ones
+    agent::Table m_othersTable{};    ///< that others wrote last
+    bool m_comesBetween = false;     ///< others do, once the first of two neighbours is back
     int m_number = 0;
     Time m_networkWaits{}; ///< until then the network's process is frozen, or not there
     Time m_stopAsked{};
