@@ -183,7 +183,7 @@ std::string Machine::stamp() const {
 }
 
 void Machine::runClient(const std::string& command) {
-    const ClientFault fault = std::exchange(nextClient, ClientFault::none);
+    ClientFault fault = std::exchange(nextClient, ClientFault::none);
     agent::ProgramEnd& end = m_program->end;
     std::optional<std::string> said;
     const Writer by = writer();
@@ -193,7 +193,7 @@ void Machine::runClient(const std::string& command) {
     const bool lies = fault == ClientFault::lies && by.kind == Writer::Kind::set &&
                       (has("deletekey") || (has("updatekey") && m_steps % 2 == 0));
     if (fault == ClientFault::lies && !lies)
-        nextClient = fault; // waits for what it can lie about
+        std::swap(nextClient, fault); // waits for what it can lie about
     lied = lied || lies;
     if (m_now < lockedUntil)
         said = "Database locked\n";
