@@ -115,11 +115,12 @@ bool Comparison::isTheirs(Table table, const Trail& trail, const Standing& stand
         return column == 0 || isOwn(table, trail, column, each.columns[column]);
     };
     const Rows& rows = m_now[table];
-    const auto row = std::find_if(rows.begin(), rows.end(), [&](const Row& each) {
-        if (trail.id != 0 || !each.fits(table))
-            return each.id() == trail.id;
-        return isNew(table, each) && isOwnIn(each, subject) && isOwnIn(each, bridge);
-    });
+    auto row = m_now.find(table, trail.id);
+    if (row == rows.end() && !trail.sure && !trail.told && !m_foundLost) // it can have another Id
+        row = std::find_if(rows.begin(), rows.end(), [&](const Row& each) {
+            return each.fits(table) && isNew(table, each) && isOwnIn(each, subject) &&
+                   isOwnIn(each, bridge);
+        });
     if (row == rows.end() || !row->fits(table) || isReplaced(table, trail))
         return false;
     const bool taken =

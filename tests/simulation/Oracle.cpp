@@ -255,11 +255,14 @@ std::string Oracle::nameOfBridge(const std::string& id, const Change* change) co
 
 constexpr const char* kInBridge = " in bridge ";
 
+/// What contentOf() says of a row, but for its bridge.
+std::string Oracle::bare(const std::string& content) {
+    return content.substr(0, content.find(kInBridge));
+}
+
 /// Compares what contentOf() says of two rows.
 bool Oracle::areAlike(const std::string& one, const std::string& other, const Change& change) {
-    return change.bridgesByOthers
-               ? one.substr(0, one.find(kInBridge)) == other.substr(0, other.find(kInBridge))
-               : one == other;
+    return change.bridgesByOthers ? bare(one) == bare(other) : one == other;
 }
 
 /// A row without its Id, as it was before a change where one is given.
@@ -352,9 +355,6 @@ void Oracle::inserted(Table table, const Record& row) {
     };
     const auto wanted =
         std::count_if(change.removed.begin(), change.removed.end(), [&](const Removed& each) {
-            const auto bare = [](const std::string& content) {
-                return content.substr(0, content.find(kInBridge));
-            };
             // The bridge of a row that had none can be the change's own, as long as that is there.
             return isLike(each) || (each.dangled && each.table == table &&
                                     bare(each.content) == bare(change.returned.back().content));

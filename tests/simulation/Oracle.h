@@ -122,6 +122,7 @@ private:
     void disturb(agent::Table table);
     std::string contentOf(agent::Table table, const Record& row, const Change* change) const;
     std::string nameOfBridge(const std::string& id, const Change* change) const;
+    static std::string bare(const std::string& content);
     static bool areAlike(const std::string& one, const std::string& other, const Change& change);
     bool dangles(agent::Table table, const Record& row, const Change& change) const;
     const Record* live(agent::Table table, int serial) const;
