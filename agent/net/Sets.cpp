@@ -206,16 +206,21 @@ void Sets::take(const Hello& hello) {
     if (hello.incarnation == m_incarnation)
         return;
     m_incarnation = hello.incarnation;
-    if (m_late.count(hello.made) != 0)
-        m_link.send(TakeBack{hello.made, m_incarnation}); // the process before has not done it
+    const bool wasLate = m_late.count(hello.made) != 0;
     m_late.clear();
+    if (wasLate) {
+        m_late.insert(hello.made); // until it has done what the process before has not
+        m_link.send(TakeBack{hello.made, m_incarnation});
+    }
     if (waits())
         judge(hello);
 }
 
 void Sets::take(const SetResult& result) {
-    if (result.outcome != Outcome::done) // it moves, and has come as far as that
-        m_late.erase(m_late.begin(), m_late.upper_bound(result.id));
+    // One behind it can be late while it has yet to be taken back; and what could not be can still
+    // stay, should the process end before its journal is there.
+    if (result.outcome != Outcome::done && result.outcome != Outcome::notUndone)
+        m_late.erase(result.id);
     if (waits() && result.id == m_set->id)
         end(result);
 }
@@ -262,6 +267,8 @@ void Sets::end(const SetResult& result) {
     if (m_state == State::takingBack) {
         // The manager is told of the part that failed first, unless taking back fails too.
         const bool back = result.outcome == Outcome::refused;
+        if (!back)
+            m_late.insert(m_set->id);
         m_answer = {back ? ErrorStatus::genErr : ErrorStatus::undoFailed, 0};
         m_log.end(back ? "taken back, since another part of the request failed"
                        : "could not be taken back, though another part of the request failed",

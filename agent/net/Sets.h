@@ -42,7 +42,8 @@ namespace agent::net {
 /// When the device's process dies, the next one says what has become of the set: it takes it back,
 /// or it is the last that was made, or it was not made. One that was made stays in `performing`
 /// until the device has been read, so that its values are shown once it is answered. One that was
-/// answered late, and was made all the same, the next process is asked to take back.
+/// answered late, and was made all the same, each next process is asked to take back until one has;
+/// so is one that could not be taken back.
 ///
 /// A master that ends takes the request with it: begin() is legal in every state but those that
 /// wait for the device's process, and ends what was there before.
@@ -113,7 +114,7 @@ private:
     std::optional<SetRequest> m_set;
     bool m_sent = false;
     bool m_made = false;            ///< as the next process says, which has yet to read the device
-    std::set<std::uint64_t> m_late; ///< sets that may be made all the same
+    std::set<std::uint64_t> m_late; ///< sets that may be there, though their managers think not
     Clock::time_point m_giveUp;     ///< when the device's process must have answered
     Answer m_answer;
 };

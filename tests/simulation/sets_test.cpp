@@ -16,6 +16,7 @@
 #include <sstream>
 #include <string>
 #include <utility>
+#include <vector>
 
 using namespace agent;
 using namespace agent::net;
@@ -94,6 +95,47 @@ TEST_F(SetsTest, IsInDoubtOnlyOnceItWasSent) {
     sets.take(SetResult{sent.id, Outcome::done, Reason::none, 0});
     EXPECT_FALSE(sets.waits());
     EXPECT_EQ(ErrorStatus::noError, sets.answer().error);
+}
+
+TEST_F(SetsTest, IsTakenBackByWhicheverProcessLastsThatLong) {
+    // How the process that has made it does not take it back.
+    const auto late = [this](std::uint64_t) {
+        machine.pass(options.setDeadline);
+        sets.checkTime();
+        EXPECT_EQ(ErrorStatus::genErr, sets.answer().error);
+    };
+    const auto anotherIsLate = [&](std::uint64_t id) {
+        late(id);
+        begin("another");
+        sets.commit();
+        late(0);
+        sets.take(SetResult{id + 1, Outcome::late, Reason::failed, 0});
+    };
+    const auto diskIsFull = [this](std::uint64_t id) {
+        sets.take(SetResult{id, Outcome::done, Reason::none, 0});
+        sets.takeBack(); // something else in its packet has failed
+        sets.take(SetResult{id, Outcome::notUndone, Reason::none, 0});
+        EXPECT_EQ(ErrorStatus::undoFailed, sets.answer().error);
+    };
+    std::uint64_t process = 0;
+    for (const auto& fails :
+         std::vector<std::function<void(std::uint64_t)>>{late, anotherIsLate, diskIsFull}) {
+        begin(std::to_string(process));
+        sets.commit();
+        const std::uint64_t id = std::get<SetRequest>(machine.sent.back()).id;
+        fails(id);
+        for (int i = 0; i < 2; ++i) { // the next one ends early, too
+            machine.sent.clear();
+            sets.take(Hello{++process, false, id});
+            ASSERT_EQ(1U, machine.sent.size()) << process;
+            EXPECT_EQ(id, std::get<TakeBack>(machine.sent.back()).id);
+        }
+        sets.take(SetResult{id, Outcome::refused, Reason::none, 0});
+        machine.sent.clear();
+        sets.take(Hello{++process, false, id});
+        EXPECT_TRUE(machine.sent.empty());
+        show();
+    }
 }
 
 TEST_F(SetsTest, BreaksOffWhereItsStateDoesNotHold) {
