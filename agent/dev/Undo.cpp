@@ -245,8 +245,9 @@ bool Undo::restore() {
     enter(State::idle);
     const int leftAlone = *std::exchange(m_leftAlone, std::nullopt);
     if (leftAlone != 0)
-        log(LOG_WARNING,
-            std::to_string(leftAlone) + " rows are left as they are: others have changed them");
+        m_lines.log(m_system.now(), LOG_WARNING,
+                    std::to_string(leftAlone) +
+                        " rows are left as they are: others have changed them");
     m_board.next.counters.rowsNotRestored += static_cast<std::uint32_t>(leftAlone);
     log(LOG_NOTICE, "a change has been taken back");
     if (m_reason != RevertReason::none) {

@@ -101,7 +101,7 @@ private:
     std::optional<int> m_leftAlone; ///< rows, once all others are back and only the journal is left
     Clock::time_point m_retry;      ///< when to try again
     Clock::time_point m_tell;       ///< when to log again that it can't be taken back yet
-    LineLimit m_lines;              ///< about that, which are never left out with others
+    LineLimit m_lines;              ///< about that, and rows that are left alone
     Made m_last;                    ///< that stays, and can be taken back
 };
 

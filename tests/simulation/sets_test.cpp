@@ -269,6 +269,27 @@ TEST(Lines, OfSetsThatAreTakenBackAreLimited) {
     }
 }
 
+TEST(Lines, OfRowsThatAreLeftAloneAreNotLeftOutWithOthers) {
+    constexpr std::uint64_t kSets = 80;
+    Taken machine;
+    machine.options.foreground = true;
+    machine.next = [&](const SetResult*) {
+        if (machine.asked == kSets)
+            return machine.askToStop();
+        if (machine.asked % 2 == 0)
+            return machine.ask(seconds(60));
+        if (machine.asked == kSets - 1)
+            machine.database.run(
+                "updatekey BridgeInterface Id " +
+                    std::to_string(machine.database[Table::bridgeInterface].back().id()) +
+                    " Interface text:other;",
+                simulation::kOthers);
+        machine.ask(seconds(0), Verdict::revert);
+    };
+    EXPECT_EQ(1, countLines("left as they are",
+                            [&] { dev::Worker(machine.options, machine.device()).run(); }));
+}
+
 // Nor does one that keeps a job waiting hold up the end of a trial, or a stop.
 TEST(Jobs, WithoutEndLeaveTheRestItsTurn) {
     Taken machine;
