@@ -96,7 +96,7 @@ void Programs::report(const std::string& commandLine, const ProgramEnd& end) {
     const bool notRun = end.status == kNotRun || end.status == kNotRun + 1;
     const std::string why = notRun ? m_system.whyNotRun(name) : "";
     if (std::exchange(m_told[name], why) != why && !why.empty())
-        log(LOG_ERR, why);
+        m_toldLines.log(m_system.now(), LOG_ERR, why);
     if (!why.empty())
         return;
     std::istringstream said(end.errors);

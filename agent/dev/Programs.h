@@ -86,6 +86,7 @@ private:
     Stage* m_stage = nullptr;
     const bool* m_cutShort = nullptr;
     std::map<std::string, std::string> m_told; ///< why which program could not be run
+    LineLimit m_toldLines;                     ///< of that: told once, or never
     LineLimit m_lines;                         ///< of what programs say on standard error
 };
 
