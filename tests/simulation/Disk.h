@@ -27,6 +27,7 @@ public:
     bool broken = false;     ///< every call fails
     bool folderGone = false; ///< for a while
     bool wasUnwell = false;  ///< at any time
+    bool wasBroken = false;  ///< likewise, or its folder gone: more than full
 
     bool has(const std::string& name) const { return m_names.count(name) != 0; }
     std::size_t size() const { return m_names.size(); } ///< files

@@ -174,7 +174,7 @@ void Oracle::answered(std::uint64_t id, agent::net::ErrorStatus error) {
     if (good && (confirms || (set.request.trial == seconds(0) && !set.request.changes.empty())))
         change.fate = Fate::stays;
     else if (!good && (set.wrote || confirms))
-        change.fate = m_machine.disk.wasUnwell ? Fate::either // what is left, nobody can know
+        change.fate = m_machine.disk.wasBroken ? Fate::either // what is left, nobody can know
                                                : Fate::goes;
 }
 

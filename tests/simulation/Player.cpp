@@ -385,10 +385,10 @@ void Player::fireFault(const Event& event) {
         disk.full = disk.wasUnwell = true;
         break;
     case What::diskBroken:
-        disk.broken = disk.wasUnwell = true;
+        disk.broken = disk.wasBroken = disk.wasUnwell = true;
         break;
     case What::folderGone:
-        disk.folderGone = disk.wasUnwell = true;
+        disk.folderGone = disk.wasBroken = disk.wasUnwell = true;
         break;
     case What::diskWell:
         disk.full = disk.broken = disk.folderGone = false;
