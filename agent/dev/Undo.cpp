@@ -249,7 +249,10 @@ bool Undo::restore() {
                     std::to_string(leftAlone) +
                         " rows are left as they are: others have changed them");
     m_board.next.counters.rowsNotRestored += static_cast<std::uint32_t>(leftAlone);
-    log(LOG_NOTICE, "a change has been taken back");
+    if (m_system.now() < m_tell) // it was told that it could not be
+        m_lines.log(m_system.now(), LOG_NOTICE, "a change has been taken back");
+    else
+        log(LOG_NOTICE, "a change has been taken back");
     if (m_reason != RevertReason::none) {
         ++m_board.next.counters.reverts;
         m_board.next.revertReason = m_reason;

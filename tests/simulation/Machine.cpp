@@ -69,7 +69,7 @@ void Machine::kill() {
 }
 
 void Machine::restart() {
-    m_killed = m_stops = lookFailed = false;
+    m_killed = m_stops = lookFailed = journalRemoved = false;
     m_program.reset();
 }
 
@@ -265,7 +265,9 @@ bool Machine::Door::store(const std::string& name, const std::string& content) {
 
 bool Machine::Door::remove(const std::string& name) {
     ++m.m_operations;
+    const bool had = m.disk.has(Disk::kFolder + name);
     const bool removed = agent::removeFile(Disk::kFolder + name);
+    m.journalRemoved = had && removed && Disk::kFolder + name == kJournal;
     m.journalGoes(name);
     return removed;
 }

@@ -35,6 +35,8 @@ enum class ClientFault {
     dawdles, ///< works, longer than a set may take
 };
 
+constexpr const char* kJournal = "/simulated/change.journal"; ///< of the change under way
+
 /// A machine on which both processes of the agent run, one step at a time: a call of the process
 /// that owns the device is where everything else happens, whatever the history says is due.
 ///
@@ -69,8 +71,9 @@ public:
     Time lockedUntil{};
     milliseconds clientTime{3};
     ClientFault nextClient = ClientFault::none;
-    bool lied = false;       ///< a client, at any time
-    bool lookFailed = false; ///< of the process: for a file, as it began or later
+    bool lied = false;           ///< a client, at any time
+    bool lookFailed = false;     ///< of the process: for a file, as it began or later
+    bool journalRemoved = false; ///< likewise, last of all
     bool lineFails = false;
     agent::Clock::duration timeOfWait{
         -1};     ///< that the wait of this step takes; below 0: as it likes

@@ -76,6 +76,9 @@ void Oracle::sent(const agent::Message& message) {
 
 /// What it has not answered, it will not any more.
 void Oracle::processEnded() {
+    if (m_state == ChangeState::restoring && m_restored >= 0 && m_machine.journalRemoved &&
+        isNotGone(m_restored).empty())
+        m_changes[static_cast<std::size_t>(m_restored)].restored = true; // it could not say so
     m_leftBehind = m_state == ChangeState::pending     ? m_pending
                    : m_state == ChangeState::restoring ? m_restored
                                                        : changeOfJob();
@@ -94,8 +97,7 @@ void Oracle::processEnded() {
 /// the device's could not see as it began what the one before had made.
 void Oracle::nobodyAsksBack() {
     for (Change& change : m_changes)
-        if (change.fate == Fate::goes && !change.restored &&
-            !m_machine.disk.has("/simulated/change.journal"))
+        if (change.fate == Fate::goes && !change.restored && !m_machine.disk.has(kJournal))
             change.fate = Fate::either;
 }
 

@@ -131,6 +131,7 @@ private:
     std::string doesNotStay(int number) const;
     bool othersHave(agent::Table table, const Record& row, const Change& change) const;
     bool isBesideOthers(agent::Table table, const Record& row, const Change& change) const;
+    bool hasBridge(const std::string& name) const;
     bool hasOthers(const Record& row) const;
     bool othersUse(const Record& bridge, const Change& change) const;
     int leftAlone(int number) const;

@@ -126,6 +126,12 @@ bool Oracle::othersUse(const Record& bridge, const Change& change) const {
     return false;
 }
 
+bool Oracle::hasBridge(const std::string& name) const {
+    const Records& bridges = m_machine.database[Table::bridge];
+    return std::any_of(bridges.begin(), bridges.end(),
+                       [&name](const Record& bridge) { return bridge.cells[1].text == name; });
+}
+
 std::string Oracle::isNotGone(int number, const Removed& removed, std::set<int>& claimed) const {
     const Change& change = m_changes[static_cast<std::size_t>(number)];
     for (const Returned& each : change.returned) {
@@ -149,7 +155,11 @@ std::string Oracle::isNotGone(int number, const Removed& removed, std::set<int>&
         claimed.insert(serial);
         return "";
     }
-    if (removed.raced || othersHave(removed.table, removed.row, change) || removed.dangled)
+    const std::size_t bridge = shapeOf(removed.table).bridgeId;
+    const bool isGivenUp = bridge != 0 && change.counted && change.bridgesByOthers &&
+                           !hasBridge(nameOfBridge(removed.row.cells[bridge].text, &change));
+    if (removed.raced || othersHave(removed.table, removed.row, change) || removed.dangled ||
+        isGivenUp || m_othersRemoved.count(removed.content) != 0)
         return "";
     return "a row has not come back: " + named(removed.table, removed.row);
 }
@@ -233,13 +243,18 @@ int Oracle::leftAlone(int number) const {
 /// A change has been taken back, as the process says.
 void Oracle::restored(const agent::Snapshot& snapshot) {
     ++seen["a change was taken back"];
-    if (m_machine.disk.wasUnwell && !m_restoreWrote)
-        return; // the process could not see for a while whether there was anything
     const int counted = static_cast<int>(snapshot.counters.rowsNotRestored - m_counted);
     const int number = m_restored;
     if (number < 0)
         return; // one on trial that had nothing to do
     Change& change = m_changes[static_cast<std::size_t>(number)];
+    if (m_machine.disk.wasUnwell && !m_restoreWrote) {
+        // The process could not see for a while whether there was anything; nor was there, where
+        // the rows were as before.
+        if (change.fate == Fate::goes && isNotGone(number).empty())
+            change.fate = Fate::either;
+        return;
+    }
     change.restored = true;
     change.counted = change.counted || counted > 0;
     if (const std::string left = isNotGone(number); !left.empty())
@@ -279,7 +294,8 @@ void Oracle::checkBridges() {
                     lan->id() + 1 != row.id() && !mayBeApart(*lan, row))
                     fail("the members of a bridge are apart: " + lan->text() + ", " + row.text());
                 lan = isLan ? &row : nullptr;
-            } else if (lan != nullptr && lan->cells[1].text == row.cells[1].text) {
+            } else if (lan != nullptr &&
+                       (lan->cells[1].text == row.cells[1].text || !(row.inserted == kOthers))) {
                 lan = nullptr; // its neighbour has become somebody else's
             }
         }

@@ -15,7 +15,6 @@ using std::chrono::minutes;
 
 namespace {
 
-constexpr const char* kJournal = "/simulated/change.journal";
 constexpr seconds kSettled{150}; ///< by then everything has come to its end, once faults end
 constexpr seconds kQuiet{3};     ///< for that long, for messages may be on their way
 constexpr seconds kServed{60};   ///< likewise, and then a set is made
@@ -121,6 +120,8 @@ Result Player::play() {
         m_powerFails = false;
         m_machine.pass(kRestart);
         m_machine.restart();
+        if (const auto steps = std::exchange(m_nextLives, std::nullopt))
+            m_diesAt = m_machine.steps() + *steps;
     }
     if (m_oracle.problem().empty())
         m_oracle.checkAgainstLibrary();
@@ -179,6 +180,8 @@ void Player::onStep() {
         m_oracle.fail("the agent comes to no end");
     if (!m_oracle.problem().empty())
         return end();
+    if (m_phase == Phase::playing && m_machine.steps() == m_diesAt)
+        m_machine.kill();
     m_machine.timeOfWait = kLook;
     if (m_comesBetween && m_oracle.returnedMembers() % 2 == 1) {
         m_comesBetween = false;
@@ -362,6 +365,8 @@ void Player::fireFault(const Event& event) {
             m_machine.killsOnceGone = seconds(number % 8 == 0 ? 20 : 0);
         else
             m_machine.kill();
+        if (number % 12 == 0) // and the next one soon after it has begun
+            m_nextLives = number / 12 % 700;
         break;
     case What::killNetwork:
         killNetwork();
@@ -406,6 +411,7 @@ void Player::heal() {
     m_machine.clientTime = milliseconds(m_history.clientTime);
     m_machine.nextClient = ClientFault::none;
     m_machine.killsOnceGone.reset();
+    m_nextLives.reset();
     m_comesBetween = false;
     m_machine.lineFails = false;
     m_machine.disk.full = m_machine.disk.broken = m_machine.disk.folderGone = false;

@@ -59,8 +59,10 @@ private:
     Time m_networkWaits{}; ///< until then the network's process is frozen, or not there
     Time m_stopAsked{};
     Time m_quietSince{};
-    Time m_by{};                ///< when this phase must be over
-    bool m_machineEnds = false; ///< both processes and the link begin anew
+    Time m_by{};                              ///< when this phase must be over
+    std::optional<std::uint64_t> m_nextLives; ///< for so many steps, a process that begins
+    std::uint64_t m_diesAt = 0;               ///< the step at which it ends
+    bool m_machineEnds = false;               ///< both processes and the link begin anew
     bool m_powerFails = false;
     bool m_probed = false;
     /// A last set, and the database before it: its outcome has to be the library's.
