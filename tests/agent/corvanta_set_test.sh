@@ -49,6 +49,7 @@ check() { # status, what is there then, what happens, arguments
     [ ! -e lose ] || seen+=" with nothing lost"
     [ "${seen% idle}" = "$1 $2" ] || wrong "$seen instead of $1 $2: $command"
 }
+dead() { echo kill -9 "$agent" "$(ps -o pid= --ppid "$agent" | xargs)"; } # its processes too: they could answer yet
 counted() { (($(grep -o '[0-9]* s left' out | sort -u | wc -l) > 1)); }
 says() { tr -d '\r' <out | grep -qE "$1" || wrong "it doesn't say '$1'"; }
 
@@ -89,9 +90,9 @@ wan=unix:relay\ cvDefaultWanInterface
     lose confirm; check 0 wan3 '' -y $wan=wan3
     lose revert; check 3 wan3 'press "n\n"' $wan=wan2
     # The agent is killed: while it waits, with the answer to the set, and to the confirmation.
-    check 4 wan3 'kill -9 $agent; press "\003"' $wan=wan2
-    lose set "kill -9 $agent"; check 4 wan3 '' -t 6 -y $wan=wan2
-    lose confirm "kill -9 $agent"; check 5 wan2 'press "y\n"; soon test ! -e lose; press "\003"' $wan=wan2
+    check 4 wan3 '$(dead); press "\003"' $wan=wan2
+    lose set "$(dead)"; check 4 wan3 '' -t 6 -y $wan=wan2
+    lose confirm "$(dead)"; check 5 wan2 'press "y\n"; soon test ! -e lose; press "\003"' $wan=wan2
     # Usage; nothing is sent.
     check 0 wan2 '' --help
     for words in '' unix:agent '-x unix:agent cvVlanEnabled.1=true' '-t 4 unix:agent cvVlanEnabled.1=true' \
