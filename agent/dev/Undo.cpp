@@ -130,10 +130,11 @@ bool Undo::replan(std::uint64_t set, const Record& planned) {
 bool Undo::keep(std::uint64_t set, const Record& planned, Record done, seconds trial) {
     const bool kept = trial != seconds(0) ? m_journal.save({true, done, set}) : m_journal.keep();
     if (!kept) {
-        if (!planned.empty())
-            m_journal.save({false, planned, set}); // which can have gone all the same
+        if (!planned.empty()) // the journal can have gone all the same
+            m_unsaved = !m_journal.save({false, planned, set});
         return false;
     }
+    m_unsaved = false;
     enter(trial != seconds(0) ? State::pending : State::idle);
     if (trial != seconds(0)) {
         m_record = std::move(done);
