@@ -88,9 +88,9 @@
 /** Raised with what hosts built before cannot live with; as in the SONAME. */
 #define CORVANTA_VERSION_MAJOR 1
 /** Raised with what is added. */
-#define CORVANTA_VERSION_MINOR 1
+#define CORVANTA_VERSION_MINOR 2
 /** Raised with what is mended. */
-#define CORVANTA_VERSION_PATCH 1
+#define CORVANTA_VERSION_PATCH 0
 
 /** Marks what the library exports. */
 #define CORVANTA_API __attribute__((visibility("default")))
