@@ -77,8 +77,10 @@ void Oracle::sent(const agent::Message& message) {
 /// What it has not answered, it will not any more.
 void Oracle::processEnded() {
     if (m_state == ChangeState::restoring && m_restored >= 0 && m_machine.journalRemoved &&
-        isNotGone(m_restored).empty())
-        m_changes[static_cast<std::size_t>(m_restored)].restored = true; // it could not say so
+        isNotGone(m_restored).empty()) { // it could not say so, nor what it has left alone
+        Change& change = m_changes[static_cast<std::size_t>(m_restored)];
+        change.restored = change.counted = true;
+    }
     m_leftBehind = m_state == ChangeState::pending     ? m_pending
                    : m_state == ChangeState::restoring ? m_restored
                                                        : changeOfJob();
