@@ -271,8 +271,10 @@ void Oracle::restored(const agent::Snapshot& snapshot) {
 bool Oracle::mayBeApart(const Record& lan, const Record& wan) const {
     if (m_othersWrites == 0)
         return false;
+    // Those that were apart before come back so.
     return !(lan.inserted == wan.inserted) || lan.inserted.change < 0 ||
-           m_changes[static_cast<std::size_t>(lan.inserted.change)].counted;
+           std::any_of(m_changes.begin(), m_changes.begin() + lan.inserted.change + 1,
+                       [](const Change& change) { return change.counted; });
 }
 
 void Oracle::checkBridges() {
