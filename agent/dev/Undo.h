@@ -42,9 +42,8 @@ public:
     Undo& operator=(const Undo&) = delete;
 
     bool foundHalfDone() const { return m_found; } ///< at the start
-    std::uint64_t last() const {
-        return m_last.set;
-    } ///< set that stays, be it of the process before
+    /// The last set that stays, be it of the process before; 0 for none.
+    std::uint64_t last() const { return m_last.set; }
     ChangeState state() const { return m_board.next.trial.state; }
     const Record& record() const { return m_record; } ///< of what is pending
 
@@ -77,7 +76,7 @@ private:
     enum class State { idle, performing, pending, restoring };
     struct Made {
         std::uint64_t set = 0;
-        Record record; ///< of how to take it back
+        Record record; ///< how to take it back
     };
 
     void enter(State next);
